@@ -1,0 +1,57 @@
+#pragma once
+
+#include <jni.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+/// The bytes of a Java array for as long as this object lives; on its end they are handed back with
+/// copy-back, for reads and writes alike. A null array has no bytes and is not pinned.
+class PinnedBytes {
+ public:
+    PinnedBytes(JNIEnv* env, jbyteArray array)
+        : env_(env),
+          array_(array),
+          length_(array == nullptr ? 0 : env->GetArrayLength(array)),
+          elements_(array == nullptr ? nullptr : env->GetByteArrayElements(array, nullptr)) {}
+    ~PinnedBytes() {
+        if (elements_ != nullptr) {
+            env_->ReleaseByteArrayElements(array_, elements_, 0);
+        }
+    }
+    PinnedBytes(const PinnedBytes&) = delete;
+    PinnedBytes& operator=(const PinnedBytes&) = delete;
+
+    jsize length() const { return length_; }
+    /// Null for a null array, or when the virtual machine had no memory.
+    uint8_t* bytes() const { return reinterpret_cast<uint8_t*>(elements_); }
+
+    /// Calls `function` with at least `count` bytes: the array's own, or a zero-padded copy when the array is
+    /// shorter, of which the array gets back what fits. With null bytes, or without memory for a copy, it
+    /// gets null.
+    template <class Function>
+    jint withAtLeast(int32_t count, Function function) {
+        if (elements_ == nullptr || count <= length_) {
+            return function(bytes());
+        }
+        // Not touched before it is used: a length that the caller never meant costs no memory.
+        const std::unique_ptr<uint8_t, decltype(&std::free)> copy(
+            static_cast<uint8_t*>(std::calloc(static_cast<size_t>(count), 1)), &std::free);
+        if (copy == nullptr) {
+            return function(nullptr);
+        }
+        std::memcpy(copy.get(), elements_, static_cast<size_t>(length_));
+        const jint result = function(copy.get());
+        std::memcpy(elements_, copy.get(), static_cast<size_t>(length_));
+        return result;
+    }
+
+ private:
+    JNIEnv* env_;
+    jbyteArray array_;
+    jsize length_;
+    jbyte* elements_;
+};

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdint>
+
+struct libusb_context;
+
+extern int32_t g_SessionId;         ///< -1 no session, 0 a session is open; no other value
+extern int32_t g_LastError;         ///< reserved; nothing reads or writes it
+extern libusb_context* g_pContext;  ///< the session's context; stale after a release, until the next start
+
+/// Answer of the methods that need a session when the id given is not the open session's.
+constexpr int32_t kWrongSession = -116;

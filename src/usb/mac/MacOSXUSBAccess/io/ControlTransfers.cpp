@@ -1,0 +1,61 @@
+#include "MacOSXUSBAccess/io/ControlTransfers.h"
+
+#include <libusb.h>
+
+#include "MacOSXUSBAccess/io/TransferEngine.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
+#include "MacOSXUSBAccess/records/TransferRecords.h"
+
+namespace {
+
+constexpr uint8_t kControlAddress = 0;
+
+int32_t controlTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t timeout, uint8_t* buffer,
+                        int32_t failureResult) {
+    const ActiveCall call(*entry);
+    int32_t result = checkBulkTransferReady(entry);
+    if (result != 0) {
+        return result;
+    }
+    const int32_t length = buffer == nullptr ? 0 : controlBufferBytes(buffer);
+    const tagUSB_CALLBACK_INFO* ended = nullptr;
+    result = runTransfer(
+        *entry, {kControlAddress, LIBUSB_TRANSFER_TYPE_CONTROL, timeout, buffer, length, failureResult},
+        ended);
+    return result != 0 ? result : ended->actualLength;
+}
+
+}  // namespace
+
+int32_t controlBufferBytes(const uint8_t* buffer) {
+    return kSetupPacketBytes + (buffer[6] | buffer[7] << 8);
+}
+
+int32_t LibUSB_WriteControlPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t /*ignored*/, int32_t timeout,
+                                uint8_t* buffer) {
+    return controlTransfer(entry, timeout, buffer, kTransferWriteFailed);
+}
+
+int32_t LibUSB_ReadControlPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t /*ignored*/, int32_t timeout,
+                               uint8_t* buffer) {
+    return controlTransfer(entry, timeout, buffer, kTransferReadFailed);
+}
+
+int32_t LibUSB_ResetDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
+    const ActiveCall call(*entry);
+    if (loadShared(entry->isOpen) == 0) {
+        return kTransferNotOpen;
+    }
+    if (entry->isHid != 0) {
+        return kTransferNotOffered;
+    }
+    return entry->hDevice == nullptr ? kTransferNotOpen : libusb_reset_device(entry->hDevice);
+}
+
+int32_t LibUSB_ResetPipe(tagUSB_DEVICE_ACCESS_ENTRY* /*entry*/, int32_t /*endpoint*/) {
+    return kTransferNotOffered;
+}
+
+int32_t LibUSB_RestartDevice(tagUSB_DEVICE_ACCESS_ENTRY* /*entry*/) {
+    return kTransferNotOffered;
+}

@@ -1,0 +1,140 @@
+#include "MacOSXUSBAccess/io/OpenClose.h"
+
+#include <libusb.h>
+
+#include "DebugUtil/DebugLog.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
+#include "MacOSXUSBAccess/records/LibusbWrappers.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
+#include "MacOSXUSBAccess/records/TransferRecords.h"
+
+namespace {
+
+constexpr int32_t kAlreadyOpen = -105;
+constexpr int32_t kOpenFailed = -107;
+constexpr int32_t kClaimFailed = -108;
+constexpr int32_t kNotOpen = -109;
+constexpr int32_t kConfigurationFailed = -130;
+constexpr int32_t kNotPresent = -131;
+constexpr int32_t kUnsupportedClass = -158;
+constexpr int kDrivenConfiguration = 1;
+constexpr int kKernelDriverInterface = 0;
+
+/// The reference count as the refusal messages print it: in the place of the device pointer, and meant so.
+void* countAsPointer(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    return reinterpret_cast<void*>(static_cast<uintptr_t>(static_cast<uint32_t>(getRefCount(entry.pDevice))));
+}
+
+void logState(const char* function, tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    debug_log("[%s] %s ref_count: %d, pDev: %p", function, entry.sSerialNumber, getRefCount(entry.pDevice),
+              static_cast<void*>(entry.pDevice));
+}
+
+/// Why the record cannot be opened now, or 0.
+int32_t refusal(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    if (loadShared(entry.isOpen) != 0) {
+        debug_log("[LibUSB_OpenDevice] %s acquired == 1, pDev: %p", entry.sSerialNumber,
+                  countAsPointer(entry));
+        return kAlreadyOpen;
+    }
+    if (entry.isPresent == 0) {
+        debug_log("[LibUSB_OpenDevice] %s bus.state == 0, pDev: %p", entry.sSerialNumber,
+                  countAsPointer(entry));
+        return kNotPresent;
+    }
+    return entry.isUnsupportedClass != 0 ? kUnsupportedClass : 0;
+}
+
+int32_t undoOpen(tagUSB_DEVICE_ACCESS_ENTRY& entry, int libusbResult, int32_t result) {
+    storeShared(entry.lastResult, libusbResult);
+    libusb_close(entry.hDevice);
+    entry.hDevice = nullptr;
+    return result;
+}
+
+int selectConfiguration(libusb_device_handle* handle) {
+    int active = kDrivenConfiguration;
+    const int result = libusb_get_configuration(handle, &active);
+    const bool known = result == LIBUSB_SUCCESS;
+    return known && active != kDrivenConfiguration ? libusb_set_configuration(handle, kDrivenConfiguration)
+                                                   : LIBUSB_SUCCESS;
+}
+
+/// The way from a libusb device to an open record: handle, configuration, interface, transfer records.
+int32_t openThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    // A device that was pulled while open comes back as another one: its old handle and transfers are still
+    // here.
+    if (!discardOpenState(entry)) {
+        storeShared(entry.lastResult, LIBUSB_ERROR_BUSY);
+        return kOpenFailed;
+    }
+    int result = tlvn_libusb_open(&entry, entry.pDevice, &entry.hDevice);
+    if (result != LIBUSB_SUCCESS) {
+        storeShared(entry.lastResult, result);
+        return kOpenFailed;
+    }
+    // Asked and not acted upon: the driver is never detached.
+    libusb_kernel_driver_active(entry.hDevice, kKernelDriverInterface);
+    result = selectConfiguration(entry.hDevice);
+    if (result != LIBUSB_SUCCESS) {
+        return undoOpen(entry, result, kConfigurationFailed);
+    }
+    result = libusb_claim_interface(entry.hDevice, entry.interfaceNumber);
+    if (result != LIBUSB_SUCCESS) {
+        return undoOpen(entry, result, kClaimFailed);
+    }
+    return createTransferRecords(entry) ? 0 : undoOpen(entry, LIBUSB_ERROR_NO_MEM, kOpenFailed);
+}
+
+/// Releases the interface and closes a record whose transfers are quiet.
+void closeThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry, int attachResult) {
+    if (entry.hDevice != nullptr) {
+        const int result = libusb_release_interface(entry.hDevice, entry.interfaceNumber);
+        if (result != LIBUSB_SUCCESS) {
+            debug_log("Failed to release endpoint %d: %d", entry.interfaceNumber, result);
+        }
+        if (attachResult != LIBUSB_SUCCESS) {
+            libusb_attach_kernel_driver(entry.hDevice, kKernelDriverInterface);
+        }
+        tlvn_libusb_close(&entry, entry.hDevice);
+        entry.hDevice = nullptr;
+    }
+    freeTransferRecords(entry);
+}
+
+}  // namespace
+
+int32_t LibUSB_OpenDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
+    int32_t result = refusal(*entry);
+    if (result != 0) {
+        return result;
+    }
+    entry->kernelDriverDetached = 0;
+    logState("LibUSB_OpenDevice", *entry);
+    result = openThroughLibusb(*entry);
+    if (result == 0) {
+        privateSide(*entry).heldByCaller = true;
+        storeShared(entry->isOpen, 1U);
+    }
+    return result;
+}
+
+int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
+    privateSide(*entry).heldByCaller = false;
+    if (loadShared(entry->isOpen) == 0) {
+        return kNotOpen;
+    }
+    int attachResult = LIBUSB_SUCCESS;
+    if (entry->kernelDriverDetached == 1) {
+        attachResult = entry->hDevice == nullptr
+                           ? LIBUSB_SUCCESS
+                           : libusb_attach_kernel_driver(entry->hDevice, kKernelDriverInterface);
+        entry->kernelDriverDetached = 0;
+    }
+    logState("LibUSB_CloseDevice", *entry);
+    // Transfers that do not come back keep their handle; the next open or the list's release tries again.
+    if (retireTransfers(*entry)) {
+        closeThroughLibusb(*entry, attachResult);
+    }
+    return 0;
+}

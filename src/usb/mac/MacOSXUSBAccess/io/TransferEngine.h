@@ -1,0 +1,38 @@
+#pragma once
+
+#include "MacOSXUSBAccess/records/DeviceRecords.h"
+
+struct libusb_transfer;
+
+// What every transfer of the library goes through: one readiness test, one submit-and-wait.
+
+constexpr int32_t kTransferNotOpen = -109;
+constexpr int32_t kTransferWriteFailed = -112;
+constexpr int32_t kTransferReadFailed = -113;
+constexpr int32_t kTransferBadArgument = -114;
+constexpr int32_t kTransferNotOffered = -120;
+constexpr int32_t kTransferTimedOut = -150;
+
+/// 0 when the record is open through libusb and has transfer records; -109 not open or without them; -120 a
+/// HID record. Each refusal is logged.
+int32_t checkBulkTransferReady(tagUSB_DEVICE_ACCESS_ENTRY* entry);
+
+/// One transfer as its caller wants it.
+struct TransferRequest {
+    uint8_t address;        ///< endpoint address with its direction bit: the key of the transfer record
+    uint8_t type;           ///< libusb_transfer_type
+    int32_t timeout;        ///< milliseconds; 0 waits for ever
+    uint8_t* buffer;        ///< at least `length` bytes
+    int32_t length;         ///< bytes
+    int32_t failureResult;  ///< result of a failed submission: -112 or -113
+};
+
+/// Submits the request on its transfer record and handles events until it has ended. Returns 0 and sets
+/// `ended` to the record with the outcome; the request's failureResult with libusb's code in `lastResult`;
+/// -109 when the address has no record. A negative length, a null buffer for a length above 0 and a transfer
+/// that still runs on the address are failed submissions that never reach libusb.
+int32_t runTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request,
+                    const tagUSB_CALLBACK_INFO*& ended);
+
+/// Completion callback of every transfer; runs on whichever thread handles the context's events.
+void InternalTransferCallback(libusb_transfer* transfer);

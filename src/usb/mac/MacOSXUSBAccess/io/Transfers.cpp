@@ -1,0 +1,152 @@
+#include "MacOSXUSBAccess/io/Transfers.h"
+
+#include <libusb.h>
+
+#include <algorithm>
+
+#include "MacOSXUSBAccess/io/TransferEngine.h"
+#include "MacOSXUSBAccess/records/TransferRecords.h"
+
+namespace {
+
+constexpr int32_t kSmallestPacket = 64;
+constexpr int32_t kLargestPacket = 1024;
+
+uint8_t outAddress(int32_t endpoint) {
+    return static_cast<uint8_t>(endpoint & 0x7F);
+}
+uint8_t inAddress(int32_t endpoint) {
+    return static_cast<uint8_t>(endpoint | LIBUSB_ENDPOINT_IN);
+}
+
+TransferRequest writeRequest(uint8_t type, int32_t endpoint, int32_t length, int32_t timeout,
+                             uint8_t* buffer) {
+    return {outAddress(endpoint), type, timeout, buffer, length, kTransferWriteFailed};
+}
+
+TransferRequest readRequest(uint8_t type, int32_t endpoint, int32_t length, int32_t timeout,
+                            uint8_t* buffer) {
+    return {inAddress(endpoint), type, timeout, buffer, length, kTransferReadFailed};
+}
+
+/// Runs one request on a ready record: the bytes moved, or a negative code.
+int32_t transfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request) {
+    const tagUSB_CALLBACK_INFO* ended = nullptr;
+    const int32_t result = runTransfer(entry, request, ended);
+    if (result != 0) {
+        return result;
+    }
+    // Only a time-out is an error. Every other end counts as the bytes it moved: meant, callers look at the
+    // count.
+    return ended->status == LIBUSB_TRANSFER_TIMED_OUT ? kTransferTimedOut : ended->actualLength;
+}
+
+int32_t transferWhenReady(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request) {
+    const ActiveCall call(*entry);
+    const int32_t refused = checkBulkTransferReady(entry);
+    return refused != 0 ? refused : transfer(*entry, request);
+}
+
+/// The readiness test and packet-size check of the extended interrupt calls, in this order.
+int32_t checkPacketCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t packetSize) {
+    const int32_t refused = checkBulkTransferReady(entry);
+    if (refused != 0 && refused != kTransferNotOffered) {
+        return refused;
+    }
+    return packetSize < kSmallestPacket || packetSize > kLargestPacket ? kTransferBadArgument : refused;
+}
+
+/// Sends `length` bytes as padded packets through a staging buffer.
+int32_t writePackets(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& whole, int32_t packetSize,
+                     uint8_t fillValue) {
+    uint8_t packet[kLargestPacket];
+    TransferRequest request = whole;
+    request.buffer = packet;
+    request.length = packetSize;
+    int32_t total = 0;
+    while (total < whole.length) {
+        const int32_t share = std::min(packetSize, whole.length - total);
+        std::copy_n(whole.buffer + total, share, packet);
+        std::fill(packet + share, packet + packetSize, fillValue);
+        const int32_t moved = transfer(entry, request);
+        if (moved < 0) {
+            return moved;
+        }
+        total += share;
+    }
+    return total;
+}
+
+}  // namespace
+
+int32_t LibUSB_WriteBulkPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
+                             int32_t timeout, uint8_t* buffer) {
+    return transferWhenReady(entry,
+                             writeRequest(LIBUSB_TRANSFER_TYPE_BULK, endpoint, length, timeout, buffer));
+}
+
+int32_t LibUSB_ReadBulkPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
+                            int32_t timeout, uint8_t* buffer) {
+    return transferWhenReady(entry,
+                             readRequest(LIBUSB_TRANSFER_TYPE_BULK, endpoint, length, timeout, buffer));
+}
+
+int32_t LibUSB_WriteInterruptPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
+                                  int32_t timeout, uint8_t* buffer) {
+    return transferWhenReady(entry,
+                             writeRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer));
+}
+
+int32_t LibUSB_ReadInterruptPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
+                                 int32_t timeout, uint8_t* buffer) {
+    return transferWhenReady(entry,
+                             readRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer));
+}
+
+int32_t LibUSB_WriteBulkPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
+                               int32_t timeout, uint8_t* buffer, int32_t /*packetSize*/,
+                               int32_t /*fillValue*/) {
+    return LibUSB_WriteBulkPipe(entry, endpoint, length, timeout, buffer);
+}
+
+int32_t LibUSB_ReadBulkPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
+                              int32_t timeout, uint8_t* buffer, int32_t /*packetSize*/,
+                              int32_t /*fillValue*/) {
+    return LibUSB_ReadBulkPipe(entry, endpoint, length, timeout, buffer);
+}
+
+int32_t LibUSB_WriteInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
+                                    int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue) {
+    const ActiveCall call(*entry);
+    const int32_t refused = checkPacketCall(entry, packetSize);
+    if (refused != 0) {
+        return refused;
+    }
+    const TransferRequest whole =
+        writeRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer);
+    if (buffer == nullptr && length > 0) {
+        return transfer(*entry, whole);  // refused there, like every other transfer without bytes
+    }
+    return writePackets(*entry, whole, packetSize, static_cast<uint8_t>(fillValue));
+}
+
+int32_t LibUSB_ReadInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
+                                   int32_t timeout, uint8_t* buffer, int32_t packetSize,
+                                   int32_t /*fillValue*/) {
+    const ActiveCall call(*entry);
+    const int32_t refused = checkPacketCall(entry, packetSize);
+    return refused != 0 ? refused
+                        : transfer(*entry, readRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length,
+                                                       timeout, buffer));
+}
+
+int32_t LibUSB_CancelPipeTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint) {
+    const ActiveCall call(*entry);
+    const int32_t refused = checkBulkTransferReady(entry);
+    if (refused != 0) {
+        return refused;
+    }
+    const auto found = entry->callbackInfos.find(static_cast<uint8_t>(endpoint));
+    return found == entry->callbackInfos.end() ? kTransferNotOpen
+                                               : libusb_cancel_transfer(found->second->pTransfer);
+}

@@ -1,0 +1,156 @@
+#include "MacOSXUSBAccess/lists/CompositeDevices.h"
+
+#include <libusb.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "MacOSXUSBAccess/records/DescriptorWalk.h"
+#include "MacOSXUSBAccess/records/Descriptors.h"
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
+#include "MacOSXUSBAccess/records/LibusbWrappers.h"
+#include "MacOSXUSBAccess/records/RecordLifetime.h"
+
+namespace {
+
+constexpr uint32_t kMakersVendorIds[] = {0x6A5C, 0x6A5D};
+constexpr int32_t kInterfaceDescriptorBytes = 9;
+constexpr int32_t kNeededBulkEndpoints = 2;
+constexpr uint8_t kExactlyBulk = 2;
+constexpr int32_t kStringReadBytes = 126;
+constexpr uint32_t kStandardPacketSize = 512;
+
+/// One interface descriptor of a configuration.
+struct FoundInterface {
+    DescriptorWalk at;  ///< stands at the interface descriptor
+    int32_t number;     ///< how many interface descriptors, alternate settings included, come before it
+};
+
+bool isVendorSpecific(const DescriptorWalk& walk) {
+    return walk.byte(5) == LIBUSB_CLASS_VENDOR_SPEC && walk.byte(6) == LIBUSB_CLASS_VENDOR_SPEC;
+}
+
+/// Counts to the end of the configuration, over later interfaces too: meant.
+bool hasBulkPairFromHere(DescriptorWalk walk) {
+    int32_t bulkEndpoints = 0;
+    for (walk.advance(); walk.atDescriptor() && bulkEndpoints < kNeededBulkEndpoints; walk.advance()) {
+        if (walk.type() == kEndpointDescriptor && walk.byte(3) == kExactlyBulk) {
+            ++bulkEndpoints;
+        }
+    }
+    return bulkEndpoints == kNeededBulkEndpoints;
+}
+
+/// Looks for the interface to split off. Only the first vendor-specific interface beyond the first is tried.
+bool findSplitInterface(const tagUSB_DEVICE_ACCESS_ENTRY& parent, FoundInterface& found) {
+    int32_t number = 0;
+    for (DescriptorWalk walk(parent.configDescriptor, parent.configDescriptorLength); walk.atDescriptor();
+         walk.advance()) {
+        if (walk.type() != kInterfaceDescriptor) {
+            continue;
+        }
+        const bool candidate = number != 0 && isVendorSpecific(walk);
+        if (candidate && walk.remaining() > kInterfaceDescriptorBytes) {
+            found = {walk, number};
+            return hasBulkPairFromHere(walk);
+        }
+        ++number;
+    }
+    return false;
+}
+
+bool isSplittable(const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    const bool makers = std::find(std::begin(kMakersVendorIds), std::end(kMakersVendorIds), entry.idVendor) !=
+                        std::end(kMakersVendorIds);
+    return makers && entry.pCompositeChild == nullptr && entry.configDescriptorLength >= 1;
+}
+
+void fillIdentity(tagUSB_DEVICE_ACCESS_ENTRY& child, tagUSB_DEVICE_ACCESS_ENTRY& parent, int32_t number) {
+    holdDevice(child, parent.pDevice);
+    child.initFlag = 1;
+    child.changeReported = 1;
+    child.isPresent = 1;
+    child.reportedPresent = 1;
+    child.idVendor = parent.idVendor;
+    child.idProduct = parent.idProduct;
+    child.bcdDevice = parent.bcdDevice;
+    child.busNumber = parent.busNumber;
+    child.packetSize = kStandardPacketSize;
+    child.exPacketSize = kStandardPacketSize;
+    std::memcpy(child.sManufacturer, parent.sManufacturer, kStringBytes);
+    std::memcpy(child.sProduct, parent.sProduct, kStringBytes);
+    formatText(child.sSerialNumber, "%s_%02X", parent.sSerialNumber, static_cast<unsigned int>(number));
+    child.interfaceNumber = number;
+    child.deviceDescriptorLength = parent.deviceDescriptorLength;
+    std::memcpy(child.deviceDescriptor, parent.deviceDescriptor, kDeviceDescriptorBytes);
+    child.familyStatus = kCompositeChild;
+    parent.familyStatus = kCompositeParent;
+    child.pCompositeParent = &parent;
+    parent.pCompositeChild = &child;
+}
+
+/// Takes the interface's own part of the parent's configuration, up to the next interface. False when a
+/// descriptor of length 0 stands in it.
+bool takeSlice(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_ENTRY& parent,
+               const DescriptorWalk& interface) {
+    DescriptorWalk end(parent.configDescriptor, parent.configDescriptorLength,
+                       interface.offset() + kInterfaceDescriptorBytes);
+    while (end.atDescriptor() && end.type() != kInterfaceDescriptor) {
+        end.advance();
+    }
+    if (end.atZeroLength()) {
+        return false;
+    }
+    child.configDescriptorLength = end.offset() - interface.offset();
+    std::memcpy(child.configDescriptor, interface.here(), static_cast<size_t>(child.configDescriptorLength));
+    return true;
+}
+
+void readInterfaceString(tagUSB_DEVICE_ACCESS_ENTRY& child, uint8_t stringIndex) {
+    libusb_device_handle* handle = nullptr;
+    if (tlvn_libusb_open(&child, child.pDevice, &handle) == LIBUSB_SUCCESS) {
+        legacy_libusb_get_string_descriptor_ascii(
+            handle, stringIndex, reinterpret_cast<uint8_t*>(child.sProduct), kStringReadBytes);
+        tlvn_libusb_close(&child, handle);
+    }
+}
+
+/// The record of the interface that `parent` is split at, or null when it is not split.
+tagUSB_DEVICE_ACCESS_ENTRY* splitOff(tagUSB_DEVICE_ACCESS_ENTRY& parent) {
+    FoundInterface found{{nullptr, 0}, 0};
+    if (!isSplittable(parent) || !findSplitInterface(parent, found)) {
+        return nullptr;
+    }
+    tagUSB_DEVICE_ACCESS_ENTRY* child = newDeviceRecord(*parent.pDeviceList);
+    if (child == nullptr) {
+        return nullptr;
+    }
+    fillIdentity(*child, parent, found.number);
+    if (!takeSlice(*child, parent, found.at)) {
+        clearConfiguration(*child);
+        return child;
+    }
+    readInterfaceString(*child, found.at.byte(8));
+    child->endpointCount =
+        setEndpointList(kMaxEndpoints, child->endpoints, found.at.here(), found.at.remaining());
+    return child;
+}
+
+}  // namespace
+
+uint32_t HandleCompositeDevices(uint32_t handle, tagUSB_DEVICE_LIST* list) {
+    tagUSB_DEVICE_ACCESS_ENTRY* firstChild = nullptr;
+    tagUSB_DEVICE_ACCESS_ENTRY* lastChild = nullptr;
+    for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list->pFirst; entry != nullptr; entry = entry->pNext) {
+        tagUSB_DEVICE_ACCESS_ENTRY* child = splitOff(*entry);
+        if (child == nullptr) {
+            continue;
+        }
+        child->pPrev = lastChild;
+        (lastChild == nullptr ? firstChild : lastChild->pNext) = child;
+        lastChild = child;
+    }
+    appendRecords(*list, firstChild);
+    return handle;
+}

@@ -1,0 +1,151 @@
+#include "MacOSXUSBAccess/lists/ListUpdate.h"
+
+#include <libusb.h>
+
+#include <cstring>
+
+#include "DebugUtil/DebugLog.h"
+#include "MacOSXUSBAccess/lists/ListCreation.h"
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
+#include "MacOSXUSBAccess/records/LibusbWrappers.h"
+#include "MacOSXUSBAccess/records/RecordLifetime.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
+#include "MacOSXUSBAccess/records/TransferRecords.h"
+
+namespace {
+
+bool isSameDevice(const tagUSB_DEVICE_ACCESS_ENTRY& one, const tagUSB_DEVICE_ACCESS_ENTRY& other) {
+    return one.idVendor == other.idVendor && one.idProduct == other.idProduct &&
+           one.bcdDevice == other.bcdDevice && std::strcmp(one.sManufacturer, other.sManufacturer) == 0 &&
+           std::strcmp(one.sProduct, other.sProduct) == 0 &&
+           std::strcmp(one.sSerialNumber, other.sSerialNumber) == 0;
+}
+
+tagUSB_DEVICE_ACCESS_ENTRY* findSameDevice(const tagUSB_DEVICE_LIST& list,
+                                           const tagUSB_DEVICE_ACCESS_ENTRY& wanted) {
+    tagUSB_DEVICE_ACCESS_ENTRY* entry = list.pFirst;
+    while (entry != nullptr && !isSameDevice(*entry, wanted)) {
+        entry = entry->pNext;
+    }
+    return entry;
+}
+
+/// The record's device came back as another libusb device. No counted reference moves.
+void takeNewDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device* device) {
+    storeShared(entry.isOpen, 0U);
+    holdDevice(entry, device);
+}
+
+void updateDevice(tagUSB_DEVICE_ACCESS_ENTRY& old, const tagUSB_DEVICE_ACCESS_ENTRY& found) {
+    if (old.pDevice == found.pDevice) {
+        return;
+    }
+    tlvn_libusb_unref_device(&old, old.pDevice);
+    takeNewDevice(old, found.pDevice);
+    tlvn_libusb_ref_device(&old, old.pDevice);
+}
+
+void updateChild(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_ENTRY& foundParent) {
+    child.isPresent = 1;
+    const bool split = foundParent.pCompositeChild != nullptr;
+    libusb_device* device = split ? foundParent.pCompositeChild->pDevice : foundParent.pDevice;
+    if (child.pDevice != device) {
+        takeNewDevice(child, device);
+    }
+}
+
+/// Deletes a found record whose place `survivor` keeps; a partner that is left points at the survivor.
+void deleteDuplicate(tagUSB_DEVICE_ACCESS_ENTRY& found, tagUSB_DEVICE_ACCESS_ENTRY& survivor) {
+    if (found.pCompositeChild != nullptr) {
+        found.pCompositeChild->pCompositeParent = &survivor;
+    }
+    if (found.pCompositeParent != nullptr) {
+        found.pCompositeParent->pCompositeChild = &survivor;
+    }
+    deleteDeviceRecord(found);
+}
+
+/// Marks which records of the list the new enumeration has seen, and takes those out of it.
+void matchRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_LIST& enumerated) {
+    for (tagUSB_DEVICE_ACCESS_ENTRY* old = list.pFirst; old != nullptr; old = old->pNext) {
+        old->isPresent = 0;
+    }
+    for (tagUSB_DEVICE_ACCESS_ENTRY* old = list.pFirst; old != nullptr; old = old->pNext) {
+        tagUSB_DEVICE_ACCESS_ENTRY* found = findSameDevice(enumerated, *old);
+        if (found == nullptr) {
+            continue;
+        }
+        DN_WriteStrStr("UDL-05 DETemp is already in list", old->sSerialNumber, 1);
+        old->isPresent = 1;
+        updateDevice(*old, *found);
+        if (old->pCompositeChild != nullptr) {
+            updateChild(*old->pCompositeChild, *found);
+        }
+        deleteDuplicate(*found, *old);
+    }
+}
+
+/// Moves all records of one list to the end of the other.
+void moveRecords(tagUSB_DEVICE_LIST& from, tagUSB_DEVICE_LIST& to) {
+    tagUSB_DEVICE_ACCESS_ENTRY* first = from.pFirst;
+    from.pFirst = nullptr;
+    appendRecords(to, first);
+}
+
+/// Closes what is open on the record, with the log line of a close, and drops its counted reference.
+void releaseRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    if (entry.hDevice != nullptr && retireTransfers(entry)) {
+        tlvn_libusb_close(&entry, entry.hDevice);
+        entry.hDevice = nullptr;
+    }
+    if (entry.pDevice != nullptr) {
+        tlvn_libusb_unref_device(&entry, entry.pDevice);
+    }
+    storeShared(entry.isOpen, 0U);
+}
+
+}  // namespace
+
+int32_t LibUSB_UpdateDeviceList(uint32_t handle, uint32_t /*unused*/) {
+    int32_t status = 0;
+    tagUSB_DEVICE_LIST* list = findDeviceList(handle, status);
+    const bool sessionRuns = list != nullptr && list->pContext != nullptr;
+    if (!sessionRuns || !list->changePending.load()) {
+        return status;
+    }
+    list->changePending.exchange(false);
+    int32_t ignored = 0;
+    tagUSB_DEVICE_LIST* enumerated =
+        CreateInternalDeviceList2(list->pContext, list->vidCount, list->vidList, &ignored);
+    if (enumerated == nullptr) {
+        list->changePending.store(
+            true);  // no memory: nothing was looked at, so the change is still to be seen
+        return 0;
+    }
+    matchRecords(*list, *enumerated);
+    moveRecords(*enumerated, *list);  // what is left is new; these records take no counted reference: meant
+    unref_unplugged_devices(list);
+    delete enumerated;
+    return 0;
+}
+
+int32_t LibUSB_ReleaseDeviceList(uint32_t handle) {
+    int32_t status = 0;
+    tagUSB_DEVICE_LIST* list = findDeviceList(handle, status);
+    while (list != nullptr && list->pFirst != nullptr) {
+        releaseRecord(*list->pFirst);
+        deleteDeviceRecord(*list->pFirst);
+    }
+    return status;
+}
+
+int32_t ReleaseInternalDeviceList2(tagUSB_DEVICE_LIST* list) {
+    if (list == nullptr) {
+        return kNoSuchList;
+    }
+    while (list->pFirst != nullptr) {
+        deleteDeviceRecord(*list->pFirst);
+    }
+    return 0;
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <sys/time.h>
+
+#include "MacOSXUSBAccess/records/DeviceRecords.h"
+
+// Nobody sleeps over a finished transfer.
+//
+// A waiter looks at its transfer's isPending and then enters libusb's event handling. When another thread
+// that handles events completes the transfer between the two, libusb has nothing left to wake the waiter for:
+// it goes to sleep behind the current event handler until that one's period ends (a second behind the event
+// thread), or becomes the handler itself and sleeps for up to a minute.
+//
+// So completions are handed over. One process-wide count tells how many transfers were completed on another
+// thread than their waiter's and not yet seen by it. The callback adds one before it takes isPending down;
+// the waiter takes one away once it has seen that. Every thread of the library that comes back from event
+// handling interrupts the next handler as long as the count is above zero, before it does anything else: no
+// handler stays asleep while some waiter has not been told. The order matters: looking at the count before
+// event handling instead of after it leaves a waiter asleep as soon as there are two.
+
+/// libusb_handle_events on the context, with the hand-over behind it. Returns libusb's code. After an error
+/// the thread pauses for a few milliseconds, so that a context that keeps failing does not take a whole core.
+int handleEvents(libusb_context* context);
+/// The same for at most `period`, through libusb_handle_events_timeout_completed.
+int handleEventsFor(libusb_context* context, timeval period);
+
+/// The calling thread is the one that will wait for this transfer. Call before submission.
+void startWait(TransferRecord& record);
+/// Ends the transfer's pending state, for the completion callback, on whichever thread it runs.
+void finishPending(TransferRecord& record);
+/// Waits until the transfer is no longer pending; handles the context's events meanwhile.
+void waitWhilePending(TransferRecord& record, libusb_context* context);

@@ -1,0 +1,129 @@
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
+
+#include <algorithm>
+#include <new>
+
+#include "MacOSXUSBAccess/records/SharedField.h"
+
+tagUSB_DEVICE_LIST* g_pDeviceList = nullptr;
+uint32_t g_NextDeviceListHandle = 0;
+
+namespace {
+
+constexpr int32_t kUnusedSlot = -1;
+
+tagUSB_DEVICE_LIST* nextOf(const tagUSB_DEVICE_LIST& list) {
+    return loadShared(list.pNextList);
+}
+
+template <class Wanted>
+tagUSB_DEVICE_LIST* firstListThat(Wanted wanted) {
+    tagUSB_DEVICE_LIST* list = loadShared(g_pDeviceList);
+    while (list != nullptr && !wanted(*list)) {
+        list = nextOf(*list);
+    }
+    return list;
+}
+
+}  // namespace
+
+tagUSB_DEVICE_LIST* newDeviceList(libusb_context* context, int32_t count, const int32_t* vendorIds) {
+    auto* list = new (std::nothrow) tagUSB_DEVICE_LIST{};
+    if (list == nullptr) {
+        return nullptr;
+    }
+    list->pContext = context;
+    list->vidCount = count;
+    std::fill(std::begin(list->vidList), std::end(list->vidList), kUnusedSlot);
+    if (count > 0) {
+        std::copy_n(vendorIds, std::min(count, kMaxVendorIds), list->vidList);
+    }
+    return list;
+}
+
+void appendDeviceList(tagUSB_DEVICE_LIST& list) {
+    tagUSB_DEVICE_LIST* last = firstListThat([](const auto& each) { return nextOf(each) == nullptr; });
+    list.pPrevList = last;
+    storeShared(last == nullptr ? g_pDeviceList : last->pNextList, &list);
+}
+
+tagUSB_DEVICE_LIST* findDeviceList(uint32_t handle, int32_t& status) {
+    tagUSB_DEVICE_LIST* list = firstListThat([handle](const auto& each) { return each.handle == handle; });
+    const int32_t missing = g_pDeviceList == nullptr ? kNoListAtAll : kNoSuchList;
+    status = list == nullptr ? missing : 0;
+    return list;
+}
+
+void appendRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_ACCESS_ENTRY* first) {
+    if (first == nullptr) {
+        return;
+    }
+    tagUSB_DEVICE_ACCESS_ENTRY* last = list.pFirst;
+    while (last != nullptr && last->pNext != nullptr) {
+        last = last->pNext;
+    }
+    first->pPrev = last;
+    (last == nullptr ? list.pFirst : last->pNext) = first;
+    for (; first != nullptr; first = first->pNext) {
+        first->pDeviceList = &list;
+    }
+}
+
+void unlinkRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    (entry.pPrev == nullptr ? entry.pDeviceList->pFirst : entry.pPrev->pNext) = entry.pNext;
+    if (entry.pNext != nullptr) {
+        entry.pNext->pPrev = entry.pPrev;
+    }
+    entry.pPrev = nullptr;
+    entry.pNext = nullptr;
+}
+
+tagUSB_DEVICE_LIST* find_device_list(libusb_context* context, uint32_t vendorId) {
+    // A list of an ended session has no context any more, so a new context at the old address does not find
+    // it.
+    return context == nullptr ? nullptr : firstListThat([&](const auto& each) {
+        return loadShared(each.pContext) == context &&
+               deviceListContainsVID(&each, static_cast<int32_t>(vendorId));
+    });
+}
+
+bool deviceListContainsVIDList(const tagUSB_DEVICE_LIST* list, int32_t count, const int32_t* vendorIds) {
+    const int32_t* begin = list->vidList;
+    const int32_t* end = std::find(begin, begin + kMaxVendorIds, kUnusedSlot);
+    if (end - begin != count) {
+        return false;
+    }
+    return std::all_of(begin, end, [&](int32_t id) {
+        return std::find(vendorIds, vendorIds + count, id) != vendorIds + count;
+    });
+}
+
+bool deviceListContainsVID(const tagUSB_DEVICE_LIST* list, int32_t vendorId) {
+    return std::find(std::begin(list->vidList), std::end(list->vidList), vendorId) != std::end(list->vidList);
+}
+
+bool deviceListContainsOnlyVID(const tagUSB_DEVICE_LIST* list, int32_t vendorId) {
+    return list->vidList[0] == vendorId && list->vidList[1] == kUnusedSlot;
+}
+
+tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_EnumerateDeviceList(uint32_t handle,
+                                                       tagUSB_DEVICE_ACCESS_ENTRY* previous) {
+    if (previous != nullptr) {
+        return previous->pNext;
+    }
+    int32_t status = 0;
+    const tagUSB_DEVICE_LIST* list = findDeviceList(handle, status);
+    return list == nullptr ? nullptr : list->pFirst;
+}
+
+tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_GetDeviceFromIndex(uint32_t handle, uint32_t index) {
+    tagUSB_DEVICE_ACCESS_ENTRY* entry = LibUSB_EnumerateDeviceList(handle, nullptr);
+    for (; entry != nullptr && index > 0; --index) {
+        entry = entry->pNext;
+    }
+    return entry;
+}
+
+tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_GetDeviceFromChangeList(uint32_t /*handle*/, uint32_t /*index*/) {
+    return nullptr;
+}

@@ -1,0 +1,21 @@
+#include "MacOSXUSBAccess/records/LibusbWrappers.h"
+
+#include <libusb.h>
+
+#include "DebugUtil/DebugLog.h"
+
+// The pair after the serial number is bus number and device release, both in decimal: meant.
+
+int tlvn_libusb_open(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device* device,
+                     libusb_device_handle** handle) {
+    debug_log("[tlvn_libusb_open] %s: %d.%d interface: %d dev: %p", entry->sSerialNumber, entry->busNumber,
+              static_cast<int>(entry->bcdDevice), entry->interfaceNumber, static_cast<void*>(device));
+    // A record has no device once its session has ended.
+    return device == nullptr ? LIBUSB_ERROR_NO_DEVICE : libusb_open(device, handle);
+}
+
+void tlvn_libusb_close(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device_handle* handle) {
+    debug_log("[tlvn_libusb_close] %s: %d.%d interface: %d dev: %p", entry->sSerialNumber, entry->busNumber,
+              static_cast<int>(entry->bcdDevice), entry->interfaceNumber, static_cast<void*>(entry->pDevice));
+    libusb_close(handle);
+}

@@ -1,0 +1,59 @@
+#include "MacOSXUSBAccess/records/RecordLifetime.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <new>
+
+#include "MacOSXUSBAccess/records/Descriptors.h"
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
+#include "MacOSXUSBAccess/records/TransferRecords.h"
+
+namespace {
+
+/// Records kept aside, chained through pNext.
+tagUSB_DEVICE_ACCESS_ENTRY* g_recordsKeptAside = nullptr;
+
+void keepAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    entry.pCompositeParent = nullptr;
+    entry.pCompositeChild = nullptr;
+    entry.isPresent = 0;
+    entry.pNext = g_recordsKeptAside;
+    g_recordsKeptAside = &entry;
+}
+
+}  // namespace
+
+tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list) {
+    auto* entry = new (std::nothrow) DeviceRecord{};
+    if (entry != nullptr) {
+        entry->pDeviceList = &list;
+        clearEndpointList(kMaxEndpoints, entry->endpoints);
+    }
+    return entry;
+}
+
+void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    unlinkRecord(entry);
+    const bool severed = severFromSession(entry);
+    if (!severed || privateSide(entry).heldByCaller) {
+        keepAside(entry);
+    } else {
+        delete &privateSide(entry);
+    }
+}
+
+bool severFromSession(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    if (!discardOpenState(entry)) {
+        return false;
+    }
+    holdDevice(entry, nullptr);
+    return true;
+}
+
+void formatText(char (&field)[kStringBytes], const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(field, sizeof field, format, arguments);
+    va_end(arguments);
+}

@@ -1,0 +1,88 @@
+#include "MacOSXUSBAccess/records/TransferRecords.h"
+
+#include <libusb.h>
+
+#include <chrono>
+#include <new>
+
+#include "MacOSXUSBAccess/records/CompletionHandOver.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
+
+namespace {
+
+constexpr uint8_t kEndpointNumbers = 16;
+constexpr std::chrono::seconds kRetireLimit{3};
+constexpr timeval kRetirePeriod{0, 10'000};
+
+bool createTransferRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address) {
+    auto* record = new (std::nothrow) TransferRecord{};
+    if (record == nullptr) {
+        return false;
+    }
+    entry.callbackInfos[address] = record;
+    record->pTransfer = libusb_alloc_transfer(0);
+    return record->pTransfer != nullptr;
+}
+
+/// Cancels what is in flight; true when nothing is and no thread is inside the record.
+bool cancelPending(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    // Read by an addition of 0: whichever comes second, this look or a thread's own count, that one sees the
+    // other.
+    bool quiet = privateSide(entry).activeCalls.fetch_add(0) == 0;
+    for (const auto& [address, record] : entry.callbackInfos) {
+        if (loadShared(record->isPending) != 0) {
+            libusb_cancel_transfer(record->pTransfer);
+            quiet = false;
+        }
+    }
+    return quiet;
+}
+
+}  // namespace
+
+bool createTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    for (uint8_t number = 0; number < kEndpointNumbers; ++number) {
+        if (!createTransferRecord(entry, number) ||
+            !createTransferRecord(entry, static_cast<uint8_t>(number | LIBUSB_ENDPOINT_IN))) {
+            freeTransferRecords(entry);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    storeShared(entry.isOpen, 0U);
+    libusb_context* context = loadShared(entry.pDeviceList->pContext);
+    const auto deadline = std::chrono::steady_clock::now() + kRetireLimit;
+    while (!cancelPending(entry)) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        handleEventsFor(context, kRetirePeriod);
+    }
+    return true;
+}
+
+void freeTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    for (const auto& [address, record] : entry.callbackInfos) {
+        libusb_free_transfer(record->pTransfer);
+        delete &privateSide(*record);
+    }
+    entry.callbackInfos.clear();
+}
+
+bool discardOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    if (entry.hDevice == nullptr && entry.callbackInfos.empty()) {
+        return true;
+    }
+    if (!retireTransfers(entry)) {
+        return false;
+    }
+    freeTransferRecords(entry);
+    if (entry.hDevice != nullptr) {
+        libusb_close(entry.hDevice);
+        entry.hDevice = nullptr;
+    }
+    return true;
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "MacOSXUSBAccess/records/DeviceRecords.h"
+
+// The 32 transfer records of an open record, and the safe way out of transfers that are still running when
+// the record is closed, released or outlived by its session.
+
+/// Counts the calling thread as inside a transfer, cancel or reset of the record, from before it looks at
+/// isOpen until it has left the record's transfers and handle.
+class ActiveCall {
+ public:
+    explicit ActiveCall(tagUSB_DEVICE_ACCESS_ENTRY& entry) : calls_(privateSide(entry).activeCalls) {
+        calls_.fetch_add(1);
+    }
+    ~ActiveCall() { calls_.fetch_sub(1); }
+    ActiveCall(const ActiveCall&) = delete;
+    ActiveCall& operator=(const ActiveCall&) = delete;
+
+ private:
+    std::atomic<int32_t>& calls_;
+};
+
+/// Makes a record and a transfer for the endpoint addresses 0x00 to 0x0F and 0x80 to 0x8F. False when there
+/// is no memory; what was made so far is freed again.
+bool createTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+
+/// Takes the record's open state down: no call can begin, transfers in flight are cancelled, and events are
+/// handled until every callback has run and every waiter has left, for at most a few seconds. True when all
+/// is quiet. After false some transfer is still libusb's: handle and transfers stay as they are, and nobody
+/// may free them.
+bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+
+/// Frees the transfer records of a quiet record.
+void freeTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+
+/// Ends, without a word in the log, what is left of an open state that no close has ended: transfers, their
+/// records and the handle. A record without one is left as it is. False when it cannot be ended
+/// (retireTransfers).
+bool discardOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry);

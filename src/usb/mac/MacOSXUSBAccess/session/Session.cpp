@@ -1,0 +1,91 @@
+#include "MacOSXUSBAccess/session/Session.h"
+
+#include <libusb.h>
+
+#include <cstdio>
+
+#include "DebugUtil/DebugLog.h"
+#include "HotplugUsb/HotplugUsb.h"
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/RecordLifetime.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
+
+namespace {
+
+constexpr int32_t kNoContext = -101;
+constexpr int32_t kNoContextPointer = -200;
+constexpr int32_t kLibVersion = 347;
+
+/// The context that libusb knows now; null before the first session and after each.
+libusb_context* g_liveContext = nullptr;
+
+void logLibusbVersion() {
+    const libusb_version* version = libusb_get_version();
+    char text[32];
+    std::snprintf(text, sizeof text, "%d.%d.%d.%d-%s", version->major, version->minor, version->micro,
+                  version->nano, version->rc);
+    DN_WriteStrStr("LibUSB_Initialize libusb version:", text, 1);
+}
+
+/// Cuts all lists of a context off from it. False when some transfer does not come back.
+bool severLists(const libusb_context* context) {
+    bool severed = true;
+    for (tagUSB_DEVICE_LIST* list = g_pDeviceList; list != nullptr; list = list->pNextList) {
+        if (list->pContext != context) {
+            continue;
+        }
+        for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list->pFirst; entry != nullptr; entry = entry->pNext) {
+            severed = severFromSession(*entry) && severed;
+        }
+        storeShared(list->pContext, nullptr);
+    }
+    return severed;
+}
+
+void endContext(libusb_context* context) {
+    g_liveContext = nullptr;
+    releaseHotplugCallbacks(context);
+    deinitHotplugUsb();
+    // A context that a transfer still runs in outlives its session: lost memory, but nobody falls into it.
+    if (severLists(context)) {
+        libusb_exit(context);
+    }
+}
+
+}  // namespace
+
+int32_t LibUSB_Initialize(libusb_context** context) {
+    if (context == nullptr) {
+        return kNoContextPointer;
+    }
+    *context = nullptr;
+    const int result = libusb_init(context);
+    g_liveContext = result == LIBUSB_SUCCESS ? *context : nullptr;
+    initHotplugUsb(g_liveContext);
+    logLibusbVersion();
+    return result;
+}
+
+int32_t LibUSB_Release(libusb_context** context) {
+    debug_log("[LibUSB_Release] entry");
+    int32_t result = kNoContext;
+    if (*context != nullptr) {
+        debug_log("[LibUSB_Release] valid context");
+        if (*context == g_liveContext) {
+            endContext(*context);
+        }
+        result = 0;
+    }
+    debug_log("[LibUSB_Release] exit: %d", result);
+    return result;
+}
+
+int32_t LibUSB_GetLibVersion() {
+    return kLibVersion;
+}
+
+void* LibUSB_get_libusb() {
+    return nullptr;
+}
+
+void LibUSB_free_libusb() {}

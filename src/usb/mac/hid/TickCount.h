@@ -1,0 +1,6 @@
+#pragma once
+
+/// Wall-clock tick for log stamps: milliseconds, 0 to 4,194,303,999. Wraps every 4,194,304 s (about 48.5
+/// days), because the seconds are cut to 22 bits first, on purpose. 4,294,967,295 when the clock cannot be
+/// read.
+unsigned long getTickCount();
