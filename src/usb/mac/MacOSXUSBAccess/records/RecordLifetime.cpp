@@ -54,6 +54,6 @@ bool severFromSession(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 void formatText(char (&field)[kStringBytes], const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(field, sizeof field, format, arguments);
+    std::vsnprintf(field, sizeof field, format, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized): it is
     va_end(arguments);
 }

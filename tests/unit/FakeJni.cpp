@@ -1,0 +1,83 @@
+#include "FakeJni.h"
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+FakeJni* g_fake = nullptr;
+
+/// Length of each array made so far; JNI asks for it without saying what the elements are.
+std::map<jarray, jsize>& lengths() {
+    static std::map<jarray, jsize> all;
+    return all;
+}
+
+template <class Element>
+Element* pin(std::vector<Element>& content) {
+    if (g_fake->outOfMemory) {
+        return nullptr;
+    }
+    ++g_fake->pins;
+    if (!g_fake->pinsByCopy) {
+        return content.data();
+    }
+    auto* copy = new Element[content.size() + 1];
+    std::copy(content.begin(), content.end(), copy);
+    return copy;
+}
+
+template <class Element>
+void unpin(std::vector<Element>& content, const Element* elements, jint mode) {
+    ++g_fake->releases;
+    g_fake->modes.push_back(mode);
+    if (elements != content.data()) {
+        std::copy_n(elements, content.size(), content.begin());
+        delete[] elements;
+    }
+}
+
+jsize arrayLength(JNIEnv*, jarray array) {
+    return lengths().at(array);
+}
+
+jbyte* byteElements(JNIEnv*, jbyteArray array, jboolean*) {
+    return pin(static_cast<FakeByteArray*>(array)->bytes);
+}
+jint* intElements(JNIEnv*, jintArray array, jboolean*) {
+    return pin(static_cast<FakeIntArray*>(array)->values);
+}
+
+void releaseBytes(JNIEnv*, jbyteArray array, jbyte* elements, jint mode) {
+    unpin(static_cast<FakeByteArray*>(array)->bytes, elements, mode);
+}
+
+void releaseInts(JNIEnv*, jintArray array, jint* elements, jint mode) {
+    unpin(static_cast<FakeIntArray*>(array)->values, elements, mode);
+}
+
+jstring newString(JNIEnv*, const char* text) {
+    g_fake->strings.emplace_back(text);
+    return nullptr;
+}
+
+}  // namespace
+
+FakeJni::FakeJni() {
+    g_fake = this;
+    functions_.GetArrayLength = arrayLength;
+    functions_.GetByteArrayElements = byteElements;
+    functions_.ReleaseByteArrayElements = releaseBytes;
+    functions_.GetIntArrayElements = intElements;
+    functions_.ReleaseIntArrayElements = releaseInts;
+    functions_.NewStringUTF = newString;
+    env_.functions = &functions_;
+}
+
+FakeByteArray::FakeByteArray(std::vector<jbyte> content) : bytes(std::move(content)) {
+    lengths()[this] = static_cast<jsize>(bytes.size());
+}
+
+FakeIntArray::FakeIntArray(std::vector<jint> content) : values(std::move(content)) {
+    lengths()[this] = static_cast<jsize>(values.size());
+}
