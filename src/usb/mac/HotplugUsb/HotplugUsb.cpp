@@ -88,9 +88,13 @@ int32_t registerForHotplug(libusb_context* context, int32_t vendorId) {
     const auto onEvent = [](libusb_context* of, libusb_device* device, libusb_hotplug_event event,
                             void* userData) { return hotplug_callback(of, device, event, userData); };
     libusb_hotplug_callback_handle handle = 0;
-    const int result = libusb_hotplug_register_callback(
-        context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0, vendorId,
-        LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, onEvent, nullptr, &handle);
+    // libusb would take a null context for its default one.
+    const int result =
+        context == nullptr
+            ? LIBUSB_ERROR_INVALID_PARAM
+            : libusb_hotplug_register_callback(
+                  context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0,
+                  vendorId, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, onEvent, nullptr, &handle);
     if (result != LIBUSB_SUCCESS) {
         debug_log("Error registering hotplug callback");
         return -1;
