@@ -29,6 +29,23 @@ struct InformationLine {
     }
 };
 
+/// The line as Java text. Strings of a device may hold bytes of 0x80 to 0xFF, each a character of its own;
+/// handed over as they are, the virtual machine would take them for parts of longer characters and lose the
+/// end of the line.
+jstring javaText(JNIEnv* env, const InformationLine& line) {
+    char encoded[2 * sizeof line.text];
+    char* end = encoded;
+    for (const char* each = line.text; *each != '\0'; ++each) {
+        const auto byte = static_cast<unsigned char>(*each);
+        if (byte >= 0x80) {
+            *end++ = static_cast<char>(0xC0 | byte >> 6);
+        }
+        *end++ = static_cast<char>(byte < 0x80 ? byte : 0x80 | (byte & 0x3F));
+    }
+    *end = '\0';
+    return env->NewStringUTF(encoded);
+}
+
 /// Copies up to sixteen ids to `ids` and returns how many; 0 for a null array.
 jint copyVendorIds(JNIEnv* env, jintArray array, int32_t (&ids)[kMaxVendorIds]) {
     const jint length = array == nullptr ? 0 : env->GetArrayLength(array);
@@ -91,7 +108,7 @@ jstring Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceInfo(JNIEnv* 
     if (entry != nullptr) {
         line.format(*entry);
     }
-    return env->NewStringUTF(line.text);
+    return javaText(env, line);
 }
 
 jstring Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetChangeInfo(JNIEnv* env, jobject /*self*/,
@@ -104,5 +121,5 @@ jstring Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetChangeInfo(JNIEnv* 
         entry->reportedPresent = entry->isPresent;
         entry->changeReported = 1;
     }
-    return env->NewStringUTF(line.text);
+    return javaText(env, line);
 }

@@ -75,7 +75,7 @@ uint32_t LibUSB_CreateDeviceList2(libusb_context* context, int32_t count, const 
         return kNoMemory;
     }
     for (int32_t slot = 0; slot < std::min(count, kMaxVendorIds); ++slot) {
-        registerForHotplug(context, list->vidList[slot]);
+        registerForHotplug(list->pContext, list->vidList[slot]);
     }
     return fillList(*list, watchedList());
 }

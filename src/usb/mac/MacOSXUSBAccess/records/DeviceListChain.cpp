@@ -7,6 +7,7 @@
 
 tagUSB_DEVICE_LIST* g_pDeviceList = nullptr;
 uint32_t g_NextDeviceListHandle = 0;
+libusb_context* g_liveContext = nullptr;
 
 namespace {
 
@@ -32,7 +33,7 @@ tagUSB_DEVICE_LIST* newDeviceList(libusb_context* context, int32_t count, const 
     if (list == nullptr) {
         return nullptr;
     }
-    list->pContext = context;
+    list->pContext = context == g_liveContext ? context : nullptr;
     list->vidCount = count;
     std::fill(std::begin(list->vidList), std::end(list->vidList), kUnusedSlot);
     if (count > 0) {

@@ -8,13 +8,15 @@
 
 extern tagUSB_DEVICE_LIST* g_pDeviceList;  ///< head of the chain; shared field
 extern uint32_t g_NextDeviceListHandle;    ///< handle of the next list: 0, 1, 2, ... never reused
+extern libusb_context* g_liveContext;      ///< the running session's context; null between sessions
 
 /// Codes of a look-up by handle.
 constexpr int32_t kNoSuchList = -103;
 constexpr int32_t kNoListAtAll = -104;
 
 /// A list made but not linked: all fields zero, `vidList` holding the first sixteen of `count` ids and then
-/// -1, `vidCount` the count as given. Null when there is no memory.
+/// -1, `vidCount` the count as given. A context that is not the running session's is taken for null, so that
+/// nothing done with the list reaches libusb. Null when there is no memory.
 tagUSB_DEVICE_LIST* newDeviceList(libusb_context* context, int32_t count, const int32_t* vendorIds);
 /// Links a list at the end of the chain. From here on the hotplug thread may see it.
 void appendDeviceList(tagUSB_DEVICE_LIST& list);

@@ -16,9 +16,6 @@ constexpr int32_t kNoContext = -101;
 constexpr int32_t kNoContextPointer = -200;
 constexpr int32_t kLibVersion = 347;
 
-/// The context that libusb knows now; null before the first session and after each.
-libusb_context* g_liveContext = nullptr;
-
 void logLibusbVersion() {
     const libusb_version* version = libusb_get_version();
     char text[32];

@@ -1,0 +1,97 @@
+package com.talvane.orvex.comm.tool;
+
+import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
+import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
+import java.io.ByteArrayOutputStream;
+import java.nio.charset.StandardCharsets;
+import java.util.Arrays;
+import java.util.concurrent.Callable;
+import picocli.CommandLine.ArgGroup;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Option;
+
+/** The main job in one go: open, write, read back, compare, close. */
+@Command(
+        name = "echo",
+        description = "Writes to a bulk endpoint, reads the echo back and compares.")
+final class EchoCommand implements Callable<Integer> {
+    @Mixin
+    private DeviceOptions device;
+
+    @Option(
+            names = "--out",
+            paramLabel = "ADDRESS",
+            defaultValue = "0x01",
+            converter = Numbers.Endpoint.class,
+            description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
+    private int out;
+
+    @Option(
+            names = "--in",
+            paramLabel = "ADDRESS",
+            defaultValue = "0x81",
+            converter = Numbers.Endpoint.class,
+            description = "Endpoint to read from (default: ${DEFAULT-VALUE}).")
+    private int in;
+
+    @ArgGroup
+    private Content content = new Content();
+
+    private static final class Content {
+        @Option(
+                names = "--size",
+                paramLabel = "N",
+                converter = Numbers.Size.class,
+                description = "Send N counting bytes (default: 64).")
+        private int size = 64;
+
+        @Option(names = "--text", paramLabel = "T", description = "Send this text in UTF-8.")
+        private String text;
+
+        private byte[] bytes() {
+            if (text != null) {
+                return text.getBytes(StandardCharsets.UTF_8);
+            }
+            byte[] counting = new byte[size];
+            for (int i = 0; i < size; i++) {
+                counting[i] = (byte) i;
+            }
+            return counting;
+        }
+    }
+
+    @Override
+    public Integer call() {
+        try (Session session = device.session(); OpenDevice open = device.open(session)) {
+            DeviceInfo info = open.info();
+            System.out.printf("Opened %s: %s %s%n", info.label(), Text.printable(info.manufacturer()),
+                    Text.printable(info.product()));
+            Transfer sent = open.write(new Pipe(out, false, device.timeout), content.bytes());
+            show("OUT", out, sent);
+            Transfer echo = readBack(open, sent.data().length);
+            show("IN ", in, echo);
+            boolean equal = Arrays.equals(sent.data(), echo.data());
+            System.out.println(equal ? "The echo is equal." : "The echo differs.");
+            return equal ? 0 : 1;
+        }
+    }
+
+    /** An echo may come in several pieces; an empty one ends it. */
+    private Transfer readBack(OpenDevice open, int size) {
+        ByteArrayOutputStream data = new ByteArrayOutputStream(size);
+        long nanos = 0;
+        Transfer piece;
+        do {
+            piece = open.read(new Pipe(in, false, device.timeout), size - data.size());
+            data.writeBytes(piece.data());
+            nanos += piece.nanos();
+        } while (piece.data().length > 0 && data.size() < size);
+        return new Transfer(data.toByteArray(), nanos);
+    }
+
+    private static void show(String direction, int endpoint, Transfer transfer) {
+        System.out.printf("%s 0x%02X  %s%n", direction, endpoint, transfer.took());
+        Text.hexDump(transfer.data()).forEach(System.out::println);
+    }
+}

@@ -1,0 +1,49 @@
+package com.talvane.orvex.comm.tool;
+
+import java.util.ArrayList;
+import java.util.List;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Option;
+
+/** Shows the devices that are attached. */
+@Command(name = "list", description = "Lists the attached devices.")
+final class ListCommand implements Runnable {
+    @Mixin
+    private VendorOptions from;
+
+    @Option(names = "--raw", description = "Show the information lines as the library gives them.")
+    private boolean raw;
+
+    @Override
+    public void run() {
+        try (Session session = new Session(from.vendors)) {
+            if (raw) {
+                session.lines().forEach(System.out::println);
+            } else {
+                show(session.devices());
+            }
+        }
+    }
+
+    private static void show(List<DeviceInfo> devices) {
+        if (devices.isEmpty()) {
+            System.out.println("No devices found.");
+            return;
+        }
+        List<List<String>> rows = new ArrayList<>();
+        rows.add(List.of("INDEX", "ID", "RELEASE", "TYPE", "PART", "SERIAL", "MANUFACTURER", "PRODUCT"));
+        for (DeviceInfo d : devices) {
+            rows.add(List.of(
+                    Integer.toString(d.index()),
+                    String.format("%04X:%04X", d.vendorId(), d.productId()),
+                    String.format("%04X", d.release()),
+                    d.typeText(),
+                    d.familyText(),
+                    Text.printable(d.serial()),
+                    Text.printable(d.manufacturer()),
+                    Text.printable(d.product())));
+        }
+        Text.table(rows).forEach(System.out::println);
+    }
+}

@@ -1,0 +1,63 @@
+package com.talvane.orvex.comm.tool;
+
+import com.talvane.orvex.comm.ORVEXCommUSBAccess;
+import java.util.Arrays;
+
+/** An open device. Closing it closes the device. */
+final class OpenDevice implements AutoCloseable {
+    /** Bytes that were moved, and how long that took. */
+    record Transfer(byte[] data, long nanos) {
+        String took() {
+            return String.format("%d bytes in %.3f ms", data.length, nanos / 1e6);
+        }
+    }
+
+    /** The pipe calls all have these arguments after list and index. */
+    @FunctionalInterface
+    private interface PipeCall {
+        int move(int list, int index, int endpoint, int length, int timeout, byte[] buffer);
+    }
+
+    private final ORVEXCommUSBAccess usb;
+    private final int list;
+    private final DeviceInfo info;
+
+    OpenDevice(ORVEXCommUSBAccess usb, int list, DeviceInfo info) {
+        this.usb = usb;
+        this.list = list;
+        this.info = info;
+        UsbFailure.check("open " + info.label(), usb.usbOpenDevice(list, info.index()));
+    }
+
+    DeviceInfo info() {
+        return info;
+    }
+
+    /** Writes all of the data; the result holds what the device took. */
+    Transfer write(Pipe pipe, byte[] data) {
+        return move("write to", pipe.interrupt() ? usb::usbWriteInterruptPipe : usb::usbWriteBulkPipe, pipe, data);
+    }
+
+    /** Reads up to size bytes. */
+    Transfer read(Pipe pipe, int size) {
+        return move("read from", pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe, pipe,
+                new byte[size]);
+    }
+
+    private Transfer move(String action, PipeCall call, Pipe pipe, byte[] buffer) {
+        long start = System.nanoTime();
+        int moved = call.move(list, info.index(), pipe.endpoint(), buffer.length, pipe.timeout(), buffer);
+        long nanos = System.nanoTime() - start;
+        UsbFailure.check(String.format("%s endpoint 0x%02X of %s", action, pipe.endpoint(), info.label()), moved);
+        return new Transfer(Arrays.copyOf(buffer, moved), nanos);
+    }
+
+    @Override
+    public void close() {
+        usb.usbCloseDevice(list, info.index());
+    }
+
+    /** Where a transfer goes and how long it may take, in milliseconds. */
+    record Pipe(int endpoint, boolean interrupt, int timeout) {
+    }
+}

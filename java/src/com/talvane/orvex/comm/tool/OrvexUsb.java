@@ -1,0 +1,79 @@
+package com.talvane.orvex.comm.tool;
+
+import com.talvane.orvex.comm.ORVEXCommUSBAccess;
+import java.io.IOException;
+import picocli.CommandLine;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.IVersionProvider;
+import picocli.CommandLine.Option;
+import picocli.CommandLine.ScopeType;
+
+/** The command-line tool: its name, its commands, and how it ends. */
+@Command(
+        name = "orvex-usb",
+        description = "Finds USB tools, opens them and moves data. Each command has its own --help.",
+        versionProvider = OrvexUsb.Version.class,
+        subcommands = {
+            ListCommand.class, EchoCommand.class, ReadCommand.class, WriteCommand.class, CodesCommand.class
+        },
+        synopsisSubcommandLabel = "COMMAND",
+        footer = {
+            "",
+            "With --simulate[=SCENARIO] anywhere on the line the tool runs on a simulated bus, with the devices of the"
+                    + " scenario file (or a few of its own) and without USB hardware.",
+            "ORVEXCOMM_DEBUG in the environment makes the library trace its work to standard error."
+        },
+        exitCodeListHeading = "%nExit status:%n",
+        exitCodeList = {
+            "0:success",
+            "1:a device or USB failure, told on standard error",
+            "2:wrong use of the command line"
+        })
+final class OrvexUsb {
+    @Option(names = {"-h", "--help"}, usageHelp = true, scope = ScopeType.INHERIT, description = "Show this help.")
+    private boolean help;
+
+    @Option(names = "--version", versionHelp = true, description = "Show the version of the library.")
+    private boolean version;
+
+    private OrvexUsb() {
+    }
+
+    /**
+     * Runs the tool and ends the process with its exit status.
+     *
+     * @param args the command line
+     */
+    public static void main(String[] args) {
+        System.exit(run(args));
+    }
+
+    private static int run(String[] args) {
+        try {
+            return commandLine().execute(args);
+        } catch (UnsatisfiedLinkError e) {
+            System.err.println("orvex-usb: " + e.getMessage());
+            return CommandLine.ExitCode.SOFTWARE;
+        }
+    }
+
+    static CommandLine commandLine() {
+        CommandLine line = new CommandLine(new OrvexUsb());
+        line.setUsageHelpAutoWidth(true);
+        line.setExecutionExceptionHandler((failure, command, parsed) -> {
+            String cause = failure instanceof IOException ? "cannot read or write the file: " : "";
+            command.getErr().println("orvex-usb: " + cause + failure.getMessage());
+            return CommandLine.ExitCode.SOFTWARE;
+        });
+        return line;
+    }
+
+    /** The version of the tool, and of the native library that it has loaded. */
+    static final class Version implements IVersionProvider {
+        @Override
+        public String[] getVersion() {
+            int library = new ORVEXCommUSBAccess().usbGetLibVersion();
+            return new String[] {String.format("orvex-usb, library version %d.%02d", library / 100, library % 100)};
+        }
+    }
+}

@@ -1,0 +1,51 @@
+package com.talvane.orvex.comm.tool;
+
+import java.util.ArrayList;
+import java.util.List;
+import java.util.stream.Collectors;
+import java.util.stream.IntStream;
+
+/** Text for a terminal. */
+final class Text {
+    private static final int DUMP_WIDTH = 16;
+
+    private Text() {
+    }
+
+    /** Replaces control characters: a device's strings must not steer the terminal. */
+    static String printable(String text) {
+        return text.codePoints()
+                .map(c -> Character.isISOControl(c) ? '?' : c)
+                .collect(StringBuilder::new, StringBuilder::appendCodePoint, StringBuilder::append)
+                .toString();
+    }
+
+    /** Lines of equal columns; the first row is the heading. */
+    static List<String> table(List<List<String>> rows) {
+        int columns = rows.get(0).size();
+        int[] widths = IntStream.range(0, columns)
+                .map(c -> rows.stream().mapToInt(row -> row.get(c).length()).max().orElse(0))
+                .toArray();
+        return rows.stream()
+                .map(row -> IntStream.range(0, columns)
+                        .mapToObj(c -> row.get(c) + " ".repeat(widths[c] - row.get(c).length()))
+                        .collect(Collectors.joining("  "))
+                        .stripTrailing())
+                .toList();
+    }
+
+    /** Sixteen bytes a line: offset, hexadecimal, ASCII. */
+    static List<String> hexDump(byte[] data) {
+        List<String> lines = new ArrayList<>();
+        for (int offset = 0; offset < data.length; offset += DUMP_WIDTH) {
+            StringBuilder hex = new StringBuilder();
+            StringBuilder ascii = new StringBuilder();
+            for (int i = offset; i < Math.min(offset + DUMP_WIDTH, data.length); i++) {
+                hex.append(String.format("%02X ", data[i]));
+                ascii.append(data[i] >= ' ' && data[i] < 0x7F ? (char) data[i] : '.');
+            }
+            lines.add(String.format("  %08X  %-48s |%s|", offset, hex, ascii));
+        }
+        return lines;
+    }
+}

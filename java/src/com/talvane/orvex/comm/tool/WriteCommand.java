@@ -1,0 +1,73 @@
+package com.talvane.orvex.comm.tool;
+
+import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
+import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
+import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.concurrent.Callable;
+import picocli.CommandLine.ArgGroup;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Option;
+
+/** One write. */
+@Command(
+        name = "write",
+        description = "Writes once to a bulk or interrupt endpoint.")
+final class WriteCommand implements Callable<Integer> {
+    @Mixin
+    private DeviceOptions device;
+
+    @Option(
+            names = "--out",
+            paramLabel = "ADDRESS",
+            defaultValue = "0x01",
+            converter = Numbers.Endpoint.class,
+            description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
+    private int endpoint;
+
+    @Option(names = "--interrupt", description = "It is an interrupt endpoint.")
+    private boolean interrupt;
+
+    @ArgGroup(multiplicity = "1")
+    private Content content;
+
+    private static final class Content {
+        @Option(
+                names = "--data",
+                paramLabel = "HEX",
+                converter = Numbers.Hex.class,
+                description = "The bytes, as pairs of hexadecimal digits.")
+        private ByteBuffer data;
+
+        @Option(
+                names = {"-i", "--input"},
+                paramLabel = "FILE",
+                description = "Take the bytes from this file, - for standard input.")
+        private String input;
+
+        private byte[] bytes() throws IOException {
+            if (data != null) {
+                return data.array();
+            }
+            return input.equals("-") ? System.in.readAllBytes() : Files.readAllBytes(Path.of(input));
+        }
+    }
+
+    /** A device that takes less than it was given did not do its job. */
+    @Override
+    public Integer call() throws IOException {
+        byte[] data = content.bytes();
+        try (Session session = device.session(); OpenDevice open = device.open(session)) {
+            Transfer sent = open.write(new Pipe(endpoint, interrupt, device.timeout), data);
+            System.err.println("Wrote " + sent.took());
+            if (sent.data().length < data.length) {
+                System.err.println("orvex-usb: the device took only " + sent.data().length + " of " + data.length);
+                return 1;
+            }
+            return 0;
+        }
+    }
+}

@@ -1,0 +1,2 @@
+/** The command-line tool {@code orvex-usb}. */
+package com.talvane.orvex.comm.tool;

@@ -1,0 +1,292 @@
+"""Builds and runs the floors of tests that the command line names (unit, java, system) and sums them up.
+
+Called by script/test from the root of the project. Each floor is one or more runs; a run that cannot be built, started
+or counted, or that outlives its deadline, stands in the sum as one failed test with the end of its log.
+"""
+
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import xml.etree.ElementTree as ElementTree
+from dataclasses import dataclass, field
+from pathlib import Path
+
+ROOT = Path.cwd()
+RESULTS = ROOT / "build/test-results"
+RELEASE = ROOT / "build/release"
+LIBRARY = RELEASE / "libUSBAccessLink_3_47.so"
+TESTS_JAR = RELEASE / "tests/java/orvex-java-tests.jar"
+JUNIT = Path("/usr/share/java/junit-platform-console-standalone.jar")
+SCENARIO = ROOT / "tests/java/scenario.json"
+
+BUILD_DEADLINE = 900  # seconds, as all deadlines here
+UNIT_DEADLINE = 900
+ONE_UNIT_TEST_DEADLINE = 120  # where a test has none of its own
+JAVA_DEADLINE = 420
+SYSTEM_DEADLINE = 480
+
+SANITIZERS = {
+    "ASAN_OPTIONS": "halt_on_error=1:detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1",
+    "UBSAN_OPTIONS": "halt_on_error=1:print_stacktrace=1",
+    "TSAN_OPTIONS": "halt_on_error=1:second_deadlock_stack=1",
+}
+JNI_COMPLAINTS = re.compile(r"(WARNING|FATAL ERROR) in native method.*")
+
+
+class NotRun(Exception):
+    """A run that has no result to count."""
+
+
+@dataclass
+class Case:
+    name: str
+    state: str  # passed, failed or skipped
+    detail: str = ""  # why it failed or was skipped
+
+
+@dataclass
+class Run:
+    floor: str
+    build: str
+    cases: list = field(default_factory=list)
+    seconds: float = 0.0
+
+    def count(self, state):
+        return sum(case.state == state for case in self.cases)
+
+
+def tail(text, lines=25):
+    return "\n".join(text.rstrip().splitlines()[-lines:])
+
+
+def end_group(process):
+    """Ends a command with all that it started."""
+    for how, patience in ((signal.SIGTERM, 5), (signal.SIGKILL, None)):
+        try:
+            os.killpg(process.pid, how)
+            process.wait(patience)
+        except ProcessLookupError:
+            break
+        except subprocess.TimeoutExpired:
+            pass
+
+
+def execute(command, log, deadline, environment=None):
+    """Runs a command with its output in the log; gives back its exit status. NotRun when the deadline passes."""
+    log.parent.mkdir(parents=True, exist_ok=True)
+    with open(log, "wb") as output:
+        process = subprocess.Popen(
+            [str(word) for word in command],
+            stdin=subprocess.DEVNULL,
+            stdout=output,
+            stderr=subprocess.STDOUT,
+            env={**os.environ, **(environment or {})},
+            start_new_session=True,
+        )
+        try:
+            return process.wait(deadline)
+        except subprocess.TimeoutExpired:
+            raise NotRun(f"not done after {deadline} s: {log}\n{tail(read(log))}") from None
+        finally:
+            end_group(process)
+
+
+def read(log):
+    return log.read_text(errors="replace")
+
+
+def demand(command, log, deadline):
+    """Runs a command that has to succeed."""
+    if execute(command, log, deadline) != 0:
+        raise NotRun(f"failed: {' '.join(map(str, command))}: {log}\n{tail(read(log), 40)}")
+
+
+def skip_reason(case, skipped):
+    """GoogleTest prints the reason after a line that ends in "Skipped"; JUnit hands it over; others print it last."""
+    said = (case.findtext("system-out") or "").rstrip()
+    googletest = re.search(r"Skipped\n(.*)", said)
+    if googletest:
+        return googletest.group(1).strip()
+    own = (skipped.text or skipped.get("message") or "").strip()
+    if not own.startswith("SKIP_"):
+        return own or "no reason given"
+    return tail(said, 1) or "no reason given"
+
+
+def case_of(element):
+    name = element.get("name")
+    if element.get("classname") not in (None, "", name):
+        name = f"{element.get('classname').rsplit('.', 1)[-1]}.{name}"
+    bad = element.find("failure") if element.find("failure") is not None else element.find("error")
+    if bad is not None:
+        # A stack trace tells most at its top, a program's output at its end.
+        trace, output = (bad.text or "").strip(), element.findtext("system-out") or ""
+        said = "\n".join(trace.splitlines()[:10]) if trace else tail(output)
+        return Case(name, "failed", said or f"no output in {float(element.get('time') or 0):.0f} s")
+    skipped = element.find("skipped")
+    # CTest calls a test whose program is missing skipped, too; that one has failed.
+    if element.get("status") == "notrun" and not (skipped.get("message") or "").startswith("SKIP_"):
+        return Case(name, "failed", f"not run: {skipped.get('message')}")
+    if skipped is not None or element.get("status") == "disabled":
+        return Case(name, "skipped", "disabled" if skipped is None else skip_reason(element, skipped))
+    return Case(name, "passed")
+
+
+def checked(cases, log, status):
+    """The cases of a run, when they agree with its exit status."""
+    if not cases:
+        raise NotRun(f"no test ran: {log}\n{tail(read(log))}")
+    if status != 0 and all(case.state != "failed" for case in cases):
+        cases.append(Case("exit status", "failed", f"ended with status {status}: {log}\n{tail(read(log))}"))
+    return cases
+
+
+def cases_of(reports, log, status):
+    cases = [case_of(element) for report in reports for element in ElementTree.parse(report).iter("testcase")]
+    return checked(cases, log, status)
+
+
+def unit(preset):
+    """The C++ tests of one build."""
+    folder = RESULTS / "unit"
+    demand(["cmake", "--preset", preset], folder / f"{preset}-build.log", BUILD_DEADLINE)
+    demand(["cmake", "--build", "--preset", preset], folder / f"{preset}-build.log", BUILD_DEADLINE)
+    report, log = folder / f"{preset}.xml", folder / f"{preset}.log"
+    command = ["ctest", "--test-dir", f"build/{preset}", "-j2", "--no-tests=error", "--output-on-failure"]
+    command += ["--timeout", ONE_UNIT_TEST_DEADLINE, "--output-junit", report]
+    if preset != "dev":
+        command += ["-LE", "house"]  # these look at the sources: once is enough
+    status = execute(command, log, UNIT_DEADLINE, SANITIZERS)
+    return cases_of([report] if report.exists() else [], log, status)
+
+
+def build_release(folder, *targets):
+    """Builds what is shipped, and with it what tests it."""
+    demand(["script/build"], folder / "build.log", BUILD_DEADLINE)
+    demand(["cmake", "--build", "--preset", "release", "--target", *targets], folder / "build.log", BUILD_DEADLINE)
+
+
+def junit(reports, jvm=(), launcher=()):
+    """The command that runs the JUnit suite."""
+    return [
+        "java",
+        *jvm,
+        f"-Dorvex.usb.library={LIBRARY}",
+        "-cp",
+        f"{JUNIT}:{TESTS_JAR}",
+        "org.junit.platform.console.ConsoleLauncher",
+        f"--scan-classpath={TESTS_JAR}",
+        f"--reports-dir={reports}",
+        "--details=verbose",  # as it goes on, so that the log of a run that hangs tells where
+        "--disable-banner",
+        "--disable-ansi-colors",
+        *launcher,
+    ]
+
+
+def java_simulated():
+    """The JUnit suite in a JVM that checks its native calls, over the drop-in libusb."""
+    folder = RESULTS / "java"
+    build_release(folder, "orvex_java_tests")
+    reports, log = folder / "reports", folder / "junit.log"
+    with tempfile.TemporaryDirectory() as scratch:
+        environment = {
+            "LD_LIBRARY_PATH": str(RELEASE / "sim/lib"),
+            "SIMBUS_SCENARIO": str(SCENARIO),
+            "SIMBUS_SOCKET": f"{scratch}/simbus",
+        }
+        status = execute(junit(reports, ["-Xcheck:jni"]), log, JAVA_DEADLINE, environment)
+    cases = cases_of(reports.glob("TEST-*.xml"), log, status)
+    complaints = [found.group() for found in JNI_COMPLAINTS.finditer(read(log))]
+    if complaints:
+        cases.append(Case("-Xcheck:jni is silent", "failed", "\n".join(complaints[:10]) + f"\nsee {log}"))
+    return cases
+
+
+def in_machine(deadline, shared, *command):
+    """The command that runs a command in the virtual machine with the devices of the suite on its kernel's bus."""
+    server = RELEASE / "sim/usbip/simbus-usbip"
+    machine = ["tests/system/vm", "--timeout", deadline, "--share", shared, "--env", f"SIMBUS_USBIP={server}", "--"]
+    return [*machine, "tests/system/with-kernel-bus", SCENARIO, "--", *command]
+
+
+def java_on_kernel():
+    """The same suite where a stock kernel, udev and libusb have the devices. What needs the memory bus stays out."""
+    folder = RESULTS / "system"
+    build_release(folder, "orvex_java_tests")
+    reports, log = folder / "reports", folder / "junit.log"
+    reports.mkdir(parents=True)
+    # With the default collector a JVM can crash under emulation.
+    jvm = ["-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx128m", "-Dorvex.test.transfers=5000"]
+    suite = junit(reports, jvm, ["--exclude-tag=memory"])
+    status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite), log, SYSTEM_DEADLINE + 10)
+    return cases_of(reports.glob("TEST-*.xml"), log, status)
+
+
+def system_selftest():
+    """The virtual machine and the kernel's view of the devices, without the library.
+
+    Prints "ok NAME" or "not ok NAME" for each check, and after it what there is to say, in lines with "# ".
+    """
+    folder = RESULTS / "system"
+    build_release(folder, "kernel_bus_probe")
+    log = folder / "selftest.log"
+    status = execute(["tests/system/selftest", RELEASE], log, SYSTEM_DEADLINE)
+    checks = re.findall(r"^(not )?ok (.*)\n((?:# .*\n)*)", read(log), re.MULTILINE)
+    cases = [Case(name, "failed" if bad else "passed", tail(said)) for bad, name, said in checks]
+    return checked(cases, log, status)
+
+
+FLOORS = {
+    "unit": [(preset, lambda preset=preset: unit(preset)) for preset in ("dev", "asan", "tsan")],
+    "java": [("release", java_simulated)],
+    "system": [("kernel bus", system_selftest), ("java on kernel", java_on_kernel)],
+}
+
+
+def perform(floor, build, work):
+    print(f"{floor}: {build} ...", flush=True)
+    run, start = Run(floor, build), time.monotonic()
+    try:
+        run.cases = work()
+    except (NotRun, OSError, ElementTree.ParseError) as problem:
+        run.cases = [Case("could not run", "failed", str(problem))]
+    run.seconds = time.monotonic() - start
+    print(f"{floor}: {build}: {run.count('passed')} passed, {run.count('failed')} failed, "
+          f"{run.count('skipped')} skipped, {run.seconds:.0f} s", flush=True)
+    return run
+
+
+def details(runs, state):
+    return [(run, case) for run in runs for case in run.cases if case.state == state]
+
+
+def summarise(runs):
+    for run, case in details(runs, "failed"):
+        print(f"\nFAILED {run.floor}, {run.build}: {case.name}")
+        print("\n".join(f"    {line}" for line in case.detail.splitlines()))
+    for run, case in details(runs, "skipped"):
+        print(f"\nskipped {run.floor}, {run.build}: {case.name}: {case.detail}")
+    print(f"\n{'floor':8} {'build':16} {'passed':>8} {'failed':>8} {'skipped':>8} {'seconds':>8}")
+    for run in runs:
+        print(f"{run.floor:8} {run.build:16} {run.count('passed'):8} {run.count('failed'):8} "
+              f"{run.count('skipped'):8} {run.seconds:8.0f}")
+    passed, failed, skipped = (len(details(runs, state)) for state in ("passed", "failed", "skipped"))
+    print(f"\n{passed} passed, {failed} failed, {skipped} skipped", flush=True)
+    return 0 if failed == 0 else 1
+
+
+def main(floors):
+    # Ended from outside it leaves by an exception, so that what it started is ended, too.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    shutil.rmtree(RESULTS, ignore_errors=True)
+    return summarise([perform(floor, build, work) for floor in floors for build, work in FLOORS[floor]])
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

@@ -1,0 +1,192 @@
+package com.talvane.orvex.comm;
+
+import com.google.gson.JsonArray;
+import com.google.gson.JsonElement;
+import com.google.gson.JsonObject;
+import com.google.gson.JsonParser;
+import java.io.BufferedReader;
+import java.io.IOException;
+import java.io.UncheckedIOException;
+import java.net.StandardProtocolFamily;
+import java.net.UnixDomainSocketAddress;
+import java.nio.ByteBuffer;
+import java.nio.channels.Channels;
+import java.nio.channels.SocketChannel;
+import java.nio.charset.StandardCharsets;
+import java.util.HexFormat;
+import java.util.List;
+import java.util.stream.Stream;
+import java.util.stream.StreamSupport;
+
+/** The hand on the devices: plugs, pulls and changes them through the control socket of the bus. */
+final class Bus implements AutoCloseable {
+    private static final String SOCKET = "SIMBUS_SOCKET";
+
+    private final SocketChannel channel;
+    private final BufferedReader answers;
+
+    private Bus(SocketChannel channel) {
+        this.channel = channel;
+        this.answers = new BufferedReader(Channels.newReader(channel, StandardCharsets.UTF_8));
+    }
+
+    /** Connects to the socket that the environment names; it is there once the native library is loaded. */
+    static Bus connect() {
+        String path = System.getenv(SOCKET);
+        if (path == null) {
+            throw new IllegalStateException(SOCKET + " must hold the path of the bus's control socket");
+        }
+        try {
+            SocketChannel channel = SocketChannel.open(StandardProtocolFamily.UNIX);
+            channel.connect(UnixDomainSocketAddress.of(path));
+            return new Bus(channel);
+        } catch (IOException e) {
+            throw new UncheckedIOException("cannot connect to the bus at " + path, e);
+        }
+    }
+
+    /** Back to the scenario. */
+    void reset() {
+        ask(op("reset"));
+    }
+
+    /** Whether the devices are in this process, and not behind a kernel. */
+    boolean isMemory() {
+        return ask(op("ping")).get("front").getAsString().equals("memory");
+    }
+
+    void plug(String id) {
+        ask(on("plug", id));
+    }
+
+    void unplug(String id) {
+        ask(on("unplug", id));
+    }
+
+    /** Changes a device's description (a JSON merge patch); the host sees it at the next plug. */
+    void change(String id, String patch) {
+        JsonObject request = on("change", id);
+        request.add("set", JsonParser.parseString(patch));
+        ask(request);
+    }
+
+    /** Changes how an endpoint behaves, at once. */
+    void endpoint(String id, int address, String settings) {
+        JsonObject request = on("endpoint", id, address);
+        request.add("set", JsonParser.parseString(settings));
+        ask(request);
+    }
+
+    /** Gives an IN endpoint bytes to be read. */
+    void feed(String id, int address, byte... data) {
+        JsonObject request = on("feed", id, address);
+        request.addProperty("data", HexFormat.of().formatHex(data));
+        ask(request);
+    }
+
+    /** What came in at an OUT endpoint, a piece for each transfer. */
+    List<byte[]> received(String id, int address) {
+        return elements(ask(on("received", id, address)), "packets")
+                .map(e -> HexFormat.of().parseHex(e.getAsString()))
+                .toList();
+    }
+
+    /** How many transfers wait at an endpoint. */
+    int pending(String id, int address) {
+        return ask(on("pending", id, address)).get("count").getAsInt();
+    }
+
+    /** The serial numbers of the devices that are plugged in and have one. */
+    List<String> pluggedSerials() {
+        return elements(ask(op("devices")), "devices")
+                .map(JsonElement::getAsJsonObject)
+                .filter(d -> d.get("plugged").getAsBoolean())
+                .map(d -> d.has("serial") ? d.get("serial").getAsString() : "")
+                .filter(serial -> !serial.isEmpty())
+                .sorted()
+                .toList();
+    }
+
+    /** Lets the next call of a libusb function fail. Memory only. */
+    void failNext(String call, int code) {
+        fail(call, 1, code);
+    }
+
+    /** Lets the nth next call (1 is the next) of a libusb function fail. Memory only. */
+    void fail(String call, int nth, int code) {
+        JsonObject request = op("fault");
+        request.addProperty("call", call);
+        request.addProperty("nth", nth);
+        request.addProperty("code", code);
+        request.addProperty("times", 1);
+        ask(request);
+    }
+
+    /** Starts the counts of calls anew. Memory only. */
+    void clearCalls() {
+        ask(op("clearCalls"));
+    }
+
+    /** How often a libusb function was called. Memory only. */
+    int calls(String call) {
+        JsonElement count = ask(op("calls")).getAsJsonObject("calls").get(call);
+        return count == null ? 0 : count.getAsInt();
+    }
+
+    /** What was wrong in the calls of libusb. Memory only. */
+    List<String> violations() {
+        return elements(ask(op("violations")), "violations").map(JsonElement::getAsString).toList();
+    }
+
+    @Override
+    public void close() {
+        try {
+            channel.close();
+        } catch (IOException e) {
+            throw new UncheckedIOException(e);
+        }
+    }
+
+    private static JsonObject op(String name) {
+        JsonObject request = new JsonObject();
+        request.addProperty("op", name);
+        return request;
+    }
+
+    private static JsonObject on(String name, String device) {
+        JsonObject request = op(name);
+        request.addProperty("device", device);
+        return request;
+    }
+
+    private static JsonObject on(String name, String device, int address) {
+        JsonObject request = on(name, device);
+        request.addProperty("address", address);
+        return request;
+    }
+
+    private static Stream<JsonElement> elements(JsonObject answer, String name) {
+        JsonArray array = answer.getAsJsonArray(name);
+        return StreamSupport.stream(array.spliterator(), false);
+    }
+
+    private synchronized JsonObject ask(JsonObject request) {
+        try {
+            ByteBuffer line = StandardCharsets.UTF_8.encode(request + "\n");
+            while (line.hasRemaining()) {
+                channel.write(line);
+            }
+            String text = answers.readLine();
+            if (text == null) {
+                throw new IOException("the bus closed the connection");
+            }
+            JsonObject answer = JsonParser.parseString(text).getAsJsonObject();
+            if (!answer.get("ok").getAsBoolean()) {
+                throw new IOException(answer.get("error").getAsString());
+            }
+            return answer;
+        } catch (IOException e) {
+            throw new UncheckedIOException(request + ": " + e.getMessage(), e);
+        }
+    }
+}

@@ -1,0 +1,79 @@
+package com.talvane.orvex.comm;
+
+import java.util.concurrent.CountDownLatch;
+
+/** Programs for {@link ChildVm}: what can only be seen in a process of its own. */
+final class ChildPrograms {
+    private static final int[] VENDORS = {UsbTest.VENDOR};
+
+    private ChildPrograms() {
+    }
+
+    /**
+     * Runs a program.
+     *
+     * @param args its name
+     */
+    public static void main(String[] args) throws Exception {
+        ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
+        switch (args[0]) {
+            case "fresh" -> fresh(usb);
+            case "session" -> session(usb);
+            case "leaveOpen" -> openFirst(usb);
+            case "leaveReading" -> leaveReading(usb);
+            default -> throw new IllegalArgumentException(args[0]);
+        }
+    }
+
+    /** The first calls after the library was loaded, each answer on a line. */
+    private static void fresh(ORVEXCommUSBAccess usb) {
+        say("version", usb.usbGetLibVersion());
+        say("release", usb.usbRelease(0));
+        say("count", usb.usbGetDeviceListCount(0));
+        say("update without lists", usb.usbUpdateDeviceList(0, 0));
+        say("release without lists", usb.usbReleaseDeviceList(0));
+        say("open", usb.usbOpenDevice(0, 0));
+        say("create before initialize", usb.usbCreateDeviceList2(0, VENDORS));
+        say("initialize", usb.usbInitialize());
+        say("initialize again", usb.usbInitialize());
+        say("release another", usb.usbRelease(1));
+        say("first list", usb.usbCreateDeviceList2(0, VENDORS));
+        say("second list", usb.usbCreateDeviceList2(0, new int[0]));
+        say("third list", usb.usbCreateDeviceList(0, 0xFFFE));
+        say("update unknown", usb.usbUpdateDeviceList(3, 0));
+        say("release unknown", usb.usbReleaseDeviceList(3));
+        say("release first", usb.usbReleaseDeviceList(0));
+        say("release", usb.usbRelease(0));
+        say("release again", usb.usbRelease(0));
+    }
+
+    private static void say(String what, int result) {
+        System.out.println(what + ": " + result);
+    }
+
+    private static void session(ORVEXCommUSBAccess usb) {
+        usb.usbInitialize();
+        usb.usbReleaseDeviceList(usb.usbCreateDeviceList2(0, VENDORS));
+        usb.usbRelease(0);
+    }
+
+    /** Opens the first device that has endpoints, and a session that nobody releases. */
+    private static Device openFirst(ORVEXCommUSBAccess usb) {
+        usb.usbInitialize();
+        Device device = new Device(usb, usb.usbCreateDeviceList2(0, VENDORS), 0);
+        System.out.println("open: " + device.open());
+        return device;
+    }
+
+    private static void leaveReading(ORVEXCommUSBAccess usb) throws InterruptedException {
+        Device device = openFirst(usb);
+        CountDownLatch reading = new CountDownLatch(1);
+        Thread reader = new Thread(() -> {
+            reading.countDown();
+            device.read(0x81, 0, new byte[64]);
+        });
+        reader.setDaemon(true);
+        reader.start();
+        reading.await();
+    }
+}

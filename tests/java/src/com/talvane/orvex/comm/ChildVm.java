@@ -1,0 +1,91 @@
+package com.talvane.orvex.comm;
+
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.File;
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+
+/** A Java program in a virtual machine of its own, with the same native library and, in memory, a bus of its own. */
+final class ChildVm {
+    private static final int FIRST_TO_WARN_OF_NATIVE_ACCESS = 24;
+
+    private final List<String> options = new ArrayList<>(
+            List.of("-Xcheck:jni", "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx128m"));
+    private final ProcessBuilder builder = new ProcessBuilder();
+
+    /** How a program ended, and what it wrote. */
+    record Outcome(int status, String out, String err) {
+    }
+
+    ChildVm() {
+        if (Runtime.version().feature() >= FIRST_TO_WARN_OF_NATIVE_ACCESS) {
+            options.add("--enable-native-access=ALL-UNNAMED");
+        }
+        passOn(NativeLibrary.PATH_PROPERTY);
+        passOn("java.library.path");
+        builder.environment().remove("SIMBUS_SOCKET");
+        builder.environment().remove("ORVEXCOMM_DEBUG");
+    }
+
+    private void passOn(String property) {
+        String value = System.getProperty(property);
+        if (value != null) {
+            options.add("-D" + property + "=" + value);
+        }
+    }
+
+    ChildVm with(String option) {
+        options.add(option);
+        return this;
+    }
+
+    ChildVm without(String property) {
+        options.removeIf(option -> option.startsWith("-D" + property + "="));
+        return this;
+    }
+
+    ChildVm withEnvironment(String name, String value) {
+        builder.environment().put(name, value);
+        return this;
+    }
+
+    /** Runs one of the programs of {@link ChildPrograms}; whatever happens it is gone afterwards. */
+    Outcome run(String program) throws Exception {
+        Path out = Files.createTempFile("child", ".out");
+        Path err = Files.createTempFile("child", ".err");
+        try {
+            List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java"));
+            command.addAll(options);
+            command.addAll(List.of("-cp", ownJar(), ChildPrograms.class.getName(), program));
+            Process process = builder.command(command)
+                    .redirectOutput(out.toFile())
+                    .redirectError(err.toFile())
+                    .start();
+            boolean ended = process.waitFor(120, TimeUnit.SECONDS);
+            process.destroyForcibly().waitFor();
+            assertTrue(ended, () -> program + " did not end: " + read(out) + read(err));
+            return new Outcome(process.exitValue(), read(out), read(err));
+        } finally {
+            Files.delete(out);
+            Files.delete(err);
+        }
+    }
+
+    /** The jar of the tests; its manifest names the others. */
+    private static String ownJar() {
+        return new File(ChildVm.class.getProtectionDomain().getCodeSource().getLocation().getPath()).getPath();
+    }
+
+    private static String read(Path file) {
+        try {
+            return Files.readString(file);
+        } catch (IOException e) {
+            return e.toString();
+        }
+    }
+}

@@ -1,0 +1,101 @@
+package com.talvane.orvex.comm;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+
+import java.util.Arrays;
+import java.util.HexFormat;
+import java.util.List;
+import org.junit.jupiter.api.Test;
+
+class CompositeDeviceTest extends UsbTest {
+    private static final String WHOLE = ":=6A5D:=2001:=0100:=Talvane:=Composite Tool:=COMP0003:=x:=b:=1:=0:=end";
+    private static final String PART = ":=6A5D:=2001:=0100:=Talvane:=Data Port:=COMP0003_01:=x:=b:=2:=1:=end";
+
+    private static void assertWorks(Device device, int endpoint) {
+        assertEquals(9, device.write(endpoint, pattern(9)));
+        byte[] echo = new byte[9];
+        assertEquals(9, device.read(endpoint, echo));
+        assertArrayEquals(pattern(9), echo);
+    }
+
+    @Test
+    void aCompositeDeviceIsListedAsAWholeAndThenAsItsInterface() {
+        openSession();
+        assertEquals(List.of("1" + WHOLE, "1" + PART), lines(list(OTHER_VENDOR)));
+    }
+
+    @Test
+    void interfacesComeAfterAllWholeDevices() {
+        int list = sessionWithList();
+        assertEquals(List.of("0", "0", "1"), lines(list).stream()
+                .limit(3).map(l -> l.split(":=")[9]).sorted().toList());
+        assertEquals("COMP0003_01", new Device(usb, list, 3).field(7));
+    }
+
+    @Test
+    void bothAreOpenAtOnceEachOnItsInterface() {
+        Device whole = open("COMP0003");
+        Device part = open(find(whole.list(), "COMP0003_01"));
+        assertWorks(whole, 0x01);
+        assertWorks(part, 0x02);
+        assertEquals(0, whole.close());
+        assertWorks(part, 0x02);
+    }
+
+    @Test
+    void theInterfaceHasItsOwnDescriptorsAndTheDevicesOwn() {
+        Device part = find(sessionWithList(), "COMP0003_01");
+        byte[] buffer = new byte[512];
+        assertEquals(30, usb.usbGetDeviceDescriptor(part.list(), part.index(), 2, 0, 512, buffer));
+        assertArrayEquals(HexFormat.of().parseHex("0904010003FFFF00"), Arrays.copyOf(buffer, 8));
+        assertEquals(18, usb.usbGetDeviceDescriptor(part.list(), part.index(), 1, 0, 18, buffer));
+        assertEquals(-131, usb.usbGetDeviceDescriptor(part.list(), part.index(), 5, 0x01, 7, buffer));
+        assertEquals(7, usb.usbGetDeviceDescriptor(part.list(), part.index(), 5, 0x82, 7, buffer));
+        byte[] endpoints = new byte[24];
+        assertEquals(3, usb.usbGetEndpointList(part.list(), part.index(), endpoints));
+        assertArrayEquals(
+                HexFormat.of().parseHex("8300400003000100" + "0200400002000000" + "8200400002000100"), endpoints);
+    }
+
+    @Test
+    void aDeviceOfAnotherVendorIsNeverSplit() {
+        openSession();
+        assertEquals(
+                List.of("1:=1209:=0001:=0100:=Somebody:=Other Thing:=OTHER004:=x:=b:=0:=0:=end"),
+                lines(list(0x1209)));
+    }
+
+    @Test
+    void theFirstInterfaceIsNeverSplitOff() {
+        assertEquals("0", find(sessionWithList(), "BENCH00001").field(10));
+    }
+
+    @Test
+    void theSecondBulkEndpointMayBelongToALaterInterface() {
+        bus.plug("spread");
+        int list = sessionWithList();
+        Device part = find(list, "SPREAD16_01");
+        assertEquals("2", part.field(10));
+        assertEquals("1", part.field(11));
+        assertEquals("1", find(list, "SPREAD16").field(10));
+        assertEquals(1, usb.usbGetEndpointList(list, part.index(), null));
+    }
+
+    @Test
+    void bothComeAndGoTogether() {
+        int list = sessionWithList();
+        Device whole = find(list, "COMP0003");
+        Device part = find(list, "COMP0003_01");
+        bus.unplug("composite");
+        updateUntilPresent(whole, false);
+        assertEquals("0" + WHOLE, whole.line());
+        assertEquals("0" + PART, part.line());
+        bus.plug("composite");
+        updateUntilPresent(whole, true);
+        assertEquals("1" + PART, part.line());
+        assertEquals(1, lines(list).stream().filter(l -> l.equals("1" + PART)).count());
+        assertWorks(open(whole), 0x01);
+        assertWorks(open(part), 0x02);
+    }
+}

@@ -1,0 +1,195 @@
+package com.talvane.orvex.comm;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
+
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.Arrays;
+import java.util.concurrent.Future;
+import java.util.stream.Stream;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
+
+/** Wrong use, and use to the limit: the virtual machine lives on. */
+class RobustnessTest extends UsbTest {
+    private static final int MOST_GROWTH_KB = 16 * 1024;
+
+    @Test
+    void aShortArrayOfAReadGetsWhatFits() {
+        Device bench = openBench();
+        assertEquals(64, bench.write(0x01, pattern(64)));
+        byte[] small = new byte[5];
+        assertEquals(64, usb.usbReadBulkPipe(bench.list(), bench.index(), 0x81, 64, Device.AMPLE, small));
+        assertArrayEquals(pattern(5), small);
+    }
+
+    @Test
+    void aShortArrayOfAWriteIsFollowedByZeroes() {
+        Device bench = openBench();
+        byte[] small = pattern(5);
+        assertEquals(64, usb.usbWriteBulkPipe(bench.list(), bench.index(), 0x03, 64, Device.AMPLE, small));
+        assertArrayEquals(Arrays.copyOf(pattern(5), 64), bus.received("bench", 0x03).get(0));
+        assertArrayEquals(pattern(5), small);
+        assertEquals(70, usb.usbWriteInterruptPipeEx(
+                bench.list(), bench.index(), 0x06, 70, Device.AMPLE, small, 64, 0xFF));
+        assertArrayEquals(Arrays.copyOf(pattern(5), 64), bus.received("bench", 0x06).get(0));
+        byte[] last = new byte[64];
+        Arrays.fill(last, 6, 64, (byte) 0xFF);
+        assertArrayEquals(last, bus.received("bench", 0x06).get(1));
+    }
+
+    @Test
+    void shortArraysWithLargeLengthsLeaveTheHeapAlone() {
+        Device bench = openBench();
+        byte[][] neighbours = new byte[1000][];
+        for (int i = 0; i < neighbours.length; i++) {
+            byte[] tiny = new byte[i % 9];
+            assertEquals(100_000, usb.usbReadBulkPipe(
+                    bench.list(), bench.index(), 0x83, 100_000, Device.AMPLE, tiny));
+            neighbours[i] = new byte[64];
+        }
+        System.gc();
+        for (byte[] neighbour : neighbours) {
+            assertArrayEquals(new byte[64], neighbour);
+        }
+    }
+
+    @Test
+    void nullArraysMoveNothing() {
+        Device d = openBench();
+        assertEquals(-112, usb.usbWriteBulkPipe(d.list(), d.index(), 0x01, 64, 1000, null));
+        assertEquals(-113, usb.usbReadBulkPipe(d.list(), d.index(), 0x83, 64, 1000, null));
+        assertEquals(-112, usb.usbWriteInterruptPipe(d.list(), d.index(), 0x02, 64, 1000, null));
+        assertEquals(-113, usb.usbReadInterruptPipe(d.list(), d.index(), 0x82, 64, 1000, null));
+        assertEquals(-112, usb.usbWriteInterruptPipeEx(d.list(), d.index(), 0x06, 64, 1000, null, 64, 0));
+        assertEquals(-113, usb.usbReadInterruptPipeEx(d.list(), d.index(), 0x82, 64, 1000, null, 64, 0));
+        assertEquals(0, usb.usbWriteBulkPipe(d.list(), d.index(), 0x03, 0, 1000, null));
+        assertEquals(-112, usb.usbWriteControlPipe(d.list(), d.index(), 0, 1000, null));
+        assertEquals(-113, usb.usbReadControlPipe(d.list(), d.index(), 0, 1000, null));
+        usb.usbGetDeviceDescriptor(d.list(), d.index(), 1, 0, 18, null);
+        usb.usbGetDeviceDescriptor(d.list(), d.index(), 2, 0, 512, null);
+        usb.usbGetDeviceDescriptor(d.list(), d.index(), 3, 1, 64, null);
+        usb.usbGetDeviceDescriptor(d.list(), d.index(), 5, 0x81, 7, null);
+        assertEquals(4, d.write(0x01, pattern(4)));
+        assertEquals(4, d.read(0x81, new byte[4]));
+    }
+
+    @ParameterizedTest(name = "length {0}")
+    @ValueSource(ints = {-1, Integer.MIN_VALUE})
+    void aNegativeLengthIsRefused(int length) {
+        Device d = openBench();
+        byte[] buffer = pattern(64);
+        assertEquals(-112, usb.usbWriteBulkPipe(d.list(), d.index(), 0x03, length, 1000, buffer));
+        assertEquals(-113, usb.usbReadBulkPipe(d.list(), d.index(), 0x83, length, 1000, buffer));
+        assertEquals(-112, usb.usbWriteInterruptPipe(d.list(), d.index(), 0x06, length, 1000, buffer));
+        assertEquals(-113, usb.usbReadInterruptPipe(d.list(), d.index(), 0x86, length, 1000, buffer));
+        assertEquals(-112, usb.usbWriteBulkPipeEx(d.list(), d.index(), 0x03, length, 1000, buffer, 64, 0));
+        assertEquals(-113, usb.usbReadBulkPipeEx(d.list(), d.index(), 0x83, length, 1000, buffer, 64, 0));
+        assertEquals(-113, usb.usbReadInterruptPipeEx(d.list(), d.index(), 0x86, length, 1000, buffer, 64, 0));
+        assertArrayEquals(pattern(64), buffer);
+    }
+
+    private Future<Integer> blockedRead(Device bench) {
+        return whileWaiting("bench", 0x84, () -> bench.read(0x84, 0, new byte[64]));
+    }
+
+    @Test
+    void closeDuringAReadEndsIt() throws Exception {
+        Device bench = openBench();
+        Future<Integer> read = blockedRead(bench);
+        assertEquals(0, bench.close());
+        assertEquals(0, result(read));
+        assertEquals(-114, bench.read(0x84, new byte[1]));
+        assertEquals(0, bench.open());
+        assertEquals(4, bench.write(0x01, pattern(4)));
+    }
+
+    @Test
+    void releasingTheListDuringAReadEndsIt() throws Exception {
+        Device bench = openBench();
+        Future<Integer> read = blockedRead(bench);
+        assertEquals(0, usb.usbReleaseDeviceList(bench.list()));
+        assertEquals(0, result(read));
+        assertEquals(-109, bench.read(0x84, new byte[1]));
+        assertEquals(-109, bench.close());
+        assertEquals(-114, bench.close());
+    }
+
+    @Test
+    void endingTheSessionDuringAReadEndsIt() throws Exception {
+        acceptReferencesLeftBehind();
+        Device bench = openBench();
+        Future<Integer> read = blockedRead(bench);
+        assertEquals(0, usb.usbRelease(0));
+        assertEquals(0, result(read));
+        assertEquals(-109, bench.read(0x84, new byte[1]));
+    }
+
+    @Test
+    void aDeviceOfAReleasedListIsNotOpen() {
+        Device bench = openBench();
+        assertEquals(0, usb.usbReleaseDeviceList(bench.list()));
+        assertEquals(-109, bench.write(0x01, pattern(1)));
+        assertEquals(-114, bench.open());
+        open(find(list(VENDOR), "BENCH00001"));
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"leaveOpen", "leaveReading"})
+    void aProgramMayEndWithoutGivingAnythingBack(String program) throws Exception {
+        ChildVm.Outcome child = new ChildVm().run(program);
+        assertEquals("open: 0\n", child.out(), child.err());
+        assertEquals(0, child.status(), child.err());
+        assertEquals("", child.err());
+    }
+
+    /** 100,000 unless the system property says otherwise: an emulated machine takes its time. */
+    @Test
+    void manyTransfersLeaveThreadsDescriptorsAndMemoryAsTheyWere() throws IOException {
+        assumeTrue(Files.exists(Path.of("/proc/self/status")), "needs the figures of /proc/self");
+        int transfers = Integer.getInteger("orvex.test.transfers", 100_000);
+        Device bench = openBench();
+        bus.endpoint("bench", 0x01, "{\"record\": false}");
+        echo(bench, transfers / 10);
+        System.gc();
+        Footprint before = Footprint.now();
+        echo(bench, transfers);
+        System.gc();
+        Footprint after = Footprint.now();
+        assertTrue(after.threads() <= before.threads() + 1, () -> before + " became " + after);
+        assertTrue(after.descriptors() <= before.descriptors() + 1, () -> before + " became " + after);
+        assertTrue(after.residentKb() <= before.residentKb() + MOST_GROWTH_KB, () -> before + " became " + after);
+    }
+
+    private static void echo(Device bench, int transfers) {
+        byte[] data = pattern(64);
+        byte[] buffer = new byte[64];
+        for (int i = 0; i < transfers; i += 2) {
+            assertEquals(64, bench.write(0x01, data));
+            assertEquals(64, bench.read(0x81, buffer));
+        }
+        assertArrayEquals(data, buffer);
+    }
+
+    private record Footprint(int threads, int descriptors, int residentKb) {
+        static Footprint now() throws IOException {
+            try (Stream<Path> open = Files.list(Path.of("/proc/self/fd"))) {
+                return new Footprint(status("Threads:"), (int) open.count(), status("VmRSS:"));
+            }
+        }
+
+        private static int status(String key) throws IOException {
+            return Files.readAllLines(Path.of("/proc/self/status")).stream()
+                    .filter(line -> line.startsWith(key))
+                    .map(line -> line.replaceAll("\\D", ""))
+                    .mapToInt(Integer::parseInt)
+                    .findFirst()
+                    .orElseThrow();
+        }
+    }
+}

@@ -1,0 +1,168 @@
+package com.talvane.orvex.comm;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.talvane.orvex.comm.tool.ToolRun;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
+
+/** The commands of the tool, as a user types them, on the devices of the scenario. */
+class ToolTest extends UsbTest {
+    @TempDir
+    private Path folder;
+
+    @BeforeEach
+    void waitForTheHost() {
+        openSession();
+        usb.usbRelease(0);
+    }
+
+    private ToolRun run(String line) {
+        return ToolRun.of(new byte[0], line.split(" "));
+    }
+
+    private ToolRun good(String line) {
+        ToolRun run = run(line);
+        assertEquals(0, run.status(), run.err());
+        assertEquals(-116, usb.usbRelease(0), "the session was left open");
+        return run;
+    }
+
+    private void assertFails(String line, String text) {
+        ToolRun run = run(line);
+        assertEquals(1, run.status(), run.err());
+        assertTrue(run.err().startsWith("orvex-usb: "), run.err());
+        assertTrue(run.err().contains(text), run.err());
+        assertEquals(-116, usb.usbRelease(0), "the session was left open");
+    }
+
+    @Test
+    void listShowsATableOfBothVendors() {
+        String table = good("list").out();
+        assertTrue(table.startsWith("INDEX  ID         RELEASE  TYPE  PART"), table);
+        assertTrue(
+                table.contains("6A5C:1001  0100     bulk  whole        BENCH00001   Talvane       Bench Tool"), table);
+        assertTrue(table.contains("composite    COMP0003 "), table);
+        assertTrue(table.contains("interface 1  COMP0003_01"), table);
+        assertFalse(table.contains("OTHER004"), table);
+    }
+
+    @Test
+    void listShowsTheDevicesOfChosenVendors() {
+        assertEquals(
+                "1:=1209:=0001:=0100:=Somebody:=Other Thing:=OTHER004:=x:=b:=0:=0:=end\n",
+                good("list --raw -V 0x1209").out());
+        assertEquals("No devices found.\n", good("list -V 0xFFF0").out());
+        assertEquals(3, good("list --raw -V 0x1209 -V 27228").out().lines().count());
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"--serial BENCH00001", "--serial PAIR0002 --size 1000", "--index 0 --text Hello"})
+    void echoComesBackEqual(String choice) {
+        String out = good("echo " + choice).out();
+        assertTrue(out.endsWith("The echo is equal.\n"), out);
+        assertTrue(out.matches("(?s)Opened .*\nOUT 0x01  \\d+ bytes in \\d+\\.\\d{3} ms\n.*IN  0x81  .*"), out);
+    }
+
+    @Test
+    void echoShowsBothDumps() {
+        String out = good("echo --serial BENCH00001 --text Hello").out();
+        assertEquals(2, out.split("48 65 6C 6C 6F {35}\\|Hello\\|", -1).length - 1, out);
+    }
+
+    @Test
+    void anEchoThatDiffersFails() {
+        ToolRun run = run("echo --serial BENCH00001 --out 3 --in 0x83 --text zzz");
+        assertEquals(1, run.status());
+        assertTrue(run.out().endsWith("The echo differs.\n"), run.out());
+    }
+
+    @Test
+    void writeSendsHexAndReadShowsIt() {
+        good("write --serial BENCH00001 --data 01:A2:ff");
+        assertArrayEquals(new byte[] {1, (byte) 0xA2, (byte) 0xFF}, bus.received("bench", 0x01).get(0));
+        bus.feed("bench", 0x82, pattern(3));
+        assertEquals(
+                "  00000000  01 02 03                                         |...|\n",
+                good("read --serial BENCH00001 --in 0x82 --interrupt").out());
+    }
+
+    @Test
+    void filesAndStandardStreamsCarryRawBytes() throws Exception {
+        Path file = folder.resolve("data");
+        Files.write(file, pattern(300));
+        good("write --serial BENCH00001 --out 6 --interrupt -i " + file);
+        assertArrayEquals(pattern(300), bus.received("bench", 0x06).get(0));
+        assertEquals(0, ToolRun.of(pattern(20), "write", "--serial", "BENCH00001", "--out", "3", "-i", "-").status());
+        assertArrayEquals(pattern(20), bus.received("bench", 0x03).get(0));
+
+        bus.feed("bench", 0x81, pattern(50));
+        good("read --serial BENCH00001 --output " + file);
+        assertArrayEquals(pattern(50), Files.readAllBytes(file));
+        bus.feed("bench", 0x81, pattern(50));
+        assertArrayEquals(pattern(50), good("read --serial BENCH00001 -o -").bytes());
+    }
+
+    @Test
+    void failuresAreToldWithTheirCode() {
+        assertFails(
+                "read --serial BENCH00001 --in 0x84 --timeout 50",
+                "read from endpoint 0x84 of BENCH00001: -150: the transfer timed out");
+        assertFails("read --serial BENCH00001 --in 0x1F", "-109: the device is not open, or has no such endpoint");
+        assertFails("echo --serial NOBODY", "no device with serial number NOBODY");
+        assertFails("echo --index 99", "no device with index 99");
+        assertFails("write --serial BENCH00001 -i /nowhere/at/all", "/nowhere/at/all");
+    }
+
+    @Test
+    void aDeviceThatIsNotSupportedIsTold() {
+        bus.plug("modem");
+        openSession();
+        usb.usbRelease(0);
+        assertFails("echo --serial MODEM006", "open MODEM006: -158: ");
+    }
+
+    @Test
+    void aWriteThatIsCutShortFails() {
+        ToolRun run = run("write --serial BENCH00001 --out 5 --data 0102");
+        assertEquals(1, run.status());
+        assertTrue(run.err().contains("took only 0 of 2"), run.err());
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {
+        "", "nothing", "echo", "echo --serial a --index 1", "echo --index -1", "echo --index 0 --size 0",
+        "echo --index 0 --size 1 --text a", "list -V 0x10000", "list -V x", "write --index 0", "list extra",
+        "write --index 0 --data 123", "write --index 0 --data 01 --input -", "read --index 0 --in 256"
+    })
+    void wrongUseIsTold(String line) {
+        ToolRun run = run(line);
+        assertEquals(2, run.status(), run.err());
+        assertTrue(run.err().contains("Usage: orvex-usb"), run.err());
+    }
+
+    @Test
+    void codesAreListed() {
+        String out = good("codes").out();
+        assertTrue(out.contains("-150  library  the transfer timed out\n"), out);
+        assertEquals(UsbAccessCode.values().length + 1, out.lines().count());
+    }
+
+    @Test
+    void versionAndHelpAreTold() {
+        assertEquals("orvex-usb, library version 3.47\n", good("--version").out());
+        String help = good("--help").out();
+        for (String part : new String[] {"list", "echo", "read", "write", "codes", "Exit status:", "--simulate"}) {
+            assertTrue(help.contains(part), help);
+        }
+        assertTrue(good("echo --help").out().contains("--serial"));
+    }
+}
