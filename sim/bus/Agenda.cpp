@@ -1,0 +1,66 @@
+#include "Agenda.h"
+
+#include <utility>
+
+namespace simbus {
+
+void Agenda::complete(Transfer& transfer, Status status) {
+    transfer.status = status;
+    calls_.push_back({&transfer, nullptr, false});
+    ++added_;
+}
+
+void Agenda::tell(DeviceInfoPtr device, bool arrived) {
+    calls_.push_back({nullptr, std::move(device), arrived});
+    ++added_;
+}
+
+void Agenda::wakeAt(std::int64_t nanoseconds) {
+    if (nanoseconds < nextWake_) {
+        nextWake_ = nanoseconds;
+        wakeChanged_.notify_all();
+    }
+}
+
+int Agenda::subscribe(Bus::Subscriber subscriber) {
+    subscribers_.emplace(nextSubscription_, std::move(subscriber));
+    return nextSubscription_++;
+}
+
+void Agenda::deliver(std::unique_lock<std::mutex>& lock) {
+    if (maker_ != std::thread::id()) {
+        return;
+    }
+    maker_ = std::this_thread::get_id();
+    while (!calls_.empty()) {
+        const Call call = std::move(calls_.front());
+        calls_.pop_front();
+        make(call, lock);
+        ++made_;
+    }
+    maker_ = std::thread::id();
+    madeOne_.notify_all();
+}
+
+void Agenda::make(const Call& call, std::unique_lock<std::mutex>& lock) {
+    if (call.transfer != nullptr) {
+        lock.unlock();
+        call.transfer->done();
+        lock.lock();
+        return;
+    }
+    const auto subscribers = subscribers_;
+    lock.unlock();
+    for (const auto& [number, subscriber] : subscribers) {
+        subscriber(call.device, call.arrived);
+    }
+    lock.lock();
+}
+
+void Agenda::settle(std::unique_lock<std::mutex>& lock) {
+    const std::uint64_t due = added_;
+    deliver(lock);
+    madeOne_.wait(lock, [&] { return made_ >= due || maker_ == std::this_thread::get_id(); });
+}
+
+}  // namespace simbus

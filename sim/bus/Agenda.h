@@ -1,0 +1,68 @@
+// What the bus has still to do, kept apart from the devices that cause it: calls to make with no lock held,
+// in the order in which they arose, and the next moment at which a delayed transfer falls due.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "Bus.h"
+
+namespace simbus {
+
+inline std::int64_t nowNanoseconds() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// All functions expect the lock of the bus to be held.
+class Agenda {
+ public:
+    static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+
+    void complete(Transfer& transfer, Status status);
+    void tell(DeviceInfoPtr device, bool arrived);
+    void wakeAt(std::int64_t nanoseconds);
+
+    int subscribe(Bus::Subscriber subscriber);
+    void unsubscribe(int subscription) { subscribers_.erase(subscription); }
+
+    // Makes the calls that are due, letting go of the lock around each, unless another thread (or a caller of
+    // this one) is at it: that one makes them.
+    void deliver(std::unique_lock<std::mutex>& lock);
+    // deliver(), then waits until everything that was due at entry has been called; does not wait inside such
+    // a call.
+    void settle(std::unique_lock<std::mutex>& lock);
+
+    // The earliest moment asked for with wakeAt(), which is forgotten by takeWake().
+    std::int64_t nextWake() const { return nextWake_; }
+    void takeWake() { nextWake_ = never; }
+    // Told when nextWake() moves forward.
+    std::condition_variable& wakeChanged() { return wakeChanged_; }
+
+ private:
+    struct Call {
+        Transfer* transfer;  // null when it is about a device
+        DeviceInfoPtr device;
+        bool arrived;
+    };
+    void make(const Call& call, std::unique_lock<std::mutex>& lock);
+
+    std::deque<Call> calls_;
+    std::uint64_t added_ = 0;
+    std::uint64_t made_ = 0;
+    std::thread::id maker_;  // of the thread that makes the calls now
+    std::condition_variable madeOne_;
+    std::map<int, Bus::Subscriber> subscribers_;
+    int nextSubscription_ = 1;
+    std::int64_t nextWake_ = never;
+    std::condition_variable wakeChanged_;
+};
+
+}  // namespace simbus

@@ -1,0 +1,278 @@
+#include "Bus.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+#include "BusParts.h"
+#include "CallLog.h"
+
+namespace simbus {
+
+using Lock = std::unique_lock<std::mutex>;
+
+namespace {
+
+void loadFromEnvironment(Bus& bus) {
+    const char* path = std::getenv("SIMBUS_SCENARIO");
+    if (path == nullptr || *path == '\0') {
+        return;
+    }
+    try {
+        std::ifstream file(path);
+        if (!file) {
+            throw std::runtime_error("cannot be read");
+        }
+        bus.loadScenario({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "simbus: scenario %s: %s\n", path, error.what());
+    }
+}
+
+}  // namespace
+
+// Stops the threads when the process ends or the library is unloaded. What they work on stays, because
+// threads of the program may still be calling.
+struct BusEnd {
+    ~BusEnd() { Bus::instance().stop(); }
+};
+
+Bus& Bus::instance() {
+    static auto* const bus = new Bus;
+    static const BusEnd end;
+    return *bus;
+}
+
+namespace {
+[[maybe_unused]] const Bus& madeAtLoad = Bus::instance();
+}
+
+Bus::Bus() : parts_(new Parts) {
+    loadFromEnvironment(*this);
+    const char* path = std::getenv("SIMBUS_SOCKET");
+    if (path != nullptr && *path != '\0') {
+        parts_->socket.open(path, [this](const std::string& line) { return command(line); });
+    }
+}
+
+void Bus::stop() {
+    parts_->socket.close();
+    {
+        const Lock lock(parts_->mutex);
+        parts_->stopping = true;
+        parts_->agenda.wakeChanged().notify_all();
+    }
+    parts_->timer.finish();
+}
+
+void Bus::plug(const std::string& id) {
+    Lock lock(parts_->mutex);
+    parts_->plug(parts_->find(id));
+    parts_->settle(lock);
+}
+
+void Bus::unplug(const std::string& id) {
+    Lock lock(parts_->mutex);
+    parts_->unplug(parts_->find(id));
+    parts_->settle(lock);
+}
+
+void Bus::reset() {
+    Lock lock(parts_->mutex);
+    parts_->reset();
+    parts_->settle(lock);
+    lock.unlock();
+    CallLog& log = CallLog::instance();
+    log.clearFaults();
+    log.clearHooks();
+    log.clearCounts();
+    log.clearViolations();
+}
+
+void Bus::feed(const std::string& id, std::uint8_t endpoint, const Bytes& data) {
+    if ((endpoint & 0x80U) == 0) {
+        throw std::runtime_error("only an IN endpoint can be fed");
+    }
+    Lock lock(parts_->mutex);
+    parts_->endpoint(id, endpoint).feed(data);
+    parts_->settle(lock);
+}
+
+std::vector<Bytes> Bus::received(const std::string& id, std::uint8_t endpoint) {
+    const Lock lock(parts_->mutex);
+    return parts_->received(id, endpoint).all();
+}
+
+void Bus::clearReceived(const std::string& id, std::uint8_t endpoint) {
+    const Lock lock(parts_->mutex);
+    parts_->received(id, endpoint).clear();
+}
+
+std::size_t Bus::pending(const std::string& id, std::uint8_t endpoint) {
+    const Lock lock(parts_->mutex);
+    return parts_->endpoint(id, endpoint).waiting();
+}
+
+std::vector<DeviceInfoPtr> Bus::devices() {
+    const Lock lock(parts_->mutex);
+    std::vector<DeviceInfoPtr> infos;
+    for (const BusDevice& device : parts_->devices) {
+        if (device.plugged) {
+            infos.push_back(device.plugged->info());
+        }
+    }
+    std::sort(infos.begin(), infos.end(),
+              [](const auto& one, const auto& other) { return one->connection < other->connection; });
+    return infos;
+}
+
+int Bus::subscribe(Subscriber subscriber) {
+    const Lock lock(parts_->mutex);
+    return parts_->agenda.subscribe(std::move(subscriber));
+}
+
+void Bus::unsubscribe(int subscription) {
+    const Lock lock(parts_->mutex);
+    parts_->agenda.unsubscribe(subscription);
+}
+
+Submitted Bus::submit(ConnectionId connection, Transfer& transfer) {
+    Lock lock(parts_->mutex);
+    PluggedDevice* device = parts_->connection(connection);
+    if (device == nullptr) {
+        return Submitted::noDevice;
+    }
+    Endpoint* endpoint = device->endpoint(transfer.endpoint);
+    if (endpoint == nullptr) {
+        return Submitted::noEndpoint;
+    }
+    transfer.connection = connection;
+    endpoint->submit(transfer);
+    parts_->deliver(lock);
+    return Submitted::accepted;
+}
+
+bool Bus::cancel(Transfer& transfer) {
+    Lock lock(parts_->mutex);
+    PluggedDevice* device = parts_->connection(transfer.connection);
+    Endpoint* endpoint = device == nullptr ? nullptr : device->endpoint(transfer.endpoint);
+    const bool cancelled = endpoint != nullptr && endpoint->cancel(transfer);
+    parts_->deliver(lock);
+    return cancelled;
+}
+
+template <class Action>
+Status Bus::onDevice(ConnectionId connection, Action action) {
+    Lock lock(parts_->mutex);
+    PluggedDevice* device = parts_->connection(connection);
+    if (device == nullptr) {
+        return Status::noDevice;
+    }
+    const Status status = action(*device);
+    parts_->deliver(lock);
+    return status;
+}
+
+Status Bus::setConfiguration(ConnectionId connection, std::uint8_t value) {
+    return onDevice(connection, [&](PluggedDevice& device) { return device.setConfiguration(value); });
+}
+
+Status Bus::setAlternate(ConnectionId connection, std::uint8_t interfaceNumber, std::uint8_t alternate) {
+    return onDevice(connection,
+                    [&](PluggedDevice& device) { return device.setAlternate(interfaceNumber, alternate); });
+}
+
+Status Bus::clearHalt(ConnectionId connection, std::uint8_t endpoint) {
+    return onDevice(connection, [&](PluggedDevice& device) {
+        Endpoint* target = device.endpoint(endpoint);
+        if (target == nullptr) {
+            return Status::stall;
+        }
+        target->setHalted(false);
+        return Status::completed;
+    });
+}
+
+Status Bus::resetDevice(ConnectionId connection) {
+    return onDevice(connection, [](PluggedDevice& device) {
+        device.reset();
+        return Status::completed;
+    });
+}
+
+std::optional<std::uint8_t> Bus::configuration(ConnectionId connection) {
+    const Lock lock(parts_->mutex);
+    const PluggedDevice* device = parts_->connection(connection);
+    return device == nullptr ? std::nullopt : std::optional<std::uint8_t>(device->configuration());
+}
+
+std::optional<std::uint8_t> Bus::alternate(ConnectionId connection, std::uint8_t interfaceNumber) {
+    const Lock lock(parts_->mutex);
+    const PluggedDevice* device = parts_->connection(connection);
+    return device == nullptr ? std::nullopt : device->alternate(interfaceNumber);
+}
+
+std::optional<ActiveEndpoint> Bus::activeEndpoint(ConnectionId connection, std::uint8_t endpoint) {
+    const Lock lock(parts_->mutex);
+    PluggedDevice* device = parts_->connection(connection);
+    const Endpoint* found = device == nullptr ? nullptr : device->endpoint(endpoint);
+    if (found == nullptr) {
+        return std::nullopt;
+    }
+    return ActiveEndpoint{found->interfaceNumber(), found->model().type};
+}
+
+void Bus::setFront(Front front) {
+    const Lock lock(parts_->mutex);
+    parts_->front = front;
+}
+
+void Bus::failCall(const std::string& function, unsigned nth, int code, unsigned times) {
+    CallLog::instance().fail(function, nth, code, times);
+}
+
+void Bus::clearFaults() {
+    CallLog::instance().clearFaults();
+}
+
+void Bus::onCall(const std::string& function, std::function<void()> hook) {
+    CallLog::instance().hook(function, std::move(hook));
+}
+
+void Bus::clearHooks() {
+    CallLog::instance().clearHooks();
+}
+
+std::map<std::string, std::uint64_t> Bus::calls() {
+    return CallLog::instance().counts();
+}
+
+void Bus::clearCalls() {
+    CallLog::instance().clearCounts();
+}
+
+std::vector<std::string> Bus::violations() {
+    return CallLog::instance().violations();
+}
+
+void Bus::addViolation(const std::string& text) {
+    CallLog::instance().addViolation(text);
+}
+
+void Bus::clearViolations() {
+    CallLog::instance().clearViolations();
+}
+
+std::int64_t Bus::tally(const std::string& name) {
+    return CallLog::instance().tally(name);
+}
+
+void Bus::addToTally(const std::string& name, std::int64_t amount) {
+    CallLog::instance().addToTally(name, amount);
+}
+
+}  // namespace simbus

@@ -1,0 +1,203 @@
+#include "BusParts.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace simbus {
+
+namespace {
+
+// The scenario without what a host cannot see or what acts at once: devices that look the same to a host are
+// equal.
+Json visible(Json scenario) {
+    scenario.erase("plugged");
+    forEachEndpoint(scenario, [](Json& endpoint) {
+        for (const char* key : {"behaviour", "to", "delayMs", "shortBy", "limit", "record"}) {
+            endpoint.erase(key);
+        }
+    });
+    return scenario;
+}
+
+}  // namespace
+
+BusDevice& Bus::Parts::find(const std::string& id) {
+    for (BusDevice& device : devices) {
+        if (device.model.id == id) {
+            return device;
+        }
+    }
+    throw std::runtime_error("no such device: " + id);
+}
+
+PluggedDevice& Bus::Parts::findPlugged(const std::string& id) {
+    BusDevice& device = find(id);
+    if (!device.plugged) {
+        throw std::runtime_error("not plugged in: " + id);
+    }
+    return *device.plugged;
+}
+
+PluggedDevice* Bus::Parts::connection(ConnectionId connection) {
+    for (BusDevice& device : devices) {
+        if (device.plugged && device.plugged->info()->connection == connection) {
+            return device.plugged.get();
+        }
+    }
+    return nullptr;
+}
+
+Endpoint& Bus::Parts::endpoint(const std::string& id, std::uint8_t address) {
+    Endpoint* found = findPlugged(id).endpoint(address);
+    if (found == nullptr) {
+        throw std::runtime_error("no such endpoint in the active setting of " + id);
+    }
+    return *found;
+}
+
+Received& Bus::Parts::received(const std::string& id, std::uint8_t address) {
+    endpoint(id, address);  // a mistyped address is an error, not an empty record
+    return findPlugged(id).received(address);
+}
+
+// Counts up like a host does, and passes over addresses in use when it comes round.
+std::uint8_t Bus::Parts::nextAddress(std::uint8_t bus) {
+    std::uint8_t& last = lastAddress[bus];
+    const auto inUse = [&](std::uint8_t address) {
+        return std::any_of(devices.begin(), devices.end(), [&](const BusDevice& device) {
+            return device.plugged && device.plugged->info()->busNumber == bus &&
+                   device.plugged->info()->address == address;
+        });
+    };
+    for (int tries = 0; tries < 127; ++tries) {
+        last = static_cast<std::uint8_t>(last % 127 + 1);
+        if (!inUse(last)) {
+            return last;
+        }
+    }
+    throw std::runtime_error("no address is free on the bus");
+}
+
+void Bus::Parts::add(const Json& scenario) {
+    DeviceModel model = readDevice(scenario);
+    for (const BusDevice& device : devices) {
+        if (device.model.id == model.id) {
+            throw std::runtime_error("there is already a device " + model.id);
+        }
+    }
+    const bool plugged = model.plugged;
+    devices.push_back({scenario, std::move(model), nullptr, nullptr});
+    if (plugged) {
+        plug(devices.back());
+    }
+}
+
+void Bus::Parts::remove(BusDevice& device) {
+    if (device.plugged) {
+        unplug(device);
+    }
+    devices.erase(devices.begin() + (&device - devices.data()));
+}
+
+void Bus::Parts::plug(BusDevice& device) {
+    if (device.plugged) {
+        throw std::runtime_error("already plugged in: " + device.model.id);
+    }
+    const std::uint8_t address = nextAddress(device.model.bus);
+    device.plugged = std::make_unique<PluggedDevice>(device.model, ++lastConnection, address, agenda);
+    device.pluggedScenario = device.scenario;
+    agenda.tell(device.plugged->info(), true);
+}
+
+void Bus::Parts::unplug(BusDevice& device) {
+    if (!device.plugged) {
+        throw std::runtime_error("already unplugged: " + device.model.id);
+    }
+    device.plugged->finishAll(Status::noDevice);
+    agenda.tell(device.plugged->info(), false);
+    device.plugged.reset();
+}
+
+void Bus::Parts::change(BusDevice& device, const Json& scenario) {
+    DeviceModel model = readDevice(scenario);
+    if (model.id != device.model.id) {
+        throw std::runtime_error("the id of a device cannot be changed");
+    }
+    device.scenario = scenario;
+    device.model = std::move(model);
+    if (device.plugged) {
+        device.plugged->adoptBehaviours(device.model);
+    }
+}
+
+void Bus::Parts::reset() {
+    const auto original = [this](const BusDevice& device) {
+        return std::find_if(loaded.begin(), loaded.end(),
+                            [&](const Json& json) { return json["id"] == device.model.id; });
+    };
+    for (std::size_t i = devices.size(); i-- > 0;) {
+        BusDevice& device = devices[i];
+        const auto found = original(device);
+        if (found == loaded.end()) {
+            remove(device);
+            continue;
+        }
+        const bool kept = device.plugged && device.plugged->asPlugged() &&
+                          visible(device.pluggedScenario) == visible(*found);
+        change(device, *found);
+        if (device.plugged && !(kept && device.model.plugged)) {
+            unplug(device);
+        } else if (device.plugged) {
+            device.plugged->forgetPast();
+        }
+    }
+    for (const Json& json : loaded) {
+        const auto present = std::find_if(devices.begin(), devices.end(), [&](const BusDevice& device) {
+            return json["id"] == device.model.id;
+        });
+        if (present == devices.end()) {
+            add(json);
+        } else if (present->model.plugged && !present->plugged) {
+            plug(*present);
+        }
+    }
+}
+
+void Bus::Parts::deliver(std::unique_lock<std::mutex>& lock) {
+    startTimer();
+    agenda.deliver(lock);
+}
+
+void Bus::Parts::settle(std::unique_lock<std::mutex>& lock) {
+    startTimer();
+    agenda.settle(lock);
+}
+
+void Bus::Parts::startTimer() {
+    if (agenda.nextWake() != Agenda::never && !timer.running() && !stopping) {
+        timer.start([this] { serveTimer(); });
+    }
+}
+
+void Bus::Parts::serveTimer() {
+    std::unique_lock<std::mutex> lock(mutex);
+    while (!stopping) {
+        const std::int64_t wake = agenda.nextWake();
+        if (wake == Agenda::never) {
+            agenda.wakeChanged().wait(lock);
+        } else if (wake > nowNanoseconds()) {
+            agenda.wakeChanged().wait_until(
+                lock, std::chrono::steady_clock::time_point(std::chrono::nanoseconds(wake)));
+        } else {
+            agenda.takeWake();
+            for (BusDevice& device : devices) {
+                if (device.plugged) {
+                    device.plugged->service();
+                }
+            }
+            agenda.deliver(lock);
+        }
+    }
+}
+
+}  // namespace simbus

@@ -1,0 +1,62 @@
+// The inside of the bus.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Agenda.h"
+#include "Bus.h"
+#include "ControlSocket.h"
+#include "PluggedDevice.h"
+#include "Worker.h"
+
+namespace simbus {
+
+// A device of the bus, plugged in or not.
+struct BusDevice {
+    Json scenario;      // as last changed
+    DeviceModel model;  // what `scenario` says
+    std::unique_ptr<PluggedDevice> plugged;
+    Json pluggedScenario;  // as it was at the plug
+};
+
+struct Bus::Parts {
+    std::mutex mutex;
+    Agenda agenda;
+    std::vector<BusDevice> devices;
+    Json loaded = Json::array();  // the devices of the loaded scenario
+    ConnectionId lastConnection = 0;
+    std::map<std::uint8_t, std::uint8_t> lastAddress;  // by bus number
+    Front front = Front::memory;
+
+    Worker timer;  // completes delayed transfers; runs from the first one on
+    bool stopping = false;
+    ControlSocket socket;
+
+    // All of these expect the lock to be held.
+    BusDevice& find(const std::string& id);
+    PluggedDevice& findPlugged(const std::string& id);
+    PluggedDevice* connection(ConnectionId connection);
+    Endpoint& endpoint(const std::string& id, std::uint8_t address);
+    Received& received(const std::string& id, std::uint8_t address);
+    std::uint8_t nextAddress(std::uint8_t bus);
+
+    void add(const Json& scenario);
+    void remove(BusDevice& device);
+    void plug(BusDevice& device);
+    void unplug(BusDevice& device);
+    // Takes a new text for the device: behaviours act at once, everything else at the next plug.
+    static void change(BusDevice& device, const Json& scenario);
+    void reset();
+
+    // To be called last by whatever may have caused completions, news or delays; see Agenda.
+    void deliver(std::unique_lock<std::mutex>& lock);
+    void settle(std::unique_lock<std::mutex>& lock);
+    void startTimer();
+    void serveTimer();
+};
+
+}  // namespace simbus

@@ -1,0 +1,157 @@
+// How a plugged device answers on its control pipe: first what the scenario says about a request, then what
+// every device must answer.
+#include <algorithm>
+
+#include "PluggedDevice.h"
+
+namespace simbus {
+
+namespace {
+
+constexpr std::uint8_t recipient(const Setup& setup) {
+    return setup.requestType & 0x1FU;
+}
+constexpr std::uint8_t lowByte(std::uint16_t value) {
+    return static_cast<std::uint8_t>(value & 0xFFU);
+}
+constexpr std::uint8_t highByte(std::uint16_t value) {
+    return static_cast<std::uint8_t>(value >> 8U);
+}
+
+enum Recipient : std::uint8_t { toDevice = 0, toInterface = 1, toEndpoint = 2 };
+
+enum Request : std::uint8_t {
+    getStatus = 0,
+    clearFeature = 1,
+    setFeatureRequest = 3,
+    setAddress = 5,
+    getDescriptor = 6,
+    getConfiguration = 8,
+    setConfigurationRequest = 9,
+    getInterface = 10,
+    setInterface = 11
+};
+
+enum DescriptorType : std::uint8_t { deviceType = 1, configurationType = 2, stringType = 3 };
+
+}  // namespace
+
+std::optional<Status> PluggedDevice::answerControl(Transfer& transfer) {
+    const Setup& setup = transfer.setup;
+    Bytes reply;
+    std::optional<Status> status = Status::stall;
+    const auto rule = std::find_if(model_.control.begin(), model_.control.end(),
+                                   [&](const ControlRule& candidate) { return candidate.matches(setup); });
+    if (rule != model_.control.end()) {
+        status = applyRule(*rule, transfer, reply);
+    } else if ((setup.requestType & 0x60U) == 0) {
+        status = answerStandard(setup, reply);
+    }
+    if (status == Status::completed) {
+        const bool in = (setup.requestType & 0x80U) != 0;
+        transfer.actual = in ? std::min<std::size_t>(reply.size(), setup.length) : setup.length;
+        if (in) {
+            std::copy_n(reply.begin(), transfer.actual, transfer.data);
+        }
+    }
+    return status;
+}
+
+std::optional<Status> PluggedDevice::applyRule(const ControlRule& rule, const Transfer& transfer,
+                                               Bytes& reply) {
+    if (rule.silent) {
+        return std::nullopt;
+    }
+    if (rule.stall) {
+        return Status::stall;
+    }
+    if (!rule.store.empty()) {
+        slots_[rule.store].assign(transfer.data, transfer.data + transfer.setup.length);
+    }
+    reply = rule.fetch.empty() ? rule.reply : slots_[rule.fetch];
+    return Status::completed;
+}
+
+Status PluggedDevice::answerStandard(const Setup& setup, Bytes& reply) {
+    switch (setup.request) {
+        case getStatus:
+            return report(setup, reply);
+        case clearFeature:
+            return setFeature(setup, false);
+        case setFeatureRequest:
+            return setFeature(setup, true);
+        case setAddress:
+            return Status::completed;
+        case getDescriptor:
+            return recipient(setup) == toDevice ? describe(setup, reply) : Status::stall;
+        case getConfiguration:
+            reply = {configuration()};
+            return Status::completed;
+        case setConfigurationRequest:
+            return setConfiguration(lowByte(setup.value));
+        case getInterface:
+            if (const auto setting = alternate(lowByte(setup.index)); setting) {
+                reply = {*setting};
+                return Status::completed;
+            }
+            return Status::stall;
+        case setInterface:
+            return setAlternate(lowByte(setup.index), lowByte(setup.value));
+        default:
+            return Status::stall;
+    }
+}
+
+Status PluggedDevice::describe(const Setup& setup, Bytes& reply) const {
+    const std::uint8_t index = lowByte(setup.value);
+    switch (highByte(setup.value)) {
+        case deviceType:
+            reply = info_->deviceDescriptor;
+            return Status::completed;
+        case configurationType:
+            if (index < info_->configurationDescriptors.size()) {
+                reply = info_->configurationDescriptors[index];
+                return Status::completed;
+            }
+            return Status::stall;
+        case stringType:
+            if (const auto text = model_.strings.find(index); text != model_.strings.end()) {
+                reply = text->second;
+                return Status::completed;
+            }
+            return Status::stall;
+        default:
+            return Status::stall;
+    }
+}
+
+Status PluggedDevice::report(const Setup& setup, Bytes& reply) {
+    std::uint8_t state = 0;
+    if (recipient(setup) == toDevice) {
+        const bool selfPowered = configuration_ != nullptr && (configuration_->attributes & 0x40U) != 0;
+        state = selfPowered ? 1 : 0;
+    } else if (recipient(setup) == toEndpoint) {
+        const Endpoint* asked = endpoint(lowByte(setup.index));
+        if (asked == nullptr) {
+            return Status::stall;
+        }
+        state = asked->halted() ? 1 : 0;
+    }
+    reply = {state, 0};
+    return Status::completed;
+}
+
+Status PluggedDevice::setFeature(const Setup& setup, bool on) {
+    if (recipient(setup) != toEndpoint) {
+        return recipient(setup) == toDevice ? Status::completed
+                                            : Status::stall;  // remote wake-up: nothing to do
+    }
+    Endpoint* target = endpoint(lowByte(setup.index));
+    if (target == nullptr || lowByte(setup.index) == 0) {
+        return target == nullptr ? Status::stall : Status::completed;
+    }
+    target->setHalted(on);
+    return Status::completed;
+}
+
+}  // namespace simbus

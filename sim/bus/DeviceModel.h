@@ -1,0 +1,112 @@
+// What a scenario says about one device, read and checked: its descriptors' contents and how its endpoints
+// and its control pipe behave. Plain values; nothing here changes while a device is plugged in, but for
+// endpoint behaviours.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Bus.h"
+#include "Json.h"
+
+namespace simbus {
+
+struct Behaviour {
+    enum class Kind { echo, sink, source, silent, stall };
+    Kind kind = Kind::echo;
+    std::uint8_t echoTo = 0;           // the IN endpoint where an echoing OUT endpoint's bytes come out
+    std::uint32_t delayMs = 0;         // from submission to completion
+    std::size_t shortBy = 0;           // transfers move this many bytes less than asked for
+    std::optional<std::size_t> limit;  // and at most this many; a silent endpoint moves them, then nothing
+    bool record = true;                // keep what an OUT endpoint takes, for Bus::received()
+};
+
+struct EndpointModel {
+    std::uint8_t address = 0;
+    TransferType type = TransferType::bulk;
+    std::uint16_t maxPacketSize = 64;
+    std::uint8_t interval = 0;
+    Behaviour behaviour;
+
+    bool isIn() const { return (address & 0x80U) != 0; }
+};
+
+struct InterfaceModel {
+    std::uint8_t number = 0;
+    std::uint8_t alternate = 0;
+    std::uint8_t interfaceClass = 0;
+    std::uint8_t subClass = 0;
+    std::uint8_t protocol = 0;
+    std::uint8_t stringIndex = 0;
+    Bytes extra;  // class descriptors between the interface descriptor and its endpoints
+    std::vector<EndpointModel> endpoints;
+};
+
+struct ConfigurationModel {
+    std::uint8_t value = 1;
+    std::uint8_t attributes = 0x80;
+    std::uint8_t maxPower = 50;
+    std::uint8_t stringIndex = 0;
+    std::vector<InterfaceModel> interfaces;
+};
+
+// One rule for control requests that match it; absent numbers match anything.
+struct ControlRule {
+    std::optional<std::uint8_t> requestType;
+    std::optional<std::uint8_t> request;
+    std::optional<std::uint16_t> value;
+    std::optional<std::uint16_t> index;
+
+    Bytes reply;
+    std::string store;  // name of the slot that takes the data stage
+    std::string fetch;  // name of the slot that is the reply
+    bool stall = false;
+    bool silent = false;
+
+    bool matches(const Setup& setup) const;
+};
+
+struct DeviceModel {
+    std::string id;
+    bool plugged = true;
+    Speed speed = Speed::full;
+    std::uint8_t bus = 1;
+    std::uint16_t bcdUsb = 0x0200;
+    std::uint16_t vendorId = 0;
+    std::uint16_t productId = 0;
+    std::uint16_t bcdDevice = 0x0100;
+    std::uint8_t deviceClass = 0;
+    std::uint8_t deviceSubClass = 0;
+    std::uint8_t deviceProtocol = 0;
+    std::uint8_t maxPacketSize0 = 64;
+    std::uint8_t manufacturerIndex = 0;
+    std::uint8_t productIndex = 0;
+    std::uint8_t serialIndex = 0;
+    std::string serial;
+    std::map<std::uint8_t, Bytes> strings;  // whole descriptors by index; 0 is the table of languages
+    std::vector<ConfigurationModel> configurations;
+    std::uint8_t activeConfiguration = 0;
+    std::optional<Bytes> rawDeviceDescriptor;
+    std::vector<Bytes> rawConfigurationDescriptors;
+    std::vector<ControlRule> control;
+    std::map<std::string, int> hostFailures;
+
+    const ConfigurationModel* configuration(std::uint8_t value) const;
+};
+
+// Throws std::runtime_error with a text that names what is wrong.
+DeviceModel readDevice(const Json& json);
+// Visits the endpoints in the JSON of a device, in all its configurations and settings.
+void forEachEndpoint(Json& device, const std::function<void(Json&)>& visit);
+
+// The descriptors as the device gives them to a host, raw ones of the scenario first.
+Bytes deviceDescriptor(const DeviceModel& device);
+std::vector<Bytes> configurationDescriptors(const DeviceModel& device);
+// A string descriptor of UTF-8 text; cut to what one can hold.
+Bytes stringDescriptor(const std::string& utf8);
+
+}  // namespace simbus

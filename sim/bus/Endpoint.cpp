@@ -1,0 +1,179 @@
+#include "Endpoint.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace simbus {
+
+void Received::add(const std::uint8_t* data, std::size_t length) {
+    constexpr std::size_t mostBytes = 16U << 20U;
+    constexpr std::size_t mostPackets = 20000;
+    packets_.emplace_back(data, data + length);
+    bytes_ += length;
+    while (bytes_ > mostBytes || packets_.size() > mostPackets) {
+        bytes_ -= packets_.front().size();
+        packets_.pop_front();
+    }
+}
+
+void Received::clear() {
+    packets_.clear();
+    bytes_ = 0;
+}
+
+void Endpoint::submit(Transfer& transfer) {
+    transfer.actual = 0;
+    transfer.dueNanoseconds = 0;
+    if (model_.behaviour.delayMs != 0) {
+        transfer.dueNanoseconds = nowNanoseconds() + std::int64_t{model_.behaviour.delayMs} * 1'000'000;
+    }
+    waiting_.push_back(&transfer);
+    service();
+}
+
+bool Endpoint::cancel(Transfer& transfer) {
+    const auto found = std::find(waiting_.begin(), waiting_.end(), &transfer);
+    if (found == waiting_.end()) {
+        return false;
+    }
+    waiting_.erase(found);
+    device_.agenda().complete(transfer, Status::cancelled);
+    service();
+    return true;
+}
+
+void Endpoint::feed(Bytes data) {
+    queue_.push_back({std::move(data), 0});
+    service();
+}
+
+void Endpoint::setBehaviour(const Behaviour& behaviour) {
+    model_.behaviour = behaviour;
+    service();
+}
+
+void Endpoint::setHalted(bool halted) {
+    halted_ = halted;
+    service();
+}
+
+void Endpoint::finishAll(Status status) {
+    for (Transfer* transfer : std::exchange(waiting_, {})) {
+        device_.agenda().complete(*transfer, status);
+    }
+}
+
+void Endpoint::forget() {
+    queue_.clear();
+    halted_ = false;
+    nextSourceByte_ = 0;
+    service();
+}
+
+void Endpoint::service() {
+    while (!waiting_.empty()) {
+        Transfer& transfer = *waiting_.front();
+        if (transfer.dueNanoseconds != 0 && transfer.dueNanoseconds > nowNanoseconds()) {
+            device_.agenda().wakeAt(transfer.dueNanoseconds);
+            return;
+        }
+        if (!move(transfer)) {
+            return;
+        }
+        waiting_.pop_front();
+        device_.agenda().complete(transfer, transfer.status);
+    }
+}
+
+bool Endpoint::move(Transfer& transfer) {
+    transfer.status = Status::completed;
+    if (model_.type == TransferType::control) {
+        const auto status = device_.answerControl(transfer);
+        transfer.status = status.value_or(Status::completed);
+        return status.has_value();
+    }
+    if (halted_ || model_.behaviour.kind == Behaviour::Kind::stall) {
+        transfer.status = Status::stall;
+        return true;
+    }
+    return model_.isIn() ? moveIn(transfer) : moveOut(transfer);
+}
+
+std::size_t Endpoint::allowed(const Transfer& transfer) const {
+    const auto& behaviour = model_.behaviour;
+    const std::size_t length = transfer.length - std::min(behaviour.shortBy, transfer.length);
+    return behaviour.limit ? std::min(*behaviour.limit, length) : length;
+}
+
+bool Endpoint::moveOut(Transfer& transfer) {
+    const auto& behaviour = model_.behaviour;
+    if (behaviour.kind == Behaviour::Kind::silent) {
+        transfer.actual = behaviour.limit ? allowed(transfer) : 0;
+        return false;
+    }
+    transfer.actual = allowed(transfer);
+    if (behaviour.record) {
+        device_.received(model_.address).add(transfer.data, transfer.actual);
+    }
+    if (behaviour.kind == Behaviour::Kind::echo) {
+        device_.feed(behaviour.echoTo, Bytes(transfer.data, transfer.data + transfer.actual));
+    }
+    return true;
+}
+
+bool Endpoint::moveIn(Transfer& transfer) {
+    const std::size_t wanted = allowed(transfer);
+    switch (model_.behaviour.kind) {
+        case Behaviour::Kind::source:
+            fillFromSource(transfer, wanted);
+            return true;
+        case Behaviour::Kind::echo:
+            if (queue_.empty()) {
+                return false;
+            }
+            takePacket(transfer, wanted);
+            return true;
+        case Behaviour::Kind::silent:
+            if (model_.behaviour.limit && transfer.actual == 0) {
+                fillFromSource(transfer, wanted);
+            }
+            return false;
+        default:  // a sink has nothing to give
+            return false;
+    }
+}
+
+void Endpoint::fillFromSource(Transfer& transfer, std::size_t wanted) {
+    std::generate_n(transfer.data, wanted, [this] { return nextSourceByte_++; });
+    transfer.actual = wanted;
+}
+
+// Packets until one is short, the transfer is full, or there are no more.
+void Endpoint::takePacket(Transfer& transfer, std::size_t wanted) {
+    const std::size_t packetSize = std::max<std::size_t>(model_.maxPacketSize & 0x7FFU, 1);
+    transfer.actual = 0;
+    while (!queue_.empty()) {
+        Chunk& chunk = queue_.front();
+        const std::size_t packet = std::min(packetSize, chunk.bytes.size() - chunk.at);
+        const std::size_t room = wanted - transfer.actual;
+        const std::size_t taken = std::min(packet, room);
+        std::copy_n(chunk.bytes.begin() + static_cast<std::ptrdiff_t>(chunk.at), taken,
+                    transfer.data + transfer.actual);
+        transfer.actual += taken;
+        // A host that made its buffer too small for a packet loses the rest of it and is told so; where the
+        // device was told to answer short, the rest stays for the next transfer.
+        const bool babble = packet > room && wanted == transfer.length;
+        chunk.at += babble ? packet : taken;
+        if (chunk.at == chunk.bytes.size()) {
+            queue_.pop_front();
+        }
+        if (babble) {
+            transfer.status = Status::overflow;
+        }
+        if (packet < packetSize || transfer.actual == wanted) {
+            return;
+        }
+    }
+}
+
+}  // namespace simbus

@@ -1,0 +1,79 @@
+// One endpoint of a plugged device at work: the transfers that wait on it and the bytes that pass through it.
+// Guarded by the lock of the bus.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+
+#include "Agenda.h"
+#include "DeviceModel.h"
+
+namespace simbus {
+
+// The OUT transfers' bytes of one endpoint address since the plug. Bounded, for a program may write for days.
+class Received {
+ public:
+    void add(const std::uint8_t* data, std::size_t length);
+    void clear();
+    std::vector<Bytes> all() const { return {packets_.begin(), packets_.end()}; }
+
+ private:
+    std::deque<Bytes> packets_;
+    std::size_t bytes_ = 0;
+};
+
+class Endpoint {
+ public:
+    // What the endpoint asks of its device.
+    class Device {
+     public:
+        virtual ~Device() = default;
+        virtual Agenda& agenda() = 0;
+        virtual Received& received(std::uint8_t address) = 0;
+        virtual void feed(std::uint8_t address, Bytes data) = 0;
+        // Nothing while the request is not answered.
+        virtual std::optional<Status> answerControl(Transfer& transfer) = 0;
+    };
+
+    Endpoint(Device& device, EndpointModel model, std::uint8_t interfaceNumber)
+        : device_(device), model_(model), interfaceNumber_(interfaceNumber) {}
+
+    const EndpointModel& model() const { return model_; }
+    std::uint8_t interfaceNumber() const { return interfaceNumber_; }
+    std::size_t waiting() const { return waiting_.size(); }
+    bool halted() const { return halted_; }
+
+    void submit(Transfer& transfer);
+    bool cancel(Transfer& transfer);  // false when it does not wait here
+    void feed(Bytes data);
+    void setBehaviour(const Behaviour& behaviour);
+    void setHalted(bool halted);
+    void finishAll(Status status);
+    void forget();   // what is queued, and the halt
+    void service();  // completes what can be completed now
+
+ private:
+    // One write or feed, read off packet by packet; an empty one is a zero-length packet.
+    struct Chunk {
+        Bytes bytes;
+        std::size_t at = 0;
+    };
+
+    bool move(Transfer& transfer);  // true when the transfer has ended, with its status set
+    bool moveOut(Transfer& transfer);
+    bool moveIn(Transfer& transfer);
+    void takePacket(Transfer& transfer, std::size_t wanted);
+    void fillFromSource(Transfer& transfer, std::size_t wanted);
+    std::size_t allowed(const Transfer& transfer) const;
+
+    Device& device_;
+    EndpointModel model_;
+    std::uint8_t interfaceNumber_;
+    std::deque<Transfer*> waiting_;
+    std::deque<Chunk> queue_;
+    std::uint8_t nextSourceByte_ = 0;
+    bool halted_ = false;
+};
+
+}  // namespace simbus

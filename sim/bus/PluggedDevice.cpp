@@ -1,0 +1,176 @@
+#include "PluggedDevice.h"
+
+#include <utility>
+
+namespace simbus {
+
+namespace {
+
+std::size_t slotOf(std::uint8_t address) {
+    const std::size_t number = address & 0x0FU;
+    return number != 0 && (address & 0x80U) != 0 ? number + 16 : number;
+}
+
+DeviceInfoPtr makeInfo(const DeviceModel& model, ConnectionId connection, std::uint8_t address) {
+    auto info = std::make_shared<DeviceInfo>();
+    info->connection = connection;
+    info->id = model.id;
+    info->serial = model.serial;
+    info->speed = model.speed;
+    info->busNumber = model.bus;
+    info->address = address;
+    info->port = address;
+    info->deviceDescriptor = deviceDescriptor(model);
+    info->configurationDescriptors = configurationDescriptors(model);
+    info->hostFailures = model.hostFailures;
+    return info;
+}
+
+}  // namespace
+
+PluggedDevice::PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, Agenda& agenda)
+    : model_(std::move(model)), info_(makeInfo(model_, connection, address)), agenda_(agenda) {
+    EndpointModel pipe;
+    pipe.type = TransferType::control;
+    endpoints_[0] = std::make_unique<Endpoint>(*this, pipe, 0);
+    setConfiguration(model_.activeConfiguration);
+}
+
+Endpoint* PluggedDevice::endpoint(std::uint8_t address) {
+    return endpoints_[slotOf(address)].get();
+}
+
+Received& PluggedDevice::received(std::uint8_t address) {
+    return received_[slotOf(address)];
+}
+
+void PluggedDevice::feed(std::uint8_t address, Bytes data) {
+    if (Endpoint* target = endpoint(address); target != nullptr) {
+        target->feed(std::move(data));
+    }
+}
+
+const InterfaceModel* PluggedDevice::interface(std::uint8_t number, std::uint8_t alternate) const {
+    if (configuration_ != nullptr) {
+        for (const auto& candidate : configuration_->interfaces) {
+            if (candidate.number == number && candidate.alternate == alternate) {
+                return &candidate;
+            }
+        }
+    }
+    return nullptr;
+}
+
+void PluggedDevice::dropEndpoints(std::optional<std::uint8_t> ofInterface) {
+    for (std::size_t slot = 1; slot < endpoints_.size(); ++slot) {
+        auto& endpoint = endpoints_[slot];
+        if (endpoint && (!ofInterface || endpoint->interfaceNumber() == *ofInterface)) {
+            endpoint->finishAll(Status::cancelled);
+            endpoint.reset();
+        }
+    }
+}
+
+void PluggedDevice::raiseEndpoints(const InterfaceModel& interface) {
+    alternates_[interface.number] = interface.alternate;
+    for (const auto& endpoint : interface.endpoints) {
+        endpoints_[slotOf(endpoint.address)] = std::make_unique<Endpoint>(*this, endpoint, interface.number);
+    }
+}
+
+Status PluggedDevice::setConfiguration(std::uint8_t value) {
+    const ConfigurationModel* chosen = model_.configuration(value);
+    if (chosen == nullptr && value != 0) {
+        return Status::stall;
+    }
+    dropEndpoints(std::nullopt);
+    alternates_.clear();
+    configuration_ = chosen;
+    if (chosen != nullptr) {
+        for (const auto& interface : chosen->interfaces) {
+            if (interface.alternate == 0) {
+                raiseEndpoints(interface);
+            }
+        }
+    }
+    return Status::completed;
+}
+
+Status PluggedDevice::setAlternate(std::uint8_t interfaceNumber, std::uint8_t alternate) {
+    const InterfaceModel* chosen = interface(interfaceNumber, alternate);
+    if (chosen == nullptr) {
+        return Status::stall;
+    }
+    dropEndpoints(interfaceNumber);
+    raiseEndpoints(*chosen);
+    return Status::completed;
+}
+
+std::optional<std::uint8_t> PluggedDevice::alternate(std::uint8_t interfaceNumber) const {
+    const auto found = alternates_.find(interfaceNumber);
+    return found == alternates_.end() ? std::nullopt : std::optional<std::uint8_t>(found->second);
+}
+
+bool PluggedDevice::asPlugged() const {
+    bool allFirst = configuration() == model_.activeConfiguration;
+    for (const auto& [number, alternate] : alternates_) {
+        allFirst = allFirst && alternate == 0;
+    }
+    return allFirst;
+}
+
+void PluggedDevice::adoptBehaviours(const DeviceModel& changed) {
+    const ConfigurationModel* configuration = changed.configuration(this->configuration());
+    if (configuration == nullptr) {
+        return;
+    }
+    for (const auto& interface : configuration->interfaces) {
+        if (alternate(interface.number) != interface.alternate) {
+            continue;
+        }
+        for (const auto& endpointModel : interface.endpoints) {
+            if (Endpoint* running = endpoint(endpointModel.address); running != nullptr) {
+                running->setBehaviour(endpointModel.behaviour);
+            }
+        }
+    }
+}
+
+void PluggedDevice::reset() {
+    finishAll(Status::cancelled);
+    for (auto& endpoint : endpoints_) {
+        if (endpoint) {
+            endpoint->forget();
+        }
+    }
+}
+
+void PluggedDevice::forgetPast() {
+    for (auto& endpoint : endpoints_) {
+        if (endpoint) {
+            endpoint->forget();
+        }
+    }
+    slots_.clear();
+    for (auto& received : received_) {
+        received.clear();
+    }
+}
+
+void PluggedDevice::finishAll(Status status) {
+    for (auto& endpoint : endpoints_) {
+        if (endpoint) {
+            endpoint->finishAll(status);
+        }
+    }
+}
+
+void PluggedDevice::service() {
+    for (auto& endpoint : endpoints_) {
+        if (endpoint) {
+            endpoint->service();
+        }
+    }
+}
+
+}  // namespace simbus

@@ -1,0 +1,64 @@
+// A device from its plug to its unplug: configuration, endpoints at work, control pipe. Guarded by the lock
+// of the bus.
+#pragma once
+
+#include <array>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "Endpoint.h"
+
+namespace simbus {
+
+class PluggedDevice : public Endpoint::Device {
+ public:
+    PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, Agenda& agenda);
+    PluggedDevice(const PluggedDevice&) = delete;
+    PluggedDevice& operator=(const PluggedDevice&) = delete;
+
+    const DeviceInfoPtr& info() const { return info_; }
+
+    // The endpoint of the active setting; null when there is none. 0x00 and 0x80 are the control pipe.
+    Endpoint* endpoint(std::uint8_t address);
+    Received& received(std::uint8_t address) override;
+
+    Status setConfiguration(std::uint8_t value);
+    Status setAlternate(std::uint8_t interfaceNumber, std::uint8_t alternate);
+    std::uint8_t configuration() const { return configuration_ == nullptr ? 0 : configuration_->value; }
+    std::optional<std::uint8_t> alternate(std::uint8_t interfaceNumber) const;
+    // Neither configuration nor alternate settings were changed since the plug.
+    bool asPlugged() const;
+
+    void adoptBehaviours(const DeviceModel& changed);
+    void reset();       // what a bus reset does
+    void forgetPast();  // all that was queued, received and stored; what waits goes on waiting
+    void finishAll(Status status);
+    void service();
+
+ private:
+    Agenda& agenda() override { return agenda_; }
+    void feed(std::uint8_t address, Bytes data) override;
+    std::optional<Status> answerControl(Transfer& transfer) override;
+
+    Status answerStandard(const Setup& setup, Bytes& reply);
+    Status describe(const Setup& setup, Bytes& reply) const;
+    Status report(const Setup& setup, Bytes& reply);
+    Status setFeature(const Setup& setup, bool on);
+    std::optional<Status> applyRule(const ControlRule& rule, const Transfer& transfer, Bytes& reply);
+
+    const InterfaceModel* interface(std::uint8_t number, std::uint8_t alternate) const;
+    void dropEndpoints(std::optional<std::uint8_t> ofInterface);
+    void raiseEndpoints(const InterfaceModel& interface);
+
+    DeviceModel model_;
+    DeviceInfoPtr info_;
+    Agenda& agenda_;
+    const ConfigurationModel* configuration_ = nullptr;    // null while unconfigured
+    std::map<std::uint8_t, std::uint8_t> alternates_;      // of the active configuration's interfaces
+    std::array<std::unique_ptr<Endpoint>, 32> endpoints_;  // OUT 0 to 15, then IN 1 to 15
+    std::array<Received, 32> received_;
+    std::map<std::string, Bytes> slots_;  // of control rules that store and fetch
+};
+
+}  // namespace simbus

@@ -1,0 +1,65 @@
+#include "Claims.h"
+
+#include <algorithm>
+
+namespace sim {
+
+namespace {
+
+auto keyOf(const libusb_device_handle& handle, std::uint8_t interfaceNumber) {
+    return std::make_pair(handle.device->info->connection, interfaceNumber);
+}
+
+bool fits(unsigned char asked, simbus::TransferType actual) {
+    const bool same = asked == static_cast<unsigned char>(actual);
+    // The kernel takes a bulk transfer on an interrupt endpoint for an interrupt one, but not the other way
+    // round.
+    return same || (asked == LIBUSB_TRANSFER_TYPE_BULK && actual == simbus::TransferType::interrupt);
+}
+
+}  // namespace
+
+bool hasClaimed(const libusb_device_handle& handle, std::uint8_t interfaceNumber) {
+    const auto found = state().claims.find(keyOf(handle, interfaceNumber));
+    return found != state().claims.end() && found->second == &handle;
+}
+
+int claimInterface(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
+    auto& bus = simbus::Bus::instance();
+    const simbus::ConnectionId connection = handle.device->info->connection;
+    if (!bus.configuration(connection)) {
+        return LIBUSB_ERROR_NO_DEVICE;
+    }
+    if (!bus.alternate(connection, interfaceNumber)) {
+        return LIBUSB_ERROR_NOT_FOUND;
+    }
+    const auto claim = state().claims.emplace(keyOf(handle, interfaceNumber), &handle).first;
+    return claim->second == &handle ? LIBUSB_SUCCESS : LIBUSB_ERROR_BUSY;
+}
+
+int claimForTransfer(TransferRecord& record) {
+    const simbus::ConnectionId connection = record.device->info->connection;
+    const auto endpoint = simbus::Bus::instance().activeEndpoint(connection, record.shown->endpoint);
+    if (!endpoint || !fits(record.shown->type, endpoint->type)) {
+        return simbus::Bus::instance().configuration(connection) ? LIBUSB_ERROR_IO : LIBUSB_ERROR_NO_DEVICE;
+    }
+    record.interfaceNumber = endpoint->interfaceNumber;
+    const auto claim =
+        state().claims.emplace(keyOf(*record.handle, endpoint->interfaceNumber), record.handle).first;
+    return claim->second == record.handle ? LIBUSB_SUCCESS : LIBUSB_ERROR_IO;
+}
+
+bool anyClaimed(const libusb_device& device) {
+    const auto& claims = state().claims;
+    return std::any_of(claims.begin(), claims.end(),
+                       [&](const auto& claim) { return claim.first.first == device.info->connection; });
+}
+
+void dropClaims(const libusb_device_handle& handle) {
+    auto& claims = state().claims;
+    for (auto claim = claims.begin(); claim != claims.end();) {
+        claim = claim->second == &handle ? claims.erase(claim) : std::next(claim);
+    }
+}
+
+}  // namespace sim

@@ -1,0 +1,90 @@
+#include "ConfigDescriptors.h"
+
+#include <memory>
+
+#include "Checks.h"
+
+namespace sim {
+
+namespace {
+
+constexpr auto notFreed = "config descriptors not freed";
+
+int hand(const simbus::Bytes& bytes, libusb_config_descriptor** config) {
+    auto record = std::make_unique<ConfigRecord>();
+    const int result = parseConfiguration(bytes, *record);
+    if (result == LIBUSB_SUCCESS) {
+        *config = &record->shown;
+        simbus::Bus::instance().addToTally(notFreed, 1);
+        state().configs.add(*config, record.release());
+    }
+    return result;
+}
+
+int handByValue(const simbus::DeviceInfo& info, std::uint8_t value, libusb_config_descriptor** config) {
+    constexpr std::size_t valueAt = 5;
+    for (const simbus::Bytes& bytes : info.configurationDescriptors) {
+        if (bytes.size() > valueAt && bytes[valueAt] == value) {
+            return hand(bytes, config);
+        }
+    }
+    return LIBUSB_ERROR_NOT_FOUND;
+}
+
+}  // namespace
+
+}  // namespace sim
+
+using sim::StateLock;
+
+int libusb_get_active_config_descriptor(libusb_device* given, libusb_config_descriptor** config) {
+    SIM_ENTER("libusb_get_active_config_descriptor");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device* device = sim::checkDevice("libusb_get_active_config_descriptor", given);
+    if (device == nullptr) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    const auto active = simbus::Bus::instance().configuration(device->info->connection);
+    if (!active) {
+        return LIBUSB_ERROR_NO_DEVICE;
+    }
+    return *active == 0 ? static_cast<int>(LIBUSB_ERROR_NOT_FOUND)
+                        : sim::handByValue(*device->info, *active, config);
+}
+
+int libusb_get_config_descriptor(libusb_device* given, uint8_t index, libusb_config_descriptor** config) {
+    SIM_ENTER("libusb_get_config_descriptor");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device* device = sim::checkDevice("libusb_get_config_descriptor", given);
+    if (device == nullptr) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    const auto& all = device->info->configurationDescriptors;
+    return index < all.size() ? sim::hand(all[index], config) : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
+}
+
+int libusb_get_config_descriptor_by_value(libusb_device* given, uint8_t value,
+                                          libusb_config_descriptor** config) {
+    SIM_ENTER("libusb_get_config_descriptor_by_value");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device* device = sim::checkDevice("libusb_get_config_descriptor_by_value", given);
+    return device == nullptr ? static_cast<int>(LIBUSB_ERROR_INVALID_PARAM)
+                             : sim::handByValue(*device->info, value, config);
+}
+
+void libusb_free_config_descriptor(libusb_config_descriptor* config) {
+    SIM_ENTER_VOID("libusb_free_config_descriptor");
+    if (config == nullptr) {
+        return;
+    }
+    const StateLock lock(sim::state().mutex);
+    auto& configs = sim::state().configs;
+    if (configs.find(config) == nullptr) {
+        sim::violation("libusb_free_config_descriptor", configs.wasGivenBack(config)
+                                                            ? "descriptor is freed twice"
+                                                            : "descriptor was never handed out");
+        return;
+    }
+    simbus::Bus::instance().addToTally(sim::notFreed, -1);
+    configs.retire(config);
+}

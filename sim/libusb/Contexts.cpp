@@ -1,0 +1,177 @@
+// Contexts, and the state of the library as a whole.
+#include <algorithm>
+#include <iterator>
+
+#include "Checks.h"
+#include "Claims.h"
+#include "Devices.h"
+#include "Transfers.h"
+
+namespace sim {
+
+State& state() {
+    static auto* const all = new State;
+    return *all;
+}
+
+ThreadState& threadState() {
+    thread_local ThreadState thread;
+    return thread;
+}
+
+namespace {
+
+void onBusNews(const simbus::DeviceInfoPtr& info, bool arrived) {
+    const StateLock lock(state().mutex);
+    for (const auto& context : state().contexts) {
+        if (!context->inUse) {
+            continue;
+        }
+        if (arrived) {
+            deviceArrived(*context, info, true);
+        } else {
+            deviceLeft(*context, *info);
+        }
+    }
+}
+
+// A new context stands where an ended one stood, as a program's memory would have it too.
+libusb_context& makeContext() {
+    auto& contexts = state().contexts;
+    const auto ended = std::find_if(contexts.begin(), contexts.end(), [](const auto& context) {
+        return !context->inUse && context->eventsOwner == std::thread::id();
+    });
+    libusb_context& context =
+        ended != contexts.end() ? **ended : *contexts.emplace_back(std::make_unique<libusb_context>());
+    context.inUse = true;
+    context.nextCallback = 1;
+    context.interrupted = context.deregistered = context.sourcesChanged = false;
+    return context;
+}
+
+void forgetDevices(libusb_context& context) {
+    std::vector<libusb_device*> devices;
+    state().devices.forEachInUse([&](libusb_device& device) {
+        if (device.context == &context) {
+            devices.push_back(&device);
+        }
+    });
+    std::for_each(devices.begin(), devices.end(),
+                  [](libusb_device* device) { state().devices.retire(device); });
+    context.devices.clear();
+}
+
+std::vector<TransferRecord*> endContext(libusb_context& context) {
+    checkLeftBehind(context);
+    auto abandoned = abandonTransfers(context, [](const TransferRecord&) { return true; });
+    state().transfers.forEachInUse([&](TransferRecord& record) {
+        if (record.device != nullptr && record.device->context == &context) {
+            releaseDevice(*record.device);
+            record.device = nullptr;
+        }
+    });
+    for (libusb_device_handle* handle : context.handles) {
+        dropClaims(*handle);
+        state().handles.retire(handle);
+    }
+    context.handles.clear();
+    // A context that comes to stand here later has nothing to do with the lists of this one.
+    state().lists.forEachInUse([&](DeviceListRecord& list) {
+        if (list.context == &context) {
+            list.context = nullptr;
+        }
+    });
+    context.callbacks.clear();
+    context.messages.clear();
+    forgetDevices(context);
+    context.inUse = false;
+    context.wake.notify_all();
+    return abandoned;
+}
+
+}  // namespace
+
+}  // namespace sim
+
+using sim::StateLock;
+
+int libusb_init(libusb_context** given) {
+    SIM_ENTER("libusb_init");
+    auto& bus = simbus::Bus::instance();
+    static const int subscription = bus.subscribe(sim::onBusNews);
+    static_cast<void>(subscription);  // for as long as the process lives
+    const StateLock lock(sim::state().mutex);
+    sim::State& all = sim::state();
+    if (given == nullptr && all.defaultContextUsers > 0) {
+        ++all.defaultContextUsers;
+        return LIBUSB_SUCCESS;
+    }
+    libusb_context& context = sim::makeContext();
+    // News that is told from now on waits for our lock; news of devices that are in this list already is
+    // passed over.
+    for (const auto& info : bus.devices()) {
+        sim::deviceArrived(context, info, false);
+    }
+    if (given == nullptr) {
+        all.defaultContext = &context;
+        all.defaultContextUsers = 1;
+    } else {
+        *given = &context;
+        if (all.implicitDefault == nullptr) {
+            all.implicitDefault = &context;
+        }
+    }
+    return LIBUSB_SUCCESS;
+}
+
+void libusb_exit(libusb_context* given) {
+    SIM_ENTER_VOID("libusb_exit");
+    std::vector<sim::TransferRecord*> abandoned;
+    {
+        const StateLock lock(sim::state().mutex);
+        sim::State& all = sim::state();
+        if (given == nullptr && all.defaultContext == nullptr) {
+            sim::violation("libusb_exit", "null context, and no default one");
+            return;
+        }
+        libusb_context* context = sim::checkContext("libusb_exit", given);
+        if (context == nullptr || (given == nullptr && --all.defaultContextUsers > 0)) {
+            return;
+        }
+        if (all.defaultContext == context) {
+            all.defaultContext = nullptr;
+            all.defaultContextUsers = 0;
+        }
+        if (all.implicitDefault == context) {
+            all.implicitDefault = nullptr;
+        }
+        abandoned = sim::endContext(*context);
+    }
+    sim::stopOnBus(abandoned);
+}
+
+const libusb_version* libusb_get_version() {
+    SIM_ENTER_VOID("libusb_get_version");
+    static const libusb_version version = {1, 0, 26, 11724, "", "http://libusb.info"};
+    return &version;
+}
+
+int libusb_has_capability(uint32_t capability) {
+    SIM_ENTER("libusb_has_capability");
+    switch (capability) {
+        case LIBUSB_CAP_HAS_CAPABILITY:
+        case LIBUSB_CAP_HAS_HOTPLUG:
+            return 1;
+        case LIBUSB_CAP_HAS_HID_ACCESS:
+            return 0x10000;  // these two answer their bit in the back end's own flags
+        case LIBUSB_CAP_SUPPORTS_DETACH_KERNEL_DRIVER:
+            return 0x20000;
+        default:
+            return 0;
+    }
+}
+
+int libusb_set_option(libusb_context* /*context*/, libusb_option /*option*/, ...) {
+    SIM_ENTER("libusb_set_option");
+    return LIBUSB_SUCCESS;  // there is nothing here that an option would change
+}

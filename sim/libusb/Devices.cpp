@@ -1,0 +1,210 @@
+#include "Devices.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "Checks.h"
+
+namespace sim {
+
+namespace {
+
+std::uint16_t word(const simbus::Bytes& bytes, std::size_t at) {
+    return static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8U);
+}
+
+libusb_device_descriptor decode(const simbus::Bytes& bytes) {
+    libusb_device_descriptor descriptor{};
+    descriptor.bLength = bytes[0];
+    descriptor.bDescriptorType = bytes[1];
+    descriptor.bcdUSB = word(bytes, 2);
+    descriptor.bDeviceClass = bytes[4];
+    descriptor.bDeviceSubClass = bytes[5];
+    descriptor.bDeviceProtocol = bytes[6];
+    descriptor.bMaxPacketSize0 = bytes[7];
+    descriptor.idVendor = word(bytes, 8);
+    descriptor.idProduct = word(bytes, 10);
+    descriptor.bcdDevice = word(bytes, 12);
+    descriptor.iManufacturer = bytes[14];
+    descriptor.iProduct = bytes[15];
+    descriptor.iSerialNumber = bytes[16];
+    descriptor.bNumConfigurations = bytes[17];
+    return descriptor;
+}
+
+auto findConnection(libusb_context& context, simbus::ConnectionId connection) {
+    return std::find_if(context.devices.begin(), context.devices.end(),
+                        [&](const libusb_device* device) { return device->info->connection == connection; });
+}
+
+void notify(libusb_context& context, libusb_device& device, libusb_hotplug_event event) {
+    context.messages.push_back({&device, event});
+    context.wake.notify_all();
+}
+
+void freeUnlessReferred(libusb_device& device) {
+    if (device.callerReferences == 0 && device.ownReferences == 0) {
+        state().devices.retire(&device);
+    }
+}
+
+}  // namespace
+
+void deviceArrived(libusb_context& context, const simbus::DeviceInfoPtr& info, bool tell) {
+    constexpr std::size_t whole = 18;
+    if (info->deviceDescriptor.size() < whole ||
+        findConnection(context, info->connection) != context.devices.end()) {
+        return;  // a device without a whole descriptor is none that a host would list
+    }
+    auto* device = new libusb_device{&context, info, decode(info->deviceDescriptor)};
+    state().devices.add(device, device);
+    context.devices.insert(context.devices.begin(), device);
+    if (tell) {
+        notify(context, *device, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED);
+    }
+}
+
+void deviceLeft(libusb_context& context, const simbus::DeviceInfo& info) {
+    const auto found = findConnection(context, info.connection);
+    if (found == context.devices.end()) {
+        return;
+    }
+    libusb_device& device = **found;
+    device.attached = false;
+    context.devices.erase(found);
+    notify(context, device, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);  // takes over the connection's reference
+}
+
+void holdDevice(libusb_device& device) {
+    ++device.ownReferences;
+}
+
+void releaseDevice(libusb_device& device) {
+    --device.ownReferences;
+    freeUnlessReferred(device);
+}
+
+namespace {
+
+void unreference(const char* function, libusb_device* given) {
+    libusb_device* device = checkDevice(function, given);
+    if (device == nullptr) {
+        return;
+    }
+    if (device->callerReferences == 0) {
+        violation(function, "device " + nameOf(*device) + " has no reference of the caller to give back");
+        return;
+    }
+    --device->callerReferences;
+    freeUnlessReferred(*device);
+}
+
+}  // namespace
+
+}  // namespace sim
+
+using sim::StateLock;
+
+ssize_t libusb_get_device_list(libusb_context* given, libusb_device*** list) {
+    SIM_ENTER("libusb_get_device_list");
+    const StateLock lock(sim::state().mutex);
+    libusb_context* context = sim::checkContext("libusb_get_device_list", given);
+    if (context == nullptr) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    auto* record = new sim::DeviceListRecord{context, context->devices};
+    for (libusb_device* device : record->devices) {
+        ++device->callerReferences;
+    }
+    const auto count = static_cast<ssize_t>(record->devices.size());
+    record->devices.push_back(nullptr);
+    *list = record->devices.data();
+    sim::state().lists.add(*list, record);
+    return count;
+}
+
+void libusb_free_device_list(libusb_device** list, int unreferenceDevices) {
+    SIM_ENTER_VOID("libusb_free_device_list");
+    if (list == nullptr) {
+        return;
+    }
+    const StateLock lock(sim::state().mutex);
+    sim::Registry<sim::DeviceListRecord>& lists = sim::state().lists;
+    if (lists.find(list) == nullptr) {
+        sim::violation("libusb_free_device_list",
+                       lists.wasGivenBack(list) ? "list is freed twice" : "list was never handed out");
+        return;
+    }
+    for (libusb_device** device = list; unreferenceDevices != 0 && *device != nullptr; ++device) {
+        sim::unreference("libusb_free_device_list", *device);
+    }
+    lists.retire(list);
+}
+
+libusb_device* libusb_ref_device(libusb_device* given) {
+    SIM_ENTER_VOID("libusb_ref_device");
+    const StateLock lock(sim::state().mutex);
+    libusb_device* device = sim::checkDevice("libusb_ref_device", given);
+    if (device != nullptr) {
+        ++device->callerReferences;
+    }
+    return given;
+}
+
+void libusb_unref_device(libusb_device* given) {
+    SIM_ENTER_VOID("libusb_unref_device");
+    if (given == nullptr) {
+        return;
+    }
+    const StateLock lock(sim::state().mutex);
+    sim::unreference("libusb_unref_device", given);
+}
+
+int libusb_get_device_descriptor(libusb_device* given, libusb_device_descriptor* descriptor) {
+    SIM_ENTER("libusb_get_device_descriptor");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device* device = sim::checkDevice("libusb_get_device_descriptor", given);
+    if (device == nullptr) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    *descriptor = device->descriptor;
+    return LIBUSB_SUCCESS;
+}
+
+uint8_t libusb_get_bus_number(libusb_device* given) {
+    SIM_ENTER_VOID("libusb_get_bus_number");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device* device = sim::checkDevice("libusb_get_bus_number", given);
+    return device == nullptr ? std::uint8_t{0} : device->info->busNumber;
+}
+
+uint8_t libusb_get_device_address(libusb_device* given) {
+    SIM_ENTER_VOID("libusb_get_device_address");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device* device = sim::checkDevice("libusb_get_device_address", given);
+    return device == nullptr ? std::uint8_t{0} : device->info->address;
+}
+
+uint8_t libusb_get_port_number(libusb_device* given) {
+    SIM_ENTER_VOID("libusb_get_port_number");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device* device = sim::checkDevice("libusb_get_port_number", given);
+    return device == nullptr ? std::uint8_t{0} : device->info->port;
+}
+
+int libusb_get_device_speed(libusb_device* given) {
+    SIM_ENTER("libusb_get_device_speed");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device* device = sim::checkDevice("libusb_get_device_speed", given);
+    if (device == nullptr) {
+        return LIBUSB_SPEED_UNKNOWN;
+    }
+    switch (device->info->speed) {
+        case simbus::Speed::full:
+            return LIBUSB_SPEED_FULL;
+        case simbus::Speed::high:
+            return LIBUSB_SPEED_HIGH;
+        default:
+            return LIBUSB_SPEED_SUPER;
+    }
+}

@@ -1,0 +1,21 @@
+// Event handling inside the library: one thread at a time handles a context's events, the others wait for it
+// to leave. State's lock not held.
+#pragma once
+
+#include <chrono>
+
+#include "Objects.h"
+
+namespace sim {
+
+void lockEvents(libusb_context& context);
+bool tryLockEvents(libusb_context& context);
+void unlockEvents(libusb_context& context);
+
+// What libusb_handle_events_timeout_completed does; `completed` may be null.
+int handleEvents(libusb_context& context, std::chrono::nanoseconds timeout, const int* completed);
+
+// Calls the hotplug callbacks for what has happened since the last time.
+void processHotplug(libusb_context& context);
+
+}  // namespace sim

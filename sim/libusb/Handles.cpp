@@ -1,0 +1,292 @@
+// Open devices.
+#include <algorithm>
+#include <tuple>
+
+#include "Checks.h"
+#include "Claims.h"
+#include "Devices.h"
+#include "Events.h"
+#include "Transfers.h"
+
+namespace sim {
+
+namespace {
+
+constexpr int mostInterfaces = 32;
+
+// What the scenario makes this device always answer to an operation.
+std::optional<int> hostFailure(const libusb_device& device, const char* operation) {
+    const auto found = device.info->hostFailures.find(operation);
+    return found == device.info->hostFailures.end() ? std::nullopt : std::optional<int>(found->second);
+}
+
+int codeOf(simbus::Status status) {
+    switch (status) {
+        case simbus::Status::completed:
+            return LIBUSB_SUCCESS;
+        case simbus::Status::noDevice:
+            return LIBUSB_ERROR_NO_DEVICE;
+        default:
+            return LIBUSB_ERROR_NOT_FOUND;
+    }
+}
+
+// What every call on a handle begins with: the handle when it is one, and the code to answer when the call
+// ends there.
+struct Opened {
+    libusb_device_handle* handle = nullptr;
+    int error = LIBUSB_SUCCESS;
+    simbus::ConnectionId connection = 0;
+};
+
+Opened attachedHandle(const char* function, libusb_device_handle* given) {
+    Opened opened;
+    opened.handle = checkHandle(function, given);
+    if (opened.handle == nullptr) {
+        opened.error = LIBUSB_ERROR_INVALID_PARAM;
+        return opened;
+    }
+    opened.connection = opened.handle->device->info->connection;
+    opened.error = opened.handle->device->attached ? LIBUSB_SUCCESS : LIBUSB_ERROR_NO_DEVICE;
+    return opened;
+}
+
+// The same for calls about an interface.
+Opened attachedInterface(const char* function, libusb_device_handle* given, int interfaceNumber) {
+    Opened opened = attachedHandle(function, given);
+    if (opened.handle != nullptr && (interfaceNumber < 0 || interfaceNumber >= mostInterfaces)) {
+        opened.error = LIBUSB_ERROR_INVALID_PARAM;
+    }
+    return opened;
+}
+
+std::vector<TransferRecord*> transfersOf(const libusb_device_handle& handle, std::uint8_t interfaceNumber) {
+    return flyingTransfers(*handle.context, [&](const TransferRecord& record) {
+        return record.handle == &handle && record.interfaceNumber == interfaceNumber &&
+               record.shown->type != LIBUSB_TRANSFER_TYPE_CONTROL;
+    });
+}
+
+std::vector<TransferRecord*> closeHandle(libusb_device_handle& handle) {
+    libusb_context& context = *handle.context;
+    auto abandoned =
+        abandonTransfers(context, [&](const TransferRecord& record) { return record.handle == &handle; });
+    if (!abandoned.empty()) {
+        violation("libusb_close", "device " + nameOf(*handle.device) + " has " +
+                                      std::to_string(abandoned.size()) + " transfer(s) in flight");
+    }
+    dropClaims(handle);
+    auto& handles = context.handles;
+    handles.erase(std::find(handles.begin(), handles.end(), &handle));
+    releaseDevice(*handle.device);
+    state().handles.retire(&handle);
+    return abandoned;
+}
+
+}  // namespace
+
+}  // namespace sim
+
+using sim::StateLock;
+
+int libusb_open(libusb_device* given, libusb_device_handle** handle) {
+    SIM_ENTER("libusb_open");
+    const StateLock lock(sim::state().mutex);
+    libusb_device* device = sim::checkDevice("libusb_open", given);
+    if (device == nullptr) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    if (!device->attached || !simbus::Bus::instance().configuration(device->info->connection)) {
+        return LIBUSB_ERROR_NO_DEVICE;
+    }
+    if (const auto code = sim::hostFailure(*device, "open"); code) {
+        return *code;
+    }
+    auto* opened = new libusb_device_handle{device, device->context};
+    sim::state().handles.add(opened, opened);
+    sim::holdDevice(*device);
+    device->context->handles.push_back(opened);
+    device->context->sourcesChanged = true;
+    device->context->wake.notify_all();
+    *handle = opened;
+    return LIBUSB_SUCCESS;
+}
+
+void libusb_close(libusb_device_handle* given) {
+    SIM_ENTER_VOID("libusb_close");
+    if (given == nullptr) {
+        return;
+    }
+    StateLock lock(sim::state().mutex);
+    libusb_device_handle* handle = sim::checkHandle("libusb_close", given);
+    if (handle == nullptr) {
+        return;
+    }
+    // A device is closed while nobody handles events; the thread that handles them is asked to leave. Inside
+    // one of its own callbacks that thread need not ask.
+    libusb_context& context = *handle->context;
+    const bool handlesEvents = sim::threadState().handling == &context;
+    if (!handlesEvents) {
+        ++context.closing;
+        context.wake.notify_all();
+        lock.unlock();
+        sim::lockEvents(context);
+        lock.lock();
+    }
+    // Another thread may have closed it meanwhile, against the rules.
+    handle = sim::checkHandle("libusb_close", given);
+    const auto abandoned =
+        handle == nullptr ? std::vector<sim::TransferRecord*>() : sim::closeHandle(*handle);
+    context.closing -= handlesEvents ? 0 : 1;
+    lock.unlock();
+    sim::stopOnBus(abandoned);
+    if (!handlesEvents) {
+        sim::unlockEvents(context);
+    }
+}
+
+libusb_device* libusb_get_device(libusb_device_handle* given) {
+    SIM_ENTER_VOID("libusb_get_device");
+    const StateLock lock(sim::state().mutex);
+    const libusb_device_handle* handle = sim::checkHandle("libusb_get_device", given);
+    return handle == nullptr ? nullptr : handle->device;
+}
+
+int libusb_get_configuration(libusb_device_handle* given, int* configuration) {
+    SIM_ENTER("libusb_get_configuration");
+    const StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedHandle("libusb_get_configuration", given);
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    if (const auto code = sim::hostFailure(*opened.handle->device, "getConfiguration"); code) {
+        return *code;
+    }
+    const auto active = simbus::Bus::instance().configuration(opened.connection);
+    if (!active) {
+        return LIBUSB_ERROR_NO_DEVICE;
+    }
+    *configuration = *active;
+    return LIBUSB_SUCCESS;
+}
+
+int libusb_set_configuration(libusb_device_handle* given, int configuration) {
+    SIM_ENTER("libusb_set_configuration");
+    StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedHandle("libusb_set_configuration", given);
+    if (opened.handle != nullptr && (configuration < -1 || configuration > 0xFF)) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    if (const auto code = sim::hostFailure(*opened.handle->device, "setConfiguration"); code) {
+        return *code;
+    }
+    if (sim::anyClaimed(*opened.handle->device)) {
+        return LIBUSB_ERROR_BUSY;
+    }
+    lock.unlock();
+    const auto value = static_cast<std::uint8_t>(std::max(configuration, 0));  // -1 means none
+    return sim::codeOf(simbus::Bus::instance().setConfiguration(opened.connection, value));
+}
+
+int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
+    SIM_ENTER("libusb_claim_interface");
+    const StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedInterface("libusb_claim_interface", given, interfaceNumber);
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    if (const auto code = sim::hostFailure(*opened.handle->device, "claim"); code) {
+        return *code;
+    }
+    return sim::claimInterface(*opened.handle, static_cast<std::uint8_t>(interfaceNumber));
+}
+
+int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
+    SIM_ENTER("libusb_release_interface");
+    StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedInterface("libusb_release_interface", given, interfaceNumber);
+    if (opened.error == LIBUSB_ERROR_INVALID_PARAM) {
+        return opened.error;
+    }
+    const auto number = static_cast<std::uint8_t>(interfaceNumber);
+    if (!sim::hasClaimed(*opened.handle, number)) {
+        return LIBUSB_ERROR_NOT_FOUND;
+    }
+    sim::state().claims.erase({opened.connection, number});
+    const auto stopped = sim::transfersOf(*opened.handle, number);
+    lock.unlock();
+    // The kernel stops what runs on the interface and puts it back to its first setting.
+    sim::stopOnBus(stopped);
+    auto& bus = simbus::Bus::instance();
+    if (bus.alternate(opened.connection, number).value_or(0) != 0) {
+        bus.setAlternate(opened.connection, number, 0);
+    }
+    return opened.error;
+}
+
+int libusb_set_interface_alt_setting(libusb_device_handle* given, int interfaceNumber, int alternate) {
+    SIM_ENTER("libusb_set_interface_alt_setting");
+    StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedInterface("libusb_set_interface_alt_setting", given, interfaceNumber);
+    if (opened.handle != nullptr && (alternate < 0 || alternate > 0xFF)) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    const auto number = static_cast<std::uint8_t>(interfaceNumber);
+    if (!sim::hasClaimed(*opened.handle, number)) {
+        return LIBUSB_ERROR_NOT_FOUND;
+    }
+    lock.unlock();
+    return sim::codeOf(simbus::Bus::instance().setAlternate(opened.connection, number,
+                                                            static_cast<std::uint8_t>(alternate)));
+}
+
+int libusb_clear_halt(libusb_device_handle* given, unsigned char endpoint) {
+    SIM_ENTER("libusb_clear_halt");
+    StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedHandle("libusb_clear_halt", given);
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    lock.unlock();
+    return sim::codeOf(simbus::Bus::instance().clearHalt(opened.connection, endpoint));
+}
+
+int libusb_reset_device(libusb_device_handle* given) {
+    SIM_ENTER("libusb_reset_device");
+    StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedHandle("libusb_reset_device", given);
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    lock.unlock();
+    // A device that vanishes during the reset counts as not found.
+    const auto status = simbus::Bus::instance().resetDevice(opened.connection);
+    return status == simbus::Status::completed ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
+}
+
+int libusb_kernel_driver_active(libusb_device_handle* given, int interfaceNumber) {
+    SIM_ENTER("libusb_kernel_driver_active");
+    const StateLock lock(sim::state().mutex);
+    return sim::attachedInterface("libusb_kernel_driver_active", given, interfaceNumber).error;  // 0: none is
+}
+
+// There is no driver to give an interface to or to take it from.
+int libusb_attach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
+    SIM_ENTER("libusb_attach_kernel_driver");
+    const StateLock lock(sim::state().mutex);
+    const int error = sim::attachedInterface("libusb_attach_kernel_driver", given, interfaceNumber).error;
+    return error != LIBUSB_SUCCESS ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
+}
+
+int libusb_detach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
+    SIM_ENTER("libusb_detach_kernel_driver");
+    const StateLock lock(sim::state().mutex);
+    const int error = sim::attachedInterface("libusb_detach_kernel_driver", given, interfaceNumber).error;
+    return error != LIBUSB_SUCCESS ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
+}

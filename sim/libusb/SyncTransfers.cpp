@@ -1,0 +1,179 @@
+// Transfers that their caller waits for, by handling events itself.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+
+#include "Checks.h"
+#include "Events.h"
+#include "Transfers.h"
+
+namespace sim {
+
+namespace {
+
+void setCompleted(libusb_transfer* transfer) {
+    __atomic_store_n(static_cast<int*>(transfer->user_data), 1, __ATOMIC_RELEASE);
+}
+
+int resultOf(libusb_transfer_status status) {
+    switch (status) {
+        case LIBUSB_TRANSFER_COMPLETED:
+            return LIBUSB_SUCCESS;
+        case LIBUSB_TRANSFER_TIMED_OUT:
+            return LIBUSB_ERROR_TIMEOUT;
+        case LIBUSB_TRANSFER_STALL:
+            return LIBUSB_ERROR_PIPE;
+        case LIBUSB_TRANSFER_OVERFLOW:
+            return LIBUSB_ERROR_OVERFLOW;
+        case LIBUSB_TRANSFER_NO_DEVICE:
+            return LIBUSB_ERROR_NO_DEVICE;
+        case LIBUSB_TRANSFER_ERROR:
+        case LIBUSB_TRANSFER_CANCELLED:
+            return LIBUSB_ERROR_IO;
+        default:
+            return LIBUSB_ERROR_OTHER;
+    }
+}
+
+// Submits and waits; `moved` gets the bytes moved, whatever the result.
+int run(const char* function, libusb_transfer wanted, int& moved) {
+    {
+        const StateLock lock(state().mutex);
+        if (checkHandle(function, wanted.dev_handle) == nullptr) {
+            return LIBUSB_ERROR_INVALID_PARAM;
+        }
+        if (!checkMayWait(function)) {
+            return LIBUSB_ERROR_BUSY;
+        }
+    }
+    int completed = 0;
+    wanted.callback = setCompleted;
+    wanted.user_data = &completed;
+    TransferRecord& record = allocateTransfer(0);
+    *record.shown = wanted;
+    int result = submitTransfer(record);
+    if (result == LIBUSB_SUCCESS) {
+        while (__atomic_load_n(&completed, __ATOMIC_ACQUIRE) == 0) {
+            handleEvents(*record.context, std::chrono::seconds(60), &completed);
+            const StateLock lock(state().mutex);
+            if (record.shown->dev_handle == nullptr) {  // closed by another thread: no callback will come
+                record.shown->status = LIBUSB_TRANSFER_NO_DEVICE;
+                break;
+            }
+        }
+        moved = record.shown->actual_length;
+        result = resultOf(record.shown->status);
+    }
+    freeTransfer(record);
+    return result;
+}
+
+int runPipe(const char* function, libusb_device_handle* handle, unsigned char type, unsigned char endpoint,
+            unsigned char* data, int length, int* transferred, unsigned int timeout) {
+    libusb_transfer wanted{};
+    wanted.dev_handle = handle;
+    wanted.type = type;
+    wanted.endpoint = endpoint;
+    wanted.buffer = data;
+    wanted.length = length;
+    wanted.timeout = timeout;
+    int moved = 0;
+    const int result = run(function, wanted, moved);
+    if (transferred != nullptr) {
+        *transferred = moved;
+    }
+    return result;
+}
+
+int runControl(const char* function, libusb_device_handle* handle, const simbus::Setup& setup,
+               unsigned char* data, unsigned int timeout) {
+    constexpr std::size_t setupSize = LIBUSB_CONTROL_SETUP_SIZE;
+    std::vector<unsigned char> buffer(setupSize + setup.length);
+    libusb_fill_control_setup(buffer.data(), setup.requestType, setup.request, setup.value, setup.index,
+                              setup.length);
+    const bool in = (setup.requestType & LIBUSB_ENDPOINT_IN) != 0;
+    if (!in && setup.length != 0) {
+        std::memcpy(buffer.data() + setupSize, data, setup.length);
+    }
+    libusb_transfer wanted{};
+    wanted.dev_handle = handle;
+    wanted.type = LIBUSB_TRANSFER_TYPE_CONTROL;
+    wanted.buffer = buffer.data();
+    wanted.length = static_cast<int>(buffer.size());
+    wanted.timeout = timeout;
+    int moved = 0;
+    const int result = run(function, wanted, moved);
+    if (in && moved > 0) {
+        std::memcpy(data, buffer.data() + setupSize, static_cast<std::size_t>(moved));
+    }
+    return result == LIBUSB_SUCCESS ? moved : result;
+}
+
+// One string descriptor into a buffer; the bytes read, or an error.
+int readString(const char* function, libusb_device_handle* handle, std::uint8_t index, std::uint16_t language,
+               unsigned char* data, std::uint16_t length) {
+    constexpr unsigned timeout = 1000;
+    const auto value = static_cast<std::uint16_t>(LIBUSB_DT_STRING << 8 | index);
+    return runControl(function, handle,
+                      {LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR, value, language, length}, data,
+                      timeout);
+}
+
+}  // namespace
+
+}  // namespace sim
+
+int libusb_control_transfer(libusb_device_handle* handle, uint8_t requestType, uint8_t request,
+                            uint16_t value, uint16_t index, unsigned char* data, uint16_t length,
+                            unsigned int timeout) {
+    SIM_ENTER("libusb_control_transfer");
+    return sim::runControl("libusb_control_transfer", handle, {requestType, request, value, index, length},
+                           data, timeout);
+}
+
+int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data,
+                         int length, int* transferred, unsigned int timeout) {
+    SIM_ENTER("libusb_bulk_transfer");
+    return sim::runPipe("libusb_bulk_transfer", handle, LIBUSB_TRANSFER_TYPE_BULK, endpoint, data, length,
+                        transferred, timeout);
+}
+
+int libusb_interrupt_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data,
+                              int length, int* transferred, unsigned int timeout) {
+    SIM_ENTER("libusb_interrupt_transfer");
+    return sim::runPipe("libusb_interrupt_transfer", handle, LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, data,
+                        length, transferred, timeout);
+}
+
+int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char* data,
+                                       int length) {
+    SIM_ENTER("libusb_get_string_descriptor_ascii");
+    constexpr auto function = "libusb_get_string_descriptor_ascii";
+    std::array<unsigned char, 255> text{};
+    if (index == 0) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    int got = sim::readString(function, handle, 0, 0, text.data(), 4);
+    if (got < 0) {
+        return got;
+    }
+    if (got != 4 || text[0] < 4 || text[1] != LIBUSB_DT_STRING) {
+        return LIBUSB_ERROR_IO;
+    }
+    const auto language = static_cast<std::uint16_t>(text[2] | text[3] << 8);
+    got = sim::readString(function, handle, index, language, text.data(), text.size());
+    if (got < 0) {
+        return got;
+    }
+    if (got < 2 || text[0] > got || text[1] != LIBUSB_DT_STRING) {
+        return LIBUSB_ERROR_IO;
+    }
+    int written = 0;
+    for (std::size_t at = 2; at + 1 < text[0] && written < length - 1; at += 2) {
+        const bool ascii = text[at + 1] == 0 && text[at] < 0x80;
+        data[written++] = ascii ? text[at] : '?';
+    }
+    data[written] = 0;
+    return written;
+}

@@ -1,0 +1,126 @@
+// The control socket, spoken to by clients of its own process.
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "ControlSocket.h"
+#include "SimTest.h"
+
+namespace simtest {
+namespace {
+
+class Client {
+ public:
+    explicit Client(const std::string& path) : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        EXPECT_EQ(connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
+    ~Client() { ::close(fd_); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    void send(const std::string& text) {
+        EXPECT_EQ(::send(fd_, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
+    }
+    void endSending() { shutdown(fd_, SHUT_WR); }
+
+    // One line without its end; empty when the other side has closed.
+    std::string line() {
+        std::string text;
+        char character = 0;
+        while (recv(fd_, &character, 1, 0) == 1 && character != '\n') {
+            text += character;
+        }
+        return text;
+    }
+
+ private:
+    int fd_;
+};
+
+class ControlSocketTest : public testing::Test {
+ protected:
+    void SetUp() override {
+        path = testing::TempDir() + "simbus-test-" + std::to_string(getpid());
+        ASSERT_TRUE(socket.open(path, [](const std::string& line) { return "<" + line + ">"; }));
+    }
+    void TearDown() override { socket.close(); }
+
+    std::string path;
+    simbus::ControlSocket socket;
+};
+
+TEST_F(ControlSocketTest, EveryLineIsAnswered) {
+    Client client(path);
+    client.send("one\ntwo\nth");
+    EXPECT_EQ(client.line(), "<one>");
+    EXPECT_EQ(client.line(), "<two>");
+    client.send("ree\n");
+    EXPECT_EQ(client.line(), "<three>");
+}
+
+TEST_F(ControlSocketTest, ClientsDoNotDisturbEachOther) {
+    Client one(path);
+    Client other(path);
+    one.send("half");
+    other.send("whole\n");
+    EXPECT_EQ(other.line(), "<whole>");
+    one.send(" done\n");
+    EXPECT_EQ(one.line(), "<half done>");
+}
+
+TEST_F(ControlSocketTest, ALateAnswerReachesAClientThatHasEndedSending) {
+    Client client(path);
+    client.send("last\n");
+    client.endSending();
+    EXPECT_EQ(client.line(), "<last>");
+    EXPECT_EQ(client.line(), "");
+}
+
+TEST_F(ControlSocketTest, AnAnswerOfAnyLengthArrivesWhole) {
+    const std::string large(3U << 20U, 'x');
+    Client client(path);
+    std::thread sender([&] { client.send(large + "\n"); });
+    EXPECT_EQ(client.line(), "<" + large + ">");
+    sender.join();
+}
+
+TEST_F(ControlSocketTest, AClientThatLeavesIsForgotten) {
+    for (int i = 0; i < 50; ++i) {
+        Client client(path);
+        client.send("x");
+    }
+    Client client(path);
+    client.send("still there\n");
+    EXPECT_EQ(client.line(), "<still there>");
+}
+
+TEST_F(ControlSocketTest, AnOldFileIsReplacedAndTheFileGoesInTheEnd) {
+    simbus::ControlSocket newer;
+    ASSERT_TRUE(newer.open(path, [](const std::string&) { return "newer"; }));
+    {
+        Client client(path);
+        client.send("x\n");
+        EXPECT_EQ(client.line(), "newer");
+    }
+    newer.close();
+    struct stat status {};
+    EXPECT_NE(stat(path.c_str(), &status), 0);
+}
+
+TEST_F(ControlSocketTest, APathThatCannotBeIsTold) {
+    simbus::ControlSocket bad;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(bad.open("/nowhere/at/all", {}));
+    EXPECT_FALSE(bad.open(std::string(200, 'x'), {}));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::HasSubstr("no control socket at /nowhere/at/all"));
+}
+
+}  // namespace
+}  // namespace simtest

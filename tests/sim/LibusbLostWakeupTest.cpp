@@ -1,0 +1,112 @@
+// A thread looks whether its transfer is done, and only then asks to handle events. When another thread
+// completes the transfer between the two, the first goes to sleep over a finished transfer. libusb is like
+// that, and programs must live with it: so the drop-in must be like that, too.
+#include "SimTest.h"
+
+namespace simtest {
+namespace {
+
+class LibusbLostWakeup : public LibusbTest {
+ protected:
+    void SetUp() override {
+        LibusbTest::SetUp();
+        in = std::make_unique<AsyncTransfer>(open("ECHO0001"), 0x81, Bytes(64));
+    }
+    void TearDown() override {
+        in.reset();
+        LibusbTest::TearDown();
+    }
+
+    // Runs at the waiter's call of libusb_handle_events, after its look at the flag.
+    void inTheGap(std::function<void()> what) {
+        bus.onCall("libusb_handle_events", [this, what = std::move(what)] {
+            bus.onCall("libusb_handle_events", {});
+            what();
+        });
+    }
+
+    // The waiter's loop, as programs write it, on a thread of its own. Answers the time that its wait took.
+    std::future<std::chrono::steady_clock::duration> startWaiter() {
+        EXPECT_EQ(in->submit(), 0);
+        return std::async(std::launch::async, [this] {
+            const auto begin = std::chrono::steady_clock::now();
+            while (in->pending()) {
+                libusb_handle_events(context);
+            }
+            return std::chrono::steady_clock::now() - begin;
+        });
+    }
+
+    std::unique_ptr<AsyncTransfer> in;
+};
+
+TEST_F(LibusbLostWakeup, AWaiterSleepsOverACompletionThatAnotherThreadHandledInTheGap) {
+    auto events = std::make_unique<EventThread>(context, timeval{3600, 0});
+    inTheGap([&] {
+        bus.feed("echo", 0x81, counting(1));
+        // The event thread handles the completion and goes to sleep again.
+        const int passes = events->passes();
+        EXPECT_TRUE(eventually([&] { return !in->pending(); }));
+        EXPECT_TRUE(eventually([&] { return events->passes() > passes; }));
+        EXPECT_TRUE(eventually([&] { return libusb_event_handler_active(context) != 0; }));
+    });
+    auto waiter = startWaiter();
+    EXPECT_EQ(waiter.wait_for(aWhile), std::future_status::timeout) << "asleep, though its transfer is done";
+    EXPECT_FALSE(in->pending());
+
+    // The handler leaves when it is interrupted, and that wakes the waiter.
+    EXPECT_TRUE(eventually([&] {
+        libusb_interrupt_event_handler(context);
+        return waiter.wait_for(std::chrono::milliseconds(1)) == std::future_status::ready;
+    }));
+    EXPECT_GE(waiter.get(), aWhile);
+}
+
+TEST_F(LibusbLostWakeup, TheHandlersPeriodBoundsTheSleep) {
+    EventThread events(context, {0, 200000});
+    inTheGap([&] {
+        bus.feed("echo", 0x81, counting(1));
+        EXPECT_TRUE(eventually([&] { return !in->pending(); }));
+    });
+    auto waiter = startWaiter();
+    EXPECT_EQ(waiter.wait_for(deadline), std::future_status::ready);
+}
+
+TEST_F(LibusbLostWakeup, AWaiterThatBecomesTheHandlerSleepsAsLongAsAHandlerDoes) {
+    inTheGap([&] {
+        bus.feed("echo", 0x81, counting(1));
+        handleEvents();  // completes it, and nobody handles events any more
+        EXPECT_FALSE(in->pending());
+    });
+    auto waiter = startWaiter();
+    EXPECT_EQ(waiter.wait_for(aWhile), std::future_status::timeout);
+    libusb_interrupt_event_handler(context);
+    EXPECT_EQ(waiter.wait_for(deadline), std::future_status::ready);
+}
+
+TEST_F(LibusbLostWakeup, AnInterruptInTheGapKeepsTheNextHandlerFromSleeping) {
+    inTheGap([&] {
+        bus.feed("echo", 0x81, counting(1));
+        handleEvents();
+        libusb_interrupt_event_handler(context);
+    });
+    EXPECT_EQ(startWaiter().wait_for(deadline), std::future_status::ready);
+}
+
+TEST_F(LibusbLostWakeup, TheFlagArgumentClosesTheGap) {
+    EventThread events(context, {3600, 0});
+    int completed = 0;
+    in->onCallback = [&] { __atomic_store_n(&completed, 1, __ATOMIC_RELEASE); };
+    bus.onCall("libusb_handle_events_completed", [&] {
+        bus.feed("echo", 0x81, counting(1));
+        EXPECT_TRUE(eventually([&] { return !in->pending(); }));
+        EXPECT_TRUE(eventually([&] { return libusb_event_handler_active(context) != 0; }));
+    });
+    ASSERT_EQ(in->submit(), 0);
+    auto waiter =
+        std::async(std::launch::async, [&] { return libusb_handle_events_completed(context, &completed); });
+    EXPECT_EQ(waiter.wait_for(deadline), std::future_status::ready);
+}
+
+}  // namespace
+}  // namespace simtest

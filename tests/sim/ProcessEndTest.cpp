@@ -1,0 +1,107 @@
+// A process must end at once whatever its threads do with the bus, and find what its environment asks for at
+// its start.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "SimTest.h"
+
+namespace simtest {
+namespace {
+
+class ProcessEnd : public testing::Test {
+ protected:
+    // The child is this program started anew, so that the bus is made as in any process.
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    static bool exists(const std::string& path) {
+        struct stat status {};
+        return stat(path.c_str(), &status) == 0;
+    }
+};
+
+void endWhileEverythingIsAtWork() {
+    auto& bus = simbus::Bus::instance();
+    bus.loadScenario(R"({"devices": [{"id": "slow", "interfaces": [{"endpoints":
+        [{"address": 1, "delayMs": 60000}, {"address": "0x81", "behaviour": "silent"}]}]}]})");
+    static libusb_context* context = nullptr;
+    libusb_init(&context);
+    libusb_device** list = nullptr;
+    libusb_get_device_list(context, &list);
+    libusb_device_handle* handle = nullptr;
+    libusb_open(list[0], &handle);
+    for (const std::uint8_t endpoint : Bytes{0x01, 0x81}) {
+        auto* transfer = new AsyncTransfer(handle, endpoint, Bytes(8));
+        transfer->submit();
+    }
+    std::thread([] {
+        for (;;) {
+            libusb_handle_events(context);
+        }
+    }).detach();
+    eventually([] { return libusb_event_handler_active(context) != 0; });
+    std::exit(0);
+}
+
+void endByExit() {
+    simbus::Bus::instance().onCall("libusb_error_name", [] { std::exit(0); });
+    libusb_error_name(0);
+}
+
+void endInASubscriberOfTheBussOwnThread() {
+    auto& bus = simbus::Bus::instance();
+    bus.loadScenario(
+        R"({"devices": [{"id": "slow", "interfaces": [{"endpoints": [{"address": 1, "delayMs": 1}]}]}]})");
+    static simbus::Transfer transfer;
+    static std::uint8_t byte = 0;
+    transfer.endpoint = 1;
+    transfer.data = &byte;
+    transfer.length = 1;
+    transfer.done = [] { std::exit(0); };
+    bus.submit(bus.devices().front()->connection, transfer);
+    for (;;) {
+        pause();
+    }
+}
+
+TEST_F(ProcessEnd, WithEverythingAtWork) {
+    EXPECT_EXIT(endWhileEverythingIsAtWork(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ProcessEnd, ByExitInsideAHook) {
+    EXPECT_EXIT(endByExit(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ProcessEnd, ByExitOnAThreadOfTheBus) {
+    EXPECT_EXIT(endInASubscriberOfTheBussOwnThread(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ProcessEnd, TheEnvironmentNamesScenarioAndSocket) {
+    // The child comes this way, too, with what its parent has set.
+    const char* inherited = std::getenv("SIMBUS_SOCKET");
+    const std::string socket =
+        inherited != nullptr ? inherited : testing::TempDir() + "simbus-env-" + std::to_string(getpid());
+    setenv("SIMBUS_SOCKET", socket.c_str(), 1);
+    setenv("SIMBUS_SCENARIO", SIM_SCENARIOS "/demo.json", 1);
+    EXPECT_EXIT(
+        {
+            const bool asAsked = exists(socket) && simbus::Bus::instance().devices().size() == 4;
+            std::exit(asAsked ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+    unsetenv("SIMBUS_SOCKET");
+    unsetenv("SIMBUS_SCENARIO");
+    EXPECT_FALSE(exists(socket)) << "the socket goes with the process";
+}
+
+TEST_F(ProcessEnd, AScenarioThatCannotBeReadIsTold) {
+    setenv("SIMBUS_SCENARIO", "/no/such/file", 1);
+    EXPECT_EXIT(std::exit(simbus::Bus::instance().devices().empty() ? 0 : 1), testing::ExitedWithCode(0),
+                "simbus: scenario /no/such/file: cannot be read");
+    unsetenv("SIMBUS_SCENARIO");
+}
+
+}  // namespace
+}  // namespace simtest

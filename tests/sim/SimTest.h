@@ -1,0 +1,119 @@
+// What the tests of the simulated bus share.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libusb.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Bus.h"
+
+namespace simtest {
+
+using Json = nlohmann::json;
+using simbus::Bytes;
+
+// Long enough for the slowest machine; what is waited for comes at once on any that works.
+constexpr auto deadline = std::chrono::seconds(30);
+// How long it is watched that something does not happen.
+constexpr auto aWhile = std::chrono::milliseconds(100);
+
+// Waits for a condition, handing over the processor between looks. False when the deadline has passed.
+bool eventually(const std::function<bool()>& condition);
+
+Bytes counting(std::size_t length, unsigned first = 0);
+
+// One request of the control protocol, and its answer.
+Json ask(const Json& request);
+
+// A bus with: "echo" (ECHO0001; bulk 01/81 and interrupt 02/82 echo pairs, packets of 64), "double" (two
+// configurations, of which the first has two interfaces, the second of these two settings), and "away"
+// (ECHO0003), which is not plugged in. After a test the bus must have no violation that the test did not
+// take.
+class SimTest : public testing::Test {
+ protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    std::vector<std::string> takeViolations();
+    simbus::ConnectionId connectionOf(const std::string& id);
+
+    simbus::Bus& bus = simbus::Bus::instance();
+};
+
+// The same with a libusb context.
+class LibusbTest : public SimTest {
+ protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    libusb_device* device(
+        const std::string& serial);  // referenced until the end of the test; null when absent
+    libusb_device_handle* open(const std::string& serial);
+    void close(libusb_device_handle* handle);
+    // Closes and gives back everything, and ends the context.
+    void endContext();
+    std::vector<std::string> serials();  // of libusb's device list, in its order
+
+    // One pass of event handling that lasts at most that long.
+    int handleEvents(std::chrono::milliseconds time = std::chrono::milliseconds(0));
+
+    libusb_context* context = nullptr;
+
+ private:
+    std::vector<libusb_device_handle*> handles_;
+    std::vector<libusb_device*> devices_;
+};
+
+// An asynchronous transfer with its buffer, that counts its callbacks.
+class AsyncTransfer {
+ public:
+    AsyncTransfer(libusb_device_handle* handle, std::uint8_t endpoint, Bytes data, unsigned timeout = 0,
+                  std::uint8_t type = LIBUSB_TRANSFER_TYPE_BULK);
+    ~AsyncTransfer();
+    AsyncTransfer(const AsyncTransfer&) = delete;
+    AsyncTransfer& operator=(const AsyncTransfer&) = delete;
+
+    int submit() { return libusb_submit_transfer(raw); }
+    bool pending() const { return callbacks.load() == 0; }
+    Bytes moved() const { return {buffer.begin(), buffer.begin() + raw->actual_length}; }
+    void free();  // earlier than at the end
+
+    Bytes buffer;
+    libusb_transfer* raw;
+    std::atomic<int> callbacks{0};
+    std::thread::id calledOn;
+    std::function<void()> onCallback;
+
+ private:
+    static void callback(libusb_transfer* transfer);
+};
+
+// A thread that handles events, period after period, until it is told to stop.
+class EventThread {
+ public:
+    explicit EventThread(libusb_context* context, timeval period = {1, 0});
+    ~EventThread();
+    EventThread(const EventThread&) = delete;
+    EventThread& operator=(const EventThread&) = delete;
+
+    void stop();
+    std::thread::id id() const { return thread_.get_id(); }
+    int passes() const { return passes_.load(); }
+
+ private:
+    libusb_context* context_;
+    std::atomic<bool> stopping_{false};
+    std::atomic<int> passes_{0};
+    std::thread thread_;
+};
+
+}  // namespace simtest
