@@ -1,0 +1,190 @@
+#include "DeviceLink.h"
+
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+#include <vector>
+
+namespace simbus::usbip {
+namespace {
+
+constexpr std::size_t largestTransfer = std::size_t{64} << 20;
+constexpr std::size_t mostIsoPackets = 1024;
+constexpr std::size_t isoDescriptorBytes = 16;
+
+int errnoOf(Status status) {
+    switch (status) {
+        case Status::completed:
+            return 0;
+        case Status::stall:
+            return -EPIPE;
+        case Status::overflow:
+            return -EOVERFLOW;
+        case Status::noDevice:
+            return -ESHUTDOWN;
+        case Status::cancelled:  // by the device's own side
+            return -EPROTO;
+    }
+    return -EPROTO;
+}
+
+}  // namespace
+
+DeviceLink::DeviceLink(ConnectionId connection, int socket) : connection_(connection), socket_(socket) {}
+
+DeviceLink::~DeviceLink() {
+    close(socket_);
+}
+
+void DeviceLink::hangUp() {
+    shutdown(socket_, SHUT_RDWR);
+}
+
+void DeviceLink::serve() {
+    Request request;
+    Bytes data;
+    while (readRequest(request, data)) {
+        if (request.kind == Request::Kind::submit) {
+            submit(request, std::move(data));
+        } else {
+            unlink(request);
+        }
+    }
+    hangUp();
+    takeBackAll();
+}
+
+// False at the end of the link, and at a message that makes no sense: what follows it could not be read
+// either.
+bool DeviceLink::readRequest(Request& request, Bytes& data) {
+    Header header;
+    if (!receive(header.data(), header.size())) {
+        return false;
+    }
+    request = parseRequest(header);
+    if (request.kind == Request::Kind::unlink) {
+        return true;
+    }
+    if (request.kind != Request::Kind::submit || request.length > largestTransfer ||
+        request.isoPackets > mostIsoPackets) {
+        return false;
+    }
+    data.assign(request.length, 0);
+    Bytes isoDescriptors(request.isoPackets * isoDescriptorBytes);
+    return (request.in || receive(data.data(), request.length)) &&
+           receive(isoDescriptors.data(), isoDescriptors.size());
+}
+
+void DeviceLink::submit(const Request& request, Bytes data) {
+    if (request.isoPackets > 0) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        send(submitAnswer(request.number, -EINVAL, 0), nullptr, 0);
+        return;
+    }
+    auto urb = std::make_shared<Urb>();
+    urb->data = std::move(data);
+    urb->in = request.in;
+    urb->transfer.endpoint = request.endpoint;
+    urb->transfer.setup = request.setup;
+    urb->transfer.setup.length =
+        static_cast<std::uint16_t>(std::min<std::size_t>(request.setup.length, urb->data.size()));
+    urb->transfer.data = urb->data.data();
+    urb->transfer.length = urb->data.size();
+    urb->transfer.done = [self = shared_from_this(), number = request.number] { self->completed(number); };
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        waiting_[request.number] = urb;
+    }
+    const Submitted submitted = Bus::instance().submit(connection_, urb->transfer);
+    if (submitted != Submitted::accepted) {
+        urb->transfer.status = submitted == Submitted::noDevice ? Status::noDevice : Status::stall;
+        completed(request.number);
+    }
+}
+
+void DeviceLink::unlink(const Request& request) {
+    std::shared_ptr<Urb> urb;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const auto found = waiting_.find(request.unlinked);
+        if (found == waiting_.end()) {
+            send(unlinkAnswer(request.number, 0), nullptr, 0);
+            return;
+        }
+        urb = found->second;
+        urb->unlinkedBy = request.number;
+    }
+    // Whether it is cancelled or completes at this moment: completed() sends what belongs to it.
+    Bus::instance().cancel(urb->transfer);
+}
+
+void DeviceLink::completed(std::uint32_t number) {
+    const auto keep = shared_from_this();  // the transfer goes at the end, and with it what held this link
+    std::shared_ptr<Urb> urb;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = waiting_.find(number);
+    urb = std::move(found->second);
+    waiting_.erase(found);
+
+    const Transfer& transfer = urb->transfer;
+    if (transfer.status == Status::noDevice) {
+        return;  // a device that is gone answers nothing; the link is about to be closed
+    }
+    const bool takenBack = urb->unlinkedBy != 0 && transfer.status == Status::cancelled;
+    // The answer to an unlink carries no data, so a transfer that has moved some gets its own answer first.
+    if (!takenBack || transfer.actual > 0) {
+        const int status = takenBack ? -ECONNRESET : errnoOf(transfer.status);
+        send(submitAnswer(number, status, transfer.actual), transfer.data, urb->in ? transfer.actual : 0);
+    }
+    if (urb->unlinkedBy != 0) {
+        send(unlinkAnswer(urb->unlinkedBy, takenBack && transfer.actual == 0 ? -ECONNRESET : 0), nullptr, 0);
+    }
+}
+
+void DeviceLink::takeBackAll() {
+    std::vector<std::shared_ptr<Urb>> urbs;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& [number, urb] : waiting_) {
+            urbs.push_back(urb);
+        }
+    }
+    for (const auto& urb : urbs) {
+        Bus::instance().cancel(urb->transfer);
+    }
+}
+
+bool DeviceLink::receive(void* bytes, std::size_t length) {
+    while (length > 0) {
+        const ssize_t got = recv(socket_, bytes, length, MSG_WAITALL);
+        if (got <= 0) {
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        bytes = static_cast<std::uint8_t*>(bytes) + got;
+        length -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+// A failure is not reported: the link has ended then, which serve() notices.
+void DeviceLink::send(const Header& header, const std::uint8_t* data, std::size_t length) {
+    Bytes message(header.begin(), header.end());
+    message.insert(message.end(), data, data + length);
+    std::size_t sent = 0;
+    while (sent < message.size()) {
+        const ssize_t now = ::send(socket_, message.data() + sent, message.size() - sent, MSG_NOSIGNAL);
+        if (now < 0 && errno != EINTR) {
+            return;
+        }
+        sent += now > 0 ? static_cast<std::size_t>(now) : 0;
+    }
+}
+
+}  // namespace simbus::usbip

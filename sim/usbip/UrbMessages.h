@@ -1,0 +1,37 @@
+// The messages that a Linux kernel's virtual host controller exchanges with whoever plays its devices: a
+// 48-byte header of big-endian words, followed by the data that goes with it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "bus/Bus.h"
+
+namespace simbus::usbip {
+
+using Header = std::array<std::uint8_t, 48>;
+
+// Asked by the kernel: to start a transfer (an URB), or to take one back.
+struct Request {
+    enum class Kind : std::uint32_t { submit = 1, unlink = 2 };
+
+    Kind kind = Kind::submit;
+    std::uint32_t number = 0;   // of this request, to be named in its answer
+    bool in = false;            // the data goes to the host; for OUT it follows the header
+    std::uint8_t endpoint = 0;  // with direction bit, but plain 0 for the control endpoint
+    // Of a submit only.
+    std::size_t length = 0;      // bytes of data
+    std::size_t isoPackets = 0;  // isochronous only; each has a 16-byte descriptor after the data
+    Setup setup;                 // control endpoint only
+    // Of an unlink only.
+    std::uint32_t unlinked = 0;  // the number of the submit to take back
+};
+
+Request parseRequest(const Header& header);
+
+// Answers. `status` is 0 or a negative errno. The data of an IN transfer, `actual` bytes, follows its answer.
+Header submitAnswer(std::uint32_t number, int status, std::size_t actual);
+Header unlinkAnswer(std::uint32_t number, int status);
+
+}  // namespace simbus::usbip

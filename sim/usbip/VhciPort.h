@@ -1,0 +1,20 @@
+// The ports of the kernel's virtual host controller (vhci_hcd), through its files in sysfs.
+#pragma once
+
+#include "bus/Bus.h"
+
+namespace simbus::usbip {
+
+// Plugs a device of that speed into a free port; the kernel talks to it over a duplicate of `socket`. Returns
+// the port's number. Throws std::runtime_error when there is no controller or no free port.
+int attachToFreePort(int socket, Speed speed, ConnectionId connection);
+
+// Waits until the kernel has let go of the port. False when it does not within some seconds.
+bool waitUntilFree(int port);
+
+// Waits until the kernel has configured the device at the port, and puts it into the wanted configuration (0
+// for none) if the kernel chose another. Returns at once when another device, or none, is at the port. False
+// when the kernel does not do it within some seconds.
+bool configure(int port, ConnectionId connection, std::uint8_t wanted);
+
+}  // namespace simbus::usbip

@@ -1,0 +1,240 @@
+// The kernel front's side of one device, with this test in the place of the kernel.
+#include <endian.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DeviceLink.h"
+
+namespace simbus::usbip {
+namespace {
+
+constexpr char scenario[] = R"({"devices": [{
+    "id": "tool", "plugged": true, "vendorId": "0x6A5C", "productId": "0x1001", "serial": "LINK0001",
+    "interfaces": [{"number": 0, "class": 255, "endpoints": [
+        {"address": "0x01", "type": "bulk", "maxPacketSize": 64, "behaviour": "echo"},
+        {"address": "0x81", "type": "bulk", "maxPacketSize": 64, "behaviour": "echo"},
+        {"address": "0x82", "type": "bulk", "maxPacketSize": 64, "behaviour": "stall"},
+        {"address": "0x83", "type": "bulk", "maxPacketSize": 64, "behaviour": "silent", "limit": 5}]}]}]})";
+
+constexpr std::uint32_t submitAnswered = 3;
+constexpr std::uint32_t unlinkAnswered = 4;
+
+struct Answer {
+    std::uint32_t kind = 0;
+    std::uint32_t number = 0;
+    int status = 0;
+    std::size_t actual = 0;
+    Bytes data;
+};
+
+class DeviceLinkTest : public testing::Test {
+ protected:
+    void SetUp() override {
+        Bus& bus = Bus::instance();
+        bus.loadScenario(scenario);
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        kernel_ = ends[1];
+        const timeval deadline{20, 0};
+        setsockopt(kernel_, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
+        link_ = std::make_shared<DeviceLink>(bus.devices().at(0)->connection, ends[0]);
+        server_ = std::thread([link = link_] { link->serve(); });
+    }
+
+    void TearDown() override {
+        close(kernel_);
+        server_.join();
+    }
+
+    void send(std::vector<std::uint32_t> words, const Bytes& setup = Bytes(8), const Bytes& data = {}) {
+        words.resize(10);
+        Bytes message;
+        for (const std::uint32_t word : words) {
+            const std::uint32_t big = htobe32(word);
+            const auto* bytes = reinterpret_cast<const std::uint8_t*>(&big);
+            message.insert(message.end(), bytes, bytes + sizeof big);
+        }
+        message.insert(message.end(), setup.begin(), setup.end());
+        message.insert(message.end(), data.begin(), data.end());
+        ASSERT_EQ(::send(kernel_, message.data(), message.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(message.size()));
+    }
+
+    void submitIn(std::uint32_t number, std::uint32_t endpoint, std::uint32_t length) {
+        send({1, number, 0, 1, endpoint, 0, length});
+        reads_[number] = true;
+    }
+    void submitOut(std::uint32_t number, std::uint32_t endpoint, const Bytes& data) {
+        send({1, number, 0, 0, endpoint, 0, static_cast<std::uint32_t>(data.size())}, Bytes(8), data);
+    }
+    void unlink(std::uint32_t number, std::uint32_t unlinked) { send({2, number, 0, 0, 0, unlinked}); }
+
+    Bytes receive(std::size_t length) {
+        Bytes bytes(length);
+        const ssize_t got = length == 0 ? 0 : recv(kernel_, bytes.data(), length, MSG_WAITALL);
+        EXPECT_EQ(got, static_cast<ssize_t>(length));
+        return bytes;
+    }
+
+    Answer answer() {
+        const Bytes header = receive(48);
+        const auto word = [&](std::size_t at) {
+            std::uint32_t value = 0;
+            std::memcpy(&value, header.data() + at * 4, 4);
+            return be32toh(value);
+        };
+        Answer got{word(0), word(1), static_cast<int>(word(5)), 0, {}};
+        if (got.kind == submitAnswered) {
+            got.actual = word(6);
+            got.data = receive(reads_[got.number] ? got.actual : 0);
+        }
+        return got;
+    }
+
+    void expectAnswer(std::uint32_t kind, std::uint32_t number, int status) {
+        const Answer got = answer();
+        EXPECT_EQ(got.kind, kind);
+        EXPECT_EQ(got.number, number);
+        EXPECT_EQ(got.status, status);
+    }
+
+    // Requests are handled in order, so what came before a control request has been handled when it is
+    // answered.
+    void passOver(std::uint32_t number) {
+        const Bytes getStatus{0x80, 0, 0, 0, 0, 0, 2, 0};
+        reads_[number] = true;
+        send({1, number, 0, 1, 0, 0, 2}, getStatus);
+        expectAnswer(submitAnswered, number, 0);
+    }
+
+    int kernel_ = -1;
+    std::shared_ptr<DeviceLink> link_;
+    std::thread server_;
+    std::map<std::uint32_t, bool> reads_;
+};
+
+TEST_F(DeviceLinkTest, DataGoesOutAndComesBack) {
+    const Bytes data{1, 2, 3, 4};
+    submitOut(1, 1, data);
+    const Answer written = answer();
+    EXPECT_EQ(written.number, 1U);
+    EXPECT_EQ(written.status, 0);
+    EXPECT_EQ(written.actual, data.size());
+    submitIn(2, 1, 64);
+    const Answer got = answer();
+    EXPECT_EQ(got.number, 2U);
+    EXPECT_EQ(got.status, 0);
+    EXPECT_EQ(got.data, data);
+}
+
+TEST_F(DeviceLinkTest, ControlRequestCarriesItsSetupPacket) {
+    reads_[1] = true;
+    send({1, 1, 0, 1, 0, 0, 18}, {0x80, 6, 0, 1, 0, 0, 18, 0});
+    EXPECT_EQ(answer().data, Bus::instance().devices().at(0)->deviceDescriptor);
+}
+
+TEST_F(DeviceLinkTest, StallAndUnknownEndpointAreBrokenPipes) {
+    submitIn(1, 2, 64);
+    expectAnswer(submitAnswered, 1, -EPIPE);
+    submitIn(2, 9, 64);
+    expectAnswer(submitAnswered, 2, -EPIPE);
+}
+
+TEST_F(DeviceLinkTest, UnlinkOfAWaitingTransferIsItsOnlyAnswer) {
+    submitIn(1, 1, 64);
+    unlink(2, 1);
+    expectAnswer(unlinkAnswered, 2, -ECONNRESET);
+    passOver(3);
+}
+
+TEST_F(DeviceLinkTest, UnlinkAfterCompletionComesAfterTheAnswer) {
+    submitOut(1, 1, {7});
+    unlink(2, 1);
+    expectAnswer(submitAnswered, 1, 0);
+    expectAnswer(unlinkAnswered, 2, 0);
+}
+
+TEST_F(DeviceLinkTest, UnlinkDeliversWhatHadBeenMoved) {
+    submitIn(1, 3, 64);
+    unlink(2, 1);
+    const Answer partial = answer();
+    EXPECT_EQ(partial.number, 1U);
+    EXPECT_EQ(partial.status, -ECONNRESET);
+    EXPECT_EQ(partial.data, (Bytes{0, 1, 2, 3, 4}));
+    expectAnswer(unlinkAnswered, 2, 0);
+}
+
+TEST_F(DeviceLinkTest, UnlinkRacingWithDataLosesNeitherDataNorAnswers) {
+    constexpr std::uint32_t rounds = 500;
+    std::thread feeder([] {
+        for (std::uint32_t i = 0; i < rounds; ++i) {
+            Bus::instance().feed("tool", 0x81, {static_cast<std::uint8_t>(i)});
+        }
+    });
+    Bytes got;
+    std::uint32_t number = 0;
+    while (got.size() < rounds && !HasFailure()) {
+        const std::uint32_t submitted = ++number;
+        submitIn(submitted, 1, 64);
+        const std::uint32_t taken = ++number;
+        unlink(taken, submitted);
+        Answer first = answer();
+        if (first.kind == submitAnswered) {
+            EXPECT_EQ(first.number, submitted);
+            EXPECT_EQ(first.status, 0);
+            got.insert(got.end(), first.data.begin(), first.data.end());
+            expectAnswer(unlinkAnswered, taken, 0);
+        } else {
+            EXPECT_EQ(first.number, taken);
+            EXPECT_EQ(first.status, -ECONNRESET);
+        }
+    }
+    feeder.join();
+    for (std::uint32_t i = 0; i < got.size(); ++i) {
+        ASSERT_EQ(got[i], static_cast<std::uint8_t>(i));
+    }
+}
+
+TEST_F(DeviceLinkTest, IsochronousTransferIsRefusedWhole) {
+    const Bytes dataAndDescriptors(100 + 2 * 16);
+    send({1, 1, 0, 0, 1, 0, 100, 0, 2}, Bytes(8), dataAndDescriptors);
+    expectAnswer(submitAnswered, 1, -EINVAL);
+    passOver(2);
+}
+
+TEST_F(DeviceLinkTest, EndOfTheLinkTakesBackWhatWaits) {
+    submitIn(1, 1, 64);
+    passOver(2);
+    EXPECT_EQ(Bus::instance().pending("tool", 0x81), 1U);
+    link_->hangUp();
+    server_.join();
+    EXPECT_EQ(Bus::instance().pending("tool", 0x81), 0U);
+    server_ = std::thread([] {});
+}
+
+TEST_F(DeviceLinkTest, UnpluggedDeviceAnswersNothingMore) {
+    submitIn(1, 1, 64);
+    passOver(2);
+    Bus::instance().unplug("tool");
+    link_->hangUp();
+    char byte = 0;
+    EXPECT_EQ(recv(kernel_, &byte, 1, 0), 0);
+}
+
+TEST_F(DeviceLinkTest, NonsenseEndsTheLink) {
+    send({77, 1});
+    char byte = 0;
+    EXPECT_EQ(recv(kernel_, &byte, 1, 0), 0);
+}
+
+}  // namespace
+}  // namespace simbus::usbip
