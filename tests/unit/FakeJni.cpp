@@ -75,9 +75,11 @@ FakeJni::FakeJni() {
 }
 
 FakeByteArray::FakeByteArray(std::vector<jbyte> content) : bytes(std::move(content)) {
+    bytes.reserve(1);  // pinning an empty array gives a pointer, too
     lengths()[this] = static_cast<jsize>(bytes.size());
 }
 
 FakeIntArray::FakeIntArray(std::vector<jint> content) : values(std::move(content)) {
+    values.reserve(1);
     lengths()[this] = static_cast<jsize>(values.size());
 }

@@ -202,3 +202,9 @@ void UsbTest::plugAndWait(const std::string& id, uint32_t list) {
     bus.plug(id);
     EXPECT_TRUE(eventually([&] { return isFlagged(list); }));
 }
+
+uint64_t UsbTest::callsOf(const std::string& function) {
+    const auto calls = bus.calls();
+    const auto found = calls.find(function);
+    return found == calls.end() ? 0 : found->second;
+}

@@ -59,6 +59,9 @@ class UsbTest : public ::testing::Test {
     void unplugAndWait(const std::string& id, uint32_t list);
     void plugAndWait(const std::string& id, uint32_t list);
     bool isFlagged(uint32_t list);
+    /// How often a function of the drop-in libusb was called since the session started (or since
+    /// bus.clearCalls()).
+    uint64_t callsOf(const std::string& function);
 
     /// The simulated bus.
     simbus::Bus& bus = simbus::Bus::instance();

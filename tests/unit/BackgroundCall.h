@@ -1,0 +1,38 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <thread>
+#include <utility>
+
+/// A call that may block, on a thread of its own. Waits for it when it goes out of scope.
+class BackgroundCall {
+ public:
+    explicit BackgroundCall(std::function<int32_t()> call)
+        : thread_([this, call = std::move(call)] {
+              result_ = call();
+              returned_.store(true);
+          }) {}
+    ~BackgroundCall() { wait(); }
+    BackgroundCall(const BackgroundCall&) = delete;
+    BackgroundCall& operator=(const BackgroundCall&) = delete;
+
+    bool hasReturned() const { return returned_.load(); }
+    /// What the call returned; waits for it.
+    int32_t result() {
+        wait();
+        return result_;
+    }
+
+ private:
+    void wait() {
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+
+    int32_t result_ = 0;
+    std::atomic<bool> returned_{false};
+    std::thread thread_;  // last: it starts at once and uses the two above
+};

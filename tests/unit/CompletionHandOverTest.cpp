@@ -1,0 +1,198 @@
+// A transfer that another thread completes between its waiter's look at it and its waiter's way into event
+// handling. The tests force that gap: a hook holds the waiter at the entry of libusb_handle_events until the
+// transfer has ended.
+#include "MacOSXUSBAccess/records/CompletionHandOver.h"
+
+#include <gmock/gmock.h>
+#include <libusb.h>
+
+#include "Gate.h"
+#include "HotplugUsb/HotplugUsb.h"
+#include "IoTest.h"
+#include "MacOSXUSBAccess/io/Transfers.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class CompletionHandOver : public IoTest {
+ protected:
+    /// Holds every waiter that comes into event handling from now on, until the gate is opened.
+    void holdWaiters(Gate& gate) {
+        bus.onCall("libusb_handle_events", [&gate] { gate.pass(); });
+    }
+    void letWaitersPass() { bus.onCall("libusb_handle_events", {}); }
+    bool hasEnded(uint8_t address) { return loadShared(transferRecord(address).isPending) == 0; }
+
+    /// One read whose data comes, and is taken by the event thread, while its waiter stands in the gap.
+    void readThroughTheGap() {
+        Gate gate;
+        holdWaiters(gate);
+        const auto read = blockedRead(0x81);
+        ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+        bus.feed("tool", 0x81, {1, 2, 3});
+        ASSERT_TRUE(eventually([&] { return hasEnded(0x81); }));
+        letWaitersPass();
+        gate.open();
+        EXPECT_EQ(3, read->result());
+    }
+};
+
+/// The same wait with plain libusb calls: a flag that the completion sets, looked at before event handling.
+class PlainWait {
+ public:
+    PlainWait(libusb_context* context, libusb_device_handle* handle)
+        : context_(context), transfer_(libusb_alloc_transfer(0)) {
+        libusb_fill_bulk_transfer(transfer_, handle, 0x81, buffer_, sizeof buffer_, onEnd, this, 0);
+        EXPECT_EQ(0, libusb_submit_transfer(transfer_));
+    }
+    ~PlainWait() { libusb_free_transfer(transfer_); }
+    PlainWait(const PlainWait&) = delete;
+    PlainWait& operator=(const PlainWait&) = delete;
+
+    void wait() {
+        while (!ended.load()) {
+            libusb_handle_events(context_);
+        }
+    }
+    std::atomic<bool> ended{false};
+
+ private:
+    static void LIBUSB_CALL onEnd(libusb_transfer* transfer) {
+        static_cast<PlainWait*>(transfer->user_data)->ended.store(true);
+    }
+
+    libusb_context* context_;
+    libusb_transfer* transfer_;
+    uint8_t buffer_[64] = {};
+};
+
+}  // namespace
+
+TEST_F(CompletionHandOver, WithoutItAWaiterSleepsUntilTheHandlersPeriodEnds) {
+    openTool();
+    deinitHotplugUsb();
+    Gate gate;
+    holdWaiters(gate);
+    // The handler's passes; the one that the waiter comes to sleep behind must have ended before it wakes.
+    std::atomic<int> passesLeft{0};
+    std::atomic<bool> stop{false};
+    BackgroundCall handler([&] {
+        while (!stop.load()) {
+            timeval period{2, 0};
+            libusb_handle_events_timeout_completed(context, &period, nullptr);
+            ++passesLeft;
+        }
+        return 0;
+    });
+    PlainWait wait(context, tool().hDevice);
+    int passesWhenWoken = 0;
+    BackgroundCall waiter([&] {
+        wait.wait();
+        passesWhenWoken = passesLeft.load();
+        return 0;
+    });
+    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    bus.feed("tool", 0x81, {1, 2, 3});
+    ASSERT_TRUE(eventually([&] { return wait.ended.load(); }));
+    const int passesWhenLetGo = passesLeft.load();
+    const auto letGo = Clock::now();
+    gate.open();
+    waiter.result();
+    EXPECT_GT(Clock::now() - letGo, std::chrono::seconds(1)) << "this stall is what the hand-over takes away";
+    EXPECT_GT(passesWhenWoken, passesWhenLetGo);
+    stop.store(true);
+    libusb_interrupt_event_handler(context);
+}
+
+TEST_F(CompletionHandOver, WakesAWaiterBehindTheEventThreadAtOnce) {
+    openTool();
+    constexpr int kRounds = 10;  // each would cost up to a second
+    const auto start = Clock::now();
+    for (int round = 0; round < kRounds; ++round) {
+        readThroughTheGap();
+    }
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(4));
+}
+
+TEST_F(CompletionHandOver, WakesTwoWaitersThatStoodInTheGapTogether) {
+    openTool();
+    const auto start = Clock::now();
+    for (int round = 0; round < 10; ++round) {
+        Gate gate;
+        holdWaiters(gate);
+        const auto bulk = blockedRead(0x81);
+        const auto interrupt = blockedRead(0x82);
+        ASSERT_TRUE(eventually([&] { return gate.arrivals() == 2; }));
+        bus.feed("tool", 0x81, {1});
+        bus.feed("tool", 0x82, {1, 2});
+        ASSERT_TRUE(eventually([&] { return hasEnded(0x81) && hasEnded(0x82); }));
+        letWaitersPass();
+        gate.open();
+        EXPECT_EQ(1, bulk->result());
+        EXPECT_EQ(2, interrupt->result());
+    }
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(4));
+}
+
+TEST_F(CompletionHandOver, WakesAWaiterThatBecomesTheOnlyHandler) {
+    openTool();
+    deinitHotplugUsb();  // no event thread: a handler sleeps for up to a minute
+    Gate gate;
+    holdWaiters(gate);
+    const auto held = blockedRead(0x81);
+    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    letWaitersPass();
+    const auto handler = blockedRead(0x84);  // this thread handles events, and completes both
+    bus.feed("tool", 0x81, {1, 2, 3});
+    ASSERT_TRUE(eventually([&] { return hasEnded(0x81); }));
+    ASSERT_EQ(0, LibUSB_CancelPipeTransfer(&tool(), 0x84));
+    EXPECT_EQ(0, handler->result());
+    const auto letGo = Clock::now();
+    gate.open();
+    EXPECT_EQ(3, held->result());
+    EXPECT_LT(Clock::now() - letGo, std::chrono::seconds(10));
+}
+
+TEST_F(CompletionHandOver, InterruptsNobodyOnceEveryWaiterHasSeenItsEnd) {
+    openTool();
+    for (int round = 0; round < 5; ++round) {
+        readThroughTheGap();
+    }
+    deinitHotplugUsb();
+    bus.clearCalls();
+    uint8_t bytes[8] = {};
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_EQ(8, LibUSB_ReadBulkPipe(&tool(), 0x83, 8, 1000, bytes));
+    }
+    EXPECT_EQ(0U, callsOf("libusb_interrupt_event_handler")) << "a count that was not taken back";
+}
+
+TEST_F(CompletionHandOver, ATransferThatIsNeverSubmittedCountsNothing) {
+    openTool();
+    deinitHotplugUsb();
+    bus.failCall("libusb_submit_transfer", 1, LIBUSB_ERROR_IO, 3);
+    uint8_t bytes[8] = {};
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(-113, LibUSB_ReadBulkPipe(&tool(), 0x83, 8, 1000, bytes));
+    }
+    bus.clearCalls();
+    ASSERT_EQ(8, LibUSB_ReadBulkPipe(&tool(), 0x83, 8, 1000, bytes));
+    EXPECT_EQ(0U, callsOf("libusb_interrupt_event_handler"));
+}
+
+TEST_F(CompletionHandOver, AContextThatKeepsFailingDoesNotEndTheWait) {
+    openTool();
+    const auto read = blockedRead(0x81);
+    bus.failCall("libusb_handle_events", 1, LIBUSB_ERROR_OTHER, 50);
+    bus.failCall("libusb_handle_events_timeout_completed", 1, LIBUSB_ERROR_OTHER, 50);
+    bus.feed("tool", 0x81, {1, 2});
+    EXPECT_EQ(2, read->result());
+}
+
+TEST_F(CompletionHandOver, ANullContextNeverReachesLibusb) {
+    EXPECT_EQ(LIBUSB_ERROR_INVALID_PARAM, handleEvents(nullptr));
+    EXPECT_EQ(LIBUSB_ERROR_INVALID_PARAM, handleEventsFor(nullptr, timeval{0, 0}));
+    EXPECT_TRUE(bus.calls().empty());
+}

@@ -1,0 +1,147 @@
+#include <gmock/gmock.h>
+
+#include "DescriptorBytes.h"
+#include "ListTest.h"
+#include "MacOSXUSBAccess/io/OpenClose.h"
+#include "MacOSXUSBAccess/lists/ListUpdate.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+
+/// A merge patch for deviceJson: interface 0 of class HID, interface 1 of this class with a bulk pair.
+std::string toolWith(int secondInterfacesClass, const std::string& secondInterfacesString) {
+    return R"({"interfaces":[
+        {"number":0,"class":3},
+        {"number":1,"class":)" +
+           std::to_string(secondInterfacesClass) + R"(,"subClass":255,"string":")" + secondInterfacesString +
+           R"(","endpoints":[{"address":"0x85","type":"bulk"},{"address":"0x05","type":"bulk"}]}]})";
+}
+
+/// What becomes of parent and child when a composite device goes and comes back.
+class CompositeUpdate : public ListTest {
+ protected:
+    void SetUp() override {
+        ListTest::SetUp();
+        startSession({deviceJson("tool", kSplit)});
+        list_ = createList({kVendor});
+        parent_ = &record(list_, 0);
+        child_ = &record(list_, 1);
+    }
+
+    const std::string kSplit = toolWith(0xFF, "Trace Port");
+    const std::string kSplitWithOtherString = toolWith(0xFF, "Other Port");
+    const std::string kNotSplit = toolWith(3, "Trace Port");
+    uint32_t list_ = 0;
+    tagUSB_DEVICE_ACCESS_ENTRY* parent_ = nullptr;
+    tagUSB_DEVICE_ACCESS_ENTRY* child_ = nullptr;
+};
+
+TEST_F(CompositeUpdate, ParentAndChildGoTogether) {
+    unplugAndUpdate("tool", list_);
+    EXPECT_THAT(recordsOf(list_), ElementsAre(parent_, child_));
+    EXPECT_EQ(0U, parent_->isPresent);
+    EXPECT_EQ(0U, child_->isPresent);
+    EXPECT_TRUE(g_refCount.empty());
+}
+
+TEST_F(CompositeUpdate, ParentAndChildComeBackTogetherOnTheNewDevice) {
+    libusb_device* before = parent_->pDevice;
+    unplugAndUpdate("tool", list_);
+    plugAndUpdate("tool", list_);
+    EXPECT_THAT(recordsOf(list_), ElementsAre(parent_, child_));
+    EXPECT_EQ(1U, parent_->isPresent);
+    EXPECT_EQ(1U, child_->isPresent);
+    EXPECT_NE(before, parent_->pDevice);
+    EXPECT_EQ(parent_->pDevice, child_->pDevice);
+    EXPECT_EQ(1, getRefCount(parent_->pDevice));
+    EXPECT_EQ(child_, parent_->pCompositeChild);
+    EXPECT_EQ(parent_, child_->pCompositeParent);
+}
+
+TEST_F(CompositeUpdate, AnUnchangedBusKeepsBoth) {
+    libusb_device* before = parent_->pDevice;
+    listOf(list_).changePending = true;
+    update(list_);
+    EXPECT_THAT(recordsOf(list_), ElementsAre(parent_, child_));
+    EXPECT_EQ(before, child_->pDevice);
+    EXPECT_EQ(1, getRefCount(before));
+}
+
+TEST_F(CompositeUpdate, AReplugLeavesNeitherOpen) {
+    ASSERT_EQ(0, LibUSB_OpenDevice(parent_));
+    ASSERT_EQ(0, LibUSB_OpenDevice(child_));
+    bus.unplug("tool");
+    plugAndUpdate("tool", list_);
+    EXPECT_EQ(0U, parent_->isOpen);
+    EXPECT_EQ(0U, child_->isOpen);
+}
+
+TEST_F(CompositeUpdate, AChildWhoseInterfaceIsNoLongerSplitTakesTheParentsDevice) {
+    replugChanged("tool", kNotSplit, list_);
+    EXPECT_THAT(recordsOf(list_), ElementsAre(parent_, child_));
+    EXPECT_EQ(parent_->pDevice, child_->pDevice);
+    EXPECT_EQ(1U, parent_->isPresent);
+    EXPECT_EQ(1U, child_->isPresent);
+}
+
+TEST_F(CompositeUpdate, AChildThatChangedIsAppendedAndBelongsToTheOldParent) {
+    replugChanged("tool", kSplitWithOtherString, list_);
+    const auto records = recordsOf(list_);
+    ASSERT_EQ(3U, records.size());
+    EXPECT_STREQ("Other Port", records[2]->sProduct);
+    EXPECT_EQ(parent_, records[2]->pCompositeParent);
+    EXPECT_EQ(child_, parent_->pCompositeChild);
+    EXPECT_EQ(parent_->pDevice, records[2]->pDevice);
+    EXPECT_EQ(1U, child_->isPresent);  // it came back with its parent, whatever became of its interface
+}
+
+TEST_F(CompositeUpdate, AParentThatChangedIsAppendedAndHasTheOldChild) {
+    replugChanged("tool", R"({"product":"New Tool"})", list_);
+    const auto records = recordsOf(list_);
+    ASSERT_EQ(3U, records.size());
+    EXPECT_EQ(0U, parent_->isPresent);
+    EXPECT_STREQ("New Tool", records[2]->sProduct);
+    EXPECT_EQ(kCompositeParent, records[2]->familyStatus);
+    EXPECT_EQ(child_, records[2]->pCompositeChild);
+    EXPECT_EQ(1U, child_->isPresent);
+    EXPECT_EQ(records[2]->pDevice, child_->pDevice);
+    EXPECT_NE(parent_->pDevice, child_->pDevice);
+}
+
+TEST_F(CompositeUpdate, AnInterfaceThatAppearsIsAppendedBelowTheOldParent) {
+    replugChanged("tool", merged({R"({"serial":"second"})", kNotSplit}), list_);
+    tagUSB_DEVICE_ACCESS_ENTRY& second = recordNamed(list_, "second");
+    EXPECT_EQ(nullptr, second.pCompositeChild);
+    replugChanged("tool", kSplit, list_);
+    const tagUSB_DEVICE_ACCESS_ENTRY& added = recordNamed(list_, "second_01");
+    EXPECT_EQ(&second, added.pCompositeParent);
+    EXPECT_EQ(second.pDevice, added.pDevice);
+}
+
+TEST_F(CompositeUpdate, AReplugCanBeRepeated) {
+    for (int round = 0; round < 3; ++round) {
+        unplugAndUpdate("tool", list_);
+        plugAndUpdate("tool", list_);
+    }
+    EXPECT_THAT(recordsOf(list_), ElementsAre(parent_, child_));
+    EXPECT_EQ(1, getRefCount(parent_->pDevice));
+}
+
+TEST_F(CompositeUpdate, AReleaseDropsOneReferenceForTwoRecords) {
+    const std::string pointer = pointerText(parent_->pDevice);
+    EXPECT_THAT(debugLinesOf([this] { LibUSB_ReleaseDeviceList(list_); }),
+                ElementsAre("[tlvn_libusb_unref_device] ref_count: before: 1, after: 0, " + pointer,
+                            "[tlvn_libusb_unref_device] device " + pointer + " not found: tool_01"));
+}
+
+TEST_F(CompositeUpdate, AReleasedListIsSplitAgainWhenItIsFilled) {
+    LibUSB_ReleaseDeviceList(list_);
+    bus.unplug("tool");
+    plugAndUpdate("tool", list_);
+    EXPECT_THAT(serialsOf(list_), ElementsAre("tool", "tool_01"));
+    EXPECT_EQ(&record(list_, 0), record(list_, 1).pCompositeParent);
+}
+
+}  // namespace

@@ -1,0 +1,227 @@
+// What a program does with a session that has ended, never began, or is never ended.
+#include <gmock/gmock.h>
+#include <libusb.h>
+#include <pthread.h>
+
+#include "HotplugUsb/HotplugUsb.h"
+#include "IoTest.h"
+#include "JniTest.h"
+#include "MacOSXUSBAccess/io/ControlTransfers.h"
+#include "MacOSXUSBAccess/io/OpenClose.h"
+#include "MacOSXUSBAccess/io/Transfers.h"
+#include "MacOSXUSBAccess/lists/ListUpdate.h"
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
+#include "MacOSXUSBAccess/session/Session.h"
+
+namespace {
+
+/// While it lives, no thread can be made: each would need a larger stack than there are addresses.
+class NoThreads {
+ public:
+    NoThreads() {
+        pthread_getattr_default_np(&before_);
+        pthread_attr_t attributes;
+        pthread_getattr_default_np(&attributes);
+        pthread_attr_setstacksize(&attributes, size_t{1} << 50);
+        pthread_setattr_default_np(&attributes);
+        pthread_attr_destroy(&attributes);
+    }
+    ~NoThreads() {
+        pthread_setattr_default_np(&before_);
+        pthread_attr_destroy(&before_);
+    }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+
+ private:
+    pthread_attr_t before_{};
+};
+
+using SessionGuards = JniTest;
+
+class EndedSession : public IoTest {
+ protected:
+    /// Every call on the record of an ended session; none of them may reach libusb.
+    void expectRecordIsCutOff(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+        bus.clearCalls();
+        uint8_t bytes[16] = {};
+        EXPECT_EQ(-109, LibUSB_ReadBulkPipe(&entry, 0x83, 4, 100, bytes));
+        EXPECT_EQ(-109, LibUSB_WriteInterruptPipeEx(&entry, 0x02, 4, 100, bytes, 64, 0));
+        EXPECT_EQ(-109, LibUSB_ReadControlPipe(&entry, 0, 100, bytes));
+        EXPECT_EQ(-109, LibUSB_CancelPipeTransfer(&entry, 0x83));
+        EXPECT_EQ(-109, LibUSB_ResetDevice(&entry));
+        EXPECT_EQ(-109, LibUSB_CloseDevice(&entry));
+        EXPECT_EQ(-107, LibUSB_OpenDevice(&entry));
+        EXPECT_TRUE(bus.calls().empty()) << bus.calls().begin()->first;
+    }
+};
+
+}  // namespace
+
+TEST_F(SessionGuards, AThreadThatCannotBeMadeEndsTheStartedContext) {
+    {
+        const NoThreads none;
+        EXPECT_EQ(-99, call(usbInitialize));
+    }
+    EXPECT_EQ(-1, g_SessionId);
+    EXPECT_FALSE(g_eventLoopRunning.load());
+    EXPECT_EQ(1U, callsOf("libusb_exit"));
+    EXPECT_EQ(0, call(usbInitialize)) << "and the next start works";
+}
+
+TEST_F(SessionGuards, AReleaseWithoutASessionEndsNothing) {
+    EXPECT_EQ(0, call(usbRelease, -1)) << "the id of no session is -1";
+    openSession({});
+    ASSERT_EQ(0, call(usbRelease, 0));
+    bus.clearCalls();
+    EXPECT_EQ(0, call(usbRelease, -1));
+    EXPECT_TRUE(bus.calls().empty()) << "a dead context must not end twice";
+}
+
+TEST_F(SessionGuards, ListsMadeWithoutASessionStayEmptyAndNeverReachLibusb) {
+    FakeIntArray ids({kVendor});
+    EXPECT_EQ(0, call(usbCreateDeviceList2, -1, ids.java()));
+    EXPECT_EQ(1, call(usbCreateDeviceList, -1, kVendor));
+    EXPECT_TRUE(bus.calls().empty());
+    openSession({deviceJson("tool")});
+    ASSERT_EQ(0, call(usbRelease, 0));
+    bus.clearCalls();
+    const jint late = call(usbCreateDeviceList2, -1, ids.java());
+    EXPECT_EQ(0, call(usbGetDeviceListCount, late));
+    EXPECT_EQ(0, call(usbGetDeviceListCount, call(usbCreateDeviceList, -1, kVendor)));
+    EXPECT_TRUE(bus.calls().empty()) << "the context of the session that ended is gone";
+}
+
+TEST_F(SessionGuards, AnUpdateOfAnEndedSessionsListDoesNothing) {
+    openSession({deviceJson("tool")});
+    const jint list = listOfVendor();
+    unplugAndWait("tool", static_cast<uint32_t>(list));
+    ASSERT_EQ(0, call(usbRelease, 0));
+    bus.clearCalls();
+    EXPECT_EQ(0, call(usbUpdateDeviceList, list, 0));
+    EXPECT_EQ(1, call(usbGetDeviceListCount, list));
+    EXPECT_TRUE(bus.calls().empty());
+}
+
+TEST_F(SessionGuards, AListOfAnEndedSessionIsNotReusedByTheNext) {
+    openSession({deviceJson("tool")});
+    const jint old = listOfVendor();
+    ASSERT_EQ(0, call(usbRelease, 0));
+    ASSERT_EQ(0, call(usbInitialize));
+    const jint fresh = listOfVendor();
+    EXPECT_NE(old, fresh);
+    EXPECT_EQ(0, call(usbOpenDevice, fresh, 0));
+    EXPECT_EQ(-107, call(usbOpenDevice, old, 0));
+}
+
+TEST_F(SessionGuards, AnEventFlagsTheRunningSessionsListOnly) {
+    // A new context is often at the old one's address; the list of the old one must not swallow its events.
+    for (int session = 0; session < 5; ++session) {
+        openSession({deviceJson("tool", R"({"plugged":false})")});
+        const auto list = static_cast<uint32_t>(listOfVendor());
+        plugAndWait("tool", list);
+        ASSERT_EQ(0, call(usbRelease, 0));
+    }
+    for (uint32_t list = 0; list < 5; ++list) {
+        EXPECT_EQ(nullptr, LibUSB_GetDeviceFromIndex(list, 0));
+    }
+}
+
+TEST_F(SessionGuards, ManySessionsLeaveNothingBehind) {
+    for (int session = 0; session < 20; ++session) {
+        openSession({deviceJson("tool")});
+        const jint list = listOfVendor();
+        ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+        ASSERT_EQ(0, call(usbCloseDevice, list, 0));
+        ASSERT_EQ(0, call(usbReleaseDeviceList, list));
+        ASSERT_EQ(0, call(usbRelease, 0));
+    }
+    EXPECT_TRUE(g_refCount.empty());
+    EXPECT_TRUE(g_hotPlugCallback.empty());
+}
+
+TEST_F(EndedSession, CutsOffAClosedRecord) {
+    openTool();
+    LibUSB_CloseDevice(&tool());
+    endSession();
+    expectRecordIsCutOff(tool());
+}
+
+TEST_F(EndedSession, CutsOffAnOpenRecord) {
+    openTool();
+    endSession();
+    EXPECT_EQ(nullptr, tool().hDevice);
+    expectRecordIsCutOff(tool());
+}
+
+TEST_F(EndedSession, EndsATransferThatBlocks) {
+    openTool();
+    const auto read = blockedRead();
+    endSession();
+    EXPECT_EQ(0, read->result());
+    expectRecordIsCutOff(tool());
+}
+
+TEST_F(EndedSession, StaysCutOffInTheNext) {
+    openTool();
+    endSession();
+    ASSERT_EQ(0, LibUSB_Initialize(&context));
+    sessionRuns = true;
+    expectRecordIsCutOff(tool());
+}
+
+TEST_F(EndedSession, LetsItsListsBeReleased) {
+    openTool();
+    endSession();
+    bus.clearCalls();
+    EXPECT_EQ(0, LibUSB_ReleaseDeviceList(0));
+    EXPECT_EQ(nullptr, LibUSB_GetDeviceFromIndex(0, 0));
+    EXPECT_TRUE(bus.calls().empty());
+}
+
+TEST_F(EndedSession, StillAnswersQueriesFromItsRecords) {
+    openTool();
+    endSession();
+    EXPECT_EQ(&tool(), LibUSB_GetDeviceFromIndex(0, 0));
+    EXPECT_STREQ("tool", tool().sSerialNumber);
+}
+
+TEST_F(EndedSession, KeepsAContextThatATransferDoesNotLeave) {
+    openTool();
+    const auto read = blockedRead();
+    bus.failCall("libusb_cancel_transfer", 1, LIBUSB_ERROR_OTHER, 1'000'000);
+    endSession();
+    EXPECT_EQ(0U, callsOf("libusb_exit")) << "nobody falls into a freed context";
+    EXPECT_FALSE(read->hasReturned());
+    bus.unplug("tool");
+    EXPECT_EQ(0, read->result());
+    expectsViolations = true;  // handle, transfers and context are given up on purpose
+}
+
+class SessionGuardsDeathTest : public JniTest {
+ protected:
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        JniTest::SetUp();
+    }
+};
+
+TEST_F(SessionGuardsDeathTest, AProgramMayEndWithoutARelease) {
+    const auto program = [&] {
+        openSession({deviceJson("tool")});
+        const jint list = listOfVendor();
+        const jint opened = call(usbOpenDevice, list, 0);
+        std::exit(opened == 0 ? 7 : 1);
+    };
+    EXPECT_EXIT(program(), ::testing::ExitedWithCode(7), "");
+}
+
+TEST_F(SessionGuardsDeathTest, AProgramMayEndAfterAStartThatFailed) {
+    const auto program = [&] {
+        bus.failCall("libusb_init", 1, -99);
+        call(usbInitialize);
+        std::exit(g_eventLoopRunning.load() ? 7 : 1);
+    };
+    EXPECT_EXIT(program(), ::testing::ExitedWithCode(7), "");
+}
