@@ -1,0 +1,69 @@
+"""Lints src and sim with the compile commands of a build: usage tidy.py ROOT BUILD.
+
+A source that was clean is looked at again only when it, a file that it includes, its compile command or the rules have
+changed. Exit status 77, with the reason, when clang-tidy is not installed.
+"""
+
+import hashlib
+import json
+import os
+import shlex
+import shutil
+import subprocess
+import sys
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+TIDY = "clang-tidy-14"
+
+
+def included_files(entry):
+    """The source of a compile command and what it includes, without the system's headers."""
+    words = shlex.split(entry["command"])
+    at = words.index("-o")
+    del words[at:at + 2]
+    words.remove("-c")
+    listing = subprocess.run([*words, "-MM"], cwd=entry["directory"], capture_output=True, text=True, check=True)
+    names = listing.stdout.replace("\\\n", " ").split(":", 1)[1].split()
+    return sorted(Path(entry["directory"], name) for name in names)
+
+
+def fingerprint(entry, rules):
+    digest = hashlib.sha256(rules + entry["command"].encode())
+    for file in included_files(entry):
+        digest.update(file.read_bytes())
+    return digest.hexdigest()
+
+
+def lint(entry, build, rules):
+    """What clang-tidy has to say about one source; nothing when it is clean."""
+    clean = build / "tidy-clean" / fingerprint(entry, rules)
+    if clean.exists():
+        return ""
+    command = [TIDY, "--quiet", "-p", str(build), entry["file"]]
+    done = subprocess.run(command, capture_output=True, text=True, check=False)
+    if done.returncode == 0:
+        clean.touch()
+        return ""
+    return done.stdout + done.stderr
+
+
+def main(root, build):
+    if shutil.which(TIDY) is None:
+        print(f"{TIDY} is not installed")
+        return 77
+    (build / "tidy-clean").mkdir(exist_ok=True)
+    version = subprocess.run([TIDY, "--version"], capture_output=True, check=True).stdout
+    rules = version + (root / ".clang-tidy").read_bytes()
+    commands = json.loads((build / "compile_commands.json").read_text())
+    tops = (f"{root}/src/", f"{root}/sim/")
+    # One for each source: a source that several targets compile would say the same again.
+    entries = {entry["file"]: entry for entry in commands if entry["file"].startswith(tops)}
+    with ThreadPoolExecutor(os.cpu_count()) as pool:
+        findings = [text for text in pool.map(lambda e: lint(e, build, rules), entries.values()) if text]
+    print("".join(findings) + f"{len(entries)} sources, {len(findings)} with findings")
+    return 1 if findings or not entries else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(Path(sys.argv[1]), Path(sys.argv[2])))
