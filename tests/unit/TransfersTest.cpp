@@ -88,7 +88,7 @@ class Transfers : public IoTest, public ::testing::WithParamInterface<Operation>
 };
 
 INSTANTIATE_TEST_SUITE_P(All, Transfers, ::testing::ValuesIn(kOperations),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& operation) { return std::string(operation.param.name); });
 
 }  // namespace
 
