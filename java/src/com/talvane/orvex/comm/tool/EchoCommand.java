@@ -23,7 +23,7 @@ final class EchoCommand implements Callable<Integer> {
             names = "--out",
             paramLabel = "ADDRESS",
             defaultValue = "0x01",
-            converter = Numbers.Endpoint.class,
+            converter = Numbers.Octet.class,
             description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
     private int out;
 
@@ -31,7 +31,7 @@ final class EchoCommand implements Callable<Integer> {
             names = "--in",
             paramLabel = "ADDRESS",
             defaultValue = "0x81",
-            converter = Numbers.Endpoint.class,
+            converter = Numbers.Octet.class,
             description = "Endpoint to read from (default: ${DEFAULT-VALUE}).")
     private int in;
 

@@ -23,7 +23,7 @@ final class Numbers {
                 String.format("'%s' is not a number from %d to %d (0x%X)", text, least, greatest, greatest));
     }
 
-    /** A vendor id. */
+    /** A vendor id, or two bytes of a control request. */
     static final class Word implements ITypeConverter<Integer> {
         @Override
         public Integer convert(String text) {
@@ -31,8 +31,8 @@ final class Numbers {
         }
     }
 
-    /** An endpoint address. */
-    static final class Endpoint implements ITypeConverter<Integer> {
+    /** An endpoint address, or one byte of a control request. */
+    static final class Octet implements ITypeConverter<Integer> {
         @Override
         public Integer convert(String text) {
             return within(text, 0, 0xFF);

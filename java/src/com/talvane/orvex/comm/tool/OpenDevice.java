@@ -2,9 +2,12 @@ package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import java.util.Arrays;
+import java.util.function.IntSupplier;
 
 /** An open device. Closing it closes the device. */
 final class OpenDevice implements AutoCloseable {
+    static final int SETUP_BYTES = 8;
+
     /** Bytes that were moved, and how long that took. */
     record Transfer(byte[] data, long nanos) {
         String took() {
@@ -44,12 +47,26 @@ final class OpenDevice implements AutoCloseable {
                 new byte[size]);
     }
 
+    /** Makes a control request: a setup packet with its data behind it. The result holds the data that moved. */
+    Transfer control(byte[] buffer, int timeout) {
+        boolean in = (buffer[0] & 0x80) != 0;
+        return timed("control request to " + info.label(), buffer, SETUP_BYTES, () -> in
+                ? usb.usbReadControlPipe(list, info.index(), 0, timeout, buffer)
+                : usb.usbWriteControlPipe(list, info.index(), 0, timeout, buffer));
+    }
+
     private Transfer move(String action, PipeCall call, Pipe pipe, byte[] buffer) {
+        return timed(String.format("%s endpoint 0x%02X of %s", action, pipe.endpoint(), info.label()), buffer, 0,
+                () -> call.move(list, info.index(), pipe.endpoint(), buffer.length, pipe.timeout(), buffer));
+    }
+
+    /** Makes a call that answers how many bytes moved; they stand in the buffer from an offset on. */
+    private static Transfer timed(String action, byte[] buffer, int from, IntSupplier call) {
         long start = System.nanoTime();
-        int moved = call.move(list, info.index(), pipe.endpoint(), buffer.length, pipe.timeout(), buffer);
+        int moved = call.getAsInt();
         long nanos = System.nanoTime() - start;
-        UsbFailure.check(String.format("%s endpoint 0x%02X of %s", action, pipe.endpoint(), info.label()), moved);
-        return new Transfer(Arrays.copyOf(buffer, moved), nanos);
+        UsbFailure.check(action, moved);
+        return new Transfer(Arrays.copyOfRange(buffer, from, from + moved), nanos);
     }
 
     @Override

@@ -14,7 +14,8 @@ import picocli.CommandLine.ScopeType;
         description = "Finds USB tools, opens them and moves data. Each command has its own --help.",
         versionProvider = OrvexUsb.Version.class,
         subcommands = {
-            ListCommand.class, EchoCommand.class, ReadCommand.class, WriteCommand.class, CodesCommand.class
+            ListCommand.class, WatchCommand.class, DescribeCommand.class, EchoCommand.class, ReadCommand.class,
+            WriteCommand.class, ControlCommand.class, CodesCommand.class
         },
         synopsisSubcommandLabel = "COMMAND",
         footer = {
@@ -27,7 +28,8 @@ import picocli.CommandLine.ScopeType;
         exitCodeList = {
             "0:success",
             "1:a device or USB failure, told on standard error",
-            "2:wrong use of the command line"
+            "2:wrong use of the command line",
+            "130:ended by Ctrl-C"
         })
 final class OrvexUsb {
     @Option(names = {"-h", "--help"}, usageHelp = true, scope = ScopeType.INHERIT, description = "Show this help.")

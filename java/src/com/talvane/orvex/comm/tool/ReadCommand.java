@@ -22,7 +22,7 @@ final class ReadCommand implements Callable<Integer> {
             names = "--in",
             paramLabel = "ADDRESS",
             defaultValue = "0x81",
-            converter = Numbers.Endpoint.class,
+            converter = Numbers.Octet.class,
             description = "Endpoint to read from (default: ${DEFAULT-VALUE}).")
     private int endpoint;
 

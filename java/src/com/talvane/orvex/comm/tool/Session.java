@@ -1,6 +1,10 @@
 package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.ORVEXCommUSBAccess;
+import com.talvane.orvex.comm.UsbAccessCode;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.util.Arrays;
 import java.util.Collection;
 import java.util.List;
 import java.util.stream.IntStream;
@@ -8,6 +12,13 @@ import java.util.stream.IntStream;
 /** A session with one device list, for as long as a command runs. Closing it gives back both. */
 final class Session implements AutoCloseable {
     private static final String SIMULATED = "ORVEX_USB_SIMULATED";
+
+    private static final int MOST_DESCRIPTOR_BYTES = 512;
+    private static final int MOST_ENDPOINT_BYTES = 128;
+
+    /** An endpoint as the library lists it. */
+    record Endpoint(int address, int packetSize, int attributes, boolean isIn) {
+    }
 
     private final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
     private final int id;
@@ -36,6 +47,31 @@ final class Session implements AutoCloseable {
     List<DeviceInfo> devices() {
         List<String> lines = lines();
         return IntStream.range(0, lines.size()).mapToObj(index -> DeviceInfo.parse(index, lines.get(index))).toList();
+    }
+
+    /** Lets the devices that came and went since be seen. */
+    void update() {
+        UsbFailure.check("renew the list", usb.usbUpdateDeviceList(list, 0));
+    }
+
+    /** What the library has of a descriptor, as it was read when the device was listed; empty when it has nothing. */
+    byte[] descriptor(DeviceInfo device, int type, int index) {
+        byte[] buffer = new byte[MOST_DESCRIPTOR_BYTES];
+        int size = usb.usbGetDeviceDescriptor(list, device.index(), type, index, buffer.length, buffer);
+        if (size == UsbAccessCode.NOT_AVAILABLE.code()) {
+            return new byte[0];
+        }
+        return Arrays.copyOf(buffer, UsbFailure.check("descriptor of " + device.label(), size));
+    }
+
+    /** The endpoints of the device, or of the interface that it is. */
+    List<Endpoint> endpoints(DeviceInfo device) {
+        ByteBuffer buffer = ByteBuffer.allocate(MOST_ENDPOINT_BYTES).order(ByteOrder.LITTLE_ENDIAN);
+        int count = usb.usbGetEndpointList(list, device.index(), buffer.array());
+        return IntStream.range(0, UsbFailure.check("endpoints of " + device.label(), count))
+                .mapToObj(i -> new Endpoint(
+                        buffer.getShort(), buffer.getShort(), buffer.getShort(), buffer.getShort() != 0))
+                .toList();
     }
 
     OpenDevice open(DeviceInfo device) {

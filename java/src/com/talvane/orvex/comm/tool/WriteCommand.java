@@ -24,7 +24,7 @@ final class WriteCommand implements Callable<Integer> {
             names = "--out",
             paramLabel = "ADDRESS",
             defaultValue = "0x01",
-            converter = Numbers.Endpoint.class,
+            converter = Numbers.Octet.class,
             description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
     private int endpoint;
 
@@ -56,18 +56,21 @@ final class WriteCommand implements Callable<Integer> {
         }
     }
 
-    /** A device that takes less than it was given did not do its job. */
     @Override
     public Integer call() throws IOException {
         byte[] data = content.bytes();
         try (Session session = device.session(); OpenDevice open = device.open(session)) {
-            Transfer sent = open.write(new Pipe(endpoint, interrupt, device.timeout), data);
-            System.err.println("Wrote " + sent.took());
-            if (sent.data().length < data.length) {
-                System.err.println("orvex-usb: the device took only " + sent.data().length + " of " + data.length);
-                return 1;
-            }
-            return 0;
+            return tell(open.write(new Pipe(endpoint, interrupt, device.timeout), data), data.length);
         }
+    }
+
+    /** A device that takes less than it was given did not do its job. */
+    static int tell(Transfer sent, int size) {
+        System.err.println("Wrote " + sent.took());
+        if (sent.data().length < size) {
+            System.err.println("orvex-usb: the device took only " + sent.data().length + " of " + size);
+            return 1;
+        }
+        return 0;
     }
 }

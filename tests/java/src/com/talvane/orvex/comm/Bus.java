@@ -13,6 +13,7 @@ import java.nio.ByteBuffer;
 import java.nio.channels.Channels;
 import java.nio.channels.SocketChannel;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Path;
 import java.util.HexFormat;
 import java.util.List;
 import java.util.stream.Stream;
@@ -32,10 +33,18 @@ final class Bus implements AutoCloseable {
 
     /** Connects to the socket that the environment names; it is there once the native library is loaded. */
     static Bus connect() {
+        return connect(socket());
+    }
+
+    static Path socket() {
         String path = System.getenv(SOCKET);
         if (path == null) {
             throw new IllegalStateException(SOCKET + " must hold the path of the bus's control socket");
         }
+        return Path.of(path);
+    }
+
+    static Bus connect(Path path) {
         try {
             SocketChannel channel = SocketChannel.open(StandardProtocolFamily.UNIX);
             channel.connect(UnixDomainSocketAddress.of(path));

@@ -12,6 +12,7 @@ import java.util.concurrent.TimeUnit;
 
 /** A Java program in a virtual machine of its own, with the same native library and, in memory, a bus of its own. */
 final class ChildVm {
+    private static final String TOOL = "com.talvane.orvex.comm.tool.OrvexUsb";
     private static final int FIRST_TO_WARN_OF_NATIVE_ACCESS = 24;
 
     private final List<String> options = new ArrayList<>(
@@ -54,26 +55,45 @@ final class ChildVm {
         return this;
     }
 
-    /** Runs one of the programs of {@link ChildPrograms}; whatever happens it is gone afterwards. */
+    /** Runs one of the programs of {@link ChildPrograms}. */
     Outcome run(String program) throws Exception {
+        return run(ChildPrograms.class.getName(), program);
+    }
+
+    /** Runs the command-line tool. */
+    Outcome runTool(String... arguments) throws Exception {
+        return run(TOOL, arguments);
+    }
+
+    /** Starts the command-line tool. What it writes can be read as it comes; the file gets standard error. */
+    Process startTool(Path err, String... arguments) throws IOException {
+        builder.redirectError(err.toFile());
+        return start(TOOL, arguments);
+    }
+
+    /** Whatever happens the process is gone afterwards. */
+    private Outcome run(String mainClass, String... arguments) throws Exception {
         Path out = Files.createTempFile("child", ".out");
         Path err = Files.createTempFile("child", ".err");
         try {
-            List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java"));
-            command.addAll(options);
-            command.addAll(List.of("-cp", ownJar(), ChildPrograms.class.getName(), program));
-            Process process = builder.command(command)
-                    .redirectOutput(out.toFile())
-                    .redirectError(err.toFile())
-                    .start();
+            builder.redirectOutput(out.toFile()).redirectError(err.toFile());
+            Process process = start(mainClass, arguments);
             boolean ended = process.waitFor(120, TimeUnit.SECONDS);
             process.destroyForcibly().waitFor();
-            assertTrue(ended, () -> program + " did not end: " + read(out) + read(err));
+            assertTrue(ended, () -> String.join(" ", arguments) + " did not end: " + read(out) + read(err));
             return new Outcome(process.exitValue(), read(out), read(err));
         } finally {
             Files.delete(out);
             Files.delete(err);
         }
+    }
+
+    private Process start(String mainClass, String... arguments) throws IOException {
+        List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java"));
+        command.addAll(options);
+        command.addAll(List.of("-cp", ownJar(), mainClass));
+        command.addAll(List.of(arguments));
+        return builder.command(command).start();
     }
 
     /** The jar of the tests; its manifest names the others. */

@@ -6,11 +6,14 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import java.util.Arrays;
 import java.util.HexFormat;
 import java.util.List;
+import java.util.concurrent.Future;
 import org.junit.jupiter.api.Test;
 
 class CompositeDeviceTest extends UsbTest {
     private static final String WHOLE = ":=6A5D:=2001:=0100:=Talvane:=Composite Tool:=COMP0003:=x:=b:=1:=0:=end";
     private static final String PART = ":=6A5D:=2001:=0100:=Talvane:=Data Port:=COMP0003_01:=x:=b:=2:=1:=end";
+
+    private static final int ROUNDS = 100;
 
     private static void assertWorks(Device device, int endpoint) {
         assertEquals(9, device.write(endpoint, pattern(9)));
@@ -41,6 +44,37 @@ class CompositeDeviceTest extends UsbTest {
         assertWorks(part, 0x02);
         assertEquals(0, whole.close());
         assertWorks(part, 0x02);
+    }
+
+    @Test
+    void bothWorkAtTheSameTime() throws Exception {
+        Device whole = open("COMP0003");
+        Device part = open(find(whole.list(), "COMP0003_01"));
+        List<Future<Integer>> both = List.of(onAnotherThread(() -> echoes(whole, 0x01)),
+                onAnotherThread(() -> echoes(part, 0x02)));
+        for (Future<Integer> each : both) {
+            assertEquals(ROUNDS, result(each));
+        }
+    }
+
+    private static int echoes(Device device, int endpoint) {
+        for (int i = 0; i < ROUNDS; i++) {
+            assertWorks(device, endpoint);
+        }
+        return ROUNDS;
+    }
+
+    @Test
+    void unplugEndsTransfersOfBothAndBothClose() throws Exception {
+        Device whole = open("COMP0003");
+        Device part = open(find(whole.list(), "COMP0003_01"));
+        Future<Integer> ofWhole = whileWaiting("composite", 0x81, () -> whole.read(0x81, 0, new byte[64]));
+        Future<Integer> ofPart = whileWaiting("composite", 0x82, () -> part.read(0x82, 0, new byte[64]));
+        bus.unplug("composite");
+        assertEquals(0, result(ofWhole));
+        assertEquals(0, result(ofPart));
+        assertEquals(0, whole.close());
+        assertEquals(0, part.close());
     }
 
     @Test

@@ -3,7 +3,13 @@ package com.talvane.orvex.comm;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 
+import java.io.ByteArrayOutputStream;
+import java.io.IOException;
+import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.DirectoryStream;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.Arrays;
 import java.util.HexFormat;
 import org.junit.jupiter.api.Test;
@@ -130,6 +136,58 @@ class DescriptorTest extends UsbTest {
         Arrays.fill(buffer, UNTOUCHED);
         assertEquals(2, usb.usbGetEndpointList(device.list(), device.index(), buffer));
         assertGot(hex("81 00 40 00 02 00 01 00  01 00 40 00 02 00 00 00"));
+    }
+
+    @ParameterizedTest
+    @ValueSource(strings = {"BENCH00001", "PAIR0002", "COMP0003"})
+    void descriptorsAndEndpointsAreThoseThatTheHostKnows(String serial) throws IOException {
+        choose(serial);
+        byte[] known = bus.isMemory() ? ownDescriptors() : kernelsDescriptors(serial);
+        int length = get(CONFIGURATION, 0, 512);
+        byte[] configuration = Arrays.copyOf(buffer, length);
+        assertEquals(18, get(DEVICE, 0, 18));
+        assertArrayEquals(Arrays.copyOf(known, 18), Arrays.copyOf(buffer, 18));
+        assertArrayEquals(Arrays.copyOfRange(known, 18, known.length), configuration);
+
+        byte[] endpoints = endpointsOfTheFirstInterface(configuration);
+        byte[] listed = new byte[endpoints.length];
+        assertEquals(endpoints.length / 8, usb.usbGetEndpointList(device.list(), device.index(), listed));
+        assertArrayEquals(endpoints, listed);
+    }
+
+    /** The device descriptor and the first configuration, from the device itself. */
+    private byte[] ownDescriptors() {
+        open(device);
+        byte[] first = ControlTransferTest.setup(0x80, 6, 0x0100, 0, 18);
+        byte[] second = ControlTransferTest.setup(0x80, 6, 0x0200, 0, 512);
+        assertEquals(18, device.controlRead(first));
+        int length = device.controlRead(second);
+        return ByteBuffer.allocate(18 + length).put(first, 8, 18).put(second, 8, length).array();
+    }
+
+    private static byte[] kernelsDescriptors(String serial) throws IOException {
+        try (DirectoryStream<Path> all = Files.newDirectoryStream(Path.of("/sys/bus/usb/devices"))) {
+            for (Path folder : all) {
+                Path file = folder.resolve("serial");
+                if (Files.exists(file) && Files.readString(file).strip().equals(serial)) {
+                    return Files.readAllBytes(folder.resolve("descriptors"));
+                }
+            }
+        }
+        throw new AssertionError("the kernel has no " + serial);
+    }
+
+    /** Eight bytes for each endpoint before the second interface: address, packet size, attributes, direction. */
+    private static byte[] endpointsOfTheFirstInterface(byte[] configuration) {
+        ByteArrayOutputStream endpoints = new ByteArrayOutputStream();
+        for (int at = 18; at < configuration.length && configuration[at + 1] != 4; at += configuration[at]) {
+            if (configuration[at + 1] == ENDPOINT) {
+                byte address = configuration[at + 2];
+                endpoints.writeBytes(new byte[] {address, 0, configuration[at + 4], configuration[at + 5],
+                    configuration[at + 3], 0, (byte) (address < 0 ? 1 : 0), 0});
+            }
+        }
+        return endpoints.toByteArray();
     }
 
     @Test

@@ -106,6 +106,16 @@ class OpenCloseTest extends UsbTest {
     }
 
     @Test
+    void listAndSessionCanBeReleasedAfterUnplug() {
+        Device bench = openBench();
+        bus.unplug("bench");
+        assertEquals(0, usb.usbReleaseDeviceList(bench.list()));
+        assertEquals(0, usb.usbRelease(0));
+        bus.plug("bench");
+        assertWorks(open(find(sessionWithList(), "BENCH00001")));
+    }
+
+    @Test
     void aDeviceReplacedWhileOpenIsForgottenByAFailingClose() {
         Device bench = openBench();
         bus.unplug("bench");

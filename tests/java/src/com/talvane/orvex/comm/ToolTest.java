@@ -9,6 +9,7 @@ import com.talvane.orvex.comm.tool.ToolRun;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
@@ -141,12 +142,86 @@ class ToolTest extends UsbTest {
     @ValueSource(strings = {
         "", "nothing", "echo", "echo --serial a --index 1", "echo --index -1", "echo --index 0 --size 0",
         "echo --index 0 --size 1 --text a", "list -V 0x10000", "list -V x", "write --index 0", "list extra",
+        "watch extra", "watch --count -1", "watch --seconds x", "describe", "describe --index 0 --timeout 5", "control",
+        "control --index 0 --request 1", "control --index 0 --request-type 0xC0",
+        "control --index 0 --request-type 0x100 --request 1",
+        "control --index 0 --request-type 0xC0 --request 1 --length 65536",
+        "control --index 0 --request-type 0xC0 --request 1 --data 01",
+        "control --index 0 --request-type 0x40 --request 1 --length 1",
+        "control --index 0 --request-type 0x40 --request 1 --length 1 --data 01",
+        "control --index 0 --request-type 0x40 --request 1 --value 0x10000",
         "write --index 0 --data 123", "write --index 0 --data 01 --input -", "read --index 0 --in 256"
     })
     void wrongUseIsTold(String line) {
         ToolRun run = run(line);
         assertEquals(2, run.status(), run.err());
         assertTrue(run.err().contains("Usage: orvex-usb"), run.err());
+    }
+
+    @Test
+    void describeShowsTextsDescriptorsAndEndpoints() {
+        String out = good("describe --serial PAIR0002").out();
+        assertTrue(
+                out.startsWith("Manufacturer   Talvane\nProduct        Pair Tool\nSerial number  PAIR0002\n\n"), out);
+        assertTrue(out.contains("\nDevice: 12 01 "), out);
+        assertTrue(out.contains("\n  idProduct            0x1002\n"), out);
+        assertTrue(out.contains("\nConfiguration: 09 02 20 00 01 01 "), out);
+        assertTrue(out.contains("\nInterface: 09 04 00 00 02 FF 00 00 00\n"), out);
+        assertTrue(out.contains("\n  bInterfaceClass      0xFF  vendor\n"), out);
+        assertTrue(out.contains("\nEndpoint: 07 05 81 02 40 00 00\n  bEndpointAddress     0x81  IN\n"), out);
+        assertTrue(
+                out.endsWith("\nENDPOINT  DIRECTION  TYPE  PACKET\n0x81      IN         bulk  64\n"
+                        + "0x01      OUT        bulk  64\n"), out);
+    }
+
+    @Test
+    void describeShowsTheInterfaceOfACompositeDeviceAsItsOwn() {
+        String out = good("describe --serial COMP0003_01").out();
+        assertTrue(out.contains("\n\nInterface: 09 04 01 00 03 FF FF 00 "), out);
+        assertFalse(out.contains("Configuration: "), out);
+        assertTrue(out.contains("\n0x83      IN         interrupt  64\n"), out);
+    }
+
+    @Test
+    @Tag("memory")
+    void describeTellsWhatCouldNotBeRead() {
+        bus.plug("locked");
+        String out = good("describe --serial ?").out();
+        assertTrue(out.contains("The device descriptor could not be read.\n"), out);
+        assertTrue(out.contains("The configuration descriptor could not be read.\n"), out);
+        assertFails("describe --index 77", "no device with index 77");
+    }
+
+    @Test
+    void controlSendsAndGetsData() {
+        good("control --serial BENCH00001 --request-type 0x40 --request 1 --data 0A:0B:0C");
+        ToolRun got = good("control --serial BENCH00001 --request-type 0xC0 --request 1 --length 64");
+        assertEquals("  00000000  0A 0B 0C                                         |...|\n", got.out());
+        assertTrue(got.err().contains("Read 3 bytes in "), got.err());
+        assertEquals(
+                "  00000000  A1 B2 C3                                         |...|\n",
+                good("control --serial BENCH00001 --request-type 192 --request 2 --value 0x1234 --index-word 0x56"
+                        + " --length 3").out());
+    }
+
+    @Test
+    void aControlRequestThatIsRefusedMovesNothing() {
+        assertTrue(good("control --serial BENCH00001 --request-type 0xC0 --request 3 --length 8").err()
+                .contains("Read 0 bytes"));
+        ToolRun run = run("control --serial BENCH00001 --request-type 0x40 --request 3 --data 0102");
+        assertEquals(1, run.status());
+        assertTrue(run.err().contains("took only 0 of 2"), run.err());
+    }
+
+    @Test
+    void watchShowsWhatIsThereAndEndsInTime() {
+        String out = good("watch --seconds 0").out();
+        assertEquals(5, out.lines().count());
+        assertTrue(
+                out.lines().anyMatch(l -> l.matches("\\S+  present +\\d  6A5C:1002  PAIR0002 +Pair Tool")), out);
+        assertTrue(out.endsWith("\nWatching; Ctrl-C ends it.\n"), out);
+        assertEquals("Watching; Ctrl-C ends it.\n", good("watch -V 0xFFF0 --seconds 0").out());
+        assertEquals(5, good("watch --count 0").out().lines().count());
     }
 
     @Test
@@ -160,7 +235,8 @@ class ToolTest extends UsbTest {
     void versionAndHelpAreTold() {
         assertEquals("orvex-usb, library version 3.47\n", good("--version").out());
         String help = good("--help").out();
-        for (String part : new String[] {"list", "echo", "read", "write", "codes", "Exit status:", "--simulate"}) {
+        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "control", "codes",
+            "Exit status:", "--simulate"}) {
             assertTrue(help.contains(part), help);
         }
         assertTrue(good("echo --help").out().contains("--serial"));

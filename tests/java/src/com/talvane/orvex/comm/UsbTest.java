@@ -22,7 +22,8 @@ import org.junit.jupiter.api.Timeout.ThreadMode;
  * A test on a bus. Each starts from the scenario; what it opened is given back at its end, and then nothing may have
  * been wrong in the library's calls of libusb.
  *
- * <p>Tests with the tag "memory" make libusb fail or count its calls, which only the bus in memory can do.
+ * <p>Tests with the tag "memory" make libusb fail or count its calls, which only the bus in memory can do, or would
+ * take long on an emulated machine and show nothing new there.
  */
 @Timeout(value = 300, threadMode = ThreadMode.SEPARATE_THREAD)
 abstract class UsbTest {

@@ -1,0 +1,76 @@
+package com.talvane.orvex.comm.tool;
+
+import java.time.LocalTime;
+import java.time.format.DateTimeFormatter;
+import java.util.List;
+import java.util.concurrent.Callable;
+import java.util.concurrent.TimeUnit;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Option;
+
+/** Shows devices as they come and go, in one list that lives as long as the session. */
+@Command(
+        name = "watch",
+        description = "Shows the attached devices, and then each that comes or goes, until Ctrl-C.")
+final class WatchCommand implements Callable<Integer> {
+    private static final int PERIOD_MS = 100;
+    private static final DateTimeFormatter TIME = DateTimeFormatter.ofPattern("HH:mm:ss.SSS");
+
+    @Mixin
+    private VendorOptions from;
+
+    @Option(
+            names = "--seconds",
+            paramLabel = "N",
+            converter = Numbers.Count.class,
+            description = "End after N seconds.")
+    private Integer seconds;
+
+    @Option(
+            names = "--count",
+            paramLabel = "N",
+            converter = Numbers.Count.class,
+            description = "End after N changes.")
+    private Integer count;
+
+    @Override
+    public Integer call() throws InterruptedException {
+        long start = System.nanoTime();
+        long limit = seconds == null ? Long.MAX_VALUE : TimeUnit.SECONDS.toNanos(seconds);
+        long left = count == null ? Long.MAX_VALUE : count;
+        try (StopRequest stop = new StopRequest(); Session session = new Session(from.vendors)) {
+            List<DeviceInfo> known = session.devices();
+            known.forEach(device -> show("present", device));
+            System.out.println("Watching; Ctrl-C ends it.");
+            // Nobody may be reading any more; then nobody would end it either.
+            while (left > 0 && System.nanoTime() - start < limit && !System.out.checkError()
+                    && !stop.comesWithin(PERIOD_MS)) {
+                session.update();
+                List<DeviceInfo> now = session.devices();
+                left -= showChanges(known, now);
+                known = now;
+            }
+        }
+        return 0;
+    }
+
+    /** A record keeps its place, so the two lists differ in presence and at the end only. */
+    private static int showChanges(List<DeviceInfo> before, List<DeviceInfo> now) {
+        int changes = 0;
+        for (DeviceInfo device : now) {
+            boolean was = device.index() < before.size() && before.get(device.index()).present();
+            if (was != device.present()) {
+                show(was ? "left" : "arrived", device);
+                changes++;
+            }
+        }
+        return changes;
+    }
+
+    private static void show(String what, DeviceInfo device) {
+        System.out.println(String.format("%s  %-7s  %3d  %04X:%04X  %-16s  %s", LocalTime.now().format(TIME), what,
+                device.index(), device.vendorId(), device.productId(), Text.printable(device.serial()),
+                Text.printable(device.product())));
+    }
+}

@@ -1,0 +1,126 @@
+package com.talvane.orvex.comm;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.BufferedReader;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.concurrent.TimeUnit;
+import java.util.function.Consumer;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
+
+/**
+ * The tool as the process that a user starts: exit status, output as it comes, end by a signal. What a process of its
+ * own shows is mostly the same on any bus, so most of it runs in memory only, where processes start quickly.
+ */
+class ToolProcessTest extends UsbTest {
+    private static final String CHANGE = "\\d\\d:\\d\\d:\\d\\d\\.\\d{3}  %-7s +%d  6A5C:1001  BENCH00001 +Bench Tool";
+
+    @TempDir
+    private Path folder;
+    private Path socket;
+
+    @BeforeEach
+    void waitForTheHost() {
+        openSession();
+        usb.usbRelease(0);
+        socket = bus.isMemory() ? folder.resolve("bus") : Bus.socket();
+    }
+
+    /** In memory the child's bus is its own; of a kernel's bus both have the same. */
+    private ChildVm child() {
+        return new ChildVm().withEnvironment("SIMBUS_SOCKET", socket.toString());
+    }
+
+    @ParameterizedTest(name = "{0}")
+    @Tag("memory")
+    @CsvSource(delimiter = '|', value = {
+        "list | 0 | Bench Tool",
+        "describe --serial PAIR0002 | 0 | Endpoint: 07 05 81 02 40 00 00",
+        "control --serial BENCH00001 --request-type 0xC0 --request 2 --value 0x1234 --index-word 0x56 --length 9"
+                + " | 0 | A1 B2 C3 ",
+        "echo --serial BENCH00001 | 0 | The echo is equal.",
+        "echo --serial NOBODY | 1 | orvex-usb: no device with serial number NOBODY",
+        "watch --count x | 2 | Usage: orvex-usb watch",
+    })
+    void theExitStatusAndTheOutputTellHowItWent(String line, int status, String text) throws Exception {
+        ChildVm.Outcome tool = child().runTool(line.split(" "));
+        assertEquals(status, tool.status(), tool.err());
+        assertTrue((status == 0 ? tool.out() : tool.err()).contains(text), tool::toString);
+    }
+
+    @Test
+    @Tag("memory")
+    void watchEndsAfterItsCount() throws Exception {
+        Process watch = child().startTool(folder.resolve("err"), "watch", "--count", "1", "--seconds", "100");
+        try (BufferedReader out = watch.inputReader()) {
+            int index = indexWhenWatching(out);
+            change(theirs -> theirs.unplug("bench"));
+            assertMatches(String.format(CHANGE, "left", index), out.readLine());
+            assertEquals(0, statusOf(watch));
+        } finally {
+            watch.destroyForcibly();
+        }
+    }
+
+    @Test
+    void watchShowsADeviceLeaveAndComeBackAndGivesAllBackWhenASignalEndsIt() throws Exception {
+        Path err = folder.resolve("err");
+        Process watch = child().withEnvironment("ORVEXCOMM_DEBUG", "1").startTool(err, "watch", "--seconds", "200");
+        try (BufferedReader out = watch.inputReader()) {
+            int index = indexWhenWatching(out);
+            change(theirs -> theirs.unplug("bench"));
+            assertMatches(String.format(CHANGE, "left", index), out.readLine());
+            change(theirs -> theirs.plug("bench"));
+            assertMatches(String.format(CHANGE, "arrived", index), out.readLine());
+            watch.destroy();
+            assertEquals(128 + 15, statusOf(watch));
+        } finally {
+            watch.destroyForcibly();
+        }
+        String trace = Files.readString(err);
+        assertTrue(trace.contains("[LibUSB_Release] exit: 0"), trace);
+        assertEquals(count("[tlvn_libusb_ref_device] ref_count", trace),
+                count("[tlvn_libusb_unref_device] ref_count", trace), trace);
+    }
+
+    private void change(Consumer<Bus> change) {
+        try (Bus theirs = Bus.connect(socket)) {
+            change.accept(theirs);
+        }
+    }
+
+    private static long count(String text, String trace) {
+        return trace.lines().filter(line -> line.contains(text)).count();
+    }
+
+    /** Reads until the tool waits for changes; tells at which place it has the device. */
+    private static int indexWhenWatching(BufferedReader out) throws Exception {
+        int index = -1;
+        for (String line = out.readLine(); line != null; line = out.readLine()) {
+            if (line.equals("Watching; Ctrl-C ends it.")) {
+                return index;
+            }
+            if (line.contains("BENCH00001")) {
+                index = Integer.parseInt(line.split(" +")[2]);
+                assertMatches(String.format(CHANGE, "present", index), line);
+            }
+        }
+        throw new AssertionError("the tool ended without watching");
+    }
+
+    private static void assertMatches(String pattern, String line) {
+        assertTrue(line != null && line.matches(pattern), () -> line + " should be " + pattern);
+    }
+
+    private static int statusOf(Process process) throws InterruptedException {
+        assertTrue(process.waitFor(60, TimeUnit.SECONDS), "it did not end");
+        return process.exitValue();
+    }
+}
