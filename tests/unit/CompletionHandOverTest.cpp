@@ -1,8 +1,6 @@
 // A transfer that another thread completes between its waiter's look at it and its waiter's way into event
 // handling. The tests force that gap: a hook holds the waiter at the entry of libusb_handle_events until the
 // transfer has ended.
-#include "MacOSXUSBAccess/records/CompletionHandOver.h"
-
 #include <gmock/gmock.h>
 #include <libusb.h>
 
@@ -10,6 +8,7 @@
 #include "HotplugUsb/HotplugUsb.h"
 #include "IoTest.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
+#include "MacOSXUSBAccess/records/CompletionHandOver.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
 
 namespace {

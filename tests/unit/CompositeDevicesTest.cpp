@@ -235,6 +235,11 @@ TEST_F(CompositeDevices, AnInterfaceStringThatCannotBeReadLeavesTheParentsProduc
     EXPECT_STREQ("Echo Tool", childOf(list).sProduct);
 }
 
+TEST_F(CompositeDevices, AnInterfaceStringIsCutAt125Characters) {
+    const uint32_t list = listWithStandardTool(R"({"strings":{"9":")" + std::string(126, 'i') + R"("}})");
+    EXPECT_EQ(std::string(125, 'i'), childOf(list).sProduct);
+}
+
 TEST_F(CompositeDevices, OpenAndCloseForTheStringAreLoggedWithTheChild) {
     startSession({deviceJson("tool", merged({R"({"bus":4})", rawConfiguration(kStandardTool)}))});
     uint32_t list = 0;

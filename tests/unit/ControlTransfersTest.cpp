@@ -1,10 +1,9 @@
 // Control transfers and resets.
-#include "MacOSXUSBAccess/io/ControlTransfers.h"
-
 #include <gmock/gmock.h>
 #include <libusb.h>
 
 #include "IoTest.h"
+#include "MacOSXUSBAccess/io/ControlTransfers.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
 
@@ -153,15 +152,16 @@ TEST_F(ControlTransfers, NeedAnOpenRecordThatIsNotHid) {
         EXPECT_EQ(-120, read(getFour));
         EXPECT_EQ(-120, write(getFour));
     });
-    EXPECT_THAT(hid, ElementsAre("[checkBulkTransferReady] isHid == true", "[checkBulkTransferReady] isHid == true"));
+    EXPECT_THAT(
+        hid, ElementsAre("[checkBulkTransferReady] isHid == true", "[checkBulkTransferReady] isHid == true"));
     tool().isHid = 0;
     LibUSB_CloseDevice(&tool());
     const auto closed = debugLinesOf([&] {
         EXPECT_EQ(-109, read(getFour));
         EXPECT_EQ(-109, write(getFour));
     });
-    EXPECT_THAT(closed,
-                ElementsAre("[checkBulkTransferReady] not acquired", "[checkBulkTransferReady] not acquired"));
+    EXPECT_THAT(closed, ElementsAre("[checkBulkTransferReady] not acquired",
+                                    "[checkBulkTransferReady] not acquired"));
     tool().isOpen = 1;
     const auto empty = debugLinesOf([&] { EXPECT_EQ(-109, read(getFour)); });
     EXPECT_THAT(empty, ElementsAre("[checkBulkTransferReady] cbInfo map is empty"));

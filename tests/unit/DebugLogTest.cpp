@@ -20,7 +20,7 @@ class DebugLog : public ::testing::Test {
     void TearDown() override { unsetenv("ORVEXCOMM_DEBUG"); }
 
     /// Readings of the monotonic clock, in order; the last one stays.
-    void setMonotonicClock(std::vector<timespec> readings) {
+    void setMonotonicClock(const std::vector<timespec>& readings) {
         clock_.clockGettime = [this, readings](clockid_t id, timespec& time) {
             EXPECT_EQ(CLOCK_MONOTONIC, id);
             time = readings[std::min(monotonicReadings_++, readings.size() - 1)];
@@ -138,6 +138,7 @@ TEST_F(DebugLog, LinesOfSeveralThreadsStayWhole) {
     constexpr int kLines = 100;
     const std::vector<std::string> lines = debugLinesOf([] {
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int thread = 0; thread < kThreads; ++thread) {
             threads.emplace_back([] {
                 for (int line = 0; line < kLines; ++line) {

@@ -1,10 +1,10 @@
 // Descriptors and endpoint lists as Java gets them, from the copies in a record. No bus is needed.
-#include "MacOSXUSBAccess/io/DescriptorQueries.h"
-
 #include <gmock/gmock.h>
 
 #include <cstring>
 #include <numeric>
+
+#include "MacOSXUSBAccess/io/DescriptorQueries.h"
 
 using ::testing::Each;
 using ::testing::ElementsAre;

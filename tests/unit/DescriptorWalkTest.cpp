@@ -74,6 +74,18 @@ TEST(DescriptorWalk, ADescriptorThatClaimsMoreThanThereIsEndsTheWalkBehindIt) {
     EXPECT_EQ(5, walk.offset());
 }
 
+TEST(DescriptorWalk, ALengthThatPassesTheEndByOneEndsAtTheEnd) {
+    const Bytes bytes{2, 1, 4, 4, 7};
+    DescriptorWalk walk = walkOf(bytes, 2);
+    walk.advance();
+    EXPECT_EQ(5, walk.offset());
+    EXPECT_EQ(0, walk.remaining());
+}
+
+TEST(DescriptorWalk, ALengthOfOneIsALength) {
+    EXPECT_THAT(offsetsOf(walkOf({1, 1, 2, 9})), ElementsAre(0, 1, 2));
+}
+
 TEST(DescriptorWalk, BytesBeyondTheEndAreZero) {
     const Bytes bytes{9, 4, 3};
     const DescriptorWalk walk = walkOf(bytes);
@@ -197,6 +209,16 @@ TEST_F(EndpointList, ClearSetsTheGivenEntriesOnly) {
     EXPECT_EQ(kUnusedEndpoint, at(0));
     EXPECT_EQ(kUnusedEndpoint, at(1));
     EXPECT_THAT(from(2), Each(kFormer));
+}
+
+TEST(ClassList, IsLeftToTheInterfacesByAKnownDescriptorOnly) {
+    tagUSB_DEVICE_ACCESS_ENTRY entry{};
+    EXPECT_FALSE(classLeftToInterfaces(entry));
+    entry.deviceDescriptorLength = 18;
+    for (int code = 0; code < 0x100; ++code) {
+        entry.deviceDescriptor[4] = static_cast<uint8_t>(code);
+        EXPECT_EQ(code == 0x00 || code == 0xEF, classLeftToInterfaces(entry)) << code;
+    }
 }
 
 TEST(ClassList, HoldsTheDrivenDeviceAndInterfaceClasses) {

@@ -1,12 +1,11 @@
 // Arrivals and removals: the watches, the callback and the event thread.
-#include "HotplugUsb/HotplugUsb.h"
-
 #include <gmock/gmock.h>
 #include <libusb.h>
 
 #include <numeric>
 
 #include "BackgroundCall.h"
+#include "HotplugUsb/HotplugUsb.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
@@ -218,7 +217,8 @@ TEST_F(Hotplug, EndsOneWatchButRemembersTheVendor) {
     startEmpty();
     const uint32_t list = createList({kVendor});
     const std::string line = unregisterLine(kVendor);
-    EXPECT_THAT(debugLinesOf([&] { EXPECT_EQ(0, unregisterForHotplug(context, kVendor)); }), ElementsAre(line));
+    EXPECT_THAT(debugLinesOf([&] { EXPECT_EQ(0, unregisterForHotplug(context, kVendor)); }),
+                ElementsAre(line));
     EXPECT_EQ(1U, callsOf("libusb_hotplug_deregister_callback"));
     EXPECT_EQ(-1, registerForHotplug(context, kVendor));
     bus.plug("tool");

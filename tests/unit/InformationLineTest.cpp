@@ -94,6 +94,7 @@ TEST_F(InformationLine, IsCutAt511CharactersAndThenLacksItsEndMark) {
     const std::string line = lineAfter([](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         std::memset(entry.sManufacturer, 'm', sizeof entry.sManufacturer);
         std::memset(entry.sProduct, 'p', sizeof entry.sProduct);
+        std::memset(entry.sSerialNumber, 's', sizeof entry.sSerialNumber - 1);
     });
     EXPECT_EQ(511U, line.size());
     EXPECT_THAT(line, Not(EndsWith("end")));

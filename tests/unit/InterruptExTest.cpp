@@ -23,7 +23,8 @@ class InterruptEx : public IoTest {
     }
 
     int32_t write(int32_t length, int32_t packetSize = 64, int32_t fillValue = 0xFF, int32_t timeout = 1000) {
-        return LibUSB_WriteInterruptPipeEx(&tool(), 0x02, length, timeout, buffer.data(), packetSize, fillValue);
+        return LibUSB_WriteInterruptPipeEx(&tool(), 0x02, length, timeout, buffer.data(), packetSize,
+                                           fillValue);
     }
     int32_t read(int32_t length, int32_t packetSize, int32_t timeout = 1000) {
         return LibUSB_ReadInterruptPipeEx(&tool(), 0x02, length, timeout, buffer.data(), packetSize, 0);
@@ -44,7 +45,8 @@ class InterruptEx : public IoTest {
 
 TEST_F(InterruptEx, PadsTheLastPacketWithTheFillValue) {
     EXPECT_EQ(130, write(130));
-    EXPECT_THAT(sent(), ElementsAre(packet(0, 64, 64, 0xFF), packet(64, 64, 64, 0xFF), packet(128, 2, 64, 0xFF)));
+    EXPECT_THAT(sent(),
+                ElementsAre(packet(0, 64, 64, 0xFF), packet(64, 64, 64, 0xFF), packet(128, 2, 64, 0xFF)));
 }
 
 TEST_F(InterruptEx, PadsNothingWhenThePacketsAreFull) {
@@ -86,7 +88,8 @@ TEST_F(InterruptEx, ChecksThePacketSizeBehindReadinessAndBeforeTheHidBranch) {
         EXPECT_EQ(-114, write(100, 63));
         EXPECT_EQ(-114, read(100, 1025));
     });
-    EXPECT_THAT(lines, ElementsAre("[checkBulkTransferReady] isHid == true", "[checkBulkTransferReady] isHid == true"));
+    EXPECT_THAT(lines, ElementsAre("[checkBulkTransferReady] isHid == true",
+                                   "[checkBulkTransferReady] isHid == true"));
     tool().isHid = 0;
     LibUSB_CloseDevice(&tool());
     EXPECT_EQ(-109, write(100, 63));

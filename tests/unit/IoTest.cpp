@@ -18,7 +18,7 @@ std::unique_ptr<BackgroundCall> IoTest::blockedRead(uint8_t endpoint) {
 }
 
 void IoTest::setBehaviour(const std::string& endpoint, const std::string& settings) {
-    const std::string answer =
-        bus.command(R"({"op":"endpoint","device":"tool","address":")" + endpoint + R"(","set":)" + settings + "}");
+    const std::string answer = bus.command(R"({"op":"endpoint","device":"tool","address":")" + endpoint +
+                                           R"(","set":)" + settings + "}");
     EXPECT_NE(std::string::npos, answer.find("\"ok\":true")) << answer;
 }

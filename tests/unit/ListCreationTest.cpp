@@ -218,6 +218,13 @@ TEST_F(ListCreation, NoIdsMakeAListOfNothingThatIsNeverReused) {
     EXPECT_TRUE(g_hotPlugCallback.empty());
 }
 
+TEST_F(ListCreation, SixteenIdsAreMatchedAndWatched) {
+    startSession({deviceJson("a", R"({"vendorId":16})")});
+    const uint32_t list = create({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
+    EXPECT_THAT(serialsOf(list), ElementsAre("a"));
+    EXPECT_EQ(16U, g_hotPlugCallback.size());
+}
+
 TEST_F(ListCreation, IdsBeyondTheSixteenthAreNeitherMatchedNorWatched) {
     startSession({deviceJson("a"), deviceJson("b", R"({"vendorId":"0x6A5D"})")});
     std::vector<int32_t> ids(17, kVendor);
@@ -295,6 +302,11 @@ TEST_F(ListCreation, AStringThatCannotBeReadStaysUnknown) {
     EXPECT_STREQ("?", entry.sProduct);
     EXPECT_STREQ("?", entry.sSerialNumber);
     EXPECT_EQ(18, entry.deviceDescriptorLength);
+}
+
+TEST_F(ListCreation, AStringIsCutAt125Characters) {
+    startSession({deviceJson("a", R"({"product":")" + std::string(126, 'p') + R"("})")});
+    EXPECT_EQ(std::string(125, 'p'), record(create({kVendor}), 0).sProduct);
 }
 
 TEST_F(ListCreation, AStringOfIndexZeroIsReadAsWritten) {

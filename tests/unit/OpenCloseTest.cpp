@@ -1,11 +1,10 @@
 // Opening a record and closing it.
-#include "MacOSXUSBAccess/io/OpenClose.h"
-
 #include <gmock/gmock.h>
 #include <libusb.h>
 
 #include "CallOrder.h"
 #include "IoTest.h"
+#include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
@@ -84,8 +83,9 @@ TEST_F(OpenClose, HasARecordForEveryEndpointAddress) {
 TEST_F(OpenClose, LogsAnOpen) {
     auto& entry = listTool();
     const auto lines = debugLinesOf([&] { LibUSB_OpenDevice(&entry); });
-    EXPECT_THAT(lines, ElementsAre("[LibUSB_OpenDevice] tool ref_count: 1, pDev: " + pointerText(entry.pDevice),
-                                   openLine(entry)));
+    EXPECT_THAT(lines,
+                ElementsAre("[LibUSB_OpenDevice] tool ref_count: 1, pDev: " + pointerText(entry.pDevice),
+                            openLine(entry)));
 }
 
 TEST_F(OpenClose, RefusesARecordThatIsOpen) {
@@ -195,8 +195,9 @@ TEST_F(OpenClose, ClosesWhatItOpened) {
 TEST_F(OpenClose, LogsAClose) {
     openTool();
     const auto lines = debugLinesOf([&] { LibUSB_CloseDevice(&tool()); });
-    EXPECT_THAT(lines, ElementsAre("[LibUSB_CloseDevice] tool ref_count: 1, pDev: " + pointerText(tool().pDevice),
-                                   closeLine(tool())));
+    EXPECT_THAT(lines,
+                ElementsAre("[LibUSB_CloseDevice] tool ref_count: 1, pDev: " + pointerText(tool().pDevice),
+                            closeLine(tool())));
 }
 
 TEST_F(OpenClose, RefusesToCloseAClosedRecord) {
@@ -212,8 +213,9 @@ TEST_F(OpenClose, CloseSwallowsAFailedInterfaceRelease) {
     openTool();
     bus.failCall("libusb_release_interface", 1, LIBUSB_ERROR_NOT_FOUND);
     const auto lines = debugLinesOf([&] { EXPECT_EQ(0, LibUSB_CloseDevice(&tool())); });
-    EXPECT_THAT(lines, ElementsAre("[LibUSB_CloseDevice] tool ref_count: 1, pDev: " + pointerText(tool().pDevice),
-                                   "Failed to release endpoint 0: -5", closeLine(tool())));
+    EXPECT_THAT(lines,
+                ElementsAre("[LibUSB_CloseDevice] tool ref_count: 1, pDev: " + pointerText(tool().pDevice),
+                            "Failed to release endpoint 0: -5", closeLine(tool())));
     expectClosed(tool());
 }
 
@@ -268,7 +270,8 @@ TEST_F(OpenClose, ACompositeDeviceAndItsInterfaceAreOpenedEachOnItsOwn) {
     auto& child = *parent.pCompositeChild;
     EXPECT_EQ(0, LibUSB_OpenDevice(&parent));
     const auto lines = debugLinesOf([&] { EXPECT_EQ(0, LibUSB_OpenDevice(&child)); });
-    EXPECT_EQ("[tlvn_libusb_open] tool_01: 1.256 interface: 1 dev: " + pointerText(child.pDevice), lines.back());
+    EXPECT_EQ("[tlvn_libusb_open] tool_01: 1.256 interface: 1 dev: " + pointerText(child.pDevice),
+              lines.back());
     EXPECT_EQ(parent.pDevice, child.pDevice);
     EXPECT_NE(parent.hDevice, child.hDevice);
     EXPECT_EQ(2U, callsOf("libusb_claim_interface"));

@@ -1,9 +1,8 @@
 // Opening and closing as Java does it, and the map of the open devices.
-#include "LibUSBJNILink/OpenDeviceMap.h"
-
 #include <gmock/gmock.h>
 
 #include "JniTest.h"
+#include "LibUSBJNILink/OpenDeviceMap.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 
 namespace {
@@ -66,7 +65,7 @@ TEST_F(OpenDeviceMap, ASecondCloseFindsNothing) {
 }
 
 TEST_F(OpenDeviceMap, ADeviceThatHasGoneIsNotEntered) {
-    unplugAndWait("one", static_cast<uint32_t>(list));
+    unplugAndWait("two", static_cast<uint32_t>(list));
     call(usbUpdateDeviceList, list, 0);
     EXPECT_EQ(-131, call(usbOpenDevice, list, 0));
     EXPECT_TRUE(g_DevMap.empty());

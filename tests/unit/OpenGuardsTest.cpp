@@ -123,6 +123,8 @@ TEST_F(OpenGuards, OpenWaitsForNoTransferThatDoesNotComeBack) {
     EXPECT_EQ(LIBUSB_ERROR_BUSY, tool().lastResult);
     EXPECT_FALSE(read->hasReturned());
     bus.clearFaults();
+    EXPECT_EQ(0, LibUSB_OpenDevice(&tool()));
+    EXPECT_EQ(0, read->result());
 }
 
 TEST_F(OpenGuards, ADeviceThatCameBackMustBeOpenedAgain) {
@@ -192,7 +194,8 @@ TEST_F(OpenGuards, AListReleaseClosesAnOpenRecordAndKeepsItAside) {
                                            lines.front().substr(lines.front().rfind(' ') + 1)));
     EXPECT_EQ(nullptr, LibUSB_GetDeviceFromIndex(0, 0));
     uint8_t byte = 0;
-    EXPECT_EQ(-109, LibUSB_ReadBulkPipe(&entry, 0x83, 1, 1000, &byte)) << "a late call, on a record that lives";
+    EXPECT_EQ(-109, LibUSB_ReadBulkPipe(&entry, 0x83, 1, 1000, &byte))
+        << "a late call, on a record that lives";
     EXPECT_EQ(-109, LibUSB_CancelPipeTransfer(&entry, 0x84));
     EXPECT_EQ(-131, LibUSB_OpenDevice(&entry));
     EXPECT_EQ(-109, LibUSB_CloseDevice(&entry));

@@ -1,6 +1,4 @@
 // The session: usbInitialize, usbRelease and the two functions behind them.
-#include "MacOSXUSBAccess/session/Session.h"
-
 #include <gmock/gmock.h>
 #include <libusb.h>
 
@@ -8,6 +6,7 @@
 #include "HotplugUsb/HotplugUsb.h"
 #include "JniTest.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/session/Session.h"
 
 using ::testing::ElementsAre;
 

@@ -23,13 +23,14 @@ class Stress : public IoTest {
         for (int pair = 1; pair <= kPairs; ++pair) {
             endpoints += endpointPair(pair, "echo") + ",";
         }
-        openTool(R"({"interfaces":[{"number":0,"endpoints":[)" + endpoints + endpointPair(15, "silent") + "]}]," +
-                 R"("control":[{"requestType":"0xC0","request":1,"reply":"0102"}]})");
+        openTool(R"({"interfaces":[{"number":0,"endpoints":[)" + endpoints + endpointPair(15, "silent") +
+                 "]}]," + R"("control":[{"requestType":"0xC0","request":1,"reply":"0102"}]})");
     }
 
     static std::string endpointPair(int number, const std::string& behaviour) {
         const auto one = [&](int address) {
-            return R"({"type":"bulk","behaviour":")" + behaviour + R"(","address":)" + std::to_string(address) + "}";
+            return R"({"type":"bulk","behaviour":")" + behaviour + R"(","address":)" +
+                   std::to_string(address) + "}";
         };
         return one(number) + "," + one(number | 0x80);
     }
@@ -135,11 +136,11 @@ TEST_F(Stress, ClosesAmongTransfersAtAnyMomentAreClean) {
     std::mt19937 random(20231);
     for (int round = 0; round < 60; ++round) {
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 1500));  // any moment will do
-        ASSERT_EQ(0, LibUSB_CloseDevice(&tool()));
-        ASSERT_EQ(0, LibUSB_OpenDevice(&tool()));
+        EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
+        EXPECT_EQ(0, LibUSB_OpenDevice(&tool()));
     }
     stop.store(true);
-    ASSERT_EQ(0, LibUSB_CloseDevice(&tool()));
+    EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
     for (const auto& thread : threads) {
         EXPECT_EQ(0, thread->result());
     }

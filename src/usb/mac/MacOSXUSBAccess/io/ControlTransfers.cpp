@@ -13,7 +13,7 @@ constexpr uint8_t kControlAddress = 0;
 int32_t controlTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t timeout, uint8_t* buffer,
                         int32_t failureResult) {
     const ActiveCall call(*entry);
-    int32_t result = checkBulkTransferReady(entry);
+    int32_t result = checkReady(call, entry);
     if (result != 0) {
         return result;
     }
@@ -43,7 +43,7 @@ int32_t LibUSB_ReadControlPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t /*igno
 
 int32_t LibUSB_ResetDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     const ActiveCall call(*entry);
-    if (loadShared(entry->isOpen) == 0) {
+    if (!call.isCounted() || loadShared(entry->isOpen) == 0) {
         return kTransferNotOpen;
     }
     if (entry->isHid != 0) {

@@ -14,6 +14,11 @@ bool isSubmittable(const TransferRequest& request) {
     return request.length >= 0 && (request.buffer != nullptr || !needsBuffer);
 }
 
+int32_t refuseNotOpen() {
+    debug_log("[checkBulkTransferReady] not acquired");
+    return kTransferNotOpen;
+}
+
 int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, TransferRecord& record, const TransferRequest& request) {
     libusb_transfer& transfer = *record.pTransfer;
     transfer.dev_handle = entry.hDevice;
@@ -35,8 +40,7 @@ int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, TransferRecord& record, const Tran
 
 int32_t checkBulkTransferReady(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     if (loadShared(entry->isOpen) == 0) {
-        debug_log("[checkBulkTransferReady] not acquired");
-        return kTransferNotOpen;
+        return refuseNotOpen();
     }
     if (entry->isHid == 1) {
         debug_log("[checkBulkTransferReady] isHid == true");
@@ -47,6 +51,10 @@ int32_t checkBulkTransferReady(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         return kTransferNotOpen;
     }
     return 0;
+}
+
+int32_t checkReady(const ActiveCall& call, tagUSB_DEVICE_ACCESS_ENTRY* entry) {
+    return call.isCounted() ? checkBulkTransferReady(entry) : refuseNotOpen();
 }
 
 int32_t runTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "MacOSXUSBAccess/records/TransferRecords.h"
 
 struct libusb_transfer;
 
@@ -16,6 +17,9 @@ constexpr int32_t kTransferTimedOut = -150;
 /// 0 when the record is open through libusb and has transfer records; -109 not open or without them; -120 a
 /// HID record. Each refusal is logged.
 int32_t checkBulkTransferReady(tagUSB_DEVICE_ACCESS_ENTRY* entry);
+
+/// The same for a call that has begun: one that is not counted is refused as not open.
+int32_t checkReady(const ActiveCall& call, tagUSB_DEVICE_ACCESS_ENTRY* entry);
 
 /// One transfer as its caller wants it.
 struct TransferRequest {

@@ -43,13 +43,13 @@ int32_t transfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& reque
 
 int32_t transferWhenReady(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request) {
     const ActiveCall call(*entry);
-    const int32_t refused = checkBulkTransferReady(entry);
+    const int32_t refused = checkReady(call, entry);
     return refused != 0 ? refused : transfer(*entry, request);
 }
 
 /// The readiness test and packet-size check of the extended interrupt calls, in this order.
-int32_t checkPacketCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t packetSize) {
-    const int32_t refused = checkBulkTransferReady(entry);
+int32_t checkPacketCall(const ActiveCall& call, tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t packetSize) {
+    const int32_t refused = checkReady(call, entry);
     if (refused != 0 && refused != kTransferNotOffered) {
         return refused;
     }
@@ -118,7 +118,7 @@ int32_t LibUSB_ReadBulkPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoin
 int32_t LibUSB_WriteInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                     int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue) {
     const ActiveCall call(*entry);
-    const int32_t refused = checkPacketCall(entry, packetSize);
+    const int32_t refused = checkPacketCall(call, entry, packetSize);
     if (refused != 0) {
         return refused;
     }
@@ -134,7 +134,7 @@ int32_t LibUSB_ReadInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t en
                                    int32_t timeout, uint8_t* buffer, int32_t packetSize,
                                    int32_t /*fillValue*/) {
     const ActiveCall call(*entry);
-    const int32_t refused = checkPacketCall(entry, packetSize);
+    const int32_t refused = checkPacketCall(call, entry, packetSize);
     return refused != 0 ? refused
                         : transfer(*entry, readRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length,
                                                        timeout, buffer));
@@ -142,7 +142,7 @@ int32_t LibUSB_ReadInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t en
 
 int32_t LibUSB_CancelPipeTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint) {
     const ActiveCall call(*entry);
-    const int32_t refused = checkBulkTransferReady(entry);
+    const int32_t refused = checkReady(call, entry);
     if (refused != 0) {
         return refused;
     }

@@ -70,6 +70,15 @@ void unref_unplugged_devices(tagUSB_DEVICE_LIST* list) {
     }
 }
 
+void dropCountedReferences() {
+    for (const auto& [device, count] : g_refCount) {
+        for (int32_t left = count.load(); left > 0; --left) {
+            libusb_unref_device(device);
+        }
+    }
+    g_refCount.clear();
+}
+
 void holdDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device* device) {
     libusb_device* before = entry.pDevice;
     entry.pDevice = device == nullptr ? nullptr : libusb_ref_device(device);

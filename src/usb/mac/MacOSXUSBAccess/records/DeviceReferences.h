@@ -30,5 +30,8 @@ int32_t getRefCount(libusb_device* device);
 /// Drops one counted reference for each record of the list whose device is absent. Null is allowed.
 void unref_unplugged_devices(tagUSB_DEVICE_LIST* list);
 
+/// Gives back what the library has counted, for a session that ends before its lists are released.
+void dropCountedReferences();
+
 /// Points the record at a device and holds it; lets go of the one it held before. Null only lets go.
 void holdDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device* device);

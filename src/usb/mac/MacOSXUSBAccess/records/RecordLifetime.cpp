@@ -51,9 +51,20 @@ bool severFromSession(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return true;
 }
 
+bool severKeptAside(const libusb_context* context) {
+    bool severed = true;
+    for (tagUSB_DEVICE_ACCESS_ENTRY* entry = g_recordsKeptAside; entry != nullptr; entry = entry->pNext) {
+        if (entry->pDeviceList->pContext == context) {
+            severed = severFromSession(*entry) && severed;
+        }
+    }
+    return severed;
+}
+
 void formatText(char (&field)[kStringBytes], const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(field, sizeof field, format, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized): it is
+    std::vsnprintf(field, sizeof field, format,
+                   arguments);  // NOLINT(clang-analyzer-valist.Uninitialized): it is
     va_end(arguments);
 }

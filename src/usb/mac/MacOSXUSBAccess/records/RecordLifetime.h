@@ -17,5 +17,8 @@ void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 /// in its list. From here on no call on it reaches libusb. False when some transfer does not come back.
 bool severFromSession(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
+/// The same for the records of this context that were kept aside.
+bool severKeptAside(const libusb_context* context);
+
 /// Writes a formatted text into one of a record's string fields, cut at 127 characters.
 void formatText(char (&field)[kStringBytes], const char* format, ...) __attribute__((format(printf, 2, 3)));

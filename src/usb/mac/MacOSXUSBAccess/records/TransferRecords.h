@@ -1,23 +1,34 @@
 #pragma once
 
 #include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
 
 // The 32 transfer records of an open record, and the safe way out of transfers that are still running when
 // the record is closed, released or outlived by its session.
 
-/// Counts the calling thread as inside a transfer, cancel or reset of the record, from before it looks at
-/// isOpen until it has left the record's transfers and handle.
+/// Counts the calling thread as inside a transfer, cancel or reset of an open record, from before the call
+/// looks at the record until it has left its transfers and handle. A record that is not open counts nobody,
+/// so that threads that keep asking cannot hold up a close; such a call is to be refused as not open.
 class ActiveCall {
  public:
-    explicit ActiveCall(tagUSB_DEVICE_ACCESS_ENTRY& entry) : calls_(privateSide(entry).activeCalls) {
-        calls_.fetch_add(1);
+    explicit ActiveCall(tagUSB_DEVICE_ACCESS_ENTRY& entry)
+        : calls_(loadShared(entry.isOpen) == 0 ? nullptr : &privateSide(entry).activeCalls) {
+        if (calls_ != nullptr) {
+            calls_->fetch_add(1);
+        }
     }
-    ~ActiveCall() { calls_.fetch_sub(1); }
+    ~ActiveCall() {
+        if (calls_ != nullptr) {
+            calls_->fetch_sub(1);
+        }
+    }
     ActiveCall(const ActiveCall&) = delete;
     ActiveCall& operator=(const ActiveCall&) = delete;
 
+    bool isCounted() const { return calls_ != nullptr; }
+
  private:
-    std::atomic<int32_t>& calls_;
+    std::atomic<int32_t>* calls_;
 };
 
 /// Makes a record and a transfer for the endpoint addresses 0x00 to 0x0F and 0x80 to 0x8F. False when there

@@ -7,6 +7,7 @@
 #include "DebugUtil/DebugLog.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "MacOSXUSBAccess/records/RecordLifetime.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
 
@@ -24,9 +25,10 @@ void logLibusbVersion() {
     DN_WriteStrStr("LibUSB_Initialize libusb version:", text, 1);
 }
 
-/// Cuts all lists of a context off from it. False when some transfer does not come back.
+/// Cuts all records of a context off from it, those kept aside and those of its lists. False when some
+/// transfer does not come back.
 bool severLists(const libusb_context* context) {
-    bool severed = true;
+    bool severed = severKeptAside(context);
     for (tagUSB_DEVICE_LIST* list = g_pDeviceList; list != nullptr; list = list->pNextList) {
         if (list->pContext != context) {
             continue;
@@ -45,6 +47,7 @@ void endContext(libusb_context* context) {
     deinitHotplugUsb();
     // A context that a transfer still runs in outlives its session: lost memory, but nobody falls into it.
     if (severLists(context)) {
+        dropCountedReferences();
         libusb_exit(context);
     }
 }
