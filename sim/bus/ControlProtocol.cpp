@@ -161,11 +161,11 @@ class ControlProtocol {
     }
 
     Json received(const Json& request) {
-        const std::string id = textOf(request, "device");
-        const std::uint8_t address = addressOf(request);
-        const Json packets = hexList(bus_.received(id, address));
+        const std::lock_guard<std::mutex> lock(parts_.mutex);
+        Received& record = parts_.received(textOf(request, "device"), addressOf(request));
+        const Json packets = hexList(record.all());
         if (flagOf(request, "clear", false)) {
-            bus_.clearReceived(id, address);
+            record.clear();
         }
         return {{"packets", packets}};
     }

@@ -20,8 +20,12 @@ bool fits(unsigned char asked, simbus::TransferType actual) {
 }  // namespace
 
 bool hasClaimed(const libusb_device_handle& handle, std::uint8_t interfaceNumber) {
-    const auto found = state().claims.find(keyOf(handle, interfaceNumber));
-    return found != state().claims.end() && found->second == &handle;
+    return (handle.claimed & 1U << interfaceNumber) != 0;
+}
+
+void dropClaim(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
+    handle.claimed &= ~(1U << interfaceNumber);
+    state().claims.erase(keyOf(handle, interfaceNumber));
 }
 
 int claimInterface(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
@@ -34,7 +38,11 @@ int claimInterface(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
     const auto claim = state().claims.emplace(keyOf(handle, interfaceNumber), &handle).first;
-    return claim->second == &handle ? LIBUSB_SUCCESS : LIBUSB_ERROR_BUSY;
+    if (claim->second != &handle) {
+        return LIBUSB_ERROR_BUSY;
+    }
+    handle.claimed |= 1U << interfaceNumber;
+    return LIBUSB_SUCCESS;
 }
 
 int claimForTransfer(TransferRecord& record) {

@@ -6,11 +6,13 @@
 namespace sim {
 
 int claimInterface(libusb_device_handle& handle, std::uint8_t interfaceNumber);
+// For what claimInterface() has claimed only, not for what claimForTransfer() has.
+bool hasClaimed(const libusb_device_handle& handle, std::uint8_t interfaceNumber);
+void dropClaim(libusb_device_handle& handle, std::uint8_t interfaceNumber);
 // Claims the interface that a transfer's endpoint belongs to, as the kernel does for a program that did not.
 // Answers LIBUSB_ERROR_IO when there is no such endpoint, it is of another type, or another handle has the
 // interface.
 int claimForTransfer(TransferRecord& record);
-bool hasClaimed(const libusb_device_handle& handle, std::uint8_t interfaceNumber);
 bool anyClaimed(const libusb_device& device);
 void dropClaims(const libusb_device_handle& handle);
 

@@ -1,6 +1,5 @@
 // Open devices.
 #include <algorithm>
-#include <tuple>
 
 #include "Checks.h"
 #include "Claims.h"
@@ -215,7 +214,7 @@ int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
     if (!sim::hasClaimed(*opened.handle, number)) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
-    sim::state().claims.erase({opened.connection, number});
+    sim::dropClaim(*opened.handle, number);
     const auto stopped = sim::transfersOf(*opened.handle, number);
     lock.unlock();
     // The kernel stops what runs on the interface and puts it back to its first setting.

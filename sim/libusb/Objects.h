@@ -29,6 +29,7 @@ struct libusb_device {
 struct libusb_device_handle {
     libusb_device* device;
     libusb_context* context;
+    std::uint32_t claimed = 0;  // the interfaces that the program claimed by itself, a bit each
 };
 
 namespace sim {

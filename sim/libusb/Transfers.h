@@ -18,10 +18,13 @@ int cancelTransfer(TransferRecord& record, std::uint64_t submission = 0, bool ti
 void expireTransfers(libusb_context& context);
 // Takes the transfers that finished and calls their callbacks, some at most.
 void reapTransfers(libusb_context& context);
+// The bus is done with the transfer: it waits for a thread that handles events.
+void transferFinished(TransferRecord& record);
 // Stops transfers on the bus without the caller having asked for it.
 void stopOnBus(const std::vector<TransferRecord*>& records);
 
 // --- With the state's lock held.
+void removeFromFlying(TransferRecord& record);
 using Selection = std::function<bool(const TransferRecord&)>;
 std::vector<TransferRecord*> flyingTransfers(const libusb_context& context, const Selection& selected);
 // Cuts off transfers in flight: their callbacks will not be called. To be stopped on the bus when the lock is

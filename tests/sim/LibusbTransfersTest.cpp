@@ -194,6 +194,7 @@ TEST_F(LibusbTransfers, AnUnclaimedInterfaceIsClaimedByTheWay) {
     finish(out);
     EXPECT_EQ(libusb_claim_interface(other, 0), LIBUSB_ERROR_BUSY);
     EXPECT_EQ(libusb_set_configuration(other, 1), LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(libusb_release_interface(one, 0), LIBUSB_ERROR_NOT_FOUND) << "the program did not claim it";
     AsyncTransfer refused(other, 0x01, counting(3));
     EXPECT_EQ(refused.submit(), LIBUSB_ERROR_IO);
 }
@@ -252,6 +253,7 @@ TEST_F(LibusbTransfers, FlagsAreKept) {
 
     const auto kept = bus.tally("transfers not freed");
     static int callbacks = 0;
+    callbacks = 0;
     libusb_transfer* transfer = libusb_alloc_transfer(0);
     libusb_fill_bulk_transfer(
         transfer, echo, 0x01, static_cast<unsigned char*>(std::calloc(1, 8)), 8,

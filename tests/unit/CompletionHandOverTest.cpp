@@ -79,7 +79,7 @@ TEST_F(CompletionHandOver, WithoutItAWaiterSleepsUntilTheHandlersPeriodEnds) {
     std::atomic<bool> stop{false};
     BackgroundCall handler([&] {
         while (!stop.load()) {
-            timeval period{2, 0};
+            timeval period{5, 0};
             libusb_handle_events_timeout_completed(context, &period, nullptr);
             ++passesLeft;
         }

@@ -15,7 +15,7 @@ class RecordDump : public ::testing::Test {
     void SetUp() override {
         setenv("ORVEXCOMM_DEBUG", "1", 1);
         clock_.getTimeOfDay = [this](timeval& time) {
-            time = {0, ++lines_ * 1000};
+            time = {0, ++lines_ * 1000L};
             if (lines_ == lastLine_) {
                 unsetenv("ORVEXCOMM_DEBUG");
             }
