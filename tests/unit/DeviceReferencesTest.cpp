@@ -8,7 +8,6 @@
 
 namespace {
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
 
 /// One device that some record holds, with no counted reference on it but those that a test takes.

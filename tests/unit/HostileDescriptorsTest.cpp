@@ -13,10 +13,10 @@ namespace {
 
 using ::testing::Each;
 
-/// Lists of devices whose configuration is not what it ought to be. The host takes every claim of a total
-/// length for true, as far as `claimed_` says nothing else.
+/// Lists of devices whose configuration is not what it ought to be.
 class HostileDescriptors : public ListTest {
  protected:
+    /// A device that answers with exactly these bytes, which libusb has let pass.
     tagUSB_DEVICE_ACCESS_ENTRY& listDeviceWith(const DescriptorBytes& bytes) {
         claimed_ = std::make_unique<FakeConfiguration>(static_cast<uint16_t>(bytes.size()));
         return listDeviceWithOverrides(configurationReply(bytes));
@@ -34,7 +34,7 @@ class HostileDescriptors : public ListTest {
         EXPECT_STREQ("tool", entry.sSerialNumber);
     }
 
-    std::unique_ptr<FakeConfiguration> claimed_;
+    std::unique_ptr<FakeConfiguration> claimed_;  ///< what libusb lets pass; else it parses for itself
 };
 
 /// A configuration of 600 bytes with `part` from an offset on (at least 9), and descriptors of an unknown
@@ -162,7 +162,7 @@ TEST_F(HostileDescriptors, OfSeventeenEndpointsSixteenAreKept) {
     EXPECT_EQ(512U, entry.packetSize);  // what stands behind the array
     ASSERT_NE(nullptr, entry.pCompositeChild);
     EXPECT_EQ(16, entry.pCompositeChild->endpointCount);
-    std::vector<uint8_t> answer(16 * 8, 0);
+    std::vector<uint8_t> answer(std::size_t{16} * 8);
     EXPECT_EQ(16, LibUSB_GetEndpointList(&entry, answer.data()));
 }
 
@@ -189,7 +189,7 @@ TEST_F(HostileDescriptors, ATotalLengthOf600KeepsTheFirst512Bytes) {
     EXPECT_EQ(512, entry.configDescriptorLength);
     EXPECT_EQ(DescriptorBytes(bytes.begin(), bytes.begin() + 512), configurationOf(entry));
     EXPECT_EQ(1, entry.endpointCount);
-    EXPECT_EQ(0, entry.endpoints[1].address + 1);
+    EXPECT_EQ(-1, entry.endpoints[1].address);
 }
 
 TEST_F(HostileDescriptors, NoBytesAtAllBreakAList) {

@@ -7,8 +7,7 @@
 #include "UsbTest.h"
 
 // The native methods under the names that Java knows them by.
-#define ORVEX_NATIVE(method) \
-    constexpr auto* method = Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_##method
+#define ORVEX_NATIVE(method) constexpr auto* method = Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_##method
 ORVEX_NATIVE(usbInitialize);
 ORVEX_NATIVE(usbRelease);
 ORVEX_NATIVE(usbCreateDeviceList);

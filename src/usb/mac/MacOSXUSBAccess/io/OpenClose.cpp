@@ -22,9 +22,8 @@ constexpr int kKernelDriverInterface = 0;
 
 /// The reference count as the refusal messages print it: in the place of the device pointer, and meant so.
 void* countAsPointer(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    const auto count = static_cast<uint32_t>(getRefCount(entry.pDevice));
-    return reinterpret_cast<void*>(
-        static_cast<uintptr_t>(count));  // NOLINT(performance-no-int-to-ptr): for %p only
+    const uintptr_t count = static_cast<uint32_t>(getRefCount(entry.pDevice));
+    return reinterpret_cast<void*>(count);  // NOLINT(performance-no-int-to-ptr): for %p only
 }
 
 void logState(const char* function, tagUSB_DEVICE_ACCESS_ENTRY& entry) {
