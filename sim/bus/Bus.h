@@ -115,9 +115,8 @@ class SIMBUS_API Bus {
     // stopped and the socket goes.
     static Bus& instance();
 
-    // --- Control
-    // ----------------------------------------------------------------------------------------------- These
-    // throw std::runtime_error with a text for people when something is not so (no such device, ...).
+    // Control. These throw std::runtime_error with a text for people when something is not so (no such
+    // device, already plugged in, ...).
 
     // Replaces everything on the bus by the devices of a scenario (JSON text).
     void loadScenario(const std::string& json);
@@ -138,8 +137,7 @@ class SIMBUS_API Bus {
     // The whole control protocol: one JSON object in, one out (both without line end). Never throws.
     std::string command(const std::string& jsonLine);
 
-    // --- Host side, for fronts
-    // -----------------------------------------------------------------------------------
+    // Host side, for fronts.
 
     // The devices that are plugged in, oldest connection first.
     std::vector<DeviceInfoPtr> devices();
@@ -177,8 +175,7 @@ class SIMBUS_API Bus {
     enum class Front { memory, kernel };
     void setFront(Front front);
 
-    // --- Calls of the program under test, for fronts in memory and for tests
-    // ------------------------------------------
+    // Calls of the program under test, for fronts in memory and for tests.
 
     // The nth next call (1 = the next) of a function and the times-1 after it answer `code`.
     void failCall(const std::string& function, unsigned nth, int code, unsigned times = 1);

@@ -125,8 +125,8 @@ struct State {
     std::vector<std::unique_ptr<libusb_context>> contexts;  // ended ones wait here to be used again
     libusb_context* defaultContext = nullptr;
     int defaultContextUsers = 0;
-    libusb_context* implicitDefault =
-        nullptr;  // the first one made, which a null context means when there is no default
+    // The first one made, which a null context means when there is no default.
+    libusb_context* implicitDefault = nullptr;
 
     // By whom each interface of each connection is claimed.
     std::map<std::pair<simbus::ConnectionId, std::uint8_t>, libusb_device_handle*> claims;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <utility>
 
 #include "ControlSocket.h"
 #include "SimTest.h"
@@ -31,16 +32,23 @@ class Client {
 
     // One line without its end; empty when the other side has closed.
     std::string line() {
-        std::string text;
-        char character = 0;
-        while (recv(fd_, &character, 1, 0) == 1 && character != '\n') {
-            text += character;
+        std::size_t end = 0;
+        while ((end = got_.find('\n')) == std::string::npos) {
+            char buffer[65536];
+            const ssize_t count = recv(fd_, buffer, sizeof buffer, 0);
+            if (count <= 0) {
+                return std::exchange(got_, {});
+            }
+            got_.append(buffer, static_cast<std::size_t>(count));
         }
+        const std::string text = got_.substr(0, end);
+        got_.erase(0, end + 1);
         return text;
     }
 
  private:
     int fd_;
+    std::string got_;
 };
 
 class ControlSocketTest : public testing::Test {

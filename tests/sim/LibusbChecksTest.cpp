@@ -285,6 +285,17 @@ TEST_F(LibusbChecks, WhatIsLetPassIsNoViolation) {
     libusb_free_transfer(transfer);
 }
 
+TEST_F(LibusbChecks, AnEmptyListThatIsNeverFreedIsOnlyCounted) {
+    const auto before = bus.tally("empty device lists not freed");
+    bus.unplug("echo");
+    bus.unplug("double");
+    libusb_device** list = nullptr;
+    ASSERT_EQ(libusb_get_device_list(context, &list), 0);
+    endContext();
+    EXPECT_EQ(bus.tally("empty device lists not freed"), before + 1);
+    libusb_free_device_list(list, 1);
+}
+
 // Late uses are told apart for a good while only; past it an object is as unknown as one that never was.
 TEST_F(LibusbChecks, TheMemoryOfFreedObjectsIsBounded) {
     libusb_transfer* first = libusb_alloc_transfer(0);
