@@ -23,6 +23,7 @@ LIBRARY = RELEASE / "libUSBAccessLink_3_47.so"
 TESTS_JAR = RELEASE / "tests/java/orvex-java-tests.jar"
 JUNIT = Path("/usr/share/java/junit-platform-console-standalone.jar")
 SCENARIO = ROOT / "tests/java/scenario.json"
+DEMO = ROOT / "sim/scenarios/demo.json"
 
 BUILD_DEADLINE = 900  # seconds, as all deadlines here
 UNIT_DEADLINE = 900
@@ -208,11 +209,11 @@ def java_simulated():
     return cases
 
 
-def in_machine(deadline, shared, *command):
-    """The command that runs a command in the virtual machine with the devices of the suite on its kernel's bus."""
+def in_machine(deadline, shared, *command, scenario=SCENARIO):
+    """The command that runs a command in the virtual machine with the devices of a scenario on its kernel's bus."""
     server = RELEASE / "sim/usbip/simbus-usbip"
     machine = ["tests/system/vm", "--timeout", deadline, "--share", shared, "--env", f"SIMBUS_USBIP={server}", "--"]
-    return [*machine, "tests/system/with-kernel-bus", SCENARIO, "--", *command]
+    return [*machine, "tests/system/with-kernel-bus", scenario, "--", *command]
 
 
 def java_on_kernel():
@@ -242,10 +243,21 @@ def system_selftest():
     return checked(cases, log, status)
 
 
+def round_trips():
+    """Round trips through the library on the kernel's bus, by one thread and by four; their times go to the log."""
+    folder = RESULTS / "system"
+    build_release(folder, "roundtrips")
+    log, program = folder / "roundtrips.log", RELEASE / "tests/system/roundtrips"
+    runs = f"{program} 10000 1 && {program} 10000 4"
+    status = execute(in_machine(SYSTEM_DEADLINE, folder, "sh", "-c", runs, scenario=DEMO), log, SYSTEM_DEADLINE + 10)
+    state = "passed" if status == 0 else "failed"
+    return [Case("round trips bring every byte back", state, tail(read(log)))]
+
+
 FLOORS = {
     "unit": [(preset, lambda preset=preset: unit(preset)) for preset in ("dev", "asan", "tsan")],
     "java": [("release", java_simulated)],
-    "system": [("kernel bus", system_selftest), ("java on kernel", java_on_kernel)],
+    "system": [("kernel bus", system_selftest), ("round trips", round_trips), ("java on kernel", java_on_kernel)],
 }
 
 
