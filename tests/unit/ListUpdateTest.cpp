@@ -10,7 +10,6 @@
 namespace {
 
 using ::testing::Contains;
-using ::testing::Each;
 using ::testing::ElementsAre;
 
 class ListUpdate : public ListTest {
