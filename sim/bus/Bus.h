@@ -34,6 +34,14 @@ enum class TransferType : std::uint8_t { control = 0, isochronous = 1, bulk = 2,
 
 enum class Status { completed, stall, noDevice, cancelled, overflow };
 
+// A HID interface, as a host's HID driver finds it in the interface's descriptors.
+struct HidInterface {
+    std::uint8_t number = 0;
+    std::uint8_t inEndpoint = 0;              // interrupt IN, for input reports
+    std::optional<std::uint8_t> outEndpoint;  // interrupt OUT; without one, output reports go to endpoint 0
+    std::size_t inputBytes = 64;              // of an input report
+};
+
 // What a front learns about a device when it is plugged in; never changes while the connection lasts.
 struct DeviceInfo {
     ConnectionId connection = 0;
@@ -45,6 +53,8 @@ struct DeviceInfo {
     std::uint8_t port = 1;
     Bytes deviceDescriptor;  // as the device gives it, 18 bytes unless the scenario says otherwise
     std::vector<Bytes> configurationDescriptors;  // each whole, as the device gives it
+    std::vector<HidInterface> hidInterfaces;  // of the configuration that is active at the plug; a host's HID
+                                              // driver holds them
     std::map<std::string, int>
         hostFailures;  // operation ("open", "claim", ...) to the code it always fails with
 };

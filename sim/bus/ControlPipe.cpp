@@ -32,7 +32,16 @@ enum Request : std::uint8_t {
     setInterface = 11
 };
 
-enum DescriptorType : std::uint8_t { deviceType = 1, configurationType = 2, stringType = 3 };
+constexpr std::uint8_t kClassToInterface = 0x21;
+enum HidRequest : std::uint8_t { setReport = 9, setIdle = 10, setProtocol = 11 };
+
+enum DescriptorType : std::uint8_t {
+    deviceType = 1,
+    configurationType = 2,
+    stringType = 3,
+    hidType = 0x21,
+    reportType = 0x22
+};
 
 }  // namespace
 
@@ -46,6 +55,8 @@ std::optional<Status> PluggedDevice::answerControl(Transfer& transfer) {
         status = applyRule(*rule, transfer, reply);
     } else if ((setup.requestType & 0x60U) == 0) {
         status = answerStandard(setup, reply);
+    } else if ((setup.requestType & 0x7FU) == kClassToInterface) {
+        status = answerHidClass(setup);
     }
     if (status == Status::completed) {
         const bool in = (setup.requestType & 0x80U) != 0;
@@ -83,7 +94,7 @@ Status PluggedDevice::answerStandard(const Setup& setup, Bytes& reply) {
         case setAddress:
             return Status::completed;
         case getDescriptor:
-            return recipient(setup) == toDevice ? describe(setup, reply) : Status::stall;
+            return recipient(setup) == toDevice ? describe(setup, reply) : describeHid(setup, reply);
         case getConfiguration:
             reply = {configuration()};
             return Status::completed;
@@ -123,6 +134,29 @@ Status PluggedDevice::describe(const Setup& setup, Bytes& reply) const {
         default:
             return Status::stall;
     }
+}
+
+const HidModel* PluggedDevice::hidOf(const Setup& setup) const {
+    const auto number = lowByte(setup.index);
+    const InterfaceModel* found = recipient(setup) == toInterface ? interface(number, 0) : nullptr;
+    return found != nullptr && found->hid ? &*found->hid : nullptr;
+}
+
+Status PluggedDevice::describeHid(const Setup& setup, Bytes& reply) const {
+    const HidModel* hid = hidOf(setup);
+    const std::uint8_t type = highByte(setup.value);
+    if (hid == nullptr || (type != hidType && type != reportType)) {
+        return Status::stall;
+    }
+    reply = type == hidType ? hidDescriptor(*hid) : reportDescriptor(*hid);
+    return Status::completed;
+}
+
+// Output reports that come this way are taken and forgotten; a control rule can keep them.
+Status PluggedDevice::answerHidClass(const Setup& setup) const {
+    const bool known = setup.request == setReport || setup.request == setIdle || setup.request == setProtocol;
+    const bool in = (setup.requestType & 0x80U) != 0;
+    return known && !in && hidOf(setup) != nullptr ? Status::completed : Status::stall;
 }
 
 Status PluggedDevice::report(const Setup& setup, Bytes& reply) {

@@ -27,6 +27,10 @@ void putInterface(Bytes& bytes, const InterfaceModel& interface, Speed speed) {
         bytes.end(),
         {9, 4, interface.number, interface.alternate, static_cast<std::uint8_t>(interface.endpoints.size()),
          interface.interfaceClass, interface.subClass, interface.protocol, interface.stringIndex});
+    if (interface.hid) {
+        const Bytes hid = hidDescriptor(*interface.hid);
+        bytes.insert(bytes.end(), hid.begin(), hid.end());
+    }
     bytes.insert(bytes.end(), interface.extra.begin(), interface.extra.end());
     for (const auto& endpoint : interface.endpoints) {
         putEndpoint(bytes, endpoint, speed);
@@ -112,6 +116,26 @@ Bytes stringDescriptor(const std::string& utf8) {
         }
     }
     bytes[0] = static_cast<std::uint8_t>(bytes.size());
+    return bytes;
+}
+
+Bytes hidDescriptor(const HidModel& hid) {
+    Bytes bytes{9, 0x21, 0x11, 0x01, 0, 1, 0x22};  // HID 1.11, no country, one report descriptor of ...
+    put16(bytes, static_cast<unsigned>(reportDescriptor(hid).size()));
+    return bytes;
+}
+
+// One application collection of a vendor-defined usage with bytes in and bytes out.
+Bytes reportDescriptor(const HidModel& hid) {
+    Bytes bytes{0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x15, 0x00, 0x26, 0xFF, 0x00, 0x75, 0x08};
+    const auto putReport = [&](std::uint16_t count, std::uint8_t mainItem) {
+        bytes.push_back(0x96);  // how many fields of eight bits
+        put16(bytes, count);
+        bytes.insert(bytes.end(), {0x09, 0x01, mainItem, 0x02});
+    };
+    putReport(hid.inputBytes, 0x81);
+    putReport(hid.outputBytes, 0x91);
+    bytes.push_back(0xC0);
     return bytes;
 }
 

@@ -80,6 +80,10 @@ ControlRule readRule(const Json& json) {
     return rule;
 }
 
+constexpr std::uint8_t kHidClass = 3;
+constexpr std::uint8_t kVendorClass = 0xFF;
+constexpr std::int64_t kLargestReport = 4096;
+
 // Reads one device; gives out string indices on the way: 1 to 3 for the device's own, then the next free
 // ones.
 class DeviceReader {
@@ -188,12 +192,26 @@ class DeviceReader {
         }
     }
 
+    static std::optional<HidModel> readHid(const Json& interface) {
+        const Json& json = valueOf(interface, "hid");
+        if (json.is_null()) {
+            return std::nullopt;
+        }
+        const auto reportBytes = [&](const char* key) {
+            const Json& value = valueOf(json, key);
+            return static_cast<std::uint16_t>(value.is_null() ? 64 : integer(value, key, 1, kLargestReport));
+        };
+        return HidModel{reportBytes("input"), reportBytes("output")};
+    }
+
     void readInterfaces(const Json& object, ConfigurationModel& configuration) {
         for (const Json& json : listOf(object, "interfaces")) {
             InterfaceModel interface;
             interface.number = numberOf<std::uint8_t>(json, "number", 0);
             interface.alternate = numberOf<std::uint8_t>(json, "alternate", 0);
-            interface.interfaceClass = numberOf<std::uint8_t>(json, "class", 0xFF);
+            interface.hid = readHid(json);
+            interface.interfaceClass =
+                numberOf<std::uint8_t>(json, "class", interface.hid ? kHidClass : kVendorClass);
             interface.subClass = numberOf<std::uint8_t>(json, "subClass", 0);
             interface.protocol = numberOf<std::uint8_t>(json, "protocol", 0);
             interface.stringIndex = nextString(json);

@@ -35,6 +35,12 @@ struct EndpointModel {
     bool isIn() const { return (address & 0x80U) != 0; }
 };
 
+// Reports of a HID interface, without report numbers.
+struct HidModel {
+    std::uint16_t inputBytes = 64;
+    std::uint16_t outputBytes = 64;
+};
+
 struct InterfaceModel {
     std::uint8_t number = 0;
     std::uint8_t alternate = 0;
@@ -43,6 +49,7 @@ struct InterfaceModel {
     std::uint8_t protocol = 0;
     std::uint8_t stringIndex = 0;
     Bytes extra;  // class descriptors between the interface descriptor and its endpoints
+    std::optional<HidModel> hid;
     std::vector<EndpointModel> endpoints;
 };
 
@@ -106,6 +113,9 @@ void forEachEndpoint(Json& device, const std::function<void(Json&)>& visit);
 // The descriptors as the device gives them to a host, raw ones of the scenario first.
 Bytes deviceDescriptor(const DeviceModel& device);
 std::vector<Bytes> configurationDescriptors(const DeviceModel& device);
+// Of a HID interface: the class descriptor behind the interface descriptor, and the report descriptor.
+Bytes hidDescriptor(const HidModel& hid);
+Bytes reportDescriptor(const HidModel& hid);
 // A string descriptor of UTF-8 text; cut to what one can hold.
 Bytes stringDescriptor(const std::string& utf8);
 

@@ -11,6 +11,39 @@ std::size_t slotOf(std::uint8_t address) {
     return number != 0 && (address & 0x80U) != 0 ? number + 16 : number;
 }
 
+// Nothing when a HID driver would not take the interface: it needs an interrupt IN endpoint.
+std::optional<HidInterface> hidInterface(const InterfaceModel& model) {
+    if (!model.hid || model.alternate != 0) {
+        return std::nullopt;
+    }
+    HidInterface found;
+    found.number = model.number;
+    found.inputBytes = model.hid->inputBytes;
+    for (const EndpointModel& endpoint : model.endpoints) {
+        if (endpoint.type != TransferType::interrupt) {
+            continue;
+        }
+        if (!endpoint.isIn()) {
+            found.outEndpoint = endpoint.address;
+        } else if (found.inEndpoint == 0) {
+            found.inEndpoint = endpoint.address;
+        }
+    }
+    return found.inEndpoint == 0 ? std::nullopt : std::make_optional(found);
+}
+
+std::vector<HidInterface> hidInterfaces(const DeviceModel& model) {
+    std::vector<HidInterface> all;
+    if (const auto* active = model.configuration(model.activeConfiguration); active != nullptr) {
+        for (const InterfaceModel& interface : active->interfaces) {
+            if (const auto found = hidInterface(interface); found) {
+                all.push_back(*found);
+            }
+        }
+    }
+    return all;
+}
+
 DeviceInfoPtr makeInfo(const DeviceModel& model, ConnectionId connection, std::uint8_t address) {
     auto info = std::make_shared<DeviceInfo>();
     info->connection = connection;
@@ -22,6 +55,7 @@ DeviceInfoPtr makeInfo(const DeviceModel& model, ConnectionId connection, std::u
     info->port = address;
     info->deviceDescriptor = deviceDescriptor(model);
     info->configurationDescriptors = configurationDescriptors(model);
+    info->hidInterfaces = hidInterfaces(model);
     info->hostFailures = model.hostFailures;
     return info;
 }

@@ -43,6 +43,9 @@ class PluggedDevice : public Endpoint::Device {
 
     Status answerStandard(const Setup& setup, Bytes& reply);
     Status describe(const Setup& setup, Bytes& reply) const;
+    const HidModel* hidOf(const Setup& setup) const;  // of the interface that the request is for
+    Status describeHid(const Setup& setup, Bytes& reply) const;
+    Status answerHidClass(const Setup& setup) const;
     Status report(const Setup& setup, Bytes& reply);
     Status setFeature(const Setup& setup, bool on);
     std::optional<Status> applyRule(const ControlRule& rule, const Transfer& transfer, Bytes& reply);

@@ -37,6 +37,9 @@ int claimInterface(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
     if (!bus.alternate(connection, interfaceNumber)) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
+    if (heldByHidDriver(*handle.device, interfaceNumber)) {
+        return LIBUSB_ERROR_BUSY;
+    }
     const auto claim = state().claims.emplace(keyOf(handle, interfaceNumber), &handle).first;
     if (claim->second != &handle) {
         return LIBUSB_ERROR_BUSY;
@@ -51,15 +54,25 @@ int claimForTransfer(TransferRecord& record) {
     if (!endpoint || !fits(record.shown->type, endpoint->type)) {
         return simbus::Bus::instance().configuration(connection) ? LIBUSB_ERROR_IO : LIBUSB_ERROR_NO_DEVICE;
     }
+    if (heldByHidDriver(*record.device, endpoint->interfaceNumber)) {
+        return LIBUSB_ERROR_IO;
+    }
     record.interfaceNumber = endpoint->interfaceNumber;
     const auto claim =
         state().claims.emplace(keyOf(*record.handle, endpoint->interfaceNumber), record.handle).first;
     return claim->second == record.handle ? LIBUSB_SUCCESS : LIBUSB_ERROR_IO;
 }
 
+bool heldByHidDriver(const libusb_device& device, std::uint8_t interfaceNumber) {
+    const auto& held = device.info->hidInterfaces;
+    return std::any_of(held.begin(), held.end(),
+                       [&](const auto& interface) { return interface.number == interfaceNumber; });
+}
+
 bool anyClaimed(const libusb_device& device) {
     const auto& claims = state().claims;
-    return std::any_of(claims.begin(), claims.end(),
+    return !device.info->hidInterfaces.empty() ||
+           std::any_of(claims.begin(), claims.end(),
                        [&](const auto& claim) { return claim.first.first == device.info->connection; });
 }
 

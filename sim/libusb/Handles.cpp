@@ -272,10 +272,14 @@ int libusb_reset_device(libusb_device_handle* given) {
 int libusb_kernel_driver_active(libusb_device_handle* given, int interfaceNumber) {
     SIM_ENTER("libusb_kernel_driver_active");
     const StateLock lock(sim::state().mutex);
-    return sim::attachedInterface("libusb_kernel_driver_active", given, interfaceNumber).error;  // 0: none is
+    const auto opened = sim::attachedInterface("libusb_kernel_driver_active", given, interfaceNumber);
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    return sim::heldByHidDriver(*opened.handle->device, static_cast<std::uint8_t>(interfaceNumber)) ? 1 : 0;
 }
 
-// There is no driver to give an interface to or to take it from.
+// The HID driver keeps its interfaces for as long as the device is there; no other driver exists.
 int libusb_attach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
     SIM_ENTER("libusb_attach_kernel_driver");
     const StateLock lock(sim::state().mutex);

@@ -30,7 +30,7 @@ GROUND = ["MacOSXUSBAccess/records/DeviceRecords.h", "MacOSXUSBAccess/records/Sh
 # What appears in code, and the only rooms or files where it may.
 BOUND = [
     ("JNIEnv", r"\bJNIEnv\b", ["LibUSBJNILink"]),
-    ("a libusb call", r"\blibusb_\w+\s*\(", ["MacOSXUSBAccess", "HotplugUsb"]),
+    ("a libusb call", r"\blibusb_\w+\s*\(", ["MacOSXUSBAccess", "HotplugUsb", "hid/HidDeviceHidapi.cpp"]),
     ("a call of the system's HID service", r"\b(IO[A-Z]\w+|CF[A-Z]\w+|hid_\w+)\s*\(", ["HidHandling", "hid"]),
     ("a header of the system's HID service", r"#\s*include\s*<(IOKit|CoreFoundation|hidapi)\b", ["HidHandling", "hid"]),
 ]

@@ -7,6 +7,7 @@
 #include "MacOSXUSBAccess/io/TransferEngine.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
+#include "hid/HIDAccess.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -255,6 +256,7 @@ TEST_P(Transfers, ANegativeLengthNeverReachesLibusb) {
 
 TEST_P(Transfers, OnAHidRecordIsLogged) {
     tool().isHid = 1;
+    tool().pHIDAccess = newHIDAccess(kVendor, 0x1001, "tool", 64, 0x5A);
     const auto lines = debugLinesOf([&] { run(1); });
     EXPECT_EQ("[checkBulkTransferReady] isHid == true", lines.front());
     EXPECT_EQ(0U, callsOf("libusb_submit_transfer"));

@@ -3,6 +3,7 @@
 #include <libusb.h>
 
 #include "DebugUtil/DebugLog.h"
+#include "HidHandling/HidDispatch.h"
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "MacOSXUSBAccess/records/LibusbWrappers.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
@@ -111,8 +112,14 @@ int32_t LibUSB_OpenDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         return result;
     }
     entry->kernelDriverDetached = 0;
-    logState("LibUSB_OpenDevice", *entry);
-    result = openThroughLibusb(*entry);
+    if (entry->isHid == 1) {
+        HID_CloseDevice(entry);  // what a device that was pulled while open has left
+        // The record counts as open whatever this answers: meant. Its reads then time out.
+        HID_OpenDevice(entry);
+    } else {
+        logState("LibUSB_OpenDevice", *entry);
+        result = openThroughLibusb(*entry);
+    }
     if (result == 0) {
         privateSide(*entry).heldByCaller = true;
         storeShared(entry->isOpen, 1U);
@@ -131,6 +138,11 @@ int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
                            ? LIBUSB_SUCCESS
                            : libusb_attach_kernel_driver(entry->hDevice, kKernelDriverInterface);
         entry->kernelDriverDetached = 0;
+    }
+    if (entry->isHid == 1) {
+        const int32_t result = HID_CloseDevice(entry);
+        storeShared(entry->isOpen, 0U);
+        return result;
     }
     logState("LibUSB_CloseDevice", *entry);
     // Transfers that do not come back keep their handle; the next open or the list's release tries again.

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 
+#include "HidHandling/HidDispatch.h"
 #include "MacOSXUSBAccess/io/TransferEngine.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
 
 namespace {
@@ -44,6 +46,28 @@ int32_t transfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& reque
 int32_t transferWhenReady(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request) {
     const ActiveCall call(*entry);
     const int32_t refused = checkReady(call, entry);
+    return refused != 0 ? refused : transfer(*entry, request);
+}
+
+/// A transfer of a HID record, by `hidCall`; without a buffer for its bytes it fails as a submission does.
+template <class HidCall>
+int32_t hidTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request, HidCall hidCall) {
+    if (request.buffer == nullptr && request.length > 0) {
+        storeShared(entry.lastResult, LIBUSB_ERROR_INVALID_PARAM);
+        return request.failureResult;
+    }
+    return hidCall();
+}
+
+/// An interrupt transfer: through libusb, or by `hidCall` on a HID record.
+template <class HidCall>
+int32_t interruptTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request,
+                          HidCall hidCall) {
+    const ActiveCall call(*entry);
+    const int32_t refused = checkReady(call, entry);
+    if (refused == kTransferNotOffered) {
+        return hidTransfer(*entry, request, hidCall);
+    }
     return refused != 0 ? refused : transfer(*entry, request);
 }
 
@@ -93,14 +117,16 @@ int32_t LibUSB_ReadBulkPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint,
 
 int32_t LibUSB_WriteInterruptPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                   int32_t timeout, uint8_t* buffer) {
-    return transferWhenReady(entry,
-                             writeRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer));
+    return interruptTransfer(
+        entry, writeRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer),
+        [&] { return HID_WriteInterruptPipe(entry, endpoint, length, timeout, buffer); });
 }
 
 int32_t LibUSB_ReadInterruptPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                  int32_t timeout, uint8_t* buffer) {
-    return transferWhenReady(entry,
-                             readRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer));
+    return interruptTransfer(entry,
+                             readRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer),
+                             [&] { return HID_ReadInterruptPipe(entry, endpoint, length, timeout, buffer); });
 }
 
 int32_t LibUSB_WriteBulkPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
@@ -118,12 +144,17 @@ int32_t LibUSB_ReadBulkPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoin
 int32_t LibUSB_WriteInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                     int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue) {
     const ActiveCall call(*entry);
+    const TransferRequest whole =
+        writeRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer);
     const int32_t refused = checkPacketCall(call, entry, packetSize);
+    if (refused == kTransferNotOffered) {
+        return hidTransfer(*entry, whole, [&] {
+            return HID_WriteInterruptPipeEx(entry, endpoint, length, timeout, buffer, packetSize, fillValue);
+        });
+    }
     if (refused != 0) {
         return refused;
     }
-    const TransferRequest whole =
-        writeRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer);
     if (buffer == nullptr && length > 0) {
         return transfer(*entry, whole);  // refused there, like every other transfer without bytes
     }
@@ -131,13 +162,17 @@ int32_t LibUSB_WriteInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t e
 }
 
 int32_t LibUSB_ReadInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
-                                   int32_t timeout, uint8_t* buffer, int32_t packetSize,
-                                   int32_t /*fillValue*/) {
+                                   int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue) {
     const ActiveCall call(*entry);
+    const TransferRequest whole =
+        readRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer);
     const int32_t refused = checkPacketCall(call, entry, packetSize);
-    return refused != 0 ? refused
-                        : transfer(*entry, readRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length,
-                                                       timeout, buffer));
+    if (refused == kTransferNotOffered) {
+        return hidTransfer(*entry, whole, [&] {
+            return HID_ReadInterruptPipeEx(entry, endpoint, length, timeout, buffer, packetSize, fillValue);
+        });
+    }
+    return refused != 0 ? refused : transfer(*entry, whole);
 }
 
 int32_t LibUSB_CancelPipeTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint) {

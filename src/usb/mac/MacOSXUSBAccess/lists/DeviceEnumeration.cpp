@@ -3,6 +3,7 @@
 #include <libusb.h>
 
 #include "DebugUtil/DebugLog.h"
+#include "HidHandling/HidDetection.h"
 #include "MacOSXUSBAccess/records/DescriptorWalk.h"
 #include "MacOSXUSBAccess/records/Descriptors.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
@@ -206,5 +207,8 @@ void enumerateDevices(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     listDevices(list, deviceCount, style, trace);
     if (deviceCount > 0 || (deviceCount == 0 && style.freesEmptyArray)) {
         libusb_free_device_list(list.ppDevList, 1);
+    }
+    if (deviceCount > 0) {
+        HID_MarkHidDevicesInList(&list);
     }
 }

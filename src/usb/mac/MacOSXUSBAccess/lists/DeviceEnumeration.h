@@ -12,7 +12,7 @@ struct EnumerationStyle {
 };
 
 /// Makes a record of each wanted device in the list's context, opens each one briefly to read its strings,
-/// descriptors and endpoints, and appends it to the list. A device whose descriptor cannot be read is left
-/// out; one that cannot be opened is listed as "<cannot_open>VVVV:PPPP". A list without a context stays as it
-/// is.
+/// descriptors and endpoints, and appends it to the list; then marks the HID devices. A device whose
+/// descriptor cannot be read is left out; one that cannot be opened is listed as "<cannot_open>VVVV:PPPP". A
+/// list without a context stays as it is.
 void enumerateDevices(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style);

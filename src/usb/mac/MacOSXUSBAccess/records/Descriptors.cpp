@@ -8,6 +8,7 @@
 
 #include "DebugUtil/DebugLog.h"
 #include "MacOSXUSBAccess/records/DescriptorWalk.h"
+#include "hid/HIDAccess.h"
 
 namespace {
 
@@ -94,6 +95,9 @@ int32_t fillConfigBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, int
     }
     const int32_t room = std::max(size, 0);
     std::memset(buffer, 0, static_cast<size_t>(room));
+    if (entry->isHid != 0 && entry->pHIDAccess != nullptr) {
+        return entry->pHIDAccess->GetConfigDescriptorBuffer(buffer, room);
+    }
     if (entry->hDevice == nullptr) {
         return kNotOpen;
     }

@@ -26,9 +26,9 @@ void clearConfiguration(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 bool classLeftToInterfaces(const tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Copies the device's configuration descriptor of index 0, as it is on the wire, to `buffer` (`size` bytes,
-/// the rest zeroed). The record's device must be open. Returns the bytes copied, cut at `size`; 0 when the
-/// device claims a total length of 0; -170 for a null buffer, -103 without a handle, -131 when it cannot be
-/// read.
+/// the rest zeroed). A HID record asks its HIDAccess; any other record's device must be open. Returns the
+/// bytes copied, cut at `size`; 0 when the device claims a total length of 0; -170 for a null buffer, -103
+/// without a handle, -131 when it cannot be read.
 int32_t fillConfigBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, int32_t size);
 
 /// Copies the lesser of `size` and 18 bytes of the device descriptor. Returns that number, or -131.

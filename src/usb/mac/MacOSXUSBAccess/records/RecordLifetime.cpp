@@ -8,6 +8,7 @@
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
+#include "hid/HIDAccess.h"
 
 namespace {
 
@@ -36,9 +37,11 @@ tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list) {
 void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     unlinkRecord(entry);
     const bool severed = severFromSession(entry);
-    if (!severed || privateSide(entry).heldByCaller) {
+    // A read from a HID device goes on to its time-out after the close.
+    if (!severed || privateSide(entry).heldByCaller || privateSide(entry).activeCalls.load() != 0) {
         keepAside(entry);
     } else {
+        deleteHIDAccess(entry.pHIDAccess);
         delete &privateSide(entry);
     }
 }

@@ -19,3 +19,11 @@ template <class T, class V>
 T exchangeShared(T& field, V value) {
     return __atomic_exchange_n(&field, static_cast<T>(value), __ATOMIC_ACQ_REL);
 }
+
+/// Stores the value if the field holds the one expected. True when it did.
+template <class T, class E, class V>
+bool compareExchangeShared(T& field, E expected, V value) {
+    auto held = static_cast<T>(expected);
+    return __atomic_compare_exchange_n(&field, &held, static_cast<T>(value), false, __ATOMIC_ACQ_REL,
+                                       __ATOMIC_ACQUIRE);
+}

@@ -1,0 +1,205 @@
+#include "UsbHid.h"
+
+#include <algorithm>
+#include <future>
+#include <map>
+
+namespace sim {
+
+namespace {
+
+constexpr std::size_t kQueuedReports = 64;   // as many as a kernel keeps for one opening
+constexpr std::size_t kSmallestBuffer = 64;  // and what it asks for at least
+
+// Waits for one transfer; its status and bytes are in the transfer then.
+bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
+                 std::chrono::milliseconds limit) {
+    auto ended = std::make_shared<std::promise<void>>();
+    transfer.done = [ended] { ended->set_value(); };
+    auto& bus = simbus::Bus::instance();
+    if (bus.submit(connection, transfer) != simbus::Submitted::accepted) {
+        return false;
+    }
+    auto waiting = ended->get_future();
+    if (waiting.wait_for(limit) != std::future_status::ready) {
+        bus.cancel(transfer);
+        waiting.wait();
+    }
+    return transfer.status == simbus::Status::completed;
+}
+
+simbus::Bytes controlIn(const simbus::DeviceInfo& device, std::uint16_t value, std::uint16_t index) {
+    simbus::Bytes data(255);
+    simbus::Transfer transfer;
+    transfer.setup = {0x80, 6, value, index, 255};
+    transfer.data = data.data();
+    transfer.length = data.size();
+    if (!runTransfer(device.connection, transfer, std::chrono::seconds(5))) {
+        return {};
+    }
+    data.resize(transfer.actual);
+    return data;
+}
+
+// Drivers in use, by connection and interface number.
+std::mutex driversMutex;
+std::map<std::pair<simbus::ConnectionId, std::uint8_t>, std::weak_ptr<UsbHid>> drivers;
+
+}  // namespace
+
+std::vector<HidInterface> findHidInterfaces() {
+    std::vector<HidInterface> all;
+    for (const auto& device : simbus::Bus::instance().devices()) {
+        for (const simbus::HidInterface& interface : device->hidInterfaces) {
+            all.push_back({device, interface});
+        }
+    }
+    return all;
+}
+
+std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index) {
+    const simbus::Bytes languages = index == 0 ? simbus::Bytes{} : controlIn(device, 0x0300, 0);
+    if (languages.size() < 4) {
+        return std::nullopt;
+    }
+    const auto language = static_cast<std::uint16_t>(languages[2] | languages[3] << 8);
+    const simbus::Bytes text = controlIn(device, static_cast<std::uint16_t>(0x0300 | index), language);
+    if (text.size() < 2 || text[1] != 3) {
+        return std::nullopt;
+    }
+    std::wstring result;
+    for (std::size_t at = 2; at + 1 < std::min<std::size_t>(text.size(), text[0]); at += 2) {
+        result += static_cast<wchar_t>(text[at] | text[at + 1] << 8);
+    }
+    return result;
+}
+
+HidOpening::HidOpening(std::shared_ptr<UsbHid> driver) : driver_(std::move(driver)) {
+    driver_->add(*this);
+}
+
+HidOpening::~HidOpening() {
+    driver_->remove(*this);
+}
+
+const HidInterface& HidOpening::interface() const {
+    return driver_->interface_;
+}
+
+int HidOpening::read(std::uint8_t* data, std::size_t length,
+                     std::optional<std::chrono::milliseconds> timeout) {
+    std::unique_lock lock(driver_->mutex_);
+    const auto somethingToSay = [&] { return !reports_.empty() || driver_->gone_; };
+    if (timeout.has_value()) {
+        driver_->news_.wait_for(lock, *timeout, somethingToSay);
+    } else {
+        driver_->news_.wait(lock, somethingToSay);
+    }
+    if (reports_.empty()) {
+        return driver_->gone_ ? -1 : 0;
+    }
+    const simbus::Bytes report = std::move(reports_.front());
+    reports_.pop_front();
+    const std::size_t count = std::min(length, report.size());
+    std::copy_n(report.begin(), count, data);
+    return static_cast<int>(count);
+}
+
+int HidOpening::write(const std::uint8_t* data, std::size_t length) {
+    const HidInterface& to = interface();
+    simbus::Bytes report(data, data + length);
+    simbus::Transfer transfer;
+    transfer.data = report.data();
+    transfer.length = report.size();
+    if (to.at.outEndpoint.has_value()) {
+        transfer.endpoint = *to.at.outEndpoint;
+    } else {
+        constexpr std::uint8_t kToInterface = 0x21;
+        constexpr std::uint8_t kSetReport = 9;
+        constexpr std::uint16_t kOutputReport = 0x0200;
+        transfer.setup = {kToInterface, kSetReport, kOutputReport, to.at.number,
+                          static_cast<std::uint16_t>(length)};
+    }
+    return runTransfer(to.device->connection, transfer, std::chrono::seconds(5))
+               ? static_cast<int>(transfer.actual)
+               : -1;
+}
+
+std::shared_ptr<UsbHid> UsbHid::of(const HidInterface& interface) {
+    const std::lock_guard lock(driversMutex);
+    auto& entry = drivers[{interface.device->connection, interface.at.number}];
+    auto driver = entry.lock();
+    if (driver == nullptr) {
+        driver = std::make_shared<UsbHid>(interface);
+        entry = driver;
+    }
+    return driver;
+}
+
+void UsbHid::add(HidOpening& opening) {
+    {
+        const std::lock_guard lock(mutex_);
+        openings_.push_back(&opening);
+    }
+    ask();
+}
+
+void UsbHid::remove(HidOpening& opening) {
+    bool last = false;
+    {
+        const std::lock_guard lock(mutex_);
+        openings_.erase(std::find(openings_.begin(), openings_.end(), &opening));
+        last = openings_.empty() && asking_;
+    }
+    if (last) {
+        simbus::Bus::instance().cancel(input_);
+    }
+}
+
+void UsbHid::ask() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (asking_ || gone_ || openings_.empty()) {
+            return;
+        }
+        asking_ = true;
+        self_ = shared_from_this();
+        inputData_.resize(std::max(interface_.at.inputBytes, kSmallestBuffer));
+        input_.endpoint = interface_.at.inEndpoint;
+        input_.data = inputData_.data();
+        input_.length = inputData_.size();
+        input_.done = [this] { answered(); };
+    }
+    if (simbus::Bus::instance().submit(interface_.device->connection, input_) !=
+        simbus::Submitted::accepted) {
+        input_.status = simbus::Status::noDevice;
+        answered();
+    }
+}
+
+void UsbHid::answered() {
+    std::shared_ptr<UsbHid> self;
+    {
+        const std::lock_guard lock(mutex_);
+        self = std::move(self_);
+        self_.reset();
+        asking_ = false;
+        gone_ = input_.status == simbus::Status::noDevice;
+        if (input_.status == simbus::Status::completed) {
+            const simbus::Bytes report(inputData_.begin(),
+                                       inputData_.begin() + static_cast<std::ptrdiff_t>(input_.actual));
+            for (HidOpening* opening : openings_) {
+                if (opening->reports_.size() < kQueuedReports) {
+                    opening->reports_.push_back(report);
+                }
+            }
+        }
+        news_.notify_all();
+        if (input_.status == simbus::Status::stall) {
+            return;  // nobody asks a stalling endpoint again before the next opening
+        }
+    }
+    ask();
+}
+
+}  // namespace sim

@@ -1,0 +1,91 @@
+#include "HidHandling/HidDetection.h"
+
+#include <vector>
+
+#include "MacOSXUSBAccess/records/DescriptorWalk.h"
+#include "MacOSXUSBAccess/records/Descriptors.h"
+#include "hid/HIDAccess.h"
+#include "hid/HidDeviceOperations.h"
+
+namespace {
+
+constexpr uint32_t kHidPacketSize = 64;
+constexpr uint32_t kHidFillValue = 0x5A;
+/// Ids are read as signed 16-bit numbers; what does not fit was not read.
+constexpr int32_t kLargestReadableId = 0x7FFF;
+
+bool isReadable(const std::optional<int32_t>& id) {
+    return id.has_value() && *id >= 0 && *id <= kLargestReadableId;
+}
+
+tagUSB_DEVICE_ACCESS_ENTRY* findUnmarked(const tagUSB_DEVICE_LIST& list, const HidDeviceInfo& device) {
+    if (!isReadable(device.vendorId) || !isReadable(device.productId) || !device.serialNumber.has_value()) {
+        return nullptr;
+    }
+    tagUSB_DEVICE_ACCESS_ENTRY* entry = list.pFirst;
+    const auto matches = [&] {
+        return entry->idVendor == static_cast<uint32_t>(*device.vendorId) &&
+               entry->idProduct == static_cast<uint32_t>(*device.productId) && entry->isHid == 0 &&
+               *device.serialNumber == entry->sSerialNumber;
+    };
+    while (entry != nullptr && !matches()) {
+        entry = entry->pNext;
+    }
+    return entry;
+}
+
+/// False when there is no memory for a HIDAccess; the record stays what it was.
+bool mark(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    if (entry.pHIDAccess == nullptr) {
+        entry.pHIDAccess =
+            newHIDAccess(static_cast<uint16_t>(entry.idVendor), static_cast<uint16_t>(entry.idProduct),
+                         entry.sSerialNumber, kHidPacketSize, kHidFillValue);
+    }
+    if (entry.pHIDAccess == nullptr) {
+        return false;
+    }
+    entry.isHid = 1;
+    entry.packetSize = kHidPacketSize;
+    entry.exPacketSize = kHidPacketSize;
+    entry.fillValue = kHidFillValue;
+    return true;
+}
+
+/// False when the configuration cannot be read, or a descriptor of length 0 stands before its first
+/// interface. One without an interface leaves the endpoints as they were: meant.
+bool rebuildConfiguration(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    const int32_t count = fillConfigBuffer(&entry, entry.configDescriptor, kConfigDescriptorBytes);
+    if (count < 0) {
+        return false;
+    }
+    entry.configDescriptorLength = count;
+    DescriptorWalk walk(entry.configDescriptor, count);
+    while (walk.atDescriptor() && walk.type() != kInterfaceDescriptor) {
+        walk.advance();
+    }
+    if (walk.atDescriptor()) {
+        if (classLeftToInterfaces(entry) && !inClassList(walk.byte(5), kInterfaceClass)) {
+            entry.isUnsupportedClass = 1;
+        }
+        entry.endpointCount = setEndpointList(kMaxEndpoints, entry.endpoints, walk.here(), walk.remaining());
+    }
+    return !walk.atZeroLength();
+}
+
+}  // namespace
+
+int32_t HID_MarkHidDevicesInList(tagUSB_DEVICE_LIST* list) {
+    std::vector<HidDeviceInfo> devices;
+    if (!hidOperations().list(devices)) {
+        return 0;
+    }
+    setHidUsbContext(list->pContext);
+    for (const HidDeviceInfo& device : devices) {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findUnmarked(*list, device);
+        if (entry != nullptr && mark(*entry) && !rebuildConfiguration(*entry)) {
+            clearConfiguration(*entry);
+        }
+    }
+    setHidUsbContext(nullptr);
+    return 1;
+}

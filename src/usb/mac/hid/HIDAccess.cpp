@@ -1,0 +1,126 @@
+#include "hid/HIDAccess.h"
+
+#include <cstdio>
+#include <new>
+
+#include "MacOSXUSBAccess/records/SharedField.h"
+#include "hid/HidDeviceOperations.h"
+#include "hid/TickCount.h"
+
+int64_t g_hidThreadWaitMs = 20'000;
+
+namespace {
+
+constexpr int kAlreadyOpen = -105;
+constexpr int kNotOpenable = -107;
+constexpr int kNotOpen = -109;
+constexpr int kBadPacketSize = -114;
+constexpr int kNotFound = -131;
+constexpr int kNoThread = -140;
+
+/// The maker's second vendor id, whose devices start with reports of their own size and pad.
+constexpr uint16_t kLargeReportVendor = 0x6A5D;
+constexpr int32_t kLargeReportBytes = 512;
+constexpr int32_t kLargeReportFill = 0;
+
+/// Waits, without sleeping, as long as the condition holds. The wait just ends when it takes too long.
+template <class Condition>
+void waitWhile(Condition waiting) {
+    const int64_t end = wallClockMs() + g_hidThreadWaitMs;
+    while (waiting() && wallClockMs() < end) {
+    }
+}
+
+}  // namespace
+
+HIDAccess* newHIDAccess(uint16_t vendorId, uint16_t productId, const char* serialNumber, int32_t packetSize,
+                        int32_t fillValue) {
+    auto* access = new (std::nothrow) HIDAccessRecord{};
+    if (access == nullptr) {
+        return nullptr;
+    }
+    access->idVendor = vendorId;
+    access->idProduct = productId;
+    std::snprintf(access->sSerialNumber, sizeof access->sSerialNumber, "%s",
+                  serialNumber[0] == '\0' ? "?" : serialNumber);
+    access->threadState = kNoReadThread;
+    access->packetSize = packetSize;
+    access->fillValue = fillValue;
+    pthread_mutex_init(&access->mutex, nullptr);
+    return access;
+}
+
+void deleteHIDAccess(HIDAccess* access) {
+    if (access != nullptr && loadShared(access->ppDeviceInterface) == nullptr) {
+        pthread_mutex_destroy(&access->mutex);
+        delete &privateSide(*access);
+    }
+}
+
+int HIDAccess::Open() {
+    if (loadShared(ppDeviceInterface) != nullptr) {
+        return kAlreadyOpen;
+    }
+    waitWhile([this] { return loadShared(threadState) != kNoReadThread; });
+    HidDevice* device = nullptr;
+    const HidOpenResult opened = hidOperations().open(idVendor, idProduct, sSerialNumber, &device);
+    if (opened != HidOpenResult::opened) {
+        return opened == HidOpenResult::notFound ? kNotFound : kNotOpenable;
+    }
+    storeShared(ppDeviceInterface, device);
+    if (idVendor == kLargeReportVendor) {
+        storeShared(packetSize, kLargeReportBytes);
+        storeShared(fillValue, kLargeReportFill);
+    }
+    if (pthread_create(&readThread, nullptr, ReadThread, this) != 0) {
+        hidOperations().close(device);
+        storeShared(ppDeviceInterface, nullptr);
+        return kNoThread;
+    }
+    return 0;
+}
+
+int HIDAccess::Close() {
+    HidDevice* device = loadShared(ppDeviceInterface);
+    if (device == nullptr) {
+        return kNotOpen;
+    }
+    waitWhile([this] { return loadShared(threadState) == kNoReadThread; });
+    // A thread that has ended by itself stays ended; the others are asked to stop.
+    for (int32_t state : {kNoReadThread, kReadThreadRuns}) {
+        compareExchangeShared(threadState, state, kReadThreadStops);
+    }
+    waitWhile([this] { return loadShared(threadState) != kReadThreadEnded; });
+    const bool ended = loadShared(threadState) == kReadThreadEnded;
+    // The loop of the calling thread is stopped, not the read thread's, which has left its own by now: meant.
+    hidOperations().stopCallersLoop();
+    // Read by an addition of 0: whichever comes second, this look at the writes or a write's own count, that
+    // one sees the other.
+    storeShared(ppDeviceInterface, nullptr);
+    waitWhile([this] { return privateSide(*this).writes.fetch_add(0) != 0; });
+    if (ended) {
+        pthread_join(readThread, nullptr);
+    }
+    // A device that somebody is still using stays open for good.
+    if (ended && privateSide(*this).writes.load() == 0) {
+        hidOperations().close(device);
+    }
+    storeShared(threadState, kNoReadThread);
+    return 0;
+}
+
+int HIDAccess::GetConfigDescriptorBuffer(unsigned char* buffer, int size) {
+    return hidOperations().readConfigDescriptor(idVendor, idProduct, buffer, size);
+}
+
+int HIDAccess::SetPacketSize(int size) {
+    if (size < kSmallestReport || size > kLargestReport) {
+        return kBadPacketSize;
+    }
+    storeShared(packetSize, size);
+    return 0;
+}
+
+void HIDAccess::SetFillValue(unsigned char value) {
+    storeShared(fillValue, value);
+}

@@ -1,0 +1,152 @@
+// Reports of a HIDAccess: the ring, the read thread, Read and Write.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+#include "MacOSXUSBAccess/records/SharedField.h"
+#include "hid/HIDAccess.h"
+#include "hid/HidDeviceOperations.h"
+#include "hid/TickCount.h"
+
+namespace {
+
+constexpr int kNotOpen = -109;
+constexpr int kSendFailed = -112;
+constexpr int kTimedOut = -150;
+
+class Locked {
+ public:
+    explicit Locked(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+    ~Locked() { pthread_mutex_unlock(&mutex_); }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
+
+ private:
+    pthread_mutex_t& mutex_;
+};
+
+/// Counts the calling thread as inside a Write; while it is counted no close takes the device from under it.
+class ActiveWrite {
+ public:
+    explicit ActiveWrite(HIDAccess& access) : writes_(privateSide(access).writes) { writes_.fetch_add(1); }
+    ~ActiveWrite() { writes_.fetch_sub(1); }
+    ActiveWrite(const ActiveWrite&) = delete;
+    ActiveWrite& operator=(const ActiveWrite&) = delete;
+
+ private:
+    std::atomic<int32_t>& writes_;
+};
+
+int32_t slotBehind(int32_t index, int32_t packetSize) {
+    const int32_t next = index + packetSize;
+    return next >= kRingBytes ? 0 : next;
+}
+
+/// The bytes of a slot. The last slot may run over the ring's end into the report buffer that follows, so the
+/// way there starts at the object and not at the ring.
+uint8_t* slotBytes(HIDAccess& access, int32_t index) {
+    return reinterpret_cast<uint8_t*>(&access) + offsetof(HIDAccess, ringBuffer) + index;
+}
+
+/// Takes the oldest unread report: copies at most `wanted` bytes of it, drops the rest. False when there is
+/// none.
+bool takeReport(HIDAccess& access, uint8_t* buffer, int32_t wanted, int32_t& copied) {
+    const Locked lock(access.mutex);
+    if (access.writeIndex == access.readIndex) {
+        return false;
+    }
+    const int32_t packetSize = loadShared(access.packetSize);
+    copied = std::max(std::min(wanted, packetSize), 0);
+    access.readIndex = slotBehind(access.readIndex, packetSize);
+    if (copied > 0) {
+        std::memcpy(buffer, slotBytes(access, access.readIndex), static_cast<size_t>(copied));
+    }
+    return true;
+}
+
+/// Puts a report into the ring as packetSize bytes, whatever its length; a full ring loses its oldest report.
+void InputReportCallback(void* context, const uint8_t* report, int32_t /*length*/) {
+    HIDAccess& access = *static_cast<HIDAccess*>(context);
+    const Locked lock(access.mutex);
+    const int32_t packetSize = loadShared(access.packetSize);
+    access.writeIndex = slotBehind(access.writeIndex, packetSize);
+    // The report buffer is the end of the last slot: they may overlap.
+    std::memmove(slotBytes(access, access.writeIndex), report, static_cast<size_t>(packetSize));
+    if (access.writeIndex == access.readIndex) {
+        access.readIndex = slotBehind(access.readIndex, packetSize);
+    }
+}
+
+/// Runs the device's event source until a stop is asked for or reported.
+void runEvents(HIDAccess& access, HidDevice* device) {
+    while (loadShared(access.threadState) == kReadThreadRuns) {
+        if (!hidOperations().runPeriod(device)) {
+            storeShared(access.threadState, kReadThreadStops);
+        }
+    }
+}
+
+}  // namespace
+
+void* ReadThread(void* access) {
+    static_cast<HIDAccess*>(access)->ReadThreadInternal(nullptr);
+    return nullptr;
+}
+
+void* HIDAccess::ReadThreadInternal(void* /*unused*/) {
+    HidDevice* device = loadShared(ppDeviceInterface);
+    if (hidOperations().startInput(device, reportBuffer, loadShared(packetSize), InputReportCallback, this)) {
+        // A stop that was asked for before this thread got here must not be overwritten.
+        compareExchangeShared(threadState, kNoReadThread, kReadThreadRuns);
+        runEvents(*this, device);
+        hidOperations().stopInput(device);
+    }
+    storeShared(threadState, kReadThreadEnded);
+    return nullptr;
+}
+
+int HIDAccess::GetIncomingData(unsigned char* buffer, int size) {
+    int32_t copied = 0;
+    return takeReport(*this, buffer, size, copied) ? copied : 0;
+}
+
+int HIDAccess::Read(unsigned char* buffer, int size, int timeout) {
+    // A time-out of 0 or less looks at nothing, even when reports are waiting: meant.
+    if (timeout <= 0) {
+        return kTimedOut;
+    }
+    const int64_t deadline = wallClockMs() + timeout;
+    int32_t total = 0;
+    do {
+        int32_t copied = 0;
+        if (takeReport(*this, buffer + total, size - total, copied) && copied > 0) {
+            total += copied;
+            if (total == size) {
+                return total;
+            }
+        }
+    } while (wallClockMs() < deadline);
+    return kTimedOut;
+}
+
+int HIDAccess::Write(unsigned char* buffer, int size, int timeout) {
+    uint8_t report[kLargestReport];
+    const ActiveWrite counted(*this);
+    if (loadShared(ppDeviceInterface) == nullptr) {
+        return kNotOpen;
+    }
+    const int32_t reportSize = loadShared(packetSize);
+    int32_t sent = 0;
+    while (sent < size && reportSize > 0) {
+        const int32_t share = std::min(reportSize, size - sent);
+        std::memcpy(report, buffer + sent, static_cast<size_t>(share));
+        std::memset(report + share, loadShared(fillValue) & 0xFF, static_cast<size_t>(reportSize - share));
+        HidDevice* device = loadShared(ppDeviceInterface);  // a close may have come between two reports
+        if (device == nullptr || !hidOperations().sendReport(device, report, reportSize, timeout)) {
+            return kSendFailed;
+        }
+        sent += share;
+    }
+    return sent;
+}

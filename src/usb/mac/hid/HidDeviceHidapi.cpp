@@ -1,0 +1,193 @@
+// The HID operations of Linux: hidapi over hidraw, and libusb for the configuration descriptor.
+
+#include <hidapi/hidapi.h>
+#include <libusb.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <set>
+#include <thread>
+
+#include "hid/HIDAccess.h"
+#include "hid/HidDeviceOperations.h"
+
+/// A device is opened twice: hidapi keeps an error text per handle without a lock, so the read thread and the
+/// writer each have their own.
+struct HidDevice {
+    hid_device* reader;
+    hid_device* writer;
+    uint8_t report[kLargestReport];  ///< where reports are read to
+    int32_t reportLength;
+    HidReportCallback callback;
+    void* context;
+};
+
+namespace {
+
+/// hidapi keeps the error text of its last search or open in one place for all threads.
+std::mutex g_searchMutex;
+
+constexpr int32_t kNotReadable = -131;
+constexpr int kPeriodMs = 1;
+
+using HidDeviceList = std::unique_ptr<hid_device_info, decltype(&hid_free_enumeration)>;
+
+HidDeviceList enumerate(uint16_t vendorId, uint16_t productId) {
+    return {hid_enumerate(vendorId, productId), &hid_free_enumeration};
+}
+
+/// A text of hidapi as UTF-8. It gives an empty text, too, where the device has none, so empty counts as
+/// missing. A text with a character outside ASCII gives one that equals no record's, whose texts are ASCII.
+std::optional<std::string> textOf(const wchar_t* text) {
+    if (text == nullptr || *text == L'\0') {
+        return std::nullopt;
+    }
+    std::string result;
+    for (; *text != L'\0'; ++text) {
+        const bool ascii = *text > 0 && *text < 0x80;
+        result += ascii ? std::string(1, static_cast<char>(*text)) : std::string("\xEF\xBF\xBD");
+    }
+    return result;
+}
+
+bool listDevices(std::vector<HidDeviceInfo>& devices) {
+    const std::lock_guard lock(g_searchMutex);
+    if (hid_init() != 0) {
+        return false;
+    }
+    const HidDeviceList list = enumerate(0, 0);
+    std::set<std::string> paths;  // one device is listed once for each usage that it declares
+    for (const hid_device_info* each = list.get(); each != nullptr; each = each->next) {
+        if (paths.insert(each->path).second) {
+            devices.push_back({each->vendor_id, each->product_id, textOf(each->manufacturer_string),
+                               textOf(each->product_string), textOf(each->serial_number)});
+        }
+    }
+    return true;
+}
+
+bool hasSerial(const hid_device_info& device, const char* wanted) {
+    return std::strcmp(wanted, "?") == 0 || textOf(device.serial_number).value_or("") == wanted;
+}
+
+void closeDevice(HidDevice* device) {
+    for (hid_device* handle : {device->reader, device->writer}) {
+        if (handle != nullptr) {
+            hid_close(handle);
+        }
+    }
+    delete device;
+}
+
+HidOpenResult openDevice(uint16_t vendorId, uint16_t productId, const char* serialNumber,
+                         HidDevice** device) {
+    const std::lock_guard lock(g_searchMutex);
+    const HidDeviceList list = enumerate(vendorId, productId);
+    const hid_device_info* found = list.get();
+    while (found != nullptr && !hasSerial(*found, serialNumber)) {
+        found = found->next;
+    }
+    if (found == nullptr) {
+        return HidOpenResult::notFound;
+    }
+    auto* opened = new (std::nothrow) HidDevice{};
+    if (opened == nullptr) {
+        return HidOpenResult::notOpenable;
+    }
+    opened->reader = hid_open_path(found->path);
+    opened->writer = opened->reader == nullptr ? nullptr : hid_open_path(found->path);
+    if (opened->writer == nullptr) {
+        closeDevice(opened);
+        return HidOpenResult::notOpenable;
+    }
+    *device = opened;
+    return HidOpenResult::opened;
+}
+
+bool startInput(HidDevice* device, uint8_t* /*buffer*/, int32_t length, HidReportCallback callback,
+                void* context) {
+    device->reportLength = std::min(length, kLargestReport);
+    device->callback = callback;
+    device->context = context;
+    return true;
+}
+
+bool runPeriod(HidDevice* device) {
+    const int received = hid_read_timeout(device->reader, device->report,
+                                          static_cast<size_t>(device->reportLength), kPeriodMs);
+    if (received > 0) {
+        device->callback(device->context, device->report, received);
+    } else if (received < 0) {
+        // Unplugged: there is nothing more to come and no more waiting in the read, but the object is still
+        // open.
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPeriodMs));
+    }
+    return true;
+}
+
+void stopInput(HidDevice* /*device*/) {}
+
+void stopCallersLoop() {}
+
+/// hidapi wants the report number first, 0 for a device without numbers, and does not send it. The time-out
+/// stays unused: the kernel bounds the write itself.
+bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_t /*timeoutMs*/) {
+    uint8_t numbered[1 + kLargestReport] = {};
+    std::memcpy(numbered + 1, report, static_cast<size_t>(length));
+    return hid_write(device->writer, numbered, static_cast<size_t>(length) + 1) >= 0;
+}
+
+bool hasIds(libusb_device* device, uint16_t vendorId, uint16_t productId) {
+    libusb_device_descriptor descriptor{};
+    return libusb_get_device_descriptor(device, &descriptor) == LIBUSB_SUCCESS &&
+           descriptor.idVendor == vendorId && descriptor.idProduct == productId;
+}
+
+/// The configuration descriptor of index 0 as it is on the wire; its device was opened for its strings a
+/// moment ago.
+int32_t requestConfiguration(libusb_device* device, uint8_t* buffer, int32_t size) {
+    constexpr uint16_t kFirstConfiguration = LIBUSB_DT_CONFIG << 8;
+    constexpr unsigned int kTimeoutMs = 1000;
+    constexpr int kTotalLengthEnd = 4;  // wTotalLength is bytes 2 and 3
+    libusb_device_handle* handle = nullptr;
+    if (libusb_open(device, &handle) != LIBUSB_SUCCESS) {
+        return kNotReadable;
+    }
+    const int received = libusb_control_transfer(
+        handle, LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR, kFirstConfiguration, 0, buffer,
+        static_cast<uint16_t>(std::clamp(size, 0, 0xFFFF)), kTimeoutMs);
+    libusb_close(handle);
+    if (received < 0) {
+        return kNotReadable;
+    }
+    const bool saysLength = received >= kTotalLengthEnd;
+    return saysLength ? std::min(received, buffer[2] | buffer[3] << 8) : received;
+}
+
+int32_t readConfigDescriptor(uint16_t vendorId, uint16_t productId, uint8_t* buffer, int32_t size) {
+    libusb_device** devices = nullptr;
+    libusb_context* context = hidUsbContext();
+    const ssize_t count = context == nullptr ? 0 : libusb_get_device_list(context, &devices);
+    if (count < 0 || devices == nullptr) {
+        return kNotReadable;
+    }
+    libusb_device** end = devices + count;
+    libusb_device** found = std::find_if(
+        devices, end, [=](libusb_device* device) { return hasIds(device, vendorId, productId); });
+    const int32_t result = found == end ? kNotReadable : requestConfiguration(*found, buffer, size);
+    libusb_free_device_list(devices, 1);
+    return result;
+}
+
+}  // namespace
+
+const HidDeviceOperations& platformHidOperations() {
+    static const HidDeviceOperations operations = {listDevices,     openDevice, closeDevice,
+                                                   startInput,      runPeriod,  stopInput,
+                                                   stopCallersLoop, sendReport, readConfigDescriptor};
+    return operations;
+}
