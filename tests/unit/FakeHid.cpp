@@ -8,9 +8,12 @@ namespace {
 
 FakeHid* g_fake = nullptr;
 
-/// There is nothing to know of the device but that it is open.
-char g_deviceStandIn;
-HidDevice* const g_device = reinterpret_cast<HidDevice*>(&g_deviceStandIn);
+/// A new device at every open; there is nothing to know of it but where it is.
+HidDevice* newDevice() {
+    static char places[1000];
+    static size_t used = 0;
+    return reinterpret_cast<HidDevice*>(&places[used++ % sizeof places]);
+}
 
 std::string idsText(uint16_t vendorId, uint16_t productId) {
     char text[16];
@@ -41,7 +44,7 @@ const HidDeviceOperations& FakeHid::table() {
             const std::lock_guard lock(g_fake->mutex_);
             g_fake->opened_ = idsText(vendorId, productId) + " " + serialNumber;
             g_fake->open_ = g_fake->openResult == HidOpenResult::opened;
-            *device = g_fake->open_ ? g_device : nullptr;
+            *device = g_fake->open_ ? newDevice() : nullptr;
             return g_fake->openResult;
         },
         [](HidDevice*) {

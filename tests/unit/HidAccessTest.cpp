@@ -144,16 +144,39 @@ TEST_F(HidAccess, CloseRightAfterOpenWaitsUntilTheThreadRuns) {
 }
 
 TEST_F(HidAccess, AStopAskedForBeforeTheThreadRunsIsNotLost) {
-    g_hidThreadWaitMs = 50;
     Gate gate;
+    std::atomic<int> periods{0};
     hid.onStartInput = [&] { gate.pass(); };
+    hid.onRunPeriod = [&] { ++periods; };
     ASSERT_EQ(0, access->Open());
-    BackgroundCall closing([this] { return access->Close(); });
-    EXPECT_TRUE(eventually([&] { return threadState() == kReadThreadStops || closing.hasReturned(); }));
+    storeShared(access->threadState, kReadThreadStops);
     gate.open();
-    EXPECT_EQ(0, closing.result());
-    EXPECT_TRUE(eventually([&] { return !hid.calls().empty() && hid.calls().size() >= 4; }));
-    EXPECT_THAT(hid.calls(), Contains("stop"));
+    waitForState(kReadThreadEnded);
+    EXPECT_EQ(0, periods);
+    EXPECT_EQ(0, access->Close());
+    EXPECT_THAT(hid.calls(), ElementsAre("open", "start", "stop", "stopCallersLoop", "close"));
+}
+
+TEST_F(HidAccess, AThreadThatCloseGaveUpLeavesTheNextOneAlone) {
+    Gate gate;
+    std::atomic<bool> held{true};
+    hid.onStartInput = [&] {
+        if (held.exchange(false)) {
+            gate.pass();
+        }
+    };
+    g_hidThreadWaitMs = 1;
+    ASSERT_EQ(0, access->Open());
+    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    EXPECT_EQ(0, access->Close());
+    EXPECT_EQ(kNoReadThread, threadState());
+    g_hidThreadWaitMs = 20'000;
+    open();
+    const auto before = hid.calls().size();
+    gate.open();
+    EXPECT_TRUE(eventually([&] { return hid.calls().size() == before + 2; }));  // its start and its stop
+    EXPECT_EQ(kReadThreadRuns, threadState());
+    EXPECT_EQ(0, access->Close());
 }
 
 TEST_F(HidAccess, AThreadThatCannotBeSetUpHasEndedAndCostsCloseNoWait) {
@@ -192,8 +215,10 @@ TEST_F(HidAccess, CloseGoesOnWithoutAThreadThatDoesNotEnd) {
     EXPECT_EQ(-109, access->Close());
     // The thread may still be using the device, so that stays open.
     EXPECT_TRUE(hid.isOpen());
+    EXPECT_THAT(hid.calls(), ElementsAre("open", "start", "stopCallersLoop"));
     gate.open();
-    waitForState(kReadThreadEnded);
+    EXPECT_TRUE(eventually([&] { return hid.calls().back() == "stop"; }));
+    EXPECT_EQ(kNoReadThread, threadState());
 }
 
 TEST_F(HidAccess, ReportsSurviveCloseAndTheNextOpen) {

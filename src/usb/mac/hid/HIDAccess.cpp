@@ -51,7 +51,9 @@ HIDAccess* newHIDAccess(uint16_t vendorId, uint16_t productId, const char* seria
 }
 
 void deleteHIDAccess(HIDAccess* access) {
-    if (access != nullptr && loadShared(access->ppDeviceInterface) == nullptr) {
+    const bool unused = access != nullptr && loadShared(access->ppDeviceInterface) == nullptr &&
+                        privateSide(*access).threads.load() == 0 && privateSide(*access).writes.load() == 0;
+    if (unused) {
         pthread_mutex_destroy(&access->mutex);
         delete &privateSide(*access);
     }
@@ -72,7 +74,9 @@ int HIDAccess::Open() {
         storeShared(packetSize, kLargeReportBytes);
         storeShared(fillValue, kLargeReportFill);
     }
+    privateSide(*this).threads.fetch_add(1);
     if (pthread_create(&readThread, nullptr, ReadThread, this) != 0) {
+        privateSide(*this).threads.fetch_sub(1);
         hidOperations().close(device);
         storeShared(ppDeviceInterface, nullptr);
         return kNoThread;
@@ -100,6 +104,8 @@ int HIDAccess::Close() {
     waitWhile([this] { return privateSide(*this).writes.fetch_add(0) != 0; });
     if (ended) {
         pthread_join(readThread, nullptr);
+    } else {
+        pthread_detach(readThread);
     }
     // A device that somebody is still using stays open for good.
     if (ended && privateSide(*this).writes.load() == 0) {

@@ -84,7 +84,8 @@ class HIDAccess {
 
 /// What the library keeps beside a HIDAccess. Every one is made as one of these.
 struct HIDAccessRecord final : HIDAccess {
-    std::atomic<int32_t> writes;  ///< threads now inside Write: they may be using the device
+    std::atomic<int32_t> writes;   ///< threads now inside Write: they may be using the device
+    std::atomic<int32_t> threads;  ///< read threads that have not ended: they are using the object
 };
 
 inline HIDAccessRecord& privateSide(HIDAccess& access) {
@@ -94,7 +95,8 @@ inline HIDAccessRecord& privateSide(HIDAccess& access) {
 /// A closed object for the device, its ring empty. Null when there is no memory.
 HIDAccess* newHIDAccess(uint16_t vendorId, uint16_t productId, const char* serialNumber, int32_t packetSize,
                         int32_t fillValue);
-/// Frees a closed object. An open one stays as it is, its thread is using it. Null is allowed.
+/// Frees a closed object. One that is open, or that a thread is still using, stays as it is for good. Null is
+/// allowed.
 void deleteHIDAccess(HIDAccess* access);
 
 /// Entry of the read thread: runs ReadThreadInternal on the HIDAccess given.

@@ -78,11 +78,17 @@ void InputReportCallback(void* context, const uint8_t* report, int32_t /*length*
     }
 }
 
+/// True while the device is the object's. A close that gave up waiting for this thread has taken it away, and
+/// the state is another thread's business then.
+bool isCurrent(const HIDAccess& access, const HidDevice* device) {
+    return loadShared(access.ppDeviceInterface) == device;
+}
+
 /// Runs the device's event source until a stop is asked for or reported.
 void runEvents(HIDAccess& access, HidDevice* device) {
-    while (loadShared(access.threadState) == kReadThreadRuns) {
+    while (isCurrent(access, device) && loadShared(access.threadState) == kReadThreadRuns) {
         if (!hidOperations().runPeriod(device)) {
-            storeShared(access.threadState, kReadThreadStops);
+            compareExchangeShared(access.threadState, kReadThreadRuns, kReadThreadStops);
         }
     }
 }
@@ -90,19 +96,28 @@ void runEvents(HIDAccess& access, HidDevice* device) {
 }  // namespace
 
 void* ReadThread(void* access) {
-    static_cast<HIDAccess*>(access)->ReadThreadInternal(nullptr);
+    auto* object = static_cast<HIDAccess*>(access);
+    object->ReadThreadInternal(nullptr);
+    privateSide(*object).threads.fetch_sub(1);
     return nullptr;
 }
 
 void* HIDAccess::ReadThreadInternal(void* /*unused*/) {
     HidDevice* device = loadShared(ppDeviceInterface);
+    if (device == nullptr) {
+        return nullptr;
+    }
     if (hidOperations().startInput(device, reportBuffer, loadShared(packetSize), InputReportCallback, this)) {
         // A stop that was asked for before this thread got here must not be overwritten.
-        compareExchangeShared(threadState, kNoReadThread, kReadThreadRuns);
+        if (isCurrent(*this, device)) {
+            compareExchangeShared(threadState, kNoReadThread, kReadThreadRuns);
+        }
         runEvents(*this, device);
         hidOperations().stopInput(device);
     }
-    storeShared(threadState, kReadThreadEnded);
+    if (isCurrent(*this, device)) {
+        storeShared(threadState, kReadThreadEnded);
+    }
     return nullptr;
 }
 
