@@ -13,9 +13,3 @@ template <class T, class V>
 void storeShared(T& field, V value) {
     __atomic_store_n(&field, static_cast<T>(value), __ATOMIC_RELEASE);
 }
-
-/// Stores the value and returns the one before it.
-template <class T, class V>
-T exchangeShared(T& field, V value) {
-    return __atomic_exchange_n(&field, static_cast<T>(value), __ATOMIC_ACQ_REL);
-}
