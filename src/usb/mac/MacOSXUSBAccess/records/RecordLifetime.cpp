@@ -14,14 +14,6 @@ namespace {
 /// Records kept aside, chained through pNext.
 tagUSB_DEVICE_ACCESS_ENTRY* g_recordsKeptAside = nullptr;
 
-void keepAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    entry.pCompositeParent = nullptr;
-    entry.pCompositeChild = nullptr;
-    entry.isPresent = 0;
-    entry.pNext = g_recordsKeptAside;
-    g_recordsKeptAside = &entry;
-}
-
 }  // namespace
 
 tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list) {
@@ -34,11 +26,31 @@ tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list) {
 }
 
 void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    unlinkRecord(entry);
-    const bool severed = severFromSession(entry);
-    if (!severed || privateSide(entry).heldByCaller) {
-        keepAside(entry);
+    if (!severFromSession(entry) || privateSide(entry).heldByCaller) {
+        keepRecordAside(entry);
     } else {
+        unlinkRecord(entry);
+        delete &privateSide(entry);
+    }
+}
+
+void keepRecordAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    unlinkRecord(entry);
+    entry.pCompositeParent = nullptr;
+    entry.pCompositeChild = nullptr;
+    entry.isPresent = 0;
+    entry.pNext = g_recordsKeptAside;
+    g_recordsKeptAside = &entry;
+}
+
+void deleteIfKeptAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    tagUSB_DEVICE_ACCESS_ENTRY** place = &g_recordsKeptAside;
+    while (*place != nullptr && *place != &entry) {
+        place = &(*place)->pNext;
+    }
+    const bool severed = entry.hDevice == nullptr && entry.callbackInfos.empty();
+    if (*place != nullptr && severed) {
+        *place = entry.pNext;
         delete &privateSide(entry);
     }
 }
