@@ -49,7 +49,7 @@ void deleteIfKeptAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         place = &(*place)->pNext;
     }
     const bool severed = entry.hDevice == nullptr && entry.callbackInfos.empty();
-    if (*place != nullptr && severed) {
+    if (*place != nullptr && severed && privateSide(entry).activeCalls.load() == 0) {
         *place = entry.pNext;
         delete &privateSide(entry);
     }

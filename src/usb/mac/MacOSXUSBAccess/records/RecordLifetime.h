@@ -15,8 +15,8 @@ void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 /// Takes a record out of its list and keeps it, closed and out of every list: a late call finds it not open.
 void keepRecordAside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Deletes a record that was kept aside, for a caller that lets go of it. Any other record, and one whose
-/// transfers libusb has not given back, stays.
+/// Deletes a record that was kept aside, for a caller that lets go of it. Any other record stays, and one
+/// that a thread is still inside or whose transfers libusb has not given back.
 void deleteIfKeptAside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Cuts a record off from its ending session: transfers, handle and device are given back, the record stays
