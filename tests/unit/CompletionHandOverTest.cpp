@@ -161,6 +161,23 @@ TEST_F(CompletionHandOver, InterruptsNobodyOnceEveryWaiterHasSeenItsEnd) {
     EXPECT_EQ(0U, callsOf("libusb_interrupt_event_handler")) << "a count that was not taken back";
 }
 
+TEST_F(CompletionHandOver, AnAddressIsFreeWhenItsThreadHasSeenTheEnd) {
+    openTool();
+    Gate gate;
+    holdWaiters(gate);
+    const auto first = blockedRead(0x81);
+    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    bus.feed("tool", 0x81, {1, 2, 3});
+    ASSERT_TRUE(eventually([&] { return hasEnded(0x81); }));
+    letWaitersPass();
+    uint8_t bytes[64] = {};
+    EXPECT_EQ(-113, LibUSB_ReadBulkPipe(&tool(), 0x81, sizeof bytes, 100, bytes));
+    EXPECT_EQ(LIBUSB_ERROR_BUSY, tool().lastResult);
+    gate.open();
+    EXPECT_EQ(3, first->result());
+    EXPECT_EQ(-150, LibUSB_ReadBulkPipe(&tool(), 0x81, sizeof bytes, 20, bytes));
+}
+
 TEST_F(CompletionHandOver, ATransferThatIsNeverSubmittedCountsNothing) {
     openTool();
     deinitHotplugUsb();

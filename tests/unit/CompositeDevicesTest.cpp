@@ -285,4 +285,26 @@ TEST_F(CompositeDevices, ADeviceWithoutConfigurationIsNotSplit) {
     EXPECT_THAT(recordsOf(createList({kVendor})), SizeIs(1));
 }
 
+TEST_F(CompositeDevices, AChildOfAClassThatIsNotDrivenIsDrivenAllTheSame) {
+    const uint32_t list = listWithStandardTool(R"({"deviceClass":2})");
+    EXPECT_EQ(1U, record(list, 0).isUnsupportedClass);
+    EXPECT_EQ(0U, childOf(list).isUnsupportedClass);
+}
+
+TEST_F(CompositeDevices, ASliceGoesOnNineBytesBehindItsStartWhateverTheInterfaceSays) {
+    DescriptorBytes longer = joined({interfaceBytes(1), {2, 4}});
+    longer[0] = 11;  // the two bytes more look like another interface
+    const uint32_t list =
+        listWith(configurationBytes({interfaceBytes(0), longer, endpointBytes(0x82), endpointBytes(0x02)}));
+    EXPECT_EQ(9, childOf(list).configDescriptorLength);
+    EXPECT_EQ(2, childOf(list).endpointCount);
+}
+
+TEST_F(CompositeDevices, AnInterfaceStringOfIndexZeroIsReadAsWritten) {
+    const uint32_t list = listWith(
+        configurationBytes({interfaceBytes(0), interfaceBytes(1), endpointBytes(0x82), endpointBytes(0x02)}),
+        R"({"languages":[65]})");
+    EXPECT_STREQ("A", childOf(list).sProduct);
+}
+
 }  // namespace

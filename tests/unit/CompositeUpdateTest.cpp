@@ -69,6 +69,16 @@ TEST_F(CompositeUpdate, AnUnchangedBusKeepsBoth) {
     EXPECT_EQ(1, getRefCount(before));
 }
 
+TEST_F(CompositeUpdate, ParentAndChildAreEachLoggedAsFound) {
+    listOf(list_).changePending = true;
+    const auto lines = debugLinesOf([this] { update(list_); });
+    const auto foundLine = [&](const std::string& serial) {
+        return std::find(lines.begin(), lines.end(), "UDL-05 DETemp is already in list : '" + serial + "'");
+    };
+    ASSERT_NE(lines.end(), foundLine("tool_01"));
+    EXPECT_LT(foundLine("tool"), foundLine("tool_01"));
+}
+
 TEST_F(CompositeUpdate, AReplugLeavesNeitherOpen) {
     ASSERT_EQ(0, LibUSB_OpenDevice(parent_));
     ASSERT_EQ(0, LibUSB_OpenDevice(child_));

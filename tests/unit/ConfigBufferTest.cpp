@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <libusb.h>
 
+#include "CallArguments.h"
 #include "DescriptorBytes.h"
 #include "FakeConfiguration.h"
 #include "MacOSXUSBAccess/records/Descriptors.h"
@@ -229,6 +230,28 @@ TEST_F(ConfigBuffer, AnUnreadableDeviceDescriptorIsNotCopied) {
     DescriptorBytes buffer(18, 0xEE);
     EXPECT_EQ(-131, fillDevDescBuffer(entry_, buffer.data(), buffer.size()));
     EXPECT_THAT(buffer, Each(0xEE));
+}
+
+TEST_F(ConfigBuffer, AsksForTheFirstConfigurationAndGivesTheRequestASecond) {
+    openWith("{}");
+    const CallArguments arguments;
+    fill();
+    EXPECT_THAT(CallArguments::of("libusb_control_transfer"),
+                ElementsAre(ElementsAre(0x80, 6, 0x0200, 0, 88, 1000)));
+}
+
+TEST_F(ConfigBuffer, AClaimOfNoBytesIsAnsweredBeforeConfigurationsAreCounted) {
+    openWith(R"({"interfaces":null,"configurations":[{"value":1,"interfaces":[{"number":0}]},{"value":2}]})");
+    const FakeConfiguration nothing(0);
+    EXPECT_EQ(0, fill());
+    EXPECT_THAT(lines_, ElementsAre());
+}
+
+TEST_F(ConfigBuffer, NoBufferIsRefusedBeforeTheDeviceIsLookedAt) {
+    openWith("{}");
+    libusb_device_handle* handle = std::exchange(entry_->hDevice, nullptr);
+    EXPECT_EQ(-170, fillConfigBuffer(entry_, nullptr, 512));
+    entry_->hDevice = handle;
 }
 
 }  // namespace

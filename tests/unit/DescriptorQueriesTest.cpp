@@ -247,3 +247,11 @@ TEST_F(DescriptorQueries, GiveTheNumberOfEndpointsAlone) {
         expectUntouchedFrom(0);
     }
 }
+
+TEST_F(DescriptorQueries, GiveAShorterDeviceDescriptorWhenThereIsRoomForMore) {
+    entry.deviceDescriptorLength = 10;
+    EXPECT_EQ(10, query(1, 0, 64));
+    expectUntouchedFrom(10);
+    EXPECT_EQ(18, query(1, 0, 8));
+    expectUntouchedFrom(18);
+}

@@ -5,9 +5,10 @@
 #include <ctime>
 #include <functional>
 
-/// Stands in for the clocks that the library reads for its log stamps, as long as it lives: the linker leads
-/// the program's calls of clock_gettime and gettimeofday here. A function that is not set leaves that clock
-/// alone. Both return what the call returns, 0 or -1. One at a time, and not beside threads that log.
+/// Stands in for the clocks that the library reads for its log stamps, as long as it lives, and looks at its
+/// sleeps: the linker leads the program's calls of clock_gettime, gettimeofday and nanosleep here. A function
+/// that is not set leaves that call alone. The clocks return what the call returns, 0 or -1. One at a time,
+/// made before and ended after the threads that log or sleep.
 struct FakeClock {
     FakeClock();
     ~FakeClock();
@@ -16,4 +17,6 @@ struct FakeClock {
 
     std::function<int(clockid_t, timespec&)> clockGettime;
     std::function<int(timeval&)> getTimeOfDay;
+    /// Called before each sleep of a thread of the program, on that thread.
+    std::function<void(const timespec&)> beforeSleep;
 };

@@ -1,5 +1,7 @@
 #include "FakeJni.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <map>
 
@@ -37,14 +39,20 @@ void unpin(std::vector<Element>& content, const Element* elements, jint mode) {
     }
 }
 
+void expectNoCopyFlag(const jboolean* isCopy) {
+    EXPECT_EQ(nullptr, isCopy) << "the library does not ask whether it works on a copy";
+}
+
 jsize arrayLength(JNIEnv*, jarray array) {
     return lengths().at(array);
 }
 
-jbyte* byteElements(JNIEnv*, jbyteArray array, jboolean*) {
+jbyte* byteElements(JNIEnv*, jbyteArray array, jboolean* isCopy) {
+    expectNoCopyFlag(isCopy);
     return pin(static_cast<FakeByteArray*>(array)->bytes);
 }
-jint* intElements(JNIEnv*, jintArray array, jboolean*) {
+jint* intElements(JNIEnv*, jintArray array, jboolean* isCopy) {
+    expectNoCopyFlag(isCopy);
     return pin(static_cast<FakeIntArray*>(array)->values);
 }
 

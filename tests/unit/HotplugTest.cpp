@@ -5,6 +5,8 @@
 #include <numeric>
 
 #include "BackgroundCall.h"
+#include "CallArguments.h"
+#include "FakeClock.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
@@ -14,6 +16,7 @@
 #include "MacOSXUSBAccess/session/Session.h"
 #include "UsbTest.h"
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -308,4 +311,61 @@ TEST_F(Hotplug, ANullContextIsNotWatched) {
     const auto lines = debugLinesOf([&] { EXPECT_EQ(-1, registerForHotplug(nullptr, kVendor)); });
     EXPECT_THAT(lines, ElementsAre("Error registering hotplug callback"));
     EXPECT_THAT(bus.calls(), IsEmpty());
+}
+
+TEST_F(Hotplug, AContextThatComesWhileTheLoopPausesIsNoError) {
+    startEmpty();
+    const uint32_t list = createList({kVendor});
+    deinitHotplugUsb();
+    FakeClock clock;
+    clock.beforeSleep = [&, test = std::this_thread::get_id()](const timespec& /*pause*/) {
+        if (std::this_thread::get_id() != test) {
+            initHotplugUsb(context);
+        }
+    };
+    const auto lines = debugLinesOf([&] {
+        EXPECT_EQ(0, initHotplugUsb(nullptr));
+        plugAndWait("tool", list);
+        deinitHotplugUsb();
+    });
+    EXPECT_THAT(lines, IsEmpty());
+}
+
+TEST_F(Hotplug, TheLoopPausesAfterEachError) {
+    startEmpty();
+    deinitHotplugUsb();
+    bus.clearCalls();
+    bus.failCall("libusb_handle_events_timeout_completed", 1, LIBUSB_ERROR_IO, 1'000'000);
+    FakeClock clock;
+    std::vector<long> pauses;
+    clock.beforeSleep = [&, test = std::this_thread::get_id()](const timespec& pause) {
+        if (std::this_thread::get_id() != test) {
+            pauses.push_back(pause.tv_nsec / 1'000'000);
+        }
+    };
+    EXPECT_EQ(0, initHotplugUsb(context));
+    EXPECT_TRUE(eventually([&] { return callsOf("libusb_handle_events_timeout_completed") >= 5; }));
+    deinitHotplugUsb();
+    EXPECT_EQ(callsOf("libusb_handle_events_timeout_completed"), pauses.size());
+    EXPECT_THAT(pauses, Each(5)) << "milliseconds";
+}
+
+TEST_F(Hotplug, TheLoopHandlesEventsForASecondAtATime) {
+    const CallArguments arguments;
+    startEmpty();
+    const auto calls = [] { return CallArguments::of("libusb_handle_events_timeout_completed"); };
+    ASSERT_TRUE(eventually([&] { return !calls().empty(); }));
+    deinitHotplugUsb();
+    EXPECT_THAT(calls(), Each(ElementsAre(1, 0)));
+}
+
+TEST_F(Hotplug, AListWhoseWatchFailedStaysAsItIs) {
+    startEmpty();
+    bus.failCall("libusb_hotplug_register_callback", 1, LIBUSB_ERROR_NO_MEM);
+    const uint32_t list = createList({kVendor});
+    bus.plug("tool");
+    handleEarlierEvents();
+    EXPECT_FALSE(isFlagged(list));
+    EXPECT_EQ(0, LibUSB_UpdateDeviceList(list, 0));
+    EXPECT_EQ(nullptr, LibUSB_GetDeviceFromIndex(list, 0));
 }

@@ -12,8 +12,19 @@ using ::testing::Not;
 
 namespace {
 
+/// The record that the change look-up finds; null leaves it to the library.
+tagUSB_DEVICE_ACCESS_ENTRY* g_changed = nullptr;
+
 class InformationLine : public JniTest {
  protected:
+    void TearDown() override {
+        g_changed = nullptr;
+        JniTest::TearDown();
+    }
+    std::string changeLine() {
+        call(usbGetChangeInfo, 0, 0);
+        return jni.strings.back();
+    }
     /// The line of the only device, after the test has changed its record.
     template <class Change>
     std::string lineAfter(Change change) {
@@ -25,6 +36,16 @@ class InformationLine : public JniTest {
 };
 
 }  // namespace
+
+extern "C" {
+
+tagUSB_DEVICE_ACCESS_ENTRY* __real__Z30LibUSB_GetDeviceFromChangeListjj(uint32_t handle, uint32_t index);
+tagUSB_DEVICE_ACCESS_ENTRY* __wrap__Z30LibUSB_GetDeviceFromChangeListjj(uint32_t handle, uint32_t index);
+
+tagUSB_DEVICE_ACCESS_ENTRY* __wrap__Z30LibUSB_GetDeviceFromChangeListjj(uint32_t handle, uint32_t index) {
+    return g_changed != nullptr ? g_changed : __real__Z30LibUSB_GetDeviceFromChangeListjj(handle, index);
+}
+}
 
 TEST_F(InformationLine, HasTwelveFieldsInOrder) {
     openSession({deviceJson("TOOL1")});
@@ -134,4 +155,21 @@ TEST_F(InformationLine, OfAChangeIsAlwaysEmptyAndChangesNoRecord) {
     EXPECT_THAT(jni.strings, ::testing::ElementsAre("", "", ""));
     EXPECT_EQ(0U, entry.changeReported);
     EXPECT_EQ(1U, entry.reportedPresent);
+}
+
+TEST_F(InformationLine, AChangeOfPresenceIsToldOnce) {
+    openSession({deviceJson("TOOL1")});
+    g_changed = &record(static_cast<uint32_t>(listOfVendor()), 0);
+    g_changed->changeReported = 0;
+    EXPECT_EQ("", changeLine()) << "nothing changed";
+    EXPECT_EQ(0U, g_changed->changeReported);
+    for (const uint32_t present : {0U, 1U}) {
+        g_changed->isPresent = present;
+        g_changed->changeReported = 0;
+        EXPECT_EQ(std::to_string(present) + ":=6A5C:=1001:=0100:=Talvane:=Echo Tool:=TOOL1:=x:=b:=0:=0:=end",
+                  changeLine());
+        EXPECT_EQ(present, g_changed->reportedPresent);
+        EXPECT_EQ(1U, g_changed->changeReported);
+        EXPECT_EQ("", changeLine());
+    }
 }

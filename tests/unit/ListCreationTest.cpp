@@ -176,6 +176,9 @@ TEST_F(ListCreation, ReusesTheFirstListThatFits) {
     const uint32_t second = create({kVendor, 0x1234});
     EXPECT_EQ(first, create({kVendor}));
     EXPECT_EQ(second, create({kVendor, 0x1234}));
+    const uint32_t alike = create({kVendor, kVendor});
+    EXPECT_EQ(second + 1, alike);
+    EXPECT_EQ(second, create({kVendor, 0x1234})) << "both fit now";
 }
 
 TEST_F(ListCreation, ReusesASingleCallListOfTheSameVendor) {
@@ -333,6 +336,18 @@ TEST_F(ListCreation, AConfigurationThatCannotBeReadLeavesNone) {
     EXPECT_EQ(0, entry.endpointCount);
     EXPECT_THAT(endpointsOf(entry.endpoints), Each(kUnusedEndpoint));
     EXPECT_EQ(18, entry.deviceDescriptorLength);
+}
+
+TEST_F(ListCreation, OnlyAWatchedListOfAnEmptyBusKeepsLibusbsArray) {
+    const int64_t before = bus.tally("empty device lists not freed");
+    startSession({});
+    createSingleCallList(kVendor);
+    endSession();
+    EXPECT_EQ(before, bus.tally("empty device lists not freed"));
+    startSession({});
+    create({kVendor});
+    endSession();
+    EXPECT_EQ(before + 1, bus.tally("empty device lists not freed"));
 }
 
 }  // namespace

@@ -31,6 +31,15 @@ TEST_F(ListUpdate, WithoutAFlagDoesNothing) {
     EXPECT_EQ(1U, record(list, 0).isPresent);
 }
 
+TEST_F(ListUpdate, WithoutAFlagLooksForNoNewDevices) {
+    startSession({deviceJson("a"), deviceJson("b", R"({"plugged":false})")});
+    const uint32_t list = createList({kVendor});
+    plugAndWait("b", list);
+    listOf(list).changePending.store(false);
+    update(list);
+    EXPECT_THAT(serialsOf(list), ElementsAre("a"));
+}
+
 TEST_F(ListUpdate, TakesTheFlagDown) {
     startSession({deviceJson("a")});
     const uint32_t list = createList({kVendor});
@@ -119,6 +128,19 @@ TEST_F(ListUpdate, AReplugedDeviceIsNoLongerOpen) {
     bus.unplug("a");
     plugAndUpdate("a", list);
     EXPECT_EQ(0U, entry.isOpen);
+}
+
+TEST_F(ListUpdate, AReplugClosesThenDropsTheOldReferenceThenTakesTheNewDevice) {
+    startSession({deviceJson("a")});
+    tagUSB_DEVICE_ACCESS_ENTRY& entry = openFirst();
+    libusb_device* before = entry.pDevice;
+    std::vector<std::pair<uint32_t, libusb_device*>> states;
+    bus.unplug("a");
+    bus.onCall("libusb_unref_device", [&] { states.emplace_back(entry.isOpen, entry.pDevice); });
+    plugAndUpdate("a", entry.pDeviceList->handle);
+    bus.onCall("libusb_unref_device", {});
+    ASSERT_FALSE(states.empty());
+    EXPECT_EQ(std::make_pair(0U, before), states.front()) << "at the first, the counted reference";
 }
 
 TEST_F(ListUpdate, ADeviceThatStayedIsStillOpen) {

@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <libusb.h>
 
+#include "CallArguments.h"
 #include "CallOrder.h"
+#include "DebugUtil/DebugLog.h"
 #include "IoTest.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
@@ -40,6 +42,12 @@ class OpenClose : public IoTest {
 constexpr const char* kTwoConfigurations = R"({"interfaces":null, "activeConfiguration":2, "configurations":[
     {"value":1,"interfaces":[{"number":0,"endpoints":[{"address":"0x83","type":"bulk","behaviour":"source"}]}]},
     {"value":2,"interfaces":[{"number":0}]}]})";
+
+/// An interface 0, and an interface 1 that is split off.
+constexpr const char* kComposite = R"({"interfaces":[
+    {"number":0,"class":255,"subClass":0,"endpoints":[{"address":"0x83","type":"bulk","behaviour":"source"}]},
+    {"number":1,"class":255,"subClass":255,"endpoints":[{"address":"0x04","type":"bulk","behaviour":"sink"},
+                                                        {"address":"0x84","type":"bulk","behaviour":"source"}]}]})";
 
 std::string openLine(const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return "[tlvn_libusb_open] tool: 1.256 interface: 0 dev: " + pointerText(entry.pDevice);
@@ -177,6 +185,76 @@ TEST_F(OpenClose, TellsWhenLibusbSaysNoToADeviceOfTheBus) {
     EXPECT_EQ(LIBUSB_ERROR_BUSY, entry.lastResult);
 }
 
+TEST_F(OpenClose, AFailedOpenIsLoggedAsItBeganAndNoCloseIs) {
+    auto& entry = listTool(kTwoConfigurations);
+    const std::pair<const char*, int32_t> failures[] = {
+        {"libusb_open", -107}, {"libusb_set_configuration", -130}, {"libusb_claim_interface", -108}};
+    for (const auto& [function, result] : failures) {
+        bus.failCall(function, 1, LIBUSB_ERROR_IO);
+        const auto lines =
+            debugLinesOf([&, expected = result] { EXPECT_EQ(expected, LibUSB_OpenDevice(&entry)); });
+        EXPECT_THAT(lines,
+                    ElementsAre("[LibUSB_OpenDevice] tool ref_count: 1, pDev: " + pointerText(entry.pDevice),
+                                openLine(entry)));
+    }
+}
+
+TEST_F(OpenClose, ARefusedOpenLeavesTheKernelDriversFlag) {
+    auto& entry = listTool();
+    entry.kernelDriverDetached = 1;
+    const auto refused = [&](uint32_t& field, uint32_t value, int32_t result) {
+        const uint32_t before = std::exchange(field, value);
+        EXPECT_EQ(result, LibUSB_OpenDevice(&entry));
+        EXPECT_EQ(1U, entry.kernelDriverDetached);
+        field = before;
+    };
+    refused(entry.isOpen, 1, -105);
+    refused(entry.isPresent, 0, -131);
+    refused(entry.isUnsupportedClass, 1, -158);
+}
+
+TEST_F(OpenClose, AnInterfaceIsClaimedAndReleasedButTheKernelDriverIsInterfaceZeros) {
+    auto& child = *listTool(kComposite).pCompositeChild;
+    const CallArguments arguments;
+    ASSERT_EQ(0, LibUSB_OpenDevice(&child));
+    child.kernelDriverDetached = 1;
+    bus.failCall("libusb_attach_kernel_driver", 1, LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(0, LibUSB_CloseDevice(&child));
+    EXPECT_THAT(CallArguments::of("libusb_claim_interface"), ElementsAre(ElementsAre(1)));
+    EXPECT_THAT(CallArguments::of("libusb_release_interface"), ElementsAre(ElementsAre(1)));
+    EXPECT_THAT(CallArguments::of("libusb_kernel_driver_active"), ElementsAre(ElementsAre(0)));
+    EXPECT_THAT(CallArguments::of("libusb_attach_kernel_driver"),
+                ElementsAre(ElementsAre(0), ElementsAre(0)));
+}
+
+TEST_F(OpenClose, ARefusedReleaseIsLoggedWithTheRecordsInterface) {
+    auto& child = *listTool(kComposite).pCompositeChild;
+    ASSERT_EQ(0, LibUSB_OpenDevice(&child));
+    bus.failCall("libusb_release_interface", 1, LIBUSB_ERROR_NOT_FOUND);
+    const auto lines = debugLinesOf([&] { EXPECT_EQ(0, LibUSB_CloseDevice(&child)); });
+    EXPECT_EQ("Failed to release endpoint 1: -5", lines.at(1));
+}
+
+TEST_F(OpenClose, TransfersAreFreedBehindTheHandle) {
+    openTool();
+    const CallOrder order(bus, {"libusb_close", "libusb_free_transfer"});
+    EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
+    ASSERT_EQ(33U, order.seen().size());
+    EXPECT_EQ("libusb_close", order.seen().front());
+}
+
+TEST_F(OpenClose, AnAttachComesBeforeTheCloseIsLogged) {
+    openTool();
+    tool().kernelDriverDetached = 1;
+    bus.onCall("libusb_attach_kernel_driver", [] { debug_log("attach"); });
+    // The device had no driver to attach, so it is tried once more.
+    const auto lines = debugLinesOf([&] { EXPECT_EQ(0, LibUSB_CloseDevice(&tool())); });
+    EXPECT_THAT(
+        lines,
+        ElementsAre("attach", "[LibUSB_CloseDevice] tool ref_count: 1, pDev: " + pointerText(tool().pDevice),
+                    "attach", closeLine(tool())));
+}
+
 TEST_F(OpenClose, ClosesWhatItOpened) {
     openTool();
     bus.clearCalls();
@@ -261,11 +339,7 @@ TEST_F(OpenClose, OpensAndClosesAgainAndAgain) {
 }
 
 TEST_F(OpenClose, ACompositeDeviceAndItsInterfaceAreOpenedEachOnItsOwn) {
-    auto& parent = listTool(R"({"interfaces":[
-        {"number":0,"class":255,"subClass":0,"endpoints":[{"address":"0x83","type":"bulk","behaviour":"source"}]},
-        {"number":1,"class":255,"subClass":255,"endpoints":[{"address":"0x04","type":"bulk","behaviour":"sink"},
-                                                            {"address":"0x84","type":"bulk","behaviour":"source"}]}
-        ]})");
+    auto& parent = listTool(kComposite);
     ASSERT_NE(nullptr, parent.pCompositeChild);
     auto& child = *parent.pCompositeChild;
     EXPECT_EQ(0, LibUSB_OpenDevice(&parent));

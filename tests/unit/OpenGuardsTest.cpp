@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <libusb.h>
 
+#include "CallOrder.h"
+#include "FakeMemory.h"
 #include "Gate.h"
 #include "IoTest.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
@@ -206,11 +208,23 @@ TEST_F(OpenGuards, AListReleaseKeepsARecordAsideWhoseTransferDoesNotComeBack) {
     auto& entry = tool();
     const auto read = blockedRead();
     bus.failCall("libusb_cancel_transfer", 1, LIBUSB_ERROR_OTHER, kForEver);
+    const CallOrder order(bus, {"libusb_cancel_transfer", "libusb_unref_device"});
     EXPECT_EQ(0, LibUSB_ReleaseDeviceList(list()));
+    EXPECT_EQ("libusb_unref_device", order.seen().back()) << "it is waited for once";
     EXPECT_EQ(nullptr, LibUSB_GetDeviceFromIndex(0, 0));
     EXPECT_FALSE(read->hasReturned());
     bus.clearFaults();
     endSession();
     EXPECT_EQ(0, read->result()) << "the session's end cut it off";
     EXPECT_EQ(nullptr, entry.hDevice);
+}
+
+TEST_F(OpenGuards, ARecordKeptAsideIsDeletedWhenItsCallerClosesIt) {
+    openTool();
+    auto& entry = tool();
+    const DeletionCount records(sizeof(DeviceRecord));
+    EXPECT_EQ(0, LibUSB_ReleaseDeviceList(list()));
+    EXPECT_EQ(0, DeletionCount::count());
+    EXPECT_EQ(-109, LibUSB_CloseDevice(&entry));
+    EXPECT_EQ(1, DeletionCount::count());
 }

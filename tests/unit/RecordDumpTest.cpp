@@ -97,4 +97,12 @@ TEST_F(RecordDump, StopsWhenTheVariableGoesAwayInTheMiddle) {
         dump());
 }
 
+TEST_F(RecordDump, ALineIsCutAt511Bytes) {
+    // A text that nothing ends runs on over the fields behind it.
+    char* text = entry_.sSerialNumber;
+    std::fill_n(text, 600, 's');
+    EXPECT_NE(std::string::npos,
+              dump().find("[10]   sSerialNumber = '" + std::string(511 - 19, 's') + "[11] interfaceNumber"));
+}
+
 }  // namespace

@@ -149,8 +149,12 @@ TEST_F(EndedSession, CutsOffAClosedRecord) {
 }
 
 TEST_F(EndedSession, CutsOffAnOpenRecord) {
+    const int64_t transfers = bus.tally("transfers not freed");
     openTool();
+    EXPECT_EQ(transfers + 32, bus.tally("transfers not freed"));
     endSession();
+    EXPECT_EQ(32U, callsOf("libusb_free_transfer"));
+    EXPECT_EQ(transfers, bus.tally("transfers not freed"));
     EXPECT_EQ(nullptr, tool().hDevice);
     expectRecordIsCutOff(tool());
 }
@@ -194,8 +198,16 @@ TEST_F(EndedSession, KeepsAContextThatATransferDoesNotLeave) {
     endSession();
     EXPECT_EQ(0U, callsOf("libusb_exit")) << "nobody falls into a freed context";
     EXPECT_FALSE(read->hasReturned());
+    bus.clearFaults();
+    bus.clearCalls();
+    EXPECT_EQ(-107, LibUSB_OpenDevice(&tool()));
+    EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, tool().lastResult);
+    EXPECT_EQ(0U, callsOf("libusb_cancel_transfer"));
     bus.unplug("tool");
     EXPECT_EQ(0, read->result());
+    bus.plug("tool");
+    EXPECT_EQ(-107, LibUSB_OpenDevice(&tool())) << "its session is over, whatever came back since";
+    EXPECT_EQ(0U, callsOf("libusb_open"));
     expectsViolations = true;  // handle, transfers and context are given up on purpose
 }
 

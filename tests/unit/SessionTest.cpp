@@ -12,6 +12,9 @@ using ::testing::ElementsAre;
 
 namespace {
 
+/// What libusb_get_version answers; null leaves it to libusb.
+const libusb_version* g_version = nullptr;
+
 using Session = JniTest;
 
 std::string versionText() {
@@ -23,6 +26,16 @@ std::string versionText() {
 }
 
 }  // namespace
+
+extern "C" {
+
+const libusb_version* __real_libusb_get_version();
+const libusb_version* __wrap_libusb_get_version();
+
+const libusb_version* __wrap_libusb_get_version() {
+    return g_version != nullptr ? g_version : __real_libusb_get_version();
+}
+}
 
 TEST_F(Session, StartsClosed) {
     EXPECT_EQ(-1, g_SessionId);
@@ -124,6 +137,20 @@ TEST_F(Session, InitializeLogsLibusbsVersion) {
     EXPECT_THAT(lines, ElementsAre("LibUSB_Initialize libusb version: : '" + versionText() + "'"));
 }
 
+TEST_F(Session, InitializeLogsLibusbsVersionWhenItsStartFailed) {
+    bus.failCall("libusb_init", 1, LIBUSB_ERROR_IO);
+    const auto lines = debugLinesOf([&] { EXPECT_EQ(LIBUSB_ERROR_IO, LibUSB_Initialize(&context)); });
+    EXPECT_THAT(lines, ElementsAre("LibUSB_Initialize libusb version: : '" + versionText() + "'"));
+}
+
+TEST_F(Session, InitializeCutsALongVersionAt31Characters) {
+    const libusb_version longOne = {1, 2, 3, 4, "a-release-candidate-of-a-long-name", ""};
+    g_version = &longOne;
+    const auto lines = debugLinesOf([&] { startSession({}); });
+    g_version = nullptr;
+    EXPECT_THAT(lines, ElementsAre("LibUSB_Initialize libusb version: : '1.2.3.4-a-release-candidate-of-'"));
+}
+
 TEST_F(Session, InitializeClearsTheContextBeforeLibusbSetsIt) {
     context = reinterpret_cast<libusb_context*>(&context);
     bus.failCall("libusb_init", 1, LIBUSB_ERROR_IO);
@@ -178,4 +205,25 @@ TEST_F(Session, TheTwoUnusedFunctionsDoNothing) {
     EXPECT_EQ(nullptr, LibUSB_get_libusb());
     LibUSB_free_libusb();
     EXPECT_EQ(nullptr, LibUSB_get_libusb());
+}
+
+TEST_F(Session, NoFailureLeavesATraceInTheReservedError) {
+    bus.failCall("libusb_init", 1, LIBUSB_ERROR_IO);
+    EXPECT_EQ(LIBUSB_ERROR_IO, call(usbInitialize));
+    openSession({deviceJson("tool")});
+    EXPECT_EQ(-115, call(usbInitialize));
+    const jint list = listOfVendor();
+    EXPECT_EQ(-103, call(usbUpdateDeviceList, list + 1, 0));
+    bus.failCall("libusb_open", 1, LIBUSB_ERROR_ACCESS);
+    EXPECT_EQ(-107, call(usbOpenDevice, list, 0));
+    ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+    EXPECT_EQ(-105, call(usbOpenDevice, list, 0));
+    FakeByteArray bytes(std::vector<jbyte>(8));
+    bus.failCall("libusb_submit_transfer", 1, LIBUSB_ERROR_IO);
+    EXPECT_EQ(-113, call(usbReadBulkPipe, list, 0, 0x83, 8, 1000, bytes.java()));
+    EXPECT_EQ(-150, call(usbReadBulkPipe, list, 0, 0x84, 8, 20, bytes.java()));
+    EXPECT_EQ(0, call(usbCloseDevice, list, 0));
+    EXPECT_EQ(-116, call(usbRelease, 1));
+    EXPECT_EQ(0, call(usbRelease, 0));
+    EXPECT_EQ(0, g_LastError);
 }

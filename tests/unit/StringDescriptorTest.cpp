@@ -1,11 +1,14 @@
 #include <gmock/gmock.h>
 #include <libusb.h>
 
+#include "CallArguments.h"
 #include "DescriptorBytes.h"
 #include "MacOSXUSBAccess/records/Descriptors.h"
 #include "UsbTest.h"
 
 namespace {
+
+using ::testing::ElementsAre;
 
 constexpr uint8_t kString = 3;
 constexpr uint8_t kIndex = 9;
@@ -193,6 +196,21 @@ TEST_F(StringDescriptor, IndexZeroIsReadAsWritten) {
 TEST_F(StringDescriptor, ADeviceThatDoesNotAnswerTimesOutAfterASecond) {
     openWith(R"({"control":[{"requestType":"0x80","request":6,"value":"0x0309","silent":true}]})");
     EXPECT_EQ(LIBUSB_ERROR_TIMEOUT, read());
+}
+
+TEST_F(StringDescriptor, AsksForTheLongestAnswerAndGivesEachRequestASecond) {
+    openWithText("Trace Port");
+    const CallArguments arguments;
+    read();
+    EXPECT_THAT(CallArguments::of("libusb_control_transfer"),
+                ElementsAre(ElementsAre(0x80, 6, 0x0300, 0, 255, 1000),
+                            ElementsAre(0x80, 6, 0x0309, 0x0409, 255, 1000)));
+}
+
+TEST_F(StringDescriptor, ALanguageRequestWithoutAnswerTimesOut) {
+    openWith(R"({"control":[{"requestType":"0x80","request":6,"value":"0x0300","silent":true}]})");
+    EXPECT_EQ(LIBUSB_ERROR_TIMEOUT, read());
+    EXPECT_EQ(1U, callsOf("libusb_control_transfer"));
 }
 
 }  // namespace

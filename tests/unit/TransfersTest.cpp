@@ -133,6 +133,14 @@ TEST_P(Transfers, LeavesTheOutcomeInTheTransferRecord) {
     EXPECT_EQ(10, record.actualLength);
 }
 
+TEST_P(Transfers, IsPendingWhenLibusbGetsIt) {
+    int32_t pending = -1;
+    bus.onCall("libusb_submit_transfer",
+               [&] { pending = loadShared(transferRecord(addressOf(1)).isPending); });
+    EXPECT_EQ(kLength, run(1));
+    EXPECT_EQ(1, pending);
+}
+
 TEST_P(Transfers, SetsOrClearsTheDirectionBit) {
     EXPECT_EQ(kLength, run(0x01));
     EXPECT_EQ(kLength, run(0x81));

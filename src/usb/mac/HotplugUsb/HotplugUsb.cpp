@@ -36,8 +36,10 @@ void hotplugEventLoop(libusb_context* context) {
     g_loopContext.store(context);
     g_eventLoopRunning.exchange(true);
     while (g_eventLoopRunning.load()) {
-        const int result = handleEventsFor(g_loopContext.load(), kEventPeriod);
-        if (result < 0 && g_loopContext.load() != nullptr) {
+        // Looked at once: a context that is adopted during the pass has nothing to do with its result.
+        libusb_context* current = g_loopContext.load();
+        const int result = handleEventsFor(current, kEventPeriod);
+        if (result < 0 && current != nullptr) {
             debug_log("libusb_handle_events() failed: %s", libusb_error_name(result));
         }
     }

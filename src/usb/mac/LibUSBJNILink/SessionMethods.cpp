@@ -2,7 +2,7 @@
 
 #include <com_talvane_orvex_comm_ORVEXCommUSBAccess.h>
 
-#include <system_error>
+#include <exception>
 
 #include "MacOSXUSBAccess/session/Session.h"
 
@@ -20,8 +20,8 @@ constexpr jint kThreadNotStarted = -99;  // libusb's "other error"
 jint startSession() {
     try {
         return LibUSB_Initialize(&g_pContext);
-    } catch (const std::system_error&) {
-        // No thread, no session; nothing may be thrown into the virtual machine.
+    } catch (const std::exception&) {
+        // No thread or no memory for one, no session; nothing may be thrown into the virtual machine.
         LibUSB_Release(&g_pContext);
         return kThreadNotStarted;
     }

@@ -18,11 +18,11 @@ int32_t controlTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t timeout, uint
         return result;
     }
     const int32_t length = buffer == nullptr ? 0 : controlBufferBytes(buffer);
-    const tagUSB_CALLBACK_INFO* ended = nullptr;
+    TransferOutcome outcome{};
     result = runTransfer(
         *entry, {kControlAddress, LIBUSB_TRANSFER_TYPE_CONTROL, timeout, buffer, length, failureResult},
-        ended);
-    return result != 0 ? result : ended->actualLength;
+        outcome);
+    return result != 0 ? result : outcome.actualLength;
 }
 
 }  // namespace

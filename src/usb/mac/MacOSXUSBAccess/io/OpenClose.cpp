@@ -6,6 +6,7 @@
 #include "HidHandling/HidDispatch.h"
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "MacOSXUSBAccess/records/LibusbWrappers.h"
+#include "MacOSXUSBAccess/records/RecordLifetime.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
 
@@ -64,6 +65,10 @@ int selectConfiguration(libusb_device_handle* handle) {
 
 /// The way from a libusb device to an open record: handle, configuration, interface, transfer records.
 int32_t openThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    if (loadShared(entry.pDeviceList->pContext) == nullptr) {  // its session has ended
+        storeShared(entry.lastResult, LIBUSB_ERROR_NO_DEVICE);
+        return kOpenFailed;
+    }
     // A device that was pulled while open comes back as another one: its old handle and transfers are still
     // here.
     if (!discardOpenState(entry)) {
@@ -130,6 +135,7 @@ int32_t LibUSB_OpenDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
 int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     privateSide(*entry).heldByCaller = false;
     if (loadShared(entry->isOpen) == 0) {
+        deleteIfKeptAside(*entry);
         return kNotOpen;
     }
     int attachResult = LIBUSB_SUCCESS;

@@ -33,7 +33,22 @@ int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, TransferRecord& record, const Tran
     transfer.user_data = &entry;
     transfer.callback = InternalTransferCallback;
     startWait(record);
+    storeShared(record.isPending, 1);
     return isSubmittable(request) ? libusb_submit_transfer(&transfer) : LIBUSB_ERROR_INVALID_PARAM;
+}
+
+/// One transfer on a record that the calling thread has to itself.
+int32_t runOn(tagUSB_DEVICE_ACCESS_ENTRY& entry, TransferRecord& record, const TransferRequest& request,
+              TransferOutcome& outcome) {
+    const int result = submit(entry, record, request);
+    if (result != LIBUSB_SUCCESS) {
+        storeShared(entry.lastResult, result);
+        storeShared(record.isPending, 0);
+        return request.failureResult;
+    }
+    waitWhilePending(record, loadShared(entry.pDeviceList->pContext));
+    outcome = {record.status, record.actualLength};
+    return 0;
 }
 
 }  // namespace
@@ -58,25 +73,21 @@ int32_t checkReady(const ActiveCall& call, tagUSB_DEVICE_ACCESS_ENTRY* entry) {
 }
 
 int32_t runTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request,
-                    const tagUSB_CALLBACK_INFO*& ended) {
+                    TransferOutcome& outcome) {
     const auto found = entry.callbackInfos.find(request.address);
     if (found == entry.callbackInfos.end()) {
         return kTransferNotOpen;
     }
     TransferRecord& record = privateSide(*found->second);
-    if (exchangeShared(record.isPending, 1) != 0) {
+    // Held beyond the end of isPending: a transfer that came in between would overwrite the outcome and the
+    // wait of the thread that has not seen its own end yet.
+    if (record.inUse.exchange(true)) {
         storeShared(entry.lastResult, LIBUSB_ERROR_BUSY);
         return request.failureResult;
     }
-    const int result = submit(entry, record, request);
-    if (result != LIBUSB_SUCCESS) {
-        storeShared(entry.lastResult, result);
-        storeShared(record.isPending, 0);
-        return request.failureResult;
-    }
-    waitWhilePending(record, loadShared(entry.pDeviceList->pContext));
-    ended = &record;
-    return 0;
+    const int32_t result = runOn(entry, record, request, outcome);
+    record.inUse.store(false);
+    return result;
 }
 
 void InternalTransferCallback(libusb_transfer* transfer) {

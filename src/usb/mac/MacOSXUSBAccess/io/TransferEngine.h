@@ -31,12 +31,18 @@ struct TransferRequest {
     int32_t failureResult;  ///< result of a failed submission: -112 or -113
 };
 
-/// Submits the request on its transfer record and handles events until it has ended. Returns 0 and sets
-/// `ended` to the record with the outcome; the request's failureResult with libusb's code in `lastResult`;
-/// -109 when the address has no record. A negative length, a null buffer for a length above 0 and a transfer
-/// that still runs on the address are failed submissions that never reach libusb.
+/// How a transfer ended.
+struct TransferOutcome {
+    int32_t status;        ///< libusb_transfer_status
+    int32_t actualLength;  ///< bytes moved
+};
+
+/// Submits the request on its transfer record and handles events until it has ended. Returns 0 and fills
+/// `outcome`; the request's failureResult with libusb's code in `lastResult`; -109 when the address has no
+/// record. A negative length, a null buffer for a length above 0 and an address that another thread has not
+/// left yet are failed submissions that never reach libusb.
 int32_t runTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request,
-                    const tagUSB_CALLBACK_INFO*& ended);
+                    TransferOutcome& outcome);
 
 /// Completion callback of every transfer; runs on whichever thread handles the context's events.
 void InternalTransferCallback(libusb_transfer* transfer);

@@ -33,14 +33,14 @@ TransferRequest readRequest(uint8_t type, int32_t endpoint, int32_t length, int3
 
 /// Runs one request on a ready record: the bytes moved, or a negative code.
 int32_t transfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request) {
-    const tagUSB_CALLBACK_INFO* ended = nullptr;
-    const int32_t result = runTransfer(entry, request, ended);
+    TransferOutcome outcome{};
+    const int32_t result = runTransfer(entry, request, outcome);
     if (result != 0) {
         return result;
     }
     // Only a time-out is an error. Every other end counts as the bytes it moved: meant, callers look at the
     // count.
-    return ended->status == LIBUSB_TRANSFER_TIMED_OUT ? kTransferTimedOut : ended->actualLength;
+    return outcome.status == LIBUSB_TRANSFER_TIMED_OUT ? kTransferTimedOut : outcome.actualLength;
 }
 
 int32_t transferWhenReady(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request) {

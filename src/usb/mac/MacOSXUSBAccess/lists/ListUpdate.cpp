@@ -31,27 +31,24 @@ tagUSB_DEVICE_ACCESS_ENTRY* findSameDevice(const tagUSB_DEVICE_LIST& list,
     return entry;
 }
 
-/// The record's device came back as another libusb device. No counted reference moves.
-void takeNewDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device* device) {
-    storeShared(entry.isOpen, 0U);
-    holdDevice(entry, device);
-}
-
 void updateDevice(tagUSB_DEVICE_ACCESS_ENTRY& old, const tagUSB_DEVICE_ACCESS_ENTRY& found) {
     if (old.pDevice == found.pDevice) {
         return;
     }
+    storeShared(old.isOpen, 0U);
     tlvn_libusb_unref_device(&old, old.pDevice);
-    takeNewDevice(old, found.pDevice);
+    holdDevice(old, found.pDevice);
     tlvn_libusb_ref_device(&old, old.pDevice);
 }
 
+/// A child's counted references do not move.
 void updateChild(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_ENTRY& foundParent) {
     child.isPresent = 1;
     const bool split = foundParent.pCompositeChild != nullptr;
     libusb_device* device = split ? foundParent.pCompositeChild->pDevice : foundParent.pDevice;
     if (child.pDevice != device) {
-        takeNewDevice(child, device);
+        storeShared(child.isOpen, 0U);
+        holdDevice(child, device);
     }
 }
 
@@ -93,16 +90,22 @@ void moveRecords(tagUSB_DEVICE_LIST& from, tagUSB_DEVICE_LIST& to) {
     appendRecords(to, first);
 }
 
-/// Closes what is open on the record, with the log line of a close, and drops its counted reference.
+/// Closes what is open on the record, with the log line of a close, drops its counted reference and takes it
+/// out of its list. Transfers are waited for once.
 void releaseRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    if (entry.hDevice != nullptr && retireTransfers(entry)) {
+    const bool quiet = retireTransfers(entry);
+    if (quiet && entry.hDevice != nullptr) {
         tlvn_libusb_close(&entry, entry.hDevice);
         entry.hDevice = nullptr;
     }
     if (entry.pDevice != nullptr) {
         tlvn_libusb_unref_device(&entry, entry.pDevice);
     }
-    storeShared(entry.isOpen, 0U);
+    if (quiet) {
+        deleteDeviceRecord(entry);
+    } else {
+        keepRecordAside(entry);
+    }
 }
 
 }  // namespace
@@ -135,7 +138,6 @@ int32_t LibUSB_ReleaseDeviceList(uint32_t handle) {
     tagUSB_DEVICE_LIST* list = findDeviceList(handle, status);
     while (list != nullptr && list->pFirst != nullptr) {
         releaseRecord(*list->pFirst);
-        deleteDeviceRecord(*list->pFirst);
     }
     return status;
 }

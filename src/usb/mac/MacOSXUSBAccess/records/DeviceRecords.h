@@ -110,6 +110,7 @@ struct DeviceRecord final : tagUSB_DEVICE_ACCESS_ENTRY {
 
 /// What the library keeps beside a transfer record. Every tagUSB_CALLBACK_INFO is made as one of these.
 struct TransferRecord final : tagUSB_CALLBACK_INFO {
+    std::atomic<bool> inUse;  ///< some thread submits, waits or has not read the outcome yet
     std::thread::id waiter;   ///< thread that submitted and waits
     bool completedElsewhere;  ///< the completion ran on another thread than the waiter's
 };

@@ -15,12 +15,9 @@ namespace {
 /// Records kept aside, chained through pNext.
 tagUSB_DEVICE_ACCESS_ENTRY* g_recordsKeptAside = nullptr;
 
-void keepAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    entry.pCompositeParent = nullptr;
-    entry.pCompositeChild = nullptr;
-    entry.isPresent = 0;
-    entry.pNext = g_recordsKeptAside;
-    g_recordsKeptAside = &entry;
+void freeRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    deleteHIDAccess(entry.pHIDAccess);
+    delete &privateSide(entry);
 }
 
 }  // namespace
@@ -35,14 +32,34 @@ tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list) {
 }
 
 void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    unlinkRecord(entry);
-    const bool severed = severFromSession(entry);
     // A read from a HID device goes on to its time-out after the close.
-    if (!severed || privateSide(entry).heldByCaller || privateSide(entry).activeCalls.load() != 0) {
-        keepAside(entry);
+    const bool inUse = privateSide(entry).heldByCaller || privateSide(entry).activeCalls.load() != 0;
+    if (!severFromSession(entry) || inUse) {
+        keepRecordAside(entry);
     } else {
-        deleteHIDAccess(entry.pHIDAccess);
-        delete &privateSide(entry);
+        unlinkRecord(entry);
+        freeRecord(entry);
+    }
+}
+
+void keepRecordAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    unlinkRecord(entry);
+    entry.pCompositeParent = nullptr;
+    entry.pCompositeChild = nullptr;
+    entry.isPresent = 0;
+    entry.pNext = g_recordsKeptAside;
+    g_recordsKeptAside = &entry;
+}
+
+void deleteIfKeptAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    tagUSB_DEVICE_ACCESS_ENTRY** place = &g_recordsKeptAside;
+    while (*place != nullptr && *place != &entry) {
+        place = &(*place)->pNext;
+    }
+    const bool severed = entry.hDevice == nullptr && entry.callbackInfos.empty();
+    if (*place != nullptr && severed && privateSide(entry).activeCalls.load() == 0) {
+        *place = entry.pNext;
+        freeRecord(entry);
     }
 }
 

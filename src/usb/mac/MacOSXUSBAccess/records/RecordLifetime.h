@@ -9,9 +9,15 @@
 tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list);
 
 /// Takes a record out of its list, lets go of its device and deletes it. A record that the open-device map
-/// may still point at, or whose transfers libusb has not given back, is kept aside instead, closed and out of
-/// every list, until the program ends: a late call finds it not open.
+/// may still point at, or whose transfers libusb has not given back, is kept aside instead.
 void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+
+/// Takes a record out of its list and keeps it, closed and out of every list: a late call finds it not open.
+void keepRecordAside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+
+/// Deletes a record that was kept aside, for a caller that lets go of it. Any other record stays, and one
+/// that a thread is still inside or whose transfers libusb has not given back.
+void deleteIfKeptAside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Cuts a record off from its ending session: transfers, handle and device are given back, the record stays
 /// in its list. From here on no call on it reaches libusb. False when some transfer does not come back.

@@ -1,7 +1,7 @@
 #pragma once
 
 // Some record fields are plain integers or pointers by layout and still shared by two threads. They are read
-// and written through this pair and nothing else: whoever loads a value also sees everything that was written
+// and written through these and nothing else: whoever loads a value also sees everything that was written
 // before it was stored.
 
 template <class T>
@@ -12,12 +12,6 @@ T loadShared(const T& field) {
 template <class T, class V>
 void storeShared(T& field, V value) {
     __atomic_store_n(&field, static_cast<T>(value), __ATOMIC_RELEASE);
-}
-
-/// Stores the value and returns the one before it.
-template <class T, class V>
-T exchangeShared(T& field, V value) {
-    return __atomic_exchange_n(&field, static_cast<T>(value), __ATOMIC_ACQ_REL);
 }
 
 /// Stores the value if the field holds the one expected. True when it did.

@@ -3,6 +3,7 @@
 #include <libusb.h>
 
 #include <chrono>
+#include <memory>
 #include <new>
 
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
@@ -10,18 +11,17 @@
 
 namespace {
 
-constexpr uint8_t kEndpointNumbers = 16;
+constexpr int kEndpointNumbers = 16;
 constexpr std::chrono::seconds kRetireLimit{3};
 constexpr timeval kRetirePeriod{0, 10'000};
 
-bool createTransferRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address) {
-    auto* record = new (std::nothrow) TransferRecord{};
-    if (record == nullptr) {
-        return false;
-    }
-    entry.callbackInfos[address] = record;
+void createTransferRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, int address) {
+    auto record = std::make_unique<TransferRecord>();
+    entry.callbackInfos.emplace(static_cast<uint8_t>(address), record.get());
     record->pTransfer = libusb_alloc_transfer(0);
-    return record->pTransfer != nullptr;
+    if (record.release()->pTransfer == nullptr) {
+        throw std::bad_alloc();
+    }
 }
 
 /// Cancels what is in flight; true when nothing is and no thread is inside the record.
@@ -41,14 +41,16 @@ bool cancelPending(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 }  // namespace
 
 bool createTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    for (uint8_t number = 0; number < kEndpointNumbers; ++number) {
-        if (!createTransferRecord(entry, number) ||
-            !createTransferRecord(entry, static_cast<uint8_t>(number | LIBUSB_ENDPOINT_IN))) {
-            freeTransferRecords(entry);
-            return false;
+    try {
+        for (int number = 0; number < kEndpointNumbers; ++number) {
+            createTransferRecord(entry, number);
+            createTransferRecord(entry, number | LIBUSB_ENDPOINT_IN);
         }
+        return true;
+    } catch (const std::bad_alloc&) {
+        freeTransferRecords(entry);
+        return false;
     }
-    return true;
 }
 
 bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry) {

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+
+// Memory that runs out when a test wants it to: the linker leads the program's own calls of operator new and
+// delete (the library's and the tests', not those inside other libraries) here on their way.
+
+/// The calling thread's nth allocation of exactly this many bytes from now on fails, and those after it
+/// succeed again. One at a time on a thread.
+class FailingAllocation {
+ public:
+    static constexpr std::size_t kAnySize = 0;
+
+    explicit FailingAllocation(std::size_t bytes, int nth = 1);
+    ~FailingAllocation();
+    FailingAllocation(const FailingAllocation&) = delete;
+    FailingAllocation& operator=(const FailingAllocation&) = delete;
+
+    /// True once the allocation has failed.
+    static bool happened();
+};
+
+/// Counts the calling thread's deletions of objects of exactly this many bytes. One at a time on a thread.
+class DeletionCount {
+ public:
+    explicit DeletionCount(std::size_t bytes);
+    ~DeletionCount();
+    DeletionCount(const DeletionCount&) = delete;
+    DeletionCount& operator=(const DeletionCount&) = delete;
+
+    static int count();
+};

@@ -1,0 +1,111 @@
+// What the library answers when there is no memory for its records.
+#include <gmock/gmock.h>
+#include <libusb.h>
+
+#include "DescriptorBytes.h"
+#include "FakeMemory.h"
+#include "HotplugUsb/HotplugUsb.h"
+#include "JniTest.h"
+#include "ListTest.h"
+#include "MacOSXUSBAccess/io/OpenClose.h"
+#include "MacOSXUSBAccess/lists/ListCreation.h"
+#include "MacOSXUSBAccess/lists/ListUpdate.h"
+
+using ::testing::ElementsAre;
+using ::testing::SizeIs;
+
+namespace {
+
+using OutOfMemory = ListTest;
+using OutOfMemoryAtStart = JniTest;
+
+constexpr auto kNoMemory = static_cast<uint32_t>(LIBUSB_ERROR_NO_MEM);
+/// A map's node: three links, a colour, key and value.
+constexpr std::size_t kMapNodeBytes = 32 + 2 * sizeof(void*);
+
+const std::string kComposite = rawConfiguration(
+    configurationBytes({interfaceBytes(0, 3), interfaceBytes(1), endpointBytes(0x85), endpointBytes(0x05)}));
+
+}  // namespace
+
+TEST_F(OutOfMemory, AListThatCannotBeMadeTakesNoHandle) {
+    startSession({deviceJson("a")});
+    const uint32_t next = g_NextDeviceListHandle;
+    const int32_t id = kVendor;
+    for (const bool several : {true, false}) {
+        const FailingAllocation list(sizeof(tagUSB_DEVICE_LIST));
+        EXPECT_EQ(kNoMemory, several ? LibUSB_CreateDeviceList2(context, 1, &id)
+                                     : LibUSB_CreateDeviceList(context, kVendor));
+        EXPECT_TRUE(FailingAllocation::happened());
+    }
+    EXPECT_EQ(next, g_NextDeviceListHandle);
+    EXPECT_TRUE(g_hotPlugCallback.empty());
+    EXPECT_TRUE(bus.calls().empty());
+}
+
+TEST_F(OutOfMemory, ADeviceWithoutMemoryForItsRecordIsLeftOut) {
+    startSession({deviceJson("a"), deviceJson("b"), deviceJson("c")});
+    std::vector<libusb_device*> devices = libusbsDevices();
+    devices.erase(devices.begin() + 1);
+    const FailingAllocation second(sizeof(DeviceRecord), 2);
+    EXPECT_EQ(devices, devicesOf(createList({kVendor})));
+    EXPECT_TRUE(FailingAllocation::happened());
+}
+
+TEST_F(OutOfMemory, ADeviceWithoutMemoryForItsChildIsNotSplit) {
+    startSession({deviceJson("a", kComposite)});
+    const FailingAllocation child(sizeof(DeviceRecord), 2);
+    const uint32_t list = createList({kVendor});
+    EXPECT_TRUE(FailingAllocation::happened());
+    ASSERT_THAT(recordsOf(list), SizeIs(1));
+    EXPECT_EQ(kPlainDevice, record(list, 0).familyStatus);
+    EXPECT_EQ(nullptr, record(list, 0).pCompositeChild);
+}
+
+TEST_F(OutOfMemory, AnUpdateWithoutMemoryIsTriedAgain) {
+    startSession({deviceJson("a"), deviceJson("b", R"({"plugged":false})")});
+    const uint32_t list = createList({kVendor});
+    unplugAndWait("a", list);
+    {
+        const FailingAllocation enumerated(sizeof(tagUSB_DEVICE_LIST));
+        update(list);
+        EXPECT_TRUE(FailingAllocation::happened());
+    }
+    EXPECT_EQ(1U, record(list, 0).isPresent);
+    EXPECT_TRUE(isFlagged(list));
+    bus.plug("b");
+    update(list);
+    EXPECT_EQ(0U, record(list, 0).isPresent);
+    EXPECT_THAT(serialsOf(list), ElementsAre("a", "b"));
+}
+
+TEST_F(OutOfMemory, AnOpenWithoutMemoryForARecordIsUndone) {
+    startSession({deviceJson("a")});
+    tagUSB_DEVICE_ACCESS_ENTRY& entry = record(createList({kVendor}), 0);
+    const int64_t transfers = bus.tally("transfers not freed");
+    for (const std::size_t bytes : {sizeof(TransferRecord), kMapNodeBytes}) {
+        for (const int nth : {1, 2, 17, 32}) {
+            const FailingAllocation missing(bytes, nth);
+            EXPECT_EQ(-107, LibUSB_OpenDevice(&entry));
+            EXPECT_TRUE(FailingAllocation::happened()) << bytes;
+            EXPECT_EQ(LIBUSB_ERROR_NO_MEM, entry.lastResult);
+            EXPECT_EQ(0U, entry.isOpen);
+            EXPECT_EQ(nullptr, entry.hDevice);
+            EXPECT_TRUE(entry.callbackInfos.empty());
+        }
+    }
+    EXPECT_EQ(transfers, bus.tally("transfers not freed"));
+    EXPECT_EQ(0, LibUSB_OpenDevice(&entry));
+}
+
+TEST_F(OutOfMemoryAtStart, AnEventThreadWithoutMemoryEndsTheStartedContext) {
+    {
+        const FailingAllocation thread(FailingAllocation::kAnySize);
+        EXPECT_EQ(-99, call(usbInitialize));
+        EXPECT_TRUE(FailingAllocation::happened());
+    }
+    EXPECT_EQ(-1, g_SessionId);
+    EXPECT_FALSE(g_eventLoopRunning.load());
+    EXPECT_EQ(1U, callsOf("libusb_exit"));
+    EXPECT_EQ(0, call(usbInitialize)) << "and the next start works";
+}
