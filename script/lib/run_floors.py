@@ -36,7 +36,9 @@ SANITIZERS = {
     "UBSAN_OPTIONS": "halt_on_error=1:print_stacktrace=1",
     "TSAN_OPTIONS": "halt_on_error=1:second_deadlock_stack=1",
 }
-JNI_COMPLAINTS = re.compile(r"(WARNING|FATAL ERROR) in native method.*")
+JNI_COMPLAINTS = re.compile(r"(WARNING in native method|WARNING: JNI local refs|FATAL ERROR).*")
+# A heap that neither grows nor shrinks, and one compiler: what the process gains is then what the tests have left.
+STEADY_JVM = ["-Xms128m", "-Xmx128m", "-XX:+AlwaysPreTouch", "-XX:TieredStopAtLevel=1"]
 
 
 class NotRun(Exception):
@@ -176,6 +178,7 @@ def junit(reports, jvm=(), launcher=()):
     """The command that runs the JUnit suite."""
     return [
         "java",
+        *STEADY_JVM,
         *jvm,
         f"-Dorvex.usb.library={LIBRARY}",
         "-cp",
@@ -190,8 +193,15 @@ def junit(reports, jvm=(), launcher=()):
     ]
 
 
+def exports(folder):
+    """What is shipped exports the native methods and nothing else."""
+    log = folder / "exports.log"
+    status = execute([sys.executable, "-B", "tests/house/exports.py", LIBRARY], log, ONE_UNIT_TEST_DEADLINE)
+    return Case("exports", "passed" if status == 0 else "failed", tail(read(log)))
+
+
 def java_simulated():
-    """The JUnit suite in a JVM that checks its native calls, over the drop-in libusb."""
+    """The JUnit suite in a JVM that checks its native calls, over the drop-in libusb; the exports of the library."""
     folder = RESULTS / "java"
     build_release(folder, "orvex_java_tests")
     reports, log = folder / "reports", folder / "junit.log"
@@ -202,7 +212,7 @@ def java_simulated():
             "SIMBUS_SOCKET": f"{scratch}/simbus",
         }
         status = execute(junit(reports, ["-Xcheck:jni"]), log, JAVA_DEADLINE, environment)
-    cases = cases_of(reports.glob("TEST-*.xml"), log, status)
+    cases = [*cases_of(reports.glob("TEST-*.xml"), log, status), exports(folder)]
     complaints = [found.group() for found in JNI_COMPLAINTS.finditer(read(log))]
     if complaints:
         cases.append(Case("-Xcheck:jni is silent", "failed", "\n".join(complaints[:10]) + f"\nsee {log}"))
@@ -223,7 +233,7 @@ def java_on_kernel():
     reports, log = folder / "reports", folder / "junit.log"
     reports.mkdir(parents=True)
     # With the default collector a JVM can crash under emulation.
-    jvm = ["-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx128m", "-Dorvex.test.transfers=5000"]
+    jvm = ["-XX:+UseSerialGC", "-Dorvex.test.transfers=5000"]
     suite = junit(reports, jvm, ["--exclude-tag=memory"])
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite), log, SYSTEM_DEADLINE + 10)
     return cases_of(reports.glob("TEST-*.xml"), log, status)
@@ -289,8 +299,10 @@ def summarise(runs):
         print(f"{run.floor:8} {run.build:16} {run.count('passed'):8} {run.count('failed'):8} "
               f"{run.count('skipped'):8} {run.seconds:8.0f}")
     passed, failed, skipped = (len(details(runs, state)) for state in ("passed", "failed", "skipped"))
+    if skipped:
+        print(f"\nNot everything was tested: {skipped} skipped.")
     print(f"\n{passed} passed, {failed} failed, {skipped} skipped", flush=True)
-    return 0 if failed == 0 else 1
+    return 0 if failed == skipped == 0 else 1
 
 
 def main(floors):

@@ -36,15 +36,21 @@ package com.talvane.orvex.comm;
  * answered with -114. An index of an open device stays valid until it is closed.
  *
  * <p>Keep one list for each set of vendor ids, for the whole session. A change on the bus is noted in the first list
- * of the session only that watches the vendor id concerned, even when that list has been released; a second list that
- * watches the same vendor id stays as it was made.
+ * of the session only that has the vendor id concerned, even when that list is empty or has been released; a second
+ * list with the same vendor id stays as it was made.
  *
  * <h2>Threads</h2>
  *
  * <p>The methods are not synchronised. The caller must see to it that
  * <ul>
- * <li>session, list, open and close calls never overlap, neither with each other nor with calls that look a device up
- *     (all that take a list handle and an index);</li>
+ * <li>{@link #usbInitialize} and {@link #usbRelease} run alone;</li>
+ * <li>calls that make, update or release a list, or open, close or reset a device, run one at a time;</li>
+ * <li>calls that ask about a list or its devices (count, information, descriptors, endpoints) do not run together with
+ *     those that make, update or release one, but with all others and with each other;</li>
+ * <li>lists may be made and updated while transfers run; a list is not released while one runs on its devices;</li>
+ * <li>while a device is opened or closed, no transfer or cancel <i>starts</i> on a device of the same list, and during
+ *     the first open of a list none on any list; those on other devices that already wait go on. On a list of which no
+ *     device was opened yet, none is tried;</li>
  * <li>at most one transfer at a time runs on an endpoint. Transfers on different endpoints or devices may run at the
  *     same time on different threads. All control transfers of a device, and bulk or interrupt writes to endpoint
  *     0x00, count as one endpoint;</li>
@@ -155,6 +161,11 @@ public class ORVEXCommUSBAccess {
      * go. When the session has a list for the same ids, in whatever order, that is not empty, that list is returned as
      * it is (not renewed).
      *
+     * <p>A vendor id that libusb refuses to watch is listed all the same, and no result tells: devices of it that come
+     * or go do not make {@link #usbUpdateDeviceList} look again. A list none of whose ids is watched stays as it was
+     * made. Nor does a list learn of changes to an id that an earlier list of the session has, be that list empty or
+     * released (see "Naming a device").
+     *
      * <p>Threads: not together with other session, list, open or close calls. Each listed device is opened briefly to
      * read its strings and descriptors, which takes some milliseconds, or up to some seconds when a device does not
      * answer. A device that cannot be opened is listed with the text {@code <cannot_open>VVVV:PPPP} (vendor and
@@ -171,7 +182,9 @@ public class ORVEXCommUSBAccess {
     /**
      * Brings a list up to date after devices have come or gone. Nothing is looked at unless the library has been told
      * by the operating system of a change that concerns this list (see "Naming a device"); so the call is cheap and
-     * may be made often, and just after a plug or unplug it may be a moment too early: call it again.
+     * may be made often, and just after a plug or unplug it may be a moment too early: call it again. Without such a
+     * notice, as for a vendor id that could not be watched or that an earlier list has, nothing is done and the answer
+     * is 0. With one, the devices of all vendor ids of the list are looked at again.
      *
      * <p>Devices that are gone stay in their place with presence 0; devices that are back get presence 1 on their old
      * record; others are added at the end. A device counts as the same when vendor id, product id, release,
@@ -261,7 +274,8 @@ public class ORVEXCommUSBAccess {
      * another configuration is set to configuration 1. For a HID device the answer is 0 even when its HID service
      * cannot be opened: writes then answer -109 and reads -150.
      *
-     * <p>Threads: not together with other session, list, open, close or transfer calls.
+     * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see
+     * "Threads" above).
      *
      * @param listHandle the list
      * @param index      the device's position in the list
@@ -277,7 +291,8 @@ public class ORVEXCommUSBAccess {
      * Closes an open device. Transfers of other threads that still run on it are cancelled first. Whatever the result,
      * the device counts as not open afterwards.
      *
-     * <p>Threads: not together with other session, list, open or close calls.
+     * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see
+     * "Threads" above).
      *
      * @param listHandle the list
      * @param index      the device's position in the list
@@ -561,7 +576,8 @@ public class ORVEXCommUSBAccess {
      * <tr><td>1 device</td><td>has no effect</td><td>the 18 bytes of the device descriptor, <b>whatever</b>
      *     {@code bufferSize} is</td></tr>
      * <tr><td>2 configuration</td><td>has no effect</td><td>the first configuration with all its interfaces and
-     *     endpoints, up to 512 bytes; for an interface of a composite device the part of that interface</td></tr>
+     *     endpoints, up to 512 bytes and not more than the active configuration has; for an interface of a composite
+     *     device the part of that interface</td></tr>
      * <tr><td>3 string</td><td>1 manufacturer, 2 product, 3 serial number</td><td>the text in ASCII with a zero byte
      *     behind it (not a USB string descriptor). The result is the length of the text; when the text does not fit
      *     with its zero byte, what fits is stored, a zero byte last, and the result is {@code bufferSize}. A

@@ -35,7 +35,7 @@ final class DeviceChoice {
     }
 
     Session session() {
-        return new Session(from.vendors);
+        return new Session(from.vendors());
     }
 
     DeviceInfo find(Session session) {

@@ -67,11 +67,15 @@ final class EchoCommand implements Callable<Integer> {
             DeviceInfo info = open.info();
             System.out.printf("Opened %s: %s %s%n", info.label(), Text.printable(info.manufacturer()),
                     Text.printable(info.product()));
-            Transfer sent = open.write(new Pipe(out, false, device.timeout), content.bytes());
+            byte[] data = content.bytes();
+            Transfer sent = open.write(new Pipe(out, false, device.timeout), data);
             show("OUT", out, sent);
-            Transfer echo = readBack(open, sent.data().length);
+            if (!WriteCommand.tookAll(sent, data.length)) {
+                return 1;
+            }
+            Transfer echo = readBack(open, data.length);
             show("IN ", in, echo);
-            boolean equal = Arrays.equals(sent.data(), echo.data());
+            boolean equal = Arrays.equals(data, echo.data());
             System.out.println(equal ? "The echo is equal." : "The echo differs.");
             return equal ? 0 : 1;
         }

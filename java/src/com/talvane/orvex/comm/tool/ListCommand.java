@@ -17,7 +17,7 @@ final class ListCommand implements Runnable {
 
     @Override
     public void run() {
-        try (Session session = new Session(from.vendors)) {
+        try (Session session = new Session(from.vendors())) {
             if (raw) {
                 session.lines().forEach(System.out::println);
             } else {

@@ -2,22 +2,30 @@ package com.talvane.orvex.comm.tool;
 
 import java.nio.ByteBuffer;
 import java.util.HexFormat;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.TypeConversionException;
 
 /** Numbers as people write them on a command line: decimal, or hexadecimal with 0x in front. */
 final class Numbers {
+    private static final Pattern NUMBER = Pattern.compile("\\d+|0[xX](?<hexadecimal>\\p{XDigit}+)");
+
     private Numbers() {
     }
 
     private static int within(String text, int least, int greatest) {
+        Matcher number = NUMBER.matcher(text);
         try {
-            int value = Integer.decode(text);
-            if (value >= least && value <= greatest) {
-                return value;
+            if (number.matches()) {
+                String hexadecimal = number.group("hexadecimal");
+                int value = hexadecimal == null ? Integer.parseInt(text) : Integer.parseInt(hexadecimal, 16);
+                if (value >= least && value <= greatest) {
+                    return value;
+                }
             }
         } catch (NumberFormatException e) {
-            // told below
+            // too great for an int: told below
         }
         throw new TypeConversionException(
                 String.format("'%s' is not a number from %d to %d (0x%X)", text, least, greatest, greatest));

@@ -24,7 +24,7 @@ final class WatchCommand implements Callable<Integer> {
             names = "--seconds",
             paramLabel = "N",
             converter = Numbers.Count.class,
-            description = "End after N seconds.")
+            description = "End after N seconds; a failure when --count is given and not reached.")
     private Integer seconds;
 
     @Option(
@@ -39,7 +39,7 @@ final class WatchCommand implements Callable<Integer> {
         long start = System.nanoTime();
         long limit = seconds == null ? Long.MAX_VALUE : TimeUnit.SECONDS.toNanos(seconds);
         long left = count == null ? Long.MAX_VALUE : count;
-        try (StopRequest stop = new StopRequest(); Session session = new Session(from.vendors)) {
+        try (StopRequest stop = new StopRequest(); Session session = new Session(from.vendors())) {
             List<DeviceInfo> known = session.devices();
             known.forEach(device -> show("present", device));
             System.out.println("Watching; Ctrl-C ends it.");
@@ -50,6 +50,10 @@ final class WatchCommand implements Callable<Integer> {
                 List<DeviceInfo> now = session.devices();
                 left -= showChanges(known, now);
                 known = now;
+            }
+            if (count != null && left > 0 && System.nanoTime() - start >= limit) {
+                throw new IllegalStateException(
+                        String.format("only %d of %d changes came in %d s", count - left, count, seconds));
             }
         }
         return 0;

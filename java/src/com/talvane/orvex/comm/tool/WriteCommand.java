@@ -64,13 +64,17 @@ final class WriteCommand implements Callable<Integer> {
         }
     }
 
-    /** A device that takes less than it was given did not do its job. */
     static int tell(Transfer sent, int size) {
         System.err.println("Wrote " + sent.took());
-        if (sent.data().length < size) {
+        return tookAll(sent, size) ? 0 : 1;
+    }
+
+    /** A device that takes less than it was given did not do its job; the user is told. */
+    static boolean tookAll(Transfer sent, int size) {
+        boolean all = sent.data().length == size;
+        if (!all) {
             System.err.println("orvex-usb: the device took only " + sent.data().length + " of " + size);
-            return 1;
         }
-        return 0;
+        return all;
     }
 }

@@ -97,6 +97,19 @@ class BulkTransferTest extends UsbTest {
     }
 
     @Test
+    @Tag("memory")
+    void whatCameBeforeTheTimeRanOutIsInTheBuffer() {
+        Device bench = openBench();
+        bus.endpoint("bench", 0x84, "{\"limit\": 3}");
+        byte[] buffer = new byte[64];
+        Arrays.fill(buffer, (byte) 0x77);
+        byte[] expected = buffer.clone();
+        System.arraycopy(new byte[] {0, 1, 2}, 0, expected, 0, 3);
+        assertEquals(-150, bench.read(0x84, 100, buffer));
+        assertArrayEquals(expected, buffer);
+    }
+
+    @Test
     void aWriteToASilentEndpointTimesOutInTime() {
         Device bench = openBench();
         long start = System.nanoTime();

@@ -44,6 +44,11 @@ final class Bus implements AutoCloseable {
         return Path.of(path);
     }
 
+    /** Where the bus of a child process listens: in memory that is its own, a kernel's is the same for both. */
+    Path socketForChild(Path folder) {
+        return isMemory() ? folder.resolve("bus") : socket();
+    }
+
     static Bus connect(Path path) {
         try {
             SocketChannel channel = SocketChannel.open(StandardProtocolFamily.UNIX);

@@ -1,6 +1,6 @@
 package com.talvane.orvex.comm;
 
-import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.TimeUnit;
 
 /** Programs for {@link ChildVm}: what can only be seen in a process of its own. */
 final class ChildPrograms {
@@ -19,7 +19,7 @@ final class ChildPrograms {
         switch (args[0]) {
             case "fresh" -> fresh(usb);
             case "session" -> session(usb);
-            case "leaveOpen" -> openFirst(usb);
+            case "leaveOpen" -> openBench(usb);
             case "leaveReading" -> leaveReading(usb);
             default -> throw new IllegalArgumentException(args[0]);
         }
@@ -57,23 +57,28 @@ final class ChildPrograms {
         usb.usbRelease(0);
     }
 
-    /** Opens the first device that has endpoints, and a session that nobody releases. */
-    private static Device openFirst(ORVEXCommUSBAccess usb) {
+    /** Opens the tool with an endpoint of every kind, in a session that nobody releases. */
+    private static Device openBench(ORVEXCommUSBAccess usb) {
         usb.usbInitialize();
-        Device device = new Device(usb, usb.usbCreateDeviceList2(0, VENDORS), 0);
-        System.out.println("open: " + device.open());
+        int list = usb.usbCreateDeviceList2(0, VENDORS);
+        Device device = new Device(usb, list, 0);
+        while (!device.line().isEmpty() && !device.field(7).equals("BENCH00001")) {
+            device = new Device(usb, list, device.index() + 1);
+        }
+        say("open", device.open());
         return device;
     }
 
+    /** Ends while a read waits at the device. */
     private static void leaveReading(ORVEXCommUSBAccess usb) throws InterruptedException {
-        Device device = openFirst(usb);
-        CountDownLatch reading = new CountDownLatch(1);
-        Thread reader = new Thread(() -> {
-            reading.countDown();
-            device.read(0x81, 0, new byte[64]);
-        });
+        Device device = openBench(usb);
+        Thread reader = new Thread(() -> device.read(0x84, 0, new byte[64]));
         reader.setDaemon(true);
         reader.start();
-        reading.await();
+        try (Bus bus = Bus.connect()) {
+            while (bus.pending("bench", 0x84) == 0) {
+                TimeUnit.MILLISECONDS.sleep(1);
+            }
+        }
     }
 }

@@ -55,32 +55,47 @@ final class ChildVm {
         return this;
     }
 
+    /** Its bus listens there, or the one that it shares does. */
+    ChildVm withBus(Path socket) {
+        return withEnvironment("SIMBUS_SOCKET", socket.toString());
+    }
+
     /** Runs one of the programs of {@link ChildPrograms}. */
     Outcome run(String program) throws Exception {
-        return run(ChildPrograms.class.getName(), program);
+        return run(java(ChildPrograms.class.getName(), program));
     }
 
     /** Runs the command-line tool. */
     Outcome runTool(String... arguments) throws Exception {
-        return run(TOOL, arguments);
+        return run(java(TOOL, arguments));
+    }
+
+    /** Runs the command that users start, which lies beside the native library; it finds all that it needs itself. */
+    Outcome runLauncher(String... arguments) throws Exception {
+        builder.environment().keySet().removeAll(List.of("LD_LIBRARY_PATH", "DYLD_LIBRARY_PATH", "SIMBUS_SCENARIO"));
+        withEnvironment("JAVA_HOME", System.getProperty("java.home"));
+        Path library = Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY));
+        List<String> command = new ArrayList<>(List.of(library.resolveSibling("orvex-usb").toString()));
+        command.addAll(List.of(arguments));
+        return run(command);
     }
 
     /** Starts the command-line tool. What it writes can be read as it comes; the file gets standard error. */
     Process startTool(Path err, String... arguments) throws IOException {
         builder.redirectError(err.toFile());
-        return start(TOOL, arguments);
+        return builder.command(java(TOOL, arguments)).start();
     }
 
     /** Whatever happens the process is gone afterwards. */
-    private Outcome run(String mainClass, String... arguments) throws Exception {
+    private Outcome run(List<String> command) throws Exception {
         Path out = Files.createTempFile("child", ".out");
         Path err = Files.createTempFile("child", ".err");
         try {
             builder.redirectOutput(out.toFile()).redirectError(err.toFile());
-            Process process = start(mainClass, arguments);
+            Process process = builder.command(command).start();
             boolean ended = process.waitFor(120, TimeUnit.SECONDS);
             process.destroyForcibly().waitFor();
-            assertTrue(ended, () -> String.join(" ", arguments) + " did not end: " + read(out) + read(err));
+            assertTrue(ended, () -> String.join(" ", command) + " did not end: " + read(out) + read(err));
             return new Outcome(process.exitValue(), read(out), read(err));
         } finally {
             Files.delete(out);
@@ -88,12 +103,12 @@ final class ChildVm {
         }
     }
 
-    private Process start(String mainClass, String... arguments) throws IOException {
+    private List<String> java(String mainClass, String... arguments) {
         List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java"));
         command.addAll(options);
         command.addAll(List.of("-cp", ownJar(), mainClass));
         command.addAll(List.of(arguments));
-        return builder.command(command).start();
+        return command;
     }
 
     /** The jar of the tests; its manifest names the others. */

@@ -21,6 +21,8 @@ class DebugOutputTest {
         ChildVm.Outcome child = new ChildVm().withEnvironment("ORVEXCOMM_DEBUG", value).run("session");
         assertEquals(0, child.status());
         assertTrue(SESSION.matcher(child.err()).matches(), child.err());
+        String first = child.err().lines().filter(line -> line.contains("[ORVEXCOMM_DBG]")).findFirst().orElseThrow();
+        assertTrue(first.matches("\\[ORVEXCOMM_DBG\\] \\[ 0\\.\\d{6}\\] .*"), first);
     }
 
     @Test

@@ -6,6 +6,7 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.DirectoryStream;
 import java.nio.file.Files;
@@ -21,6 +22,7 @@ class DescriptorTest extends UsbTest {
     private static final int DEVICE = 1;
     private static final int CONFIGURATION = 2;
     private static final int STRING = 3;
+    private static final int INTERFACE = 4;
     private static final int ENDPOINT = 5;
     private static final byte UNTOUCHED = 0x77;
 
@@ -142,6 +144,25 @@ class DescriptorTest extends UsbTest {
     @ValueSource(strings = {"BENCH00001", "PAIR0002", "COMP0003"})
     void descriptorsAndEndpointsAreThoseThatTheHostKnows(String serial) throws IOException {
         choose(serial);
+        open(device);
+        assertDescriptorsAreKnownToTheHost(serial);
+    }
+
+    @ParameterizedTest
+    @CsvSource({"dual, DUAL0020", "settings, SETT0018", "raw, RAWB0019"})
+    void aDeviceWithMoreThanItsInterfaceIsDescribedAndWorks(String id, String serial) throws IOException {
+        bus.plug(id);
+        choose(serial);
+        open(device);
+        assertDescriptorsAreKnownToTheHost(serial);
+        assertEquals(2, usb.usbGetEndpointList(device.list(), device.index(), null));
+        assertEquals(5, device.write(0x01, pattern(5)));
+        byte[] echo = new byte[64];
+        assertEquals(5, device.read(0x81, echo));
+        assertArrayEquals(Arrays.copyOf(pattern(5), 64), echo);
+    }
+
+    private void assertDescriptorsAreKnownToTheHost(String serial) throws IOException {
         byte[] known = bus.isMemory() ? ownDescriptors() : kernelsDescriptors(serial);
         int length = get(CONFIGURATION, 0, 512);
         byte[] configuration = Arrays.copyOf(buffer, length);
@@ -157,7 +178,6 @@ class DescriptorTest extends UsbTest {
 
     /** The device descriptor and the first configuration, from the device itself. */
     private byte[] ownDescriptors() {
-        open(device);
         byte[] first = ControlTransferTest.setup(0x80, 6, 0x0100, 0, 18);
         byte[] second = ControlTransferTest.setup(0x80, 6, 0x0200, 0, 512);
         assertEquals(18, device.controlRead(first));
@@ -165,12 +185,15 @@ class DescriptorTest extends UsbTest {
         return ByteBuffer.allocate(18 + length).put(first, 8, 18).put(second, 8, length).array();
     }
 
+    /** The same from the kernel, which has all configurations. */
     private static byte[] kernelsDescriptors(String serial) throws IOException {
-        try (DirectoryStream<Path> all = Files.newDirectoryStream(Path.of("/sys/bus/usb/devices"))) {
-            for (Path folder : all) {
+        try (DirectoryStream<Path> devices = Files.newDirectoryStream(Path.of("/sys/bus/usb/devices"))) {
+            for (Path folder : devices) {
                 Path file = folder.resolve("serial");
                 if (Files.exists(file) && Files.readString(file).strip().equals(serial)) {
-                    return Files.readAllBytes(folder.resolve("descriptors"));
+                    byte[] all = Files.readAllBytes(folder.resolve("descriptors"));
+                    int first = ByteBuffer.wrap(all).order(ByteOrder.LITTLE_ENDIAN).getShort(18 + 2);
+                    return Arrays.copyOf(all, 18 + first);
                 }
             }
         }
@@ -180,8 +203,10 @@ class DescriptorTest extends UsbTest {
     /** Eight bytes for each endpoint before the second interface: address, packet size, attributes, direction. */
     private static byte[] endpointsOfTheFirstInterface(byte[] configuration) {
         ByteArrayOutputStream endpoints = new ByteArrayOutputStream();
-        for (int at = 18; at < configuration.length && configuration[at + 1] != 4; at += configuration[at]) {
-            if (configuration[at + 1] == ENDPOINT) {
+        int interfaces = 0;
+        for (int at = 0; at < configuration.length; at += configuration[at]) {
+            interfaces += configuration[at + 1] == INTERFACE ? 1 : 0;
+            if (configuration[at + 1] == ENDPOINT && interfaces == 1) {
                 byte address = configuration[at + 2];
                 endpoints.writeBytes(new byte[] {address, 0, configuration[at + 4], configuration[at + 5],
                     configuration[at + 3], 0, (byte) (address < 0 ? 1 : 0), 0});

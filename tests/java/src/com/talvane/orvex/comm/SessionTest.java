@@ -90,7 +90,6 @@ class SessionTest extends UsbTest {
 
     @Test
     void countingNeedsNoSession() {
-        acceptReferencesLeftBehind();
         int list = sessionWithList();
         int count = usb.usbGetDeviceListCount(list);
         assertTrue(count > 0);
@@ -101,7 +100,6 @@ class SessionTest extends UsbTest {
 
     @Test
     void afterReleaseDevicesDoNotOpenAndTransfersFindNoneOpen() {
-        acceptReferencesLeftBehind();
         Device bench = openBench();
         Device pair = find(bench.list(), "PAIR0002");
         assertEquals(0, usb.usbRelease(0));
@@ -117,7 +115,6 @@ class SessionTest extends UsbTest {
 
     @Test
     void aListOfAnEndedSessionIsNotUsedAgain() {
-        acceptReferencesLeftBehind();
         int old = sessionWithList();
         assertEquals(0, usb.usbRelease(0));
         openSession();

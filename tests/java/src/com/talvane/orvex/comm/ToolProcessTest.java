@@ -30,12 +30,11 @@ class ToolProcessTest extends UsbTest {
     void waitForTheHost() {
         openSession();
         usb.usbRelease(0);
-        socket = bus.isMemory() ? folder.resolve("bus") : Bus.socket();
+        socket = bus.socketForChild(folder);
     }
 
-    /** In memory the child's bus is its own; of a kernel's bus both have the same. */
     private ChildVm child() {
-        return new ChildVm().withEnvironment("SIMBUS_SOCKET", socket.toString());
+        return new ChildVm().withBus(socket);
     }
 
     @ParameterizedTest(name = "{0}")
@@ -53,6 +52,33 @@ class ToolProcessTest extends UsbTest {
         ChildVm.Outcome tool = child().runTool(line.split(" "));
         assertEquals(status, tool.status(), tool.err());
         assertTrue((status == 0 ? tool.out() : tool.err()).contains(text), tool::toString);
+    }
+
+    @Test
+    @Tag("memory")
+    void theLauncherSimulatesTheBusAndSaysSo() throws Exception {
+        String notice = "The USB bus is simulated. On real hardware: orvex-usb list (without --simulate).\n";
+        ChildVm.Outcome own = child().runLauncher("--simulate", "list");
+        assertEquals(0, own.status(), own.err());
+        assertEquals(notice, own.err());
+        assertTrue(own.out().contains("ECHO0001"), own.out());
+
+        String scenario = "{\"devices\": [{\"id\": \"tool\", \"vendorId\": \"0x6A5C\", \"serial\": \"MINE0001\"}]}";
+        Path file = Files.writeString(folder.resolve("two words"), scenario);
+        ChildVm.Outcome chosen = child().runLauncher("list", "--simulate=" + file, "--raw");
+        assertEquals(notice, chosen.err());
+        assertTrue(chosen.out().matches("1:=6A5C:=.*:=MINE0001:=.*\n"), chosen.out());
+
+        ChildVm.Outcome missing = child().runLauncher("--simulate=" + folder.resolve("none"), "list");
+        assertEquals(2, missing.status());
+        assertTrue(missing.err().startsWith("orvex-usb: --simulate needs "), missing.err());
+        assertEquals("", missing.out());
+    }
+
+    @Test
+    @Tag("memory")
+    void withoutSimulationNothingIsSaidAboutIt() throws Exception {
+        assertEquals("", child().runTool("list").err());
     }
 
     @Test

@@ -87,6 +87,14 @@ class ToolTest extends UsbTest {
     }
 
     @Test
+    void anEchoThatTheDeviceDoesNotTakeWholeFails() {
+        ToolRun run = run("echo --serial BENCH00001 --out 5");
+        assertEquals(1, run.status());
+        assertTrue(run.err().contains("took only 0 of 64"), run.err());
+        assertFalse(run.out().contains("equal"), run.out());
+    }
+
+    @Test
     void writeSendsHexAndReadShowsIt() {
         good("write --serial BENCH00001 --data 01:A2:ff");
         assertArrayEquals(new byte[] {1, (byte) 0xA2, (byte) 0xFF}, bus.received("bench", 0x01).get(0));
@@ -138,11 +146,27 @@ class ToolTest extends UsbTest {
         assertTrue(run.err().contains("took only 0 of 2"), run.err());
     }
 
+    @Test
+    void aNumberWithZeroesInFrontIsDecimal() {
+        assertEquals(1, good("list --raw -V 04617").out().lines().count());
+    }
+
+    @Test
+    void sixteenVendorsCanBeChosen() {
+        String sixteen = "list --raw -V 1,2,3,4,5,6,7,8,9,10,11,12,13,14,15 -V ";
+        assertEquals(1, good(sixteen + "0x1209").out().lines().count());
+        for (String line : new String[] {sixteen + "16,0x1209", sixteen.replace("list --raw", "watch") + "16 -V 17",
+            sixteen.replace("list --raw", "echo --index 0") + "16,17"}) {
+            wrongUseIsTold(line);
+        }
+    }
+
     @ParameterizedTest
     @ValueSource(strings = {
         "", "nothing", "echo", "echo --serial a --index 1", "echo --index -1", "echo --index 0 --size 0",
-        "echo --index 0 --size 1 --text a", "list -V 0x10000", "list -V x", "write --index 0", "list extra",
-        "watch extra", "watch --count -1", "watch --seconds x", "describe", "describe --index 0 --timeout 5", "control",
+        "echo --index 0 --size 1 --text a", "list -V 0x10000", "list -V x", "list -V #1F", "list -V 0x", "list -V 0x+5",
+        "list -V +5", "list -V 0x100000000", "list -V", "write --index 0", "list extra", "watch extra",
+        "watch --count -1", "watch --seconds x", "describe", "describe --index 0 --timeout 5", "control",
         "control --index 0 --request 1", "control --index 0 --request-type 0xC0",
         "control --index 0 --request-type 0x100 --request 1",
         "control --index 0 --request-type 0xC0 --request 1 --length 65536",
@@ -180,6 +204,17 @@ class ToolTest extends UsbTest {
         assertTrue(out.contains("\n\nInterface: 09 04 01 00 03 FF FF 00 "), out);
         assertFalse(out.contains("Configuration: "), out);
         assertTrue(out.contains("\n0x83      IN         interrupt  64\n"), out);
+    }
+
+    @Test
+    void describeShowsEveryAlternateSetting() {
+        bus.plug("settings");
+        openSession();
+        usb.usbRelease(0);
+        String out = good("describe --serial SETT0018").out();
+        assertTrue(out.contains("\nInterface: 09 04 00 00 02 FF 00 00 00\n"), out);
+        assertTrue(out.contains("\nInterface: 09 04 00 01 03 FF 00 00 00\n"), out);
+        assertTrue(out.contains("\nType 0x42: 05 42 01 02 03\n"), out);
     }
 
     @Test
@@ -222,6 +257,12 @@ class ToolTest extends UsbTest {
         assertTrue(out.endsWith("\nWatching; Ctrl-C ends it.\n"), out);
         assertEquals("Watching; Ctrl-C ends it.\n", good("watch -V 0xFFF0 --seconds 0").out());
         assertEquals(5, good("watch --count 0").out().lines().count());
+        good("watch --count 0 --seconds 0");
+    }
+
+    @Test
+    void watchFailsWhenItsTimeEndsBeforeItsCount() {
+        assertFails("watch --count 2 --seconds 0", "only 0 of 2 changes came in 0 s");
     }
 
     @Test
