@@ -1,0 +1,32 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "Objects.h"
+
+namespace sim {
+
+// A dictionary with texts for keys; owns its values.
+struct Dictionary final : Object {
+    explicit Dictionary(std::string className)
+        : Object(Kind::dictionary), serviceClass(std::move(className)) {}
+    ~Dictionary() override {
+        for (const auto& [key, value] : values) {
+            CFRelease(value);
+        }
+    }
+    // Takes over the caller's reference of the value.
+    void set(const std::string& key, CFTypeRef value) {
+        const auto found = values.find(key);
+        if (found != values.end()) {
+            CFRelease(found->second);
+        }
+        values[key] = value;
+    }
+
+    const std::string serviceClass;
+    std::map<std::string, CFTypeRef> values;
+};
+
+}  // namespace sim

@@ -1,0 +1,78 @@
+// Objects of the stand-in Core Foundation and I/O Kit, and the count of those in use.
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/IOKitLib.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "Bus.h"
+
+namespace sim {
+
+constexpr const char* kObjectsInUse = "I/O Kit objects in use";
+
+// Counts one object in the bus's tallies for as long as it lives.
+class Counted {
+ public:
+    Counted() { simbus::Bus::instance().addToTally(kObjectsInUse, 1); }
+    ~Counted() { simbus::Bus::instance().addToTally(kObjectsInUse, -1); }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+};
+
+enum class Kind : CFTypeID {
+    string = 7,
+    number = 22,
+    dictionary = 18,
+    uuid = 44,
+    runLoop = 41,
+    runLoopSource = 42
+};
+
+// What every Core Foundation object begins with. A constant one is neither counted nor ever freed.
+struct Object {
+    explicit Object(Kind kindOfIt, bool isConstant = false) : kind(kindOfIt), constant(isConstant) {
+        if (!constant) {
+            counted = std::make_unique<Counted>();
+        }
+    }
+    virtual ~Object() = default;
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+
+    const Kind kind;
+    const bool constant;
+    std::atomic<int> references{1};
+    std::unique_ptr<Counted> counted;
+};
+
+inline Object* objectOf(CFTypeRef reference) {
+    return const_cast<Object*>(static_cast<const Object*>(reference));
+}
+// A reference as the program sees it: the address of the Object part.
+template <class Ref>
+Ref referenceTo(Object* object) {
+    return reinterpret_cast<Ref>(object);
+}
+
+bool isKind(CFTypeRef reference, Kind kind);
+// Unicode text of a string object, as UTF-8; number of a number object; nothing for anything else.
+std::optional<std::string> textOf(CFTypeRef reference);
+std::optional<std::int64_t> numberOf(CFTypeRef reference);
+
+CFStringRef newString(const std::string& utf8);
+CFNumberRef newNumber(std::int64_t value);
+
+// An event source: when it is signalled, the run loop that it was added to calls `perform` on its own thread.
+CFRunLoopSourceRef newSource(std::function<void()> perform);
+void signalSource(CFRunLoopSourceRef source);
+
+// First line of every function that can be made to fail: counts the call, and the code to fail with.
+#define SIM_CALL_POINT(name)                  \
+    static simbus::CallPoint callPoint(name); \
+    const std::optional<int> fault = callPoint.enter()
+
+}  // namespace sim

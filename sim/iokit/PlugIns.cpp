@@ -1,0 +1,293 @@
+// Stand-in plug-ins: the way from a service to its interface, and the interfaces of HID and USB devices.
+#include <IOKit/hid/IOHIDDevicePlugIn.h>
+#include <IOKit/usb/IOUSBLib.h>
+
+#include <atomic>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+#include "Objects.h"
+#include "Registry.h"
+
+namespace sim {
+
+namespace {
+
+bool operator==(const CFUUIDBytes& one, const CFUUIDBytes& other) {
+    return std::memcmp(&one, &other, sizeof one) == 0;
+}
+bool isId(REFIID id, CFUUIDRef known) {
+    return id == CFUUIDGetUUIDBytes(known);
+}
+
+// An object with a table of functions, as COM has them: the program holds the address of `table`.
+template <class Table, class Derived>
+struct WithTable {
+    const Table* table = &Derived::functions();
+    std::atomic<ULONG> references{1};
+    Counted counted;
+
+    static Derived& of(void* self) { return *static_cast<Derived*>(reinterpret_cast<WithTable*>(self)); }
+    Table** handle() { return reinterpret_cast<Table**>(this); }
+    static ULONG addReference(void* self) { return ++of(self).references; }
+    static ULONG release(void* self) {
+        Derived& object = of(self);
+        const ULONG left = --object.references;
+        if (left == 0) {
+            delete &object;
+        }
+        return left;
+    }
+};
+
+// A HID device's interface. While it is open and input was asked for, a thread takes its reports from the
+// driver and signals the event source.
+struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceObject> {
+    explicit HidInterfaceObject(HidInterface at) : interface(std::move(at)) {}
+    ~HidInterfaceObject() {
+        stop();
+        if (source != nullptr) {
+            CFRelease(source);
+        }
+    }
+
+    static const IOHIDDeviceDeviceInterface& functions();
+
+    void start() {
+        runs = true;
+        pump = std::thread([this] {
+            std::uint8_t report[8192];
+            while (runs) {
+                const int count = opening->read(report, sizeof report, std::chrono::milliseconds(1));
+                if (count > 0) {
+                    const std::lock_guard lock(mutex);
+                    reports.emplace_back(report, report + count);
+                    signalSource(source);
+                } else if (count < 0) {
+                    return;  // unplugged
+                }
+            }
+        });
+    }
+    void stop() {
+        runs = false;
+        if (pump.joinable()) {
+            pump.join();
+        }
+    }
+    // On the thread whose run loop has the source.
+    void hand() {
+        for (;;) {
+            simbus::Bytes report;
+            {
+                const std::lock_guard lock(mutex);
+                if (reports.empty()) {
+                    return;
+                }
+                report = std::move(reports.front());
+                reports.pop_front();
+            }
+            const std::size_t count = std::min(report.size(), bufferLength);
+            std::memcpy(buffer, report.data(), count);
+            callback(context, kIOReturnSuccess, handle(), kIOHIDReportTypeInput, 0, buffer,
+                     static_cast<CFIndex>(count));
+        }
+    }
+
+    const HidInterface interface;
+    std::unique_ptr<HidOpening> opening;
+    CFRunLoopSourceRef source = nullptr;
+    std::uint8_t* buffer = nullptr;
+    std::size_t bufferLength = 0;
+    IOHIDReportCallback callback = nullptr;
+    void* context = nullptr;
+    std::thread pump;
+    std::atomic<bool> runs{false};
+    std::mutex mutex;
+    std::deque<simbus::Bytes> reports;
+};
+
+IOReturn openHid(void* self, IOOptionBits) {
+    SIM_CALL_POINT("IOHIDDeviceDeviceInterface.open");
+    if (fault) {
+        return *fault;
+    }
+    auto& object = HidInterfaceObject::of(self);
+    object.opening = std::make_unique<HidOpening>(UsbHid::of(object.interface));
+    return kIOReturnSuccess;
+}
+
+IOReturn closeHid(void* self, IOOptionBits) {
+    SIM_CALL_POINT("IOHIDDeviceDeviceInterface.close");
+    static_cast<void>(fault);
+    auto& object = HidInterfaceObject::of(self);
+    object.stop();
+    object.opening.reset();
+    return kIOReturnSuccess;
+}
+
+IOReturn getSource(void* self, CFTypeRef* source) {
+    SIM_CALL_POINT("IOHIDDeviceDeviceInterface.getAsyncEventSource");
+    if (fault) {
+        return *fault;
+    }
+    auto& object = HidInterfaceObject::of(self);
+    if (object.source == nullptr) {
+        object.source = newSource([&object] { object.hand(); });
+    }
+    *source = object.source;
+    return kIOReturnSuccess;
+}
+
+IOReturn setCallback(void* self, std::uint8_t* report, CFIndex length, IOHIDReportCallback callback,
+                     void* context, IOOptionBits) {
+    SIM_CALL_POINT("IOHIDDeviceDeviceInterface.setInputReportCallback");
+    auto& object = HidInterfaceObject::of(self);
+    if (fault || object.opening == nullptr) {
+        return fault.value_or(kIOReturnNotOpen);
+    }
+    object.buffer = report;
+    object.bufferLength = static_cast<std::size_t>(length);
+    object.callback = callback;
+    object.context = context;
+    object.start();
+    return kIOReturnSuccess;
+}
+
+IOReturn sendReport(void* self, IOHIDReportType type, std::uint32_t id, const std::uint8_t* report,
+                    CFIndex length, std::uint32_t, IOHIDReportCallback, void*, IOOptionBits) {
+    SIM_CALL_POINT("IOHIDDeviceDeviceInterface.setReport");
+    auto& object = HidInterfaceObject::of(self);
+    if (fault || object.opening == nullptr || type != kIOHIDReportTypeOutput || id != 0) {
+        return fault.value_or(kIOReturnNotOpen);
+    }
+    return object.opening->write(report, static_cast<std::size_t>(length)) < 0 ? kIOReturnNoDevice
+                                                                               : kIOReturnSuccess;
+}
+
+const IOHIDDeviceDeviceInterface& HidInterfaceObject::functions() {
+    static const IOHIDDeviceDeviceInterface table = [] {
+        IOHIDDeviceDeviceInterface made{};
+        made.QueryInterface = [](void*, REFIID, LPVOID*) { return HRESULT{-1}; };
+        made.AddRef = addReference;
+        made.Release = release;
+        made.open = openHid;
+        made.close = closeHid;
+        made.getAsyncEventSource = getSource;
+        made.setInputReportCallback = setCallback;
+        made.setReport = sendReport;
+        return made;
+    }();
+    return table;
+}
+
+// A USB device's interface, for its descriptors only.
+struct UsbDeviceObject : WithTable<IOUSBDeviceInterface, UsbDeviceObject> {
+    explicit UsbDeviceObject(simbus::DeviceInfoPtr at) : device(std::move(at)) {}
+
+    static const IOUSBDeviceInterface& functions();
+
+    const simbus::DeviceInfoPtr device;
+    simbus::Bytes configuration;
+};
+
+IOReturn countConfigurations(void* self, UInt8* count) {
+    SIM_CALL_POINT("IOUSBDeviceInterface.GetNumberOfConfigurations");
+    if (fault) {
+        return *fault;
+    }
+    *count = static_cast<UInt8>(UsbDeviceObject::of(self).device->configurationDescriptors.size());
+    return kIOReturnSuccess;
+}
+
+// The system keeps as many bytes as the descriptor says that it has.
+IOReturn getConfiguration(void* self, UInt8 index, IOUSBConfigurationDescriptorPtr* descriptor) {
+    SIM_CALL_POINT("IOUSBDeviceInterface.GetConfigurationDescriptorPtr");
+    UsbDeviceObject& object = UsbDeviceObject::of(self);
+    if (fault || index >= object.device->configurationDescriptors.size()) {
+        return fault.value_or(kIOReturnError);
+    }
+    object.configuration = object.device->configurationDescriptors[index];
+    if (object.configuration.size() < sizeof(IOUSBConfigurationDescriptor)) {
+        return kIOReturnError;
+    }
+    object.configuration.resize(
+        static_cast<std::size_t>(object.configuration[2] | object.configuration[3] << 8));
+    object.configuration.resize(std::max(object.configuration.size(), sizeof(IOUSBConfigurationDescriptor)));
+    *descriptor = reinterpret_cast<IOUSBConfigurationDescriptorPtr>(object.configuration.data());
+    return kIOReturnSuccess;
+}
+
+const IOUSBDeviceInterface& UsbDeviceObject::functions() {
+    static const IOUSBDeviceInterface table = [] {
+        IOUSBDeviceInterface made{};
+        made.QueryInterface = [](void*, REFIID, LPVOID*) { return HRESULT{-1}; };
+        made.AddRef = addReference;
+        made.Release = release;
+        made.GetNumberOfConfigurations = countConfigurations;
+        made.GetConfigurationDescriptorPtr = getConfiguration;
+        return made;
+    }();
+    return table;
+}
+
+struct PlugIn : WithTable<IOCFPlugInInterface, PlugIn> {
+    explicit PlugIn(Service at) : service(std::move(at)) {}
+
+    static const IOCFPlugInInterface& functions();
+
+    const Service service;
+};
+
+HRESULT queryPlugIn(void* self, REFIID id, LPVOID* result) {
+    SIM_CALL_POINT("IOCFPlugInInterface.QueryInterface");
+    const Service& service = PlugIn::of(self).service;
+    *result = nullptr;
+    if (fault) {
+        return *fault;
+    }
+    if (service.hid && isId(id, kIOHIDDeviceDeviceInterfaceID)) {
+        *result = (new HidInterfaceObject({service.device, *service.hid}))->handle();
+    } else if (!service.hid && isId(id, kIOUSBDeviceInterfaceID)) {
+        *result = (new UsbDeviceObject(service.device))->handle();
+    }
+    return *result == nullptr ? HRESULT{-1} : HRESULT{0};
+}
+
+const IOCFPlugInInterface& PlugIn::functions() {
+    static const IOCFPlugInInterface table = [] {
+        IOCFPlugInInterface made{};
+        made.QueryInterface = queryPlugIn;
+        made.AddRef = addReference;
+        made.Release = release;
+        return made;
+    }();
+    return table;
+}
+
+}  // namespace
+
+}  // namespace sim
+
+extern "C" kern_return_t IOCreatePlugInInterfaceForService(io_service_t object, CFUUIDRef pluginType,
+                                                           CFUUIDRef interfaceType,
+                                                           IOCFPlugInInterface*** theInterface,
+                                                           SInt32* theScore) {
+    SIM_CALL_POINT("IOCreatePlugInInterfaceForService");
+    *theInterface = nullptr;
+    *theScore = 0;
+    const auto service = sim::serviceOf(object);
+    if (fault || !service) {
+        return fault.value_or(kIOReturnError);
+    }
+    const CFUUIDRef type = service->hid ? kIOHIDDeviceTypeID : kIOUSBDeviceUserClientTypeID;
+    const bool known = sim::isId(CFUUIDGetUUIDBytes(pluginType), type) &&
+                       sim::isId(CFUUIDGetUUIDBytes(interfaceType), kIOCFPlugInInterfaceID);
+    if (!known) {
+        return kIOReturnError;
+    }
+    *theInterface = (new sim::PlugIn(*service))->handle();
+    return KERN_SUCCESS;
+}
