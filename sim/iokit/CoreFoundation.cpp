@@ -6,8 +6,8 @@
 #include <mutex>
 
 #include "Dictionary.h"
-#include "MacRoman.h"
 #include "Objects.h"
+#include "Text.h"
 
 namespace sim {
 
@@ -47,11 +47,11 @@ std::optional<std::int64_t> numberOf(CFTypeRef reference) {
                : std::nullopt;
 }
 
-CFStringRef newString(const std::string& utf8) {
+CFStringRef createString(const std::string& utf8) {
     return referenceTo<CFStringRef>(new String(utf8, false));
 }
 
-CFNumberRef newNumber(std::int64_t value) {
+CFNumberRef createNumber(std::int64_t value) {
     return referenceTo<CFNumberRef>(new Number(value));
 }
 
@@ -101,7 +101,7 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex 
         return nullptr;
     }
     const std::string text(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
-    return sim::newString(encoding == kCFStringEncodingMacRoman ? sim::utf8OfMacRoman(text) : text);
+    return sim::createString(encoding == kCFStringEncodingMacRoman ? sim::utf8OfMacRoman(text) : text);
 }
 
 // Writes what fits, and says when that is not all of it.
@@ -126,10 +126,10 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
     SInt32 intValue = 0;
     if (type == kCFNumberShortType || type == kCFNumberSInt16Type) {
         std::memcpy(&shortValue, value, sizeof shortValue);
-        return sim::newNumber(shortValue);
+        return sim::createNumber(shortValue);
     }
     std::memcpy(&intValue, value, sizeof intValue);
-    return sim::newNumber(intValue);
+    return sim::createNumber(intValue);
 }
 
 // False when the number does not fit; the value is cut then.

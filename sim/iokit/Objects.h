@@ -63,11 +63,11 @@ bool isKind(CFTypeRef reference, Kind kind);
 std::optional<std::string> textOf(CFTypeRef reference);
 std::optional<std::int64_t> numberOf(CFTypeRef reference);
 
-CFStringRef newString(const std::string& utf8);
-CFNumberRef newNumber(std::int64_t value);
+CFStringRef createString(const std::string& utf8);
+CFNumberRef createNumber(std::int64_t value);
 
 // An event source: when it is signalled, the run loop that it was added to calls `perform` on its own thread.
-CFRunLoopSourceRef newSource(std::function<void()> perform);
+CFRunLoopSourceRef createSource(std::function<void()> perform);
 void signalSource(CFRunLoopSourceRef source);
 
 // First line of every function that can be made to fail: counts the call, and the code to fail with.

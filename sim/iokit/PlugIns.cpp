@@ -135,7 +135,7 @@ IOReturn getSource(void* self, CFTypeRef* source) {
     }
     auto& object = HidInterfaceObject::of(self);
     if (object.source == nullptr) {
-        object.source = newSource([&object] { object.hand(); });
+        object.source = createSource([&object] { object.hand(); });
     }
     *source = object.source;
     return kIOReturnSuccess;

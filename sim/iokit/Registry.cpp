@@ -7,6 +7,7 @@
 
 #include "Dictionary.h"
 #include "Objects.h"
+#include "Text.h"
 
 namespace sim {
 
@@ -39,42 +40,24 @@ std::uint8_t byteAt(const simbus::Bytes& bytes, std::size_t at) {
     return at < bytes.size() ? bytes[at] : std::uint8_t{0};
 }
 
-std::string utf8Of(const std::wstring& text) {
-    std::string utf8;
-    for (const wchar_t each : text) {
-        const auto character = static_cast<unsigned>(each);
-        if (character < 0x80) {
-            utf8 += static_cast<char>(character);
-        } else if (character < 0x800) {
-            utf8 += static_cast<char>(0xC0 | character >> 6);
-            utf8 += static_cast<char>(0x80 | (character & 0x3F));
-        } else {
-            utf8 += static_cast<char>(0xE0 | character >> 12);
-            utf8 += static_cast<char>(0x80 | (character >> 6 & 0x3F));
-            utf8 += static_cast<char>(0x80 | (character & 0x3F));
-        }
-    }
-    return utf8;
-}
-
 // The property as a new object, or null.
-CFTypeRef propertyOf(const Service& service, const std::string& key) {
+CFTypeRef createProperty(const Service& service, const std::string& key) {
     const simbus::Bytes& descriptor = service.device->deviceDescriptor;
     const bool hid = service.hid.has_value();
     static const std::map<std::string, std::size_t> hidTexts = {
         {"Manufacturer", 14}, {"Product", 15}, {"SerialNumber", 16}};
     if (key == (hid ? "VendorID" : "idVendor")) {
-        return newNumber(wordAt(descriptor, 8));
+        return createNumber(wordAt(descriptor, 8));
     }
     if (key == (hid ? "ProductID" : "idProduct")) {
-        return newNumber(wordAt(descriptor, 10));
+        return createNumber(wordAt(descriptor, 10));
     }
     const auto text = hidTexts.find(key);
     if (!hid || text == hidTexts.end()) {
         return nullptr;
     }
     const auto content = readString(*service.device, byteAt(descriptor, text->second));
-    return content ? newString(utf8Of(*content)) : nullptr;
+    return content ? createString(utf8Of(*content)) : nullptr;
 }
 
 bool equal(CFTypeRef one, CFTypeRef other) {
@@ -84,7 +67,7 @@ bool equal(CFTypeRef one, CFTypeRef other) {
 
 bool matches(const Service& service, const Dictionary& wanted) {
     for (const auto& [key, value] : wanted.values) {
-        CFTypeRef property = propertyOf(service, key);
+        CFTypeRef property = createProperty(service, key);
         const bool same = property != nullptr && equal(property, value);
         if (property != nullptr) {
             CFRelease(property);
@@ -186,7 +169,7 @@ CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef
                                           IOOptionBits) {
     SIM_CALL_POINT("IORegistryEntryCreateCFProperty");
     const auto service = sim::serviceOf(entry);
-    return fault || !service ? nullptr : sim::propertyOf(*service, sim::textOf(key).value_or(""));
+    return fault || !service ? nullptr : sim::createProperty(*service, sim::textOf(key).value_or(""));
 }
 
 }  // extern "C"

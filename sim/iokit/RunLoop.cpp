@@ -71,7 +71,7 @@ Source* sourceOf(CFRunLoopSourceRef reference) {
 
 }  // namespace
 
-CFRunLoopSourceRef newSource(std::function<void()> perform) {
+CFRunLoopSourceRef createSource(std::function<void()> perform) {
     return referenceTo<CFRunLoopSourceRef>(new Source(std::move(perform)));
 }
 

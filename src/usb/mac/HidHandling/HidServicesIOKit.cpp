@@ -59,7 +59,7 @@ int GetStringProperty(io_service_t service, CFStringRef key, char* text) {
     std::memset(text, 0, kPropertyTextBytes);
     const CFOwned<CFTypeRef> property = propertyOf(service, key);
     if (property == nullptr || CFGetTypeID(property.get()) != CFStringGetTypeID()) {
-        std::strcpy(text, "?");
+        text[0] = '?';
         return -1;
     }
     CFStringGetCString(static_cast<CFStringRef>(property.get()), text, kPropertyTextBytes,
