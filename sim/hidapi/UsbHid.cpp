@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kQueuedReports = 64;   // as many as a kernel keeps for one opening
 constexpr std::size_t kSmallestBuffer = 64;  // and what it asks for at least
+constexpr std::size_t kMostDropped = 50;     // of a device that never falls silent
 
 // Waits for one transfer; its status and bytes are in the transfer then.
 bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
@@ -137,11 +138,31 @@ std::shared_ptr<UsbHid> UsbHid::of(const HidInterface& interface) {
 }
 
 void UsbHid::add(HidOpening& opening) {
+    const bool first = [&] {
+        const std::lock_guard lock(mutex_);
+        return openings_.empty();
+    }();
+    if (first) {
+        dropOldReports();
+    }
     {
         const std::lock_guard lock(mutex_);
         openings_.push_back(&opening);
     }
     ask();
+}
+
+void UsbHid::dropOldReports() const {
+    simbus::Bytes report(interface_.at.inputBytes);
+    for (std::size_t dropped = 0; dropped < kMostDropped; ++dropped) {
+        simbus::Transfer transfer;
+        transfer.endpoint = interface_.at.inEndpoint;
+        transfer.data = report.data();
+        transfer.length = report.size();
+        if (!runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0))) {
+            return;
+        }
+    }
 }
 
 void UsbHid::remove(HidOpening& opening) {

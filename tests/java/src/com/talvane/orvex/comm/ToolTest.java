@@ -276,7 +276,7 @@ class ToolTest extends UsbTest {
     void versionAndHelpAreTold() {
         assertEquals("orvex-usb, library version 3.47\n", good("--version").out());
         String help = good("--help").out();
-        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "control", "codes",
+        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "hid", "control", "codes",
             "Exit status:", "--simulate"}) {
             assertTrue(help.contains(part), help);
         }
