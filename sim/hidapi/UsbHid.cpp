@@ -8,9 +8,8 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t kQueuedReports = 64;   // as many as a kernel keeps for one opening
+constexpr std::size_t kQueuedReports = 63;   // a kernel has 64 places for one opening and keeps one free
 constexpr std::size_t kSmallestBuffer = 64;  // and what it asks for at least
-constexpr std::size_t kMostDropped = 50;     // of a device that never falls silent
 
 // Waits for one transfer; its status and bytes are in the transfer then.
 bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
@@ -154,14 +153,11 @@ void UsbHid::add(HidOpening& opening) {
 
 void UsbHid::dropOldReports() const {
     simbus::Bytes report(interface_.at.inputBytes);
-    for (std::size_t dropped = 0; dropped < kMostDropped; ++dropped) {
-        simbus::Transfer transfer;
-        transfer.endpoint = interface_.at.inEndpoint;
-        transfer.data = report.data();
-        transfer.length = report.size();
-        if (!runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0))) {
-            return;
-        }
+    simbus::Transfer transfer;
+    transfer.endpoint = interface_.at.inEndpoint;
+    transfer.data = report.data();
+    transfer.length = report.size();
+    while (runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0))) {
     }
 }
 
