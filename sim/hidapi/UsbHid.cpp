@@ -8,7 +8,7 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t kQueuedReports = 64;   // as many as a kernel keeps for one opening
+constexpr std::size_t kQueuedReports = 63;   // a kernel has 64 places for one opening and keeps one free
 constexpr std::size_t kSmallestBuffer = 64;  // and what it asks for at least
 
 // Waits for one transfer; its status and bytes are in the transfer then.
@@ -137,11 +137,28 @@ std::shared_ptr<UsbHid> UsbHid::of(const HidInterface& interface) {
 }
 
 void UsbHid::add(HidOpening& opening) {
+    const bool first = [&] {
+        const std::lock_guard lock(mutex_);
+        return openings_.empty();
+    }();
+    if (first) {
+        dropOldReports();
+    }
     {
         const std::lock_guard lock(mutex_);
         openings_.push_back(&opening);
     }
     ask();
+}
+
+void UsbHid::dropOldReports() const {
+    simbus::Bytes report(interface_.at.inputBytes);
+    simbus::Transfer transfer;
+    transfer.endpoint = interface_.at.inEndpoint;
+    transfer.data = report.data();
+    transfer.length = report.size();
+    while (runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0))) {
+    }
 }
 
 void UsbHid::remove(HidOpening& opening) {

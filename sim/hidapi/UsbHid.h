@@ -66,6 +66,8 @@ class UsbHid : public std::enable_shared_from_this<UsbHid> {
 
  private:
     friend class HidOpening;
+    // Like a kernel's driver, which lets nobody hear what a device has said while nobody listened.
+    void dropOldReports() const;
     void ask();       // submits the transfer for the next input report
     void answered();  // its completion
 

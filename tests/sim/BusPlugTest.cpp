@@ -207,7 +207,7 @@ TEST_F(BusPlug, TheDemoScenarioHasWhatItPromises) {
     for (const auto& device : bus.devices()) {
         serials.push_back(device->serial);
     }
-    EXPECT_THAT(serials, ElementsAre("ECHO0001", "ECHO0002", "COMP0001", "OTHER001"));
+    EXPECT_THAT(serials, ElementsAre("HID00001", "ECHO0001", "ECHO0002", "COMP0001", "OTHER001"));
     bus.plug("echo3");
     EXPECT_EQ(bus.devices().back()->serial, "ECHO0003");
 }

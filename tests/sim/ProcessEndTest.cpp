@@ -87,7 +87,7 @@ TEST_F(ProcessEnd, TheEnvironmentNamesScenarioAndSocket) {
     setenv("SIMBUS_SCENARIO", SIM_SCENARIOS "/demo.json", 1);
     EXPECT_EXIT(
         {
-            const bool asAsked = exists(socket) && simbus::Bus::instance().devices().size() == 4;
+            const bool asAsked = exists(socket) && simbus::Bus::instance().devices().size() == 5;
             std::exit(asAsked ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");

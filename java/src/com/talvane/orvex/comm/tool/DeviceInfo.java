@@ -41,6 +41,10 @@ record DeviceInfo(
                 Integer.parseInt(m.group(10)));
     }
 
+    boolean isHid() {
+        return type == 'h';
+    }
+
     String typeText() {
         return switch (type) {
             case 'h' -> "HID";

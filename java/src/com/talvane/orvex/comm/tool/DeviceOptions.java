@@ -20,8 +20,12 @@ final class DeviceOptions {
         return which.session();
     }
 
+    DeviceInfo find(Session session) {
+        return which.find(session);
+    }
+
     /** Opens the chosen device. */
     OpenDevice open(Session session) {
-        return session.open(which.find(session));
+        return session.open(find(session));
     }
 }

@@ -63,6 +63,14 @@ final class Numbers {
         }
     }
 
+    /** The size of a HID device's reports. */
+    static final class PacketSize implements ITypeConverter<Integer> {
+        @Override
+        public Integer convert(String text) {
+            return within(text, 64, 1024);
+        }
+    }
+
     /** Bytes, as pairs of hexadecimal digits; blanks and colons between them are allowed. */
     static final class Hex implements ITypeConverter<ByteBuffer> {
         @Override

@@ -8,6 +8,9 @@ import java.util.function.IntSupplier;
 final class OpenDevice implements AutoCloseable {
     static final int SETUP_BYTES = 8;
 
+    /** A HID device has one stream each way: the library does not look at the endpoint. */
+    private static final int HID_ENDPOINT = 0;
+
     /** Bytes that were moved, and how long that took. */
     record Transfer(byte[] data, long nanos) {
         String took() {
@@ -21,6 +24,12 @@ final class OpenDevice implements AutoCloseable {
         int move(int list, int index, int endpoint, int length, int timeout, byte[] buffer);
     }
 
+    /** The calls with a packet size have two arguments more. */
+    @FunctionalInterface
+    private interface PacketCall {
+        int move(int list, int index, int endpoint, int length, int timeout, byte[] buffer, int packetSize, int fill);
+    }
+
     private final ORVEXCommUSBAccess usb;
     private final int list;
     private final DeviceInfo info;
@@ -29,6 +38,10 @@ final class OpenDevice implements AutoCloseable {
         this.usb = usb;
         this.list = list;
         this.info = info;
+        open();
+    }
+
+    private void open() {
         UsbFailure.check("open " + info.label(), usb.usbOpenDevice(list, info.index()));
     }
 
@@ -38,13 +51,35 @@ final class OpenDevice implements AutoCloseable {
 
     /** Writes all of the data; the result holds what the device took. */
     Transfer write(Pipe pipe, byte[] data) {
-        return move("write to", pipe.interrupt() ? usb::usbWriteInterruptPipe : usb::usbWriteBulkPipe, pipe, data);
+        return move(pipe.name("write to"), pipe.interrupt() ? usb::usbWriteInterruptPipe : usb::usbWriteBulkPipe,
+                pipe.endpoint(), pipe.timeout(), data);
     }
 
     /** Reads up to size bytes. */
     Transfer read(Pipe pipe, int size) {
-        return move("read from", pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe, pipe,
-                new byte[size]);
+        return move(pipe.name("read from"), pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe,
+                pipe.endpoint(), pipe.timeout(), new byte[size]);
+    }
+
+    /** Has a HID device's input reports read in the size given; the library starts to when it opens the device. */
+    void prepare(Reports reports) {
+        if (reports.packetSize() != null) {
+            write(reports, new byte[0]);
+            close();
+            open();
+        }
+    }
+
+    /** Sends all of the data to a HID device, as output reports. */
+    Transfer write(Reports reports, byte[] data) {
+        return move("write reports to", reports.call(usb::usbWriteInterruptPipe, usb::usbWriteInterruptPipeEx),
+                HID_ENDPOINT, reports.timeout(), data);
+    }
+
+    /** Reads exactly size bytes of a HID device's input reports. */
+    Transfer read(Reports reports, int size) {
+        return move("read reports from", reports.call(usb::usbReadInterruptPipe, usb::usbReadInterruptPipeEx),
+                HID_ENDPOINT, reports.timeout(), new byte[size]);
     }
 
     /** Makes a control request: a setup packet with its data behind it. The result holds the data that moved. */
@@ -55,9 +90,9 @@ final class OpenDevice implements AutoCloseable {
                 : usb.usbWriteControlPipe(list, info.index(), 0, timeout, buffer));
     }
 
-    private Transfer move(String action, PipeCall call, Pipe pipe, byte[] buffer) {
-        return timed(String.format("%s endpoint 0x%02X of %s", action, pipe.endpoint(), info.label()), buffer, 0,
-                () -> call.move(list, info.index(), pipe.endpoint(), buffer.length, pipe.timeout(), buffer));
+    private Transfer move(String action, PipeCall call, int endpoint, int timeout, byte[] buffer) {
+        return timed(action + " " + info.label(), buffer, 0,
+                () -> call.move(list, info.index(), endpoint, buffer.length, timeout, buffer));
     }
 
     /** Makes a call that answers how many bytes moved; they stand in the buffer from an offset on. */
@@ -76,5 +111,22 @@ final class OpenDevice implements AutoCloseable {
 
     /** Where a transfer goes and how long it may take, in milliseconds. */
     record Pipe(int endpoint, boolean interrupt, int timeout) {
+        private String name(String action) {
+            return String.format("%s endpoint 0x%02X of", action, endpoint);
+        }
+    }
+
+    /** Size and filling of a HID device's reports, null for the library's own, and how long a transfer may take. */
+    record Reports(Integer packetSize, int fill, int timeout) {
+        static Reports standard(int timeout) {
+            return new Reports(null, 0, timeout);
+        }
+
+        private PipeCall call(PipeCall plain, PacketCall sized) {
+            return packetSize == null
+                    ? plain
+                    : (list, index, endpoint, length, timeout, buffer) ->
+                            sized.move(list, index, endpoint, length, timeout, buffer, packetSize, fill);
+        }
     }
 }

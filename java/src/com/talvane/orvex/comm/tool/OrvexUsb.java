@@ -15,7 +15,7 @@ import picocli.CommandLine.ScopeType;
         versionProvider = OrvexUsb.Version.class,
         subcommands = {
             ListCommand.class, WatchCommand.class, DescribeCommand.class, EchoCommand.class, ReadCommand.class,
-            WriteCommand.class, ControlCommand.class, CodesCommand.class
+            WriteCommand.class, HidCommand.class, ControlCommand.class, CodesCommand.class
         },
         synopsisSubcommandLabel = "COMMAND",
         footer = {

@@ -1,10 +1,7 @@
 package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
-import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
 import java.io.IOException;
-import java.nio.file.Files;
-import java.nio.file.Path;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
@@ -37,25 +34,13 @@ final class ReadCommand implements Callable<Integer> {
             description = "Greatest number of bytes (default: ${DEFAULT-VALUE}).")
     private int size;
 
-    @Option(
-            names = {"-o", "--output"},
-            paramLabel = "FILE",
-            description = "Write the bytes to this file, - for standard output, instead of a hex dump.")
-    private String output;
+    @Mixin
+    private Output output;
 
     @Override
     public Integer call() throws IOException {
         try (Session session = device.session(); OpenDevice open = device.open(session)) {
-            Transfer got = open.read(new Pipe(endpoint, interrupt, device.timeout), size);
-            if (output == null) {
-                Text.hexDump(got.data()).forEach(System.out::println);
-            } else if (output.equals("-")) {
-                System.out.write(got.data());
-                System.out.flush();
-            } else {
-                Files.write(Path.of(output), got.data());
-            }
-            System.err.println("Read " + got.took());
+            output.show(open.read(new Pipe(endpoint, interrupt, device.timeout), size));
             return 0;
         }
     }

@@ -3,9 +3,6 @@ package com.talvane.orvex.comm.tool;
 import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
 import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
 import java.io.IOException;
-import java.nio.ByteBuffer;
-import java.nio.file.Files;
-import java.nio.file.Path;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
@@ -32,29 +29,7 @@ final class WriteCommand implements Callable<Integer> {
     private boolean interrupt;
 
     @ArgGroup(multiplicity = "1")
-    private Content content;
-
-    private static final class Content {
-        @Option(
-                names = "--data",
-                paramLabel = "HEX",
-                converter = Numbers.Hex.class,
-                description = "The bytes, as pairs of hexadecimal digits.")
-        private ByteBuffer data;
-
-        @Option(
-                names = {"-i", "--input"},
-                paramLabel = "FILE",
-                description = "Take the bytes from this file, - for standard input.")
-        private String input;
-
-        private byte[] bytes() throws IOException {
-            if (data != null) {
-                return data.array();
-            }
-            return input.equals("-") ? System.in.readAllBytes() : Files.readAllBytes(Path.of(input));
-        }
-    }
+    private DataToSend content;
 
     @Override
     public Integer call() throws IOException {

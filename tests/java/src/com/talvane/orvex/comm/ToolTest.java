@@ -163,7 +163,7 @@ class ToolTest extends UsbTest {
 
     @ParameterizedTest
     @ValueSource(strings = {
-        "", "nothing", "echo", "echo --serial a --index 1", "echo --index -1", "echo --index 0 --size 0",
+        "", "xyzzy", "echo", "echo --serial a --index 1", "echo --index -1", "echo --index 0 --size 0",
         "echo --index 0 --size 1 --text a", "list -V 0x10000", "list -V x", "list -V #1F", "list -V 0x", "list -V 0x+5",
         "list -V +5", "list -V 0x100000000", "list -V", "write --index 0", "list extra", "watch extra",
         "watch --count -1", "watch --seconds x", "describe", "describe --index 0 --timeout 5", "control",
@@ -276,7 +276,7 @@ class ToolTest extends UsbTest {
     void versionAndHelpAreTold() {
         assertEquals("orvex-usb, library version 3.47\n", good("--version").out());
         String help = good("--help").out();
-        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "control", "codes",
+        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "hid", "control", "codes",
             "Exit status:", "--simulate"}) {
             assertTrue(help.contains(part), help);
         }

@@ -123,6 +123,10 @@ abstract class UsbTest {
     /** Opens a device and remembers to close it. */
     final Device open(Device device) {
         assertEquals(0, device.open(), "open");
+        return closeAtTheEnd(device);
+    }
+
+    final Device closeAtTheEnd(Device device) {
         opened.add(device);
         return device;
     }

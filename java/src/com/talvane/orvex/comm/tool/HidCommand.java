@@ -1,0 +1,90 @@
+package com.talvane.orvex.comm.tool;
+
+import com.talvane.orvex.comm.tool.OpenDevice.Reports;
+import java.io.IOException;
+import java.util.concurrent.Callable;
+import picocli.CommandLine.ArgGroup;
+import picocli.CommandLine.Command;
+import picocli.CommandLine.Mixin;
+import picocli.CommandLine.Option;
+
+/** Reports of a HID device. */
+@Command(
+        name = "hid",
+        description = "Sends bytes to a HID device as output reports, then reads its input reports; or one of the two.",
+        footer = {
+            "",
+            "Reports have 64 bytes, the last one is filled up with 0x5A; --packet-size and --fill change that. With"
+                    + " --timeout 0 a read does not wait and has nothing."
+        })
+final class HidCommand implements Callable<Integer> {
+    @Mixin
+    private DeviceOptions device;
+
+    @ArgGroup(exclusive = false, multiplicity = "1")
+    private Work work;
+
+    @ArgGroup(exclusive = false)
+    private Packets packets;
+
+    @Mixin
+    private Output output;
+
+    private static final class Work {
+        @ArgGroup
+        private DataToSend send;
+
+        @Option(
+                names = "--read",
+                paramLabel = "N",
+                converter = Numbers.Size.class,
+                description = "Read N bytes; what is left of the last report is dropped.")
+        private int read;
+    }
+
+    private static final class Packets {
+        @Option(
+                names = "--packet-size",
+                paramLabel = "N",
+                required = true,
+                converter = Numbers.PacketSize.class,
+                description = "Size of a report in bytes, 64 to 1024.")
+        private int size;
+
+        @Option(
+                names = "--fill",
+                paramLabel = "BYTE",
+                converter = Numbers.Octet.class,
+                description = "Fills up the last report (default: 0x5A); needs --packet-size.")
+        private int fill = 0x5A;
+    }
+
+    @Override
+    public Integer call() throws IOException {
+        byte[] data = work.send == null ? null : work.send.bytes();
+        try (Session session = device.session(); OpenDevice open = session.open(hidDevice(session))) {
+            return move(open, data);
+        }
+    }
+
+    private DeviceInfo hidDevice(Session session) {
+        DeviceInfo chosen = device.find(session);
+        if (!chosen.isHid()) {
+            throw new IllegalStateException(
+                    chosen.label() + " is not a HID device (orvex-usb list shows the types)");
+        }
+        return chosen;
+    }
+
+    private int move(OpenDevice open, byte[] data) throws IOException {
+        Reports reports = packets == null
+                ? Reports.standard(device.timeout)
+                : new Reports(packets.size, packets.fill, device.timeout);
+        open.prepare(reports);
+        int status = data == null ? 0 : WriteCommand.tell(open.write(reports, data), data.length);
+        if (work.read > 0) {
+            output.show(open.read(reports, work.read));
+        }
+        return status;
+    }
+}

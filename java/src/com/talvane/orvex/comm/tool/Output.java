@@ -1,0 +1,28 @@
+package com.talvane.orvex.comm.tool;
+
+import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import picocli.CommandLine.Option;
+
+/** Where bytes from a device go. */
+final class Output {
+    @Option(
+            names = {"-o", "--output"},
+            paramLabel = "FILE",
+            description = "Write the bytes to this file, - for standard output, instead of a hex dump.")
+    private String file;
+
+    void show(Transfer got) throws IOException {
+        if (file == null) {
+            Text.hexDump(got.data()).forEach(System.out::println);
+        } else if (file.equals("-")) {
+            System.out.write(got.data());
+            System.out.flush();
+        } else {
+            Files.write(Path.of(file), got.data());
+        }
+        System.err.println("Read " + got.took());
+    }
+}
