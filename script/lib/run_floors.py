@@ -29,7 +29,7 @@ BUILD_DEADLINE = 900  # seconds, as all deadlines here
 UNIT_DEADLINE = 900
 ONE_UNIT_TEST_DEADLINE = 120  # where a test has none of its own
 JAVA_DEADLINE = 420
-SYSTEM_DEADLINE = 480
+SYSTEM_DEADLINE = 600
 
 SANITIZERS = {
     "ASAN_OPTIONS": "halt_on_error=1:detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1",
@@ -183,13 +183,13 @@ def build_release(folder, *targets):
     demand(["cmake", "--build", "--preset", "release", "--target", *targets], folder / "build.log", BUILD_DEADLINE)
 
 
-def junit(reports, jvm=(), launcher=()):
+def junit(reports, jvm=(), launcher=(), library=LIBRARY):
     """The command that runs the JUnit suite."""
     return [
         "java",
         *STEADY_JVM,
         *jvm,
-        f"-Dorvex.usb.library={LIBRARY}",
+        f"-Dorvex.usb.library={library}",
         "-cp",
         f"{JUNIT}:{TESTS_JAR}",
         "org.junit.platform.console.ConsoleLauncher",
@@ -209,23 +209,37 @@ def exports(folder):
     return Case("exports", "passed" if status == 0 else "failed", tail(read(log)))
 
 
-def java_simulated():
-    """The JUnit suite in a JVM that checks its native calls, over the drop-in libusb; the exports of the library."""
-    folder = RESULTS / "java"
-    build_release(folder, "orvex_java_tests")
-    reports, log = folder / "reports", folder / "junit.log"
+def on_simulated_bus(folder, suite, log):
+    """The cases of a JUnit suite in a JVM that checks its native calls, over the drop-in libraries."""
     with tempfile.TemporaryDirectory() as scratch:
         environment = {
             "LD_LIBRARY_PATH": str(RELEASE / "sim/lib"),
             "SIMBUS_SCENARIO": str(SCENARIO),
             "SIMBUS_SOCKET": f"{scratch}/simbus",
         }
-        status = execute(junit(reports, ["-Xcheck:jni"]), log, JAVA_DEADLINE, environment)
-    cases = [*cases_of(reports.glob("TEST-*.xml"), log, status), exports(folder)]
+        status = execute(suite, log, JAVA_DEADLINE, environment)
+    cases = cases_of((folder / "reports").glob("TEST-*.xml"), log, status)
     complaints = [found.group() for found in JNI_COMPLAINTS.finditer(read(log))]
     if complaints:
         cases.append(Case("-Xcheck:jni is silent", "failed", "\n".join(complaints[:10]) + f"\nsee {log}"))
     return cases
+
+
+def java_simulated():
+    """The JUnit suite on what is shipped, and what that exports."""
+    folder = RESULTS / "java"
+    build_release(folder, "orvex_java_tests")
+    suite = junit(folder / "reports", ["-Xcheck:jni"])
+    return [*on_simulated_bus(folder, suite, folder / "junit.log"), exports(folder)]
+
+
+def java_macos_side():
+    """What depends on the HID interface, on the library with the macOS side, over stand-ins for the system's."""
+    folder = RESULTS / "java-macos"
+    build_release(folder, "orvex_java_tests", "USBAccessLink_macos")
+    library = RELEASE / "macos" / LIBRARY.name
+    suite = junit(folder / "reports", ["-Xcheck:jni"], ["--include-classname=.*Hid.*Test"], library)
+    return on_simulated_bus(folder, suite, folder / "junit.log")
 
 
 def in_machine(deadline, shared, *command, scenario=SCENARIO):
@@ -275,7 +289,7 @@ def round_trips():
 
 FLOORS = {
     "unit": [("house", house), *((preset, lambda preset=preset: unit(preset)) for preset in ("asan", "tsan"))],
-    "java": [("release", java_simulated)],
+    "java": [("release", java_simulated), ("macOS side", java_macos_side)],
     "system": [("kernel bus", system_selftest), ("round trips", round_trips), ("java on kernel", java_on_kernel)],
 }
 

@@ -18,9 +18,9 @@
     }
 
 struct hid_device_ {
-    explicit hid_device_(const sim::HidInterface& interface) : opening(sim::UsbHid::of(interface)) {}
-    sim::HidOpening opening;
+    std::unique_ptr<sim::HidOpening> opening;
     bool blocking = true;
+    bool hasReport = false;  // the last read gave one, which the program has got when it reads again
 };
 
 namespace {
@@ -75,7 +75,12 @@ bool matches(const sim::HidInterface& interface, unsigned short vendorId, unsign
 int readReport(hid_device* device, unsigned char* data, size_t length, int milliseconds) {
     const auto timeout =
         milliseconds < 0 ? std::nullopt : std::make_optional(std::chrono::milliseconds(milliseconds));
-    return device->opening.read(data, length, timeout);
+    if (device->hasReport) {
+        sim::countReportTaken();
+    }
+    const int count = device->opening->read(data, length, timeout);
+    device->hasReport = count > 0;
+    return count;
 }
 
 }  // namespace
@@ -119,8 +124,12 @@ hid_device* hid_open_path(const char* path) {
     SIM_ENTER("hid_open_path", nullptr)
     for (const sim::HidInterface& interface : sim::findHidInterfaces()) {
         if (pathOf(interface) == path) {
+            auto opening = sim::openHid(interface);
+            if (opening == nullptr) {
+                return nullptr;
+            }
             simbus::Bus::instance().addToTally(kOpenDevices, 1);
-            return new hid_device_(interface);
+            return new hid_device_{std::move(opening)};
         }
     }
     return nullptr;
@@ -140,7 +149,7 @@ int hid_write(hid_device* device, const unsigned char* data, size_t length) {
     }
     // The report number 0 says that there is none; it is not sent, but counted.
     const size_t unnumbered = data[0] == 0 ? 1 : 0;
-    const int sent = device->opening.write(data + unnumbered, length - unnumbered);
+    const int sent = device->opening->write(data + unnumbered, length - unnumbered);
     return sent < 0 ? -1 : sent + static_cast<int>(unnumbered);
 }
 

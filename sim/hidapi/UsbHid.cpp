@@ -74,6 +74,16 @@ std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::ui
     return result;
 }
 
+std::unique_ptr<HidOpening> openHid(const HidInterface& interface) {
+    static simbus::CallPoint callPoint("hid open");
+    return callPoint.enter() ? nullptr : std::make_unique<HidOpening>(UsbHid::of(interface));
+}
+
+void countReportTaken() {
+    static simbus::CallPoint callPoint("hid report taken");
+    callPoint.enter();
+}
+
 HidOpening::HidOpening(std::shared_ptr<UsbHid> driver) : driver_(std::move(driver)) {
     driver_->add(*this);
 }
@@ -106,6 +116,10 @@ int HidOpening::read(std::uint8_t* data, std::size_t length,
 }
 
 int HidOpening::write(const std::uint8_t* data, std::size_t length) {
+    static simbus::CallPoint callPoint("hid write");
+    if (callPoint.enter()) {
+        return -1;
+    }
     const HidInterface& to = interface();
     simbus::Bytes report(data, data + length);
     simbus::Transfer transfer;
@@ -157,7 +171,10 @@ void UsbHid::dropOldReports() const {
     transfer.endpoint = interface_.at.inEndpoint;
     transfer.data = report.data();
     transfer.length = report.size();
-    while (runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0))) {
+    constexpr int kMostDropped = 4096;  // a source has no end
+    for (int dropped = 0; dropped < kMostDropped &&
+                          runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0));
+         ++dropped) {
     }
 }
 

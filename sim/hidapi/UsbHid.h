@@ -30,6 +30,12 @@ std::vector<HidInterface> findHidInterfaces();
 std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index);
 
 class UsbHid;
+class HidOpening;
+
+// What a HID driver does is counted and can be made to fail under these names, whichever front asks for it:
+// "hid open", "hid write", and "hid report taken" for each input report that the program has got.
+std::unique_ptr<HidOpening> openHid(const HidInterface& interface);  // null when it is to fail
+void countReportTaken();
 
 // One opening of a HID interface. Not to be used by two threads at once.
 class HidOpening {

@@ -93,6 +93,7 @@ struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceOb
             std::memcpy(buffer, report.data(), count);
             callback(context, kIOReturnSuccess, handle(), kIOHIDReportTypeInput, 0, buffer,
                      static_cast<CFIndex>(count));
+            countReportTaken();
         }
     }
 
@@ -115,8 +116,8 @@ IOReturn openHid(void* self, IOOptionBits) {
         return *fault;
     }
     auto& object = HidInterfaceObject::of(self);
-    object.opening = std::make_unique<HidOpening>(UsbHid::of(object.interface));
-    return kIOReturnSuccess;
+    object.opening = openHid(object.interface);
+    return object.opening == nullptr ? kIOReturnError : kIOReturnSuccess;
 }
 
 IOReturn closeHid(void* self, IOOptionBits) {
