@@ -73,7 +73,13 @@ package com.talvane.orvex.comm;
  *
  * <p>HID devices (type letter {@code h} in the information line) are driven through the operating system's HID
  * service: interrupt transfers only, in whole reports. Bulk and control transfers, cancel and reset on them answer
- * -120. A read on them counts a time-out of 0 or less as run out, and polls while it waits.
+ * -120. From open to close the library collects the device's reports, about 64,000 bytes of them; when there is no more
+ * room the oldest is dropped, and what was not read before a close is there after the next open. A read counts a
+ * time-out of 0 or less as run out. <b>While it waits it keeps a processor core busy</b>, and a cancel does not end it:
+ * read with short time-outs. Reports are 64 bytes long, or as long as the calls with a packet size say; a device of
+ * vendor 0x6A5D starts with 512, until the first call without a packet size. What comes from the device has the length
+ * that was set when it was opened: to change the length, make a call with the new one, close and open again. Close
+ * HID devices before their list is released: the release does not close them.
  *
  * <h2>Buffers</h2>
  *
