@@ -39,6 +39,15 @@ wchar_t* copyOf(const std::optional<std::wstring>& text) {
     return wcsdup(text.value_or(L"").c_str());
 }
 
+// The kernel's HID driver has 64 bytes for a serial number, the last one a NUL.
+std::optional<std::wstring> asTheKernelKeepsIt(std::optional<std::wstring> serial) {
+    constexpr std::size_t kMostCharacters = 63;
+    if (serial && serial->size() > kMostCharacters) {
+        serial->resize(kMostCharacters);
+    }
+    return serial;
+}
+
 std::uint16_t wordAt(const simbus::Bytes& bytes, std::size_t at) {
     return at + 1 < bytes.size() ? static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8)
                                  : std::uint16_t{0};
@@ -58,7 +67,7 @@ hid_device_info* describe(const sim::HidInterface& interface) {
     info->release_number = wordAt(descriptor, 12);
     info->manufacturer_string = copyOf(sim::readString(device, byteAt(descriptor, 14)));
     info->product_string = copyOf(sim::readString(device, byteAt(descriptor, 15)));
-    info->serial_number = copyOf(sim::readString(device, byteAt(descriptor, 16)));
+    info->serial_number = copyOf(asTheKernelKeepsIt(sim::readString(device, byteAt(descriptor, 16))));
     info->usage_page = 0xFF00;
     info->usage = 1;
     info->interface_number = interface.at.number;

@@ -103,7 +103,7 @@ const HidDeviceOperations& FakeHid::table() {
             g_fake->asked_ = idsText(vendorId, productId) + " " + std::to_string(size);
             const auto count = std::min(g_fake->configuration.size(), static_cast<size_t>(size));
             std::copy_n(g_fake->configuration.begin(), count, buffer);
-            return g_fake->configuration.empty() ? -131 : static_cast<int32_t>(count);
+            return g_fake->configuration.empty() ? g_fake->configurationFailure : static_cast<int32_t>(count);
         }};
     return operations;
 }

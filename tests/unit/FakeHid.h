@@ -29,7 +29,8 @@ class FakeHid {
     bool startsInput = true;
     std::atomic<bool> reportsStop{false};    ///< the event source says that it was stopped
     int32_t sendsBeforeFailure = INT32_MAX;  ///< output reports taken before one fails
-    std::vector<uint8_t> configuration;      ///< of readConfigDescriptor; empty: -131
+    std::vector<uint8_t> configuration;      ///< of readConfigDescriptor; empty: configurationFailure
+    int32_t configurationFailure = -131;
     /// Run at the entries of the operations, when set.
     std::function<void()> onStartInput;
     std::function<void()> onRunPeriod;

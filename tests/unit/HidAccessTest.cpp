@@ -85,6 +85,13 @@ TEST_F(HidAccess, OnlyTheMakersSecondVendorStartsWithReportsOf512Bytes) {
     EXPECT_EQ(512, access->packetSize);
     EXPECT_EQ(0, access->fillValue);
     EXPECT_EQ(512, hid.inputLength());
+    EXPECT_EQ(3, write({1, 2, 3}));
+    ASSERT_EQ(1U, hid.sent().size());
+    FakeHid::Report expected(512);
+    expected[0] = 1;
+    expected[1] = 2;
+    expected[2] = 3;
+    EXPECT_EQ(expected, hid.sent()[0]);
 }
 
 TEST_F(HidAccess, AFailedOpenOfTheSecondVendorKeepsItsSettings) {

@@ -198,6 +198,15 @@ TEST_F(HidDetection, AConfigurationThatCannotBeReadLeavesAMarkedRecordWithoutAny
     EXPECT_THAT(endpointsOf(entry.endpoints), Each(kUnusedEndpoint));
 }
 
+TEST_F(HidDetection, AConfigurationOfNoBytesLeavesTheEndpointsAsTheyWere) {
+    hid.devices = {hidDevice("tool")};
+    hid.configuration.clear();
+    hid.configurationFailure = 0;
+    const auto& entry = record(listOfTool(), 0);
+    EXPECT_EQ(0, entry.configDescriptorLength);
+    EXPECT_EQ(10, entry.endpointCount);
+}
+
 TEST_F(HidDetection, AConfigurationWithoutInterfaceLeavesTheEndpointsAsTheyWere) {
     hid.devices = {hidDevice("tool")};
     hid.configuration = configurationBytes({});

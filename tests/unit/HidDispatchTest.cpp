@@ -244,6 +244,23 @@ TEST_F(HidRecord, ADevicePulledWhileOpenIsOpenedAnew) {
                 ElementsAre("open", "start", "stop", "stopCallersLoop", "close", "open", "start"));
 }
 
+TEST_F(HidRecord, ACloseAfterTheDeviceCameBackEndsWhatWasOpen) {
+    open();
+    unplugAndUpdate("tool", list);
+    plugAndUpdate("tool", list);
+    EXPECT_TRUE(hid.isOpen());
+    EXPECT_EQ(-109, LibUSB_CloseDevice(&tool()));
+    EXPECT_FALSE(hid.isOpen());
+}
+
+TEST_F(HidRecord, OfAnEndedSessionIsNotOpened) {
+    endSession();
+    EXPECT_EQ(-107, LibUSB_OpenDevice(&tool()));
+    EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, tool().lastResult);
+    EXPECT_THAT(hid.calls(), IsEmpty());
+    isReleased = true;
+}
+
 TEST_F(HidRecord, TheReleaseOfItsListDoesNotCloseTheHidAccess) {
     open();
     HIDAccess* hidAccess = tool().pHIDAccess;
@@ -254,9 +271,8 @@ TEST_F(HidRecord, TheReleaseOfItsListDoesNotCloseTheHidAccess) {
     hid.deliver(Bytes(64, 0x55));
     EXPECT_EQ(64, hidAccess->GetIncomingData(bytes.data(), 64));
     EXPECT_EQ(-109, LibUSB_ReadInterruptPipe(&entry, 1, 64, 1000, bytes.data()));
-    EXPECT_EQ(-109, LibUSB_CloseDevice(&entry));
-    EXPECT_EQ(0, hidAccess->Close());
-    deleteHIDAccess(hidAccess);
+    EXPECT_EQ(-109, LibUSB_CloseDevice(&entry)) << "and yet it is the caller's late close";
+    EXPECT_FALSE(hid.isOpen());
 }
 
 TEST_F(HidRecord, AReadThatIsStillWaitingOutlivesCloseAndList) {

@@ -142,8 +142,6 @@ TEST_F(HidPlatform, LargeReportsGoOutAndComeBack) {
     openTool(R"({"interfaces":[{"hid":{"input":1024,"output":1024},"endpoints":[
         {"address":"0x81","type":"interrupt","interval":1},{"address":"0x01","type":"interrupt","interval":1}]}]})");
     std::vector<uint8_t> bytes(1024, 0x42);
-    EXPECT_EQ(1024, LibUSB_WriteInterruptPipeEx(tool_, 1, 1024, 10'000, bytes.data(), 1024, 0));
-    ASSERT_EQ(64, read(64)) << "the length of a report is fixed at the open";
     EXPECT_EQ(0, LibUSB_CloseDevice(tool_));
     tool_->pHIDAccess->SetPacketSize(1024);
     ASSERT_EQ(0, LibUSB_OpenDevice(tool_));
@@ -178,6 +176,30 @@ TEST_F(HidPlatform, TheDeviceIsFoundAgainByItsSerialNumber) {
 TEST_F(HidPlatform, AQuestionMarkOpensTheFirstDeviceOfTheIds) {
     startSession({hidJson("one"), hidJson("two")});
     HIDAccess* access = newHIDAccess(kVendor, 0x1001, "?", 64, 0);
+    EXPECT_EQ(0, access->Open());
+    std::vector<uint8_t> bytes(64);
+    EXPECT_EQ(64, access->Write(bytes.data(), 64, 10'000));
+    EXPECT_THAT(bus.received("one", 0x01), SizeIs(1));
+    EXPECT_EQ(0, access->Close());
+    deleteHIDAccess(access);
+}
+
+TEST_F(HidPlatform, AnIdOfZeroIsAnIdLikeOthers) {
+    startSession({hidJson("one"), hidJson("zero", R"({"productId":0})")});
+    HIDAccess* access = newHIDAccess(kVendor, 0, "?", 64, 0);
+    EXPECT_EQ(0, access->Open());
+    std::vector<uint8_t> bytes(64);
+    EXPECT_EQ(64, access->Write(bytes.data(), 64, 10'000));
+    EXPECT_THAT(bus.received("zero", 0x01), SizeIs(1));
+    EXPECT_EQ(0, access->Close());
+    deleteHIDAccess(access);
+}
+
+TEST_F(HidPlatform, ADriverThatLetsNobodyInIsNotOpenable) {
+    startSession({hidJson("one")});
+    HIDAccess* access = newHIDAccess(kVendor, 0x1001, "one", 64, 0);
+    bus.failCall("hid open", 1, -1);
+    EXPECT_EQ(-107, access->Open());
     EXPECT_EQ(0, access->Open());
     EXPECT_EQ(0, access->Close());
     deleteHIDAccess(access);

@@ -1,5 +1,6 @@
 #include "HidHandling/HidDetection.h"
 
+#include <new>
 #include <vector>
 
 #include "MacOSXUSBAccess/records/DescriptorWalk.h"
@@ -72,11 +73,19 @@ bool rebuildConfiguration(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return !walk.atZeroLength();
 }
 
+bool listDevices(std::vector<HidDeviceInfo>& devices) {
+    try {
+        return hidOperations().list(devices);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 int32_t HID_MarkHidDevicesInList(tagUSB_DEVICE_LIST* list) {
     std::vector<HidDeviceInfo> devices;
-    if (!hidOperations().list(devices)) {
+    if (!listDevices(devices)) {
         return 0;
     }
     setHidUsbContext(list->pContext);

@@ -152,11 +152,12 @@ int HIDAccess::Write(unsigned char* buffer, int size, int timeout) {
         return kNotOpen;
     }
     const int32_t reportSize = loadShared(packetSize);
+    const int32_t pad = loadShared(fillValue) & 0xFF;
     int32_t sent = 0;
     while (sent < size && reportSize > 0) {
         const int32_t share = std::min(reportSize, size - sent);
         std::memcpy(report, buffer + sent, static_cast<size_t>(share));
-        std::memset(report + share, loadShared(fillValue) & 0xFF, static_cast<size_t>(reportSize - share));
+        std::memset(report + share, pad, static_cast<size_t>(reportSize - share));
         HidDevice* device = loadShared(ppDeviceInterface);  // a close may have come between two reports
         if (device == nullptr || !hidOperations().sendReport(device, report, reportSize, timeout)) {
             return kSendFailed;

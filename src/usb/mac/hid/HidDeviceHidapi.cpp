@@ -62,7 +62,8 @@ bool listDevices(std::vector<HidDeviceInfo>& devices) {
     const HidDeviceList list = enumerate(0, 0);
     std::set<std::string> paths;  // one device is listed once for each usage that it declares
     for (const hid_device_info* each = list.get(); each != nullptr; each = each->next) {
-        if (paths.insert(each->path).second) {
+        // A device that leaves in this moment has no path any more.
+        if (each->path != nullptr && paths.insert(each->path).second) {
             devices.push_back({each->vendor_id, each->product_id, textOf(each->manufacturer_string),
                                textOf(each->product_string), textOf(each->serial_number)});
         }
@@ -70,8 +71,13 @@ bool listDevices(std::vector<HidDeviceInfo>& devices) {
     return true;
 }
 
-bool hasSerial(const hid_device_info& device, const char* wanted) {
-    return std::strcmp(wanted, "?") == 0 || textOf(device.serial_number).value_or("") == wanted;
+/// To hidapi's search an id of 0 means any.
+bool isWanted(const hid_device_info& device, uint16_t vendorId, uint16_t productId,
+              const char* serialNumber) {
+    const bool serialFits =
+        std::strcmp(serialNumber, "?") == 0 || textOf(device.serial_number).value_or("") == serialNumber;
+    return device.path != nullptr && device.vendor_id == vendorId && device.product_id == productId &&
+           serialFits;
 }
 
 void closeDevice(HidDevice* device) {
@@ -88,7 +94,7 @@ HidOpenResult openDevice(uint16_t vendorId, uint16_t productId, const char* seri
     const std::lock_guard lock(g_searchMutex);
     const HidDeviceList list = enumerate(vendorId, productId);
     const hid_device_info* found = list.get();
-    while (found != nullptr && !hasSerial(*found, serialNumber)) {
+    while (found != nullptr && !isWanted(*found, vendorId, productId, serialNumber)) {
         found = found->next;
     }
     if (found == nullptr) {
@@ -108,6 +114,8 @@ HidOpenResult openDevice(uint16_t vendorId, uint16_t productId, const char* seri
     return HidOpenResult::opened;
 }
 
+/// Reports are read into the device's own buffer: the one given is part of the ring's last slot at some
+/// packet sizes, and a report that waits there would be overwritten by the next one to come.
 bool startInput(HidDevice* device, uint8_t* /*buffer*/, int32_t length, HidReportCallback callback,
                 void* context) {
     device->reportLength = std::min(length, kLargestReport);
@@ -165,7 +173,9 @@ int32_t requestConfiguration(libusb_device* device, uint8_t* buffer, int32_t siz
         return kNotReadable;
     }
     const bool saysLength = received >= kTotalLengthEnd;
-    return saysLength ? std::min(received, buffer[2] | buffer[3] << 8) : received;
+    const int count = saysLength ? std::min(received, buffer[2] | buffer[3] << 8) : received;
+    std::memset(buffer + count, 0, static_cast<size_t>(received - count));
+    return count;
 }
 
 int32_t readConfigDescriptor(uint16_t vendorId, uint16_t productId, uint8_t* buffer, int32_t size) {

@@ -39,20 +39,22 @@ using HidReportCallback = void (*)(void* context, const uint8_t* report, int32_t
 
 struct HidDeviceOperations {
     /// Fills `devices` with every HID device present, in the platform's order. False when the platform could
-    /// not be asked. Called during list creation, on the caller's thread.
+    /// not be asked; no record is marked then. Called during list creation, on the caller's thread.
     bool (*list)(std::vector<HidDeviceInfo>& devices);
 
     /// Opens the first device with these ids and this serial number; "?" stands for any serial number, an
-    /// empty text for an empty one. On `opened`, `*device` is the caller's to close; else it is null.
+    /// empty text for an empty one. On `opened`, `*device` is the caller's to close; else it is null,
+    /// and the object stays closed with -131 (notFound) or -107 (notOpenable). On the caller's thread.
     HidOpenResult (*open)(uint16_t vendorId, uint16_t productId, const char* serialNumber,
                           HidDevice** device);
 
     /// Closes and frees the device; also one that was unplugged.
     void (*close)(HidDevice* device);
 
-    /// Lets the calling thread, the device's read thread, receive input reports: each is put into `buffer`
-    /// (`length` bytes, owned by the caller until stopInput) and announced through `callback` on this same
-    /// thread, during runPeriod. False when the device does not take it; then the thread ends at once.
+    /// Lets the calling thread, the device's read thread, receive input reports of at most `length` bytes:
+    /// each is handed to `callback` on this same thread, during runPeriod. A platform that wants a buffer of
+    /// the caller's to put them in has `buffer` (`length` bytes, until stopInput). False when the device does
+    /// not take it; then the thread ends at once.
     bool (*startInput)(HidDevice* device, uint8_t* buffer, int32_t length, HidReportCallback callback,
                        void* context);
 
@@ -67,14 +69,16 @@ struct HidDeviceOperations {
     /// Stops the event loop of the calling thread (not of the read thread), where the platform has one.
     void (*stopCallersLoop)();
 
-    /// Sends one output report of `length` bytes, report id 0, within about `timeoutMs` milliseconds. False
-    /// on failure, also for a device that was unplugged.
+    /// Sends one output report of `length` bytes, report id 0, within about `timeoutMs` milliseconds where
+    /// the platform can bound it. False on failure, also for a device that was unplugged; the write ends with
+    /// -112 then. On the caller's thread, beside the read thread.
     bool (*sendReport)(HidDevice* device, const uint8_t* report, int32_t length, int32_t timeoutMs);
 
     /// Copies the first configuration descriptor of the first USB device with these ids, whatever its serial
     /// number, to `buffer`: the lesser of its total length and `size` bytes. No HID interface is opened for
     /// it. A platform that reads it through libusb does so in hidUsbContext. Called during list creation, on
-    /// the caller's thread. Returns the bytes copied, or -131.
+    /// the caller's thread. Returns the bytes copied, or -131: the record is a HID device without a
+    /// configuration then.
     int32_t (*readConfigDescriptor)(uint16_t vendorId, uint16_t productId, uint8_t* buffer, int32_t size);
 };
 

@@ -65,10 +65,6 @@ int selectConfiguration(libusb_device_handle* handle) {
 
 /// The way from a libusb device to an open record: handle, configuration, interface, transfer records.
 int32_t openThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    if (loadShared(entry.pDeviceList->pContext) == nullptr) {  // its session has ended
-        storeShared(entry.lastResult, LIBUSB_ERROR_NO_DEVICE);
-        return kOpenFailed;
-    }
     // A device that was pulled while open comes back as another one: its old handle and transfers are still
     // here.
     if (!discardOpenState(entry)) {
@@ -117,6 +113,10 @@ int32_t LibUSB_OpenDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         return result;
     }
     entry->kernelDriverDetached = 0;
+    if (loadShared(entry->pDeviceList->pContext) == nullptr) {  // its session has ended
+        storeShared(entry->lastResult, LIBUSB_ERROR_NO_DEVICE);
+        return kOpenFailed;
+    }
     if (entry->isHid == 1) {
         HID_CloseDevice(entry);  // what a device that was pulled while open has left
         // The record counts as open whatever this answers: meant. Its reads then time out.
@@ -135,6 +135,9 @@ int32_t LibUSB_OpenDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
 int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     privateSide(*entry).heldByCaller = false;
     if (loadShared(entry->isOpen) == 0) {
+        if (entry->isHid == 1) {
+            HID_CloseDevice(entry);  // still open when its device came back or its list was released
+        }
         deleteIfKeptAside(*entry);
         return kNotOpen;
     }

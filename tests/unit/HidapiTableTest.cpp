@@ -1,0 +1,72 @@
+// The Linux side, call by call: what each failure of hidapi gives, and that nothing is left behind.
+#include <gmock/gmock.h>
+
+#include "HidPlatformTest.h"
+#include "hid/HIDAccess.h"
+#include "hid/HidDeviceOperations.h"
+
+namespace {
+
+class HidapiTable : public HidPlatformTest {};
+
+TEST_F(HidapiTable, WithoutHidapiThereIsNoList) {
+    startSession({hidJson("one")});
+    std::vector<HidDeviceInfo> devices;
+    bus.failCall("hid_init", 1, -1);
+    EXPECT_FALSE(hidOperations().list(devices));
+    EXPECT_TRUE(hidOperations().list(devices));
+    EXPECT_EQ(1U, devices.size());
+}
+
+TEST_F(HidapiTable, ASerialNumberThatTheKernelCutsIsNeverMarked) {
+    startSession({hidJson("short", R"({"serial":")" + std::string(63, 's') + "\"}"),
+                  hidJson("long", R"({"serial":")" + std::string(64, 'l') + "\"}")});
+    const uint32_t list = createList({kVendor});
+    EXPECT_EQ(1, recordNamed(list, std::string(63, 's')).isHid);
+    EXPECT_EQ(0, recordNamed(list, std::string(64, 'l')).isHid);
+}
+
+TEST_F(HidapiTable, EachFailureOfAnOpenHasItsAnswer) {
+    startSession({hidJson("one")});
+    HIDAccess* access = newHIDAccess(kVendor, 0x1001, "one", 64, 0);
+    bus.failCall("hid_enumerate", 1, -1);
+    EXPECT_EQ(-131, access->Open());
+    bus.failCall("hid_open_path", 1, -1);
+    EXPECT_EQ(-107, access->Open());
+    bus.failCall("hid_open_path", 2, -1);
+    EXPECT_EQ(-107, access->Open()) << "it can be read and not written";
+    EXPECT_EQ(0, bus.tally("hid devices open"));
+    EXPECT_EQ(0, access->Open());
+    EXPECT_EQ(0, access->Close());
+    deleteHIDAccess(access);
+}
+
+TEST_F(HidapiTable, EachFailureOfAConfigurationReadIsNotReadable) {
+    startSession({hidJson("one")});
+    createList({kVendor});
+    HIDAccess* access = newHIDAccess(kVendor, 0x1001, "one", 64, 0);
+    uint8_t buffer[64];
+    EXPECT_EQ(-131, access->GetConfigDescriptorBuffer(buffer, 64)) << "no context";
+    setHidUsbContext(context);
+    for (const char* function : {"libusb_get_device_list", "libusb_open", "libusb_control_transfer"}) {
+        bus.failCall(function, 1, -1);
+        EXPECT_EQ(-131, access->GetConfigDescriptorBuffer(buffer, 64)) << function;
+    }
+    EXPECT_EQ(41, access->GetConfigDescriptorBuffer(buffer, 64));
+    setHidUsbContext(nullptr);
+    deleteHIDAccess(access);
+}
+
+TEST_F(HidapiTable, BytesBehindAShortenedConfigurationAreZero) {
+    startSession({hidJson("one", R"({"control":[{"requestType":"0x80","request":6,"value":"0x0200",
+        "reply":"09020C00010100803209040000000300"}]})")});
+    createList({kVendor});
+    uint8_t buffer[64];
+    setHidUsbContext(context);
+    EXPECT_EQ(12, hidOperations().readConfigDescriptor(kVendor, 0x1001, buffer, 64));
+    setHidUsbContext(nullptr);
+    EXPECT_EQ(0, buffer[12]);
+    EXPECT_EQ(0, buffer[14]);
+}
+
+}  // namespace
