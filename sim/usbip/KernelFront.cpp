@@ -27,6 +27,7 @@ KernelFront::KernelFront() {
     for (const DeviceInfoPtr& device : bus.devices()) {
         attach(*device);
     }
+    waitUntilAllAreConfigured();
 }
 
 void KernelFront::close() {
@@ -55,6 +56,15 @@ void KernelFront::attach(const DeviceInfo& device) {
     const int port = attachToFreePort(*kernelEnd, device.speed, device.connection);
     attached_[device.connection] = {device.id, port, link};
     std::thread([link] { link->serve(); }).detach();
+}
+
+void KernelFront::waitUntilAllAreConfigured() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& [connection, attached] : attached_) {
+        if (!waitUntilConfigured(attached.port)) {
+            std::cerr << attached.id << ": the kernel has not configured it" << std::endl;
+        }
+    }
 }
 
 void KernelFront::detach(ConnectionId connection) {

@@ -15,7 +15,9 @@ namespace simbus::usbip {
 // the process, for the bus may tell it of devices until the end.
 class KernelFront {
  public:
-    // Attaches what is plugged in already. Throws std::runtime_error when the kernel takes no devices.
+    // Attaches what is plugged in already and waits until the kernel has configured it; a device that the
+    // kernel does not configure is told on standard error. Throws std::runtime_error when the kernel takes no
+    // devices.
     KernelFront();
     KernelFront(const KernelFront&) = delete;
     KernelFront& operator=(const KernelFront&) = delete;
@@ -32,6 +34,7 @@ class KernelFront {
 
     void attach(const DeviceInfo& device);
     void detach(ConnectionId connection);
+    void waitUntilAllAreConfigured();
 
     std::mutex mutex_;
     std::map<ConnectionId, Attached> attached_;

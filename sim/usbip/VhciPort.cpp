@@ -13,12 +13,13 @@ namespace {
 
 const std::string controller = "/sys/devices/platform/vhci_hcd.0/";
 constexpr int stateFree = 4;
-constexpr std::chrono::seconds freeDeadline{10};
+constexpr std::chrono::seconds deadline{10};
 
 struct Port {
     std::string hub;  // "hs" or "ss"
     int number = 0;
     int state = 0;
+    std::string device;  // its name in sysfs; "0-0" before the kernel has given it an address
 };
 
 // The kernel's numbers for speeds.
@@ -35,7 +36,8 @@ int kernelSpeed(Speed speed) {
 }
 
 // Status files are "status", "status.1", ...: one per group of ports, a heading line, then a line for each
-// port that starts with hub, number and state. The numbers are decimal although they begin with zeros.
+// port: hub, number, state, speed, device id, socket, device. The numbers are decimal although they begin
+// with zeros.
 bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
     for (int group = 0;; ++group) {
         std::ifstream file(controller + (group == 0 ? "status" : "status." + std::to_string(group)));
@@ -46,11 +48,31 @@ bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
         std::getline(file, line);
         while (std::getline(file, line)) {
             std::istringstream fields(line);
-            if (fields >> found.hub >> found.number >> found.state && wanted(found)) {
+            std::string speed, id, socket;
+            if (fields >> found.hub >> found.number >> found.state >> speed >> id >> socket >> found.device &&
+                wanted(found)) {
                 return true;
             }
         }
     }
+}
+
+// The kernel has no events for what is waited for here.
+bool waitUntil(const std::function<bool()>& reached) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!reached()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+bool isConfigured(const std::string& device) {
+    int configuration = 0;
+    std::ifstream file("/sys/bus/usb/devices/" + device + "/bConfigurationValue");
+    return file >> configuration && configuration != 0;
 }
 
 }  // namespace
@@ -69,18 +91,20 @@ int attachToFreePort(int socket, Speed speed, ConnectionId connection) {
     return port.number;
 }
 
-bool waitUntilFree(int number) {
-    const auto deadline = std::chrono::steady_clock::now() + freeDeadline;
+bool waitUntilConfigured(int number) {
     Port port;
-    while (
-        !findPort([&](const Port& each) { return each.number == number && each.state == stateFree; }, port)) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        // The kernel has no event for it.
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    return waitUntil([&] {
+        return findPort([&](const Port& each) { return each.number == number; }, port) &&
+               isConfigured(port.device);
+    });
+}
+
+bool waitUntilFree(int number) {
+    Port port;
+    return waitUntil([&] {
+        return findPort([&](const Port& each) { return each.number == number && each.state == stateFree; },
+                        port);
+    });
 }
 
 }  // namespace simbus::usbip

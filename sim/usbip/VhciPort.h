@@ -12,9 +12,7 @@ int attachToFreePort(int socket, Speed speed, ConnectionId connection);
 // Waits until the kernel has let go of the port. False when it does not within some seconds.
 bool waitUntilFree(int port);
 
-// Waits until the kernel has configured the device at the port, and puts it into the wanted configuration (0
-// for none) if the kernel chose another. Returns at once when another device, or none, is at the port. False
-// when the kernel does not do it within some seconds.
-bool configure(int port, ConnectionId connection, std::uint8_t wanted);
+// Waits until the kernel has configured the device at the port. False when it does not within some seconds.
+bool waitUntilConfigured(int port);
 
 }  // namespace simbus::usbip

@@ -26,7 +26,7 @@ constexpr char usage[] =
     "\n"
     "  --scenario FILE    the devices (default: environment variable SIMBUS_SCENARIO)\n"
     "  --control SOCKET   where the control socket is made (default: environment variable SIMBUS_SOCKET)\n"
-    "  --ready-file FILE  made when all devices that are plugged in from the start are attached\n";
+    "  --ready-file FILE  made when all devices that are plugged in from the start are configured\n";
 
 sem_t stopRequested;
 
