@@ -1,4 +1,4 @@
-"""Runs a command over all files of one kind: usage over_files.py ROOT cpp|shell COMMAND...
+"""Runs a command over all files of one kind: usage over_files.py ROOT cpp|shell|yaml COMMAND...
 
 Exit status: that of the command; 77, with the reason, when the command is not installed.
 """
@@ -19,13 +19,19 @@ def is_shell(file):
     return start.startswith(b"#!") and start.split()[-1].rpartition(b"/")[2] in (b"sh", b"bash")
 
 
+def is_yaml(file):
+    return file.suffix in (".yml", ".yaml")
+
+
 def main(root, kind, *command):
     if shutil.which(command[0]) is None:
         print(f"{command[0]} is not installed")
         return 77
-    files = cpp_files(root, "src", "sim", "tests") if kind == "cpp" else listed_files(root)
-    if kind == "shell":
-        files = [path for path in files if is_shell(root / path)]
+    if kind == "cpp":
+        files = cpp_files(root, "src", "sim", "tests")
+    else:
+        is_kind = is_shell if kind == "shell" else is_yaml
+        files = [path for path in listed_files(root) if is_kind(root / path)]
     print(f"{len(files)} files")
     if not files:
         return 1

@@ -35,8 +35,8 @@ FakeHid::~FakeHid() {
 
 const HidDeviceOperations& FakeHid::table() {
     static const HidDeviceOperations operations = {
-        [](std::vector<HidDeviceInfo>& devices) {
-            devices = g_fake->devices;
+        [](std::vector<HidDeviceInfo>& found) {
+            found = g_fake->devices;
             return g_fake->lists;
         },
         [](uint16_t vendorId, uint16_t productId, const char* serialNumber, HidDevice** device) {

@@ -5,6 +5,7 @@
 
 #include "BackgroundCall.h"
 #include "FakeClock.h"
+#include "FakeMemory.h"
 #include "HidTest.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
 #include "UsbTest.h"
@@ -182,6 +183,16 @@ TEST_F(HidReports, ReadWaitsForReportsThatAreStillToCome) {
     hid.deliver(counting(64, 64));
     EXPECT_EQ(128, reading.result());
     EXPECT_EQ(counting(128), bytes);
+}
+
+TEST_F(HidReports, ReadAllocatesNothing) {
+    open();
+    hid.deliverNumber(1, 64);
+    Bytes buffer(64);
+    const FailingAllocation first(FailingAllocation::kAnySize);
+    EXPECT_EQ(64, access->Read(buffer.data(), 64, 10'000));
+    EXPECT_EQ(-150, access->Read(buffer.data(), 64, 1));
+    EXPECT_FALSE(FailingAllocation::happened());
 }
 
 TEST_F(HidReports, ReadThatGetsTooLittleTimesOutAndKeepsWhatItCopied) {

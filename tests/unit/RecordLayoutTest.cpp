@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 
 #include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "hid/HIDAccess.h"
 
 namespace {
 
@@ -74,4 +76,13 @@ TEST(RecordLayout, OfATransfer) {
     EXPECT_EQ(static_cast<const void*>(&transfer), &transfer.pTransfer);
     expectInOrder({&transfer.pTransfer, &transfer.isPending, &transfer.status, &transfer.length,
                    &transfer.actualLength});
+}
+
+TEST(RecordLayout, OfAHidDevice) {
+    const auto access = std::make_unique<HIDAccessRecord>();
+    const HIDAccess& hid = *access;
+    EXPECT_EQ(static_cast<const void*>(&hid), &hid.idVendor);
+    expectInOrder({&hid.idVendor, &hid.idProduct, &hid.sSerialNumber, &hid.ppDeviceInterface, &hid.ringBuffer,
+                   &hid.reportBuffer, &hid.writeIndex, &hid.readIndex, &hid.spare, &hid.threadState,
+                   &hid.packetSize, &hid.fillValue, &hid.mutex, &hid.readThread});
 }

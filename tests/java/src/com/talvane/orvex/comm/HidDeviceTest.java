@@ -116,7 +116,7 @@ class HidDeviceTest extends HidTest {
     }
 
     @Test
-    void aDeviceThatComesWhileOthersAreListedIsAHidDevice() {
+    void aHidDeviceThatComesWhileOthersAreListedIsAddedWithItsSerialNumber() {
         int list = sessionWithList();
         int before = usb.usbGetDeviceListCount(list);
         bus.plug(ID);
