@@ -45,6 +45,11 @@ record DeviceInfo(
         return type == 'h';
     }
 
+    /** Whether the library could not open it to read its texts. */
+    boolean isUnopenable() {
+        return manufacturer.startsWith("<cannot_open>");
+    }
+
     String typeText() {
         return switch (type) {
             case 'h' -> "HID";

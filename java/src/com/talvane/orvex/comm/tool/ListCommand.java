@@ -45,5 +45,13 @@ final class ListCommand implements Runnable {
                     Text.printable(d.product())));
         }
         Text.table(rows).forEach(System.out::println);
+        devices.stream().filter(DeviceInfo::isUnopenable).findFirst().ifPresent(ListCommand::explain);
+    }
+
+    private static void explain(DeviceInfo device) {
+        System.err.printf("""
+                %s: no permission, or on its way in or out. On Linux a udev rule gives permission:
+                SUBSYSTEM=="usb", ATTR{idVendor}=="%04x", TAG+="uaccess"
+                """, Text.printable(device.manufacturer()), device.vendorId());
     }
 }

@@ -20,6 +20,7 @@ final class ChildPrograms {
             case "fresh" -> fresh(usb);
             case "session" -> session(usb);
             case "leaveOpen" -> openBench(usb);
+            case "openUnopenable" -> openUnopenable(usb);
             case "leaveReading" -> leaveReading(usb);
             default -> throw new IllegalArgumentException(args[0]);
         }
@@ -67,6 +68,19 @@ final class ChildPrograms {
         }
         say("open", device.open());
         return device;
+    }
+
+    /** Opens the device that the list could not open. */
+    private static void openUnopenable(ORVEXCommUSBAccess usb) {
+        usb.usbInitialize();
+        int list = usb.usbCreateDeviceList2(0, VENDORS);
+        Device device = new Device(usb, list, 0);
+        while (!device.field(5).startsWith("<cannot_open>")) {
+            device = new Device(usb, list, device.index() + 1);
+        }
+        say("open", device.open());
+        usb.usbReleaseDeviceList(list);
+        usb.usbRelease(0);
     }
 
     /** Ends while a read waits at the device. */

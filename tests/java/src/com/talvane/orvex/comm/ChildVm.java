@@ -17,6 +17,7 @@ final class ChildVm {
 
     private final List<String> options = new ArrayList<>(
             List.of("-Xcheck:jni", "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Xmx128m"));
+    private final List<String> prefix = new ArrayList<>();
     private final ProcessBuilder builder = new ProcessBuilder();
 
     /** How a program ended, and what it wrote. */
@@ -47,6 +48,12 @@ final class ChildVm {
 
     ChildVm without(String property) {
         options.removeIf(option -> option.startsWith("-D" + property + "="));
+        return this;
+    }
+
+    /** Started by this command, which gets the rest as its arguments. */
+    ChildVm under(String... command) {
+        prefix.addAll(List.of(command));
         return this;
     }
 
@@ -104,7 +111,8 @@ final class ChildVm {
     }
 
     private List<String> java(String mainClass, String... arguments) {
-        List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java"));
+        List<String> command = new ArrayList<>(prefix);
+        command.add(System.getProperty("java.home") + "/bin/java");
         command.addAll(options);
         command.addAll(List.of("-cp", ownJar(), mainClass));
         command.addAll(List.of(arguments));

@@ -57,6 +57,15 @@ class ToolTest extends UsbTest {
     }
 
     @Test
+    @Tag("memory")
+    void listTellsWhyADeviceMayNotHaveBeenOpened() {
+        bus.failNext("libusb_open", -3);
+        ToolRun run = good("list");
+        assertTrue(run.out().contains("<cannot_open>6A5"), run.out());
+        assertTrue(run.err().contains("TAG+=\"uaccess\""), run.err());
+    }
+
+    @Test
     void listShowsTheDevicesOfChosenVendors() {
         assertEquals(
                 "1:=1209:=0001:=0100:=Somebody:=Other Thing:=OTHER004:=x:=b:=0:=0:=end\n",

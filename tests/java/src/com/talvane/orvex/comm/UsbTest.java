@@ -22,7 +22,7 @@ import org.junit.jupiter.api.Timeout.ThreadMode;
  * been wrong in the library's calls of libusb.
  *
  * <p>Tests with the tag "memory" make libusb fail or count its calls, which only the bus in memory can do, or would
- * take long on an emulated machine and show nothing new there.
+ * take long on an emulated machine and show nothing new there. Those with the tag "kernel" need one.
  */
 @Timeout(value = 300, threadMode = ThreadMode.SEPARATE_THREAD)
 abstract class UsbTest {
