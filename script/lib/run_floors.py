@@ -33,7 +33,7 @@ BUILD_DEADLINE = 900  # seconds, as all deadlines here
 UNIT_DEADLINE = 900
 ONE_UNIT_TEST_DEADLINE = 120  # where a test has none of its own
 JAVA_DEADLINE = 420
-SYSTEM_DEADLINE = 600
+SYSTEM_DEADLINE = 900
 
 SANITIZERS = {
     # The leak check is not there on every macOS.
@@ -204,10 +204,10 @@ def build_release(folder, *targets):
         demand(["cmake", "--build", "--preset", "release", "--target", *targets], folder / "build.log", BUILD_DEADLINE)
 
 
-def junit(reports, jvm=(), launcher=(), library=LIBRARY):
+def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java"):
     """The command that runs the JUnit suite."""
     return [
-        "java",
+        java,
         *STEADY_JVM,
         *jvm,
         f"-Dorvex.usb.library={library}",
@@ -230,15 +230,15 @@ def exports(folder):
     return Case("exports", "passed" if status == 0 else "failed", tail(read(log)))
 
 
-def on_simulated_bus(folder, suite, log):
-    """The cases of a JUnit suite in a JVM that checks its native calls, over the drop-in libraries."""
+def on_simulated_bus(folder, suite, log, build=RELEASE, environment=None):
+    """The cases of a JUnit suite in a JVM that checks its native calls, over the drop-in libraries of a build."""
     with tempfile.TemporaryDirectory() as scratch:
-        environment = {
-            "DYLD_LIBRARY_PATH" if MACOS else "LD_LIBRARY_PATH": str(RELEASE / "sim/lib"),
+        bus = {
+            "DYLD_LIBRARY_PATH" if MACOS else "LD_LIBRARY_PATH": str(build / "sim/lib"),
             "SIMBUS_SCENARIO": str(SCENARIO),
             "SIMBUS_SOCKET": f"{scratch}/simbus",
         }
-        status = execute(suite, log, JAVA_DEADLINE, environment)
+        status = execute(suite, log, JAVA_DEADLINE, {**bus, **(environment or {})})
     cases = cases_of((folder / "reports").glob("TEST-*.xml"), log, status)
     complaints = [found.group() for found in JNI_COMPLAINTS.finditer(read(log))]
     if complaints:
@@ -264,6 +264,46 @@ def java_macos_side():
     return on_simulated_bus(folder, suite, folder / "junit.log")
 
 
+def java_asan():
+    """The suite on the library as the address sanitizer watches it, in a virtual machine that has the sanitizer."""
+    folder = RESULTS / "java-asan"
+    build_release(folder, "orvex_java_tests")
+    demand(["cmake", "--preset", "asan"], folder / "build.log", BUILD_DEADLINE)
+    demand(["cmake", "--build", "--preset", "asan", "--target", "USBAccessLink", "sim_libusb", "sim_hidapi"],
+           folder / "build.log", BUILD_DEADLINE)
+    build = ROOT / "build/asan"
+    sanitizer = subprocess.run(["g++", "-print-file-name=libasan.so"], capture_output=True, text=True, check=True)
+    environment = {
+        **SANITIZERS,
+        "LD_PRELOAD": sanitizer.stdout.strip(),
+        # The virtual machine takes signals for its own work, and forgets much when it ends.
+        "ASAN_OPTIONS": "halt_on_error=1:detect_leaks=0:handle_segv=0:verify_asan_link_order=0",
+    }
+    jvm = ["-XX:+UseSerialGC", "-Dorvex.test.growthKb=1000000"]
+    suite = junit(folder / "reports", jvm, ["--exclude-tag=kernel"], build / LIBRARY.name)
+    return on_simulated_bus(folder, suite, folder / "junit.log", build, environment)
+
+
+def newest_java():
+    """The launcher of the newest JDK beside the one that builds, or None."""
+    launchers = sorted(Path("/usr/lib/jvm").glob("*/bin/java"))
+    versions = {}
+    for launcher in launchers:
+        said = subprocess.run([launcher, "-version"], capture_output=True, text=True, check=False).stderr
+        found = re.search(r'version "(\d+)', said)
+        versions[int(found.group(1)) if found else 0] = launcher
+    return versions[max(versions)] if versions and max(versions) > 17 else None
+
+
+def java_newest():
+    """The suite in the newest JDK, which warns of native code that nobody allowed."""
+    folder = RESULTS / "java-newest"
+    build_release(folder, "orvex_java_tests")
+    jvm = ["-Xcheck:jni", "--enable-native-access=ALL-UNNAMED"]
+    suite = junit(folder / "reports", jvm, ["--exclude-tag=kernel"], java=newest_java())
+    return on_simulated_bus(folder, suite, folder / "junit.log")
+
+
 def in_machine(deadline, shared, *command, scenario=SCENARIO):
     """The command that runs a command in the virtual machine with the devices of a scenario on its kernel's bus."""
     server = RELEASE / "sim/usbip/simbus-usbip"
@@ -279,7 +319,7 @@ def java_on_kernel():
     reports, log = folder / "reports", folder / "junit.log"
     reports.mkdir(parents=True)
     # With the default collector a JVM can crash under emulation.
-    jvm = ["-XX:+UseSerialGC", "-Dorvex.test.transfers=5000"]
+    jvm = ["-XX:+UseSerialGC"]
     suite = junit(reports, jvm, ["--exclude-tag=memory"])
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite), log, SYSTEM_DEADLINE + 10)
     return cases_of(reports.glob("TEST-*.xml"), log, status)
@@ -313,7 +353,7 @@ def round_trips():
 # The runs of each floor, one group after the other. Those of one group run side by side: they mostly wait.
 FLOORS = {
     "unit": [[("house", house)], [("asan", unit_asan)], [("tsan", unit_tsan)]],
-    "java": [[("release", java_simulated)], [("macOS side", java_macos_side)]],
+    "java": [[("release", java_simulated)], [("macOS side", java_macos_side)], [("asan", java_asan)]],
     "system": [
         [("round trips", round_trips)],
         [("kernel bus", system_selftest), ("java on kernel", java_on_kernel)],
@@ -321,6 +361,9 @@ FLOORS = {
 }
 if MACOS:
     del FLOORS["system"]  # needs a Linux kernel
+    FLOORS["java"].pop()  # the JVM of macOS cannot be made to load the sanitizer first
+elif newest_java():
+    FLOORS["java"].append([("newest JDK", java_newest)])
 
 
 def perform(floor, build, work):

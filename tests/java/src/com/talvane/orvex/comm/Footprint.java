@@ -4,31 +4,39 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import java.io.IOException;
+import java.lang.management.ManagementFactory;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import java.util.stream.Stream;
+import javax.management.JMException;
+import javax.management.ObjectName;
 
-/** What this process holds of the machine. */
-record Footprint(int threads, int descriptors, int residentKb) {
+/** What this process holds of the machine, and native code of Java's objects (global references). */
+record Footprint(int threads, int descriptors, int residentKb, int references) {
     private static final Path STATUS = Path.of("/proc/self/status");
+    private static final Pattern REFERENCES = Pattern.compile("JNI global refs: (\\d+)");
 
     static Footprint now() throws IOException {
         assumeTrue(Files.exists(STATUS), "needs the figures of /proc/self");
         System.gc();
+        int references = globalReferences();
         try (Stream<Path> open = Files.list(Path.of("/proc/self/fd"))) {
-            return new Footprint(status("Threads:"), (int) open.count(), status("VmRSS:"));
+            return new Footprint(status("Threads:"), (int) open.count(), status("VmRSS:"), references);
         }
     }
 
     /**
-     * One more thread or descriptor may be the virtual machine's own. Memory tells of the work in between only when the
-     * machine's heap has a fixed size and was touched whole at its start.
+     * One more thread or descriptor may be the virtual machine's own, and so may some references. Memory tells of the
+     * work in between only when the machine's heap has a fixed size and was touched whole at its start.
      */
     static void assertAsBefore(Footprint before, int mostGrowthKb) throws IOException {
         Footprint after = now();
         assertTrue(after.threads <= before.threads + 1, () -> before + " became " + after);
         assertTrue(after.descriptors <= before.descriptors + 1, () -> before + " became " + after);
         assertTrue(after.residentKb <= before.residentKb + mostGrowthKb, () -> before + " became " + after);
+        assertTrue(after.references <= before.references + 5, () -> before + " became " + after);
     }
 
     private static int status(String key) throws IOException {
@@ -38,5 +46,19 @@ record Footprint(int threads, int descriptors, int residentKb) {
                 .mapToInt(Integer::parseInt)
                 .findFirst()
                 .orElseThrow();
+    }
+
+    /** The virtual machine tells their number at the end of a list of its threads. */
+    private static int globalReferences() {
+        try {
+            Object threads = ManagementFactory.getPlatformMBeanServer().invoke(
+                    new ObjectName("com.sun.management:type=DiagnosticCommand"), "threadPrint",
+                    new Object[] {new String[0]}, new String[] {String[].class.getName()});
+            Matcher found = REFERENCES.matcher(threads.toString());
+            assertTrue(found.find(), "the virtual machine does not tell its references");
+            return Integer.parseInt(found.group(1));
+        } catch (JMException e) {
+            throw new AssertionError(e);
+        }
     }
 }

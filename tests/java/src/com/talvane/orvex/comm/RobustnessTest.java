@@ -3,7 +3,6 @@ package com.talvane.orvex.comm;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 
-import java.io.IOException;
 import java.nio.file.Path;
 import java.util.Arrays;
 import java.util.concurrent.Future;
@@ -14,9 +13,6 @@ import org.junit.jupiter.params.provider.ValueSource;
 
 /** Wrong use, and use to the limit: the virtual machine lives on. */
 class RobustnessTest extends UsbTest {
-    /** Less than the smallest piece of memory for each of 100,000 transfers. */
-    private static final int TRANSFERS_GROWTH_KB = 1024;
-
     @TempDir
     private Path folder;
 
@@ -147,27 +143,5 @@ class RobustnessTest extends UsbTest {
         assertEquals("open: 0\n", child.out(), child.err());
         assertEquals(0, child.status(), child.err());
         assertEquals("", child.err());
-    }
-
-    /** 100,000 unless the system property says otherwise: an emulated machine takes its time. */
-    @Test
-    void manyTransfersLeaveThreadsDescriptorsAndMemoryAsTheyWere() throws IOException {
-        int transfers = Integer.getInteger("orvex.test.transfers", 100_000);
-        Device bench = openBench();
-        bus.endpoint("bench", 0x01, "{\"record\": false}");
-        echo(bench, transfers / 10);
-        Footprint before = Footprint.now();
-        echo(bench, transfers);
-        Footprint.assertAsBefore(before, TRANSFERS_GROWTH_KB);
-    }
-
-    private static void echo(Device bench, int transfers) {
-        byte[] data = pattern(64);
-        byte[] buffer = new byte[64];
-        for (int i = 0; i < transfers; i += 2) {
-            assertEquals(64, bench.write(0x01, data));
-            assertEquals(64, bench.read(0x81, buffer));
-        }
-        assertArrayEquals(data, buffer);
     }
 }
