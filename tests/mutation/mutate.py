@@ -1,0 +1,189 @@
+"""Changes the library's source in one place at a time and sees whether the unit tests notice; called by script/mutate.
+
+All changes are compiled at once (see mutants.py) in a copy of the project below build/mutate. A first run of each test
+tells which places it comes by; after that, each change is tried on the tests that come by its place, until one fails.
+"""
+
+import argparse
+import os
+import random
+import re
+import shutil
+import subprocess
+import sys
+import time
+from collections import Counter
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
+from pathlib import Path
+
+import mutants
+
+ROOT = Path.cwd()
+COPY = ROOT / "build/mutate/tree"
+BUILD = ROOT / "build/mutate/build"
+VISITS = ROOT / "build/mutate/visits"
+SOURCES = COPY / "src/usb/mac"
+EQUIVALENT = ROOT / "tests/mutation/equivalent.txt"
+WANTED = 0.95
+PATIENCE = 10  # seconds for a test that takes far less, before it counts as failed
+
+
+@dataclass(frozen=True)
+class Test:
+    program: str
+    name: str
+
+
+def run(command, **options):
+    return subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False, **options)
+
+
+def demand(command):
+    done = run(command)
+    if done.returncode != 0:
+        sys.exit(f"failed: {' '.join(map(str, command))}\n{done.stdout[-3000:]}{done.stderr[-3000:]}")
+
+
+def copy_tree():
+    shutil.rmtree(COPY, ignore_errors=True)
+    listing = run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"])
+    for name in filter(None, listing.stdout.split("\0")):
+        if (ROOT / name).is_file():
+            (COPY / name).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy2(ROOT / name, COPY / name)
+
+
+def configure():
+    demand(["cmake", "-G", "Ninja", "-S", COPY, "-B", BUILD, "-DCMAKE_BUILD_TYPE=Debug",
+            "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -w", "-DBUILD_TESTING=ON"])
+    lists = SOURCES / "CMakeLists.txt"
+    lists.write_text(lists.read_text().replace("add_library(usbaccess OBJECT", f"add_library(usbaccess OBJECT\n  {ROOT}/tests/mutation/mutant.cpp"))
+
+
+def build(finder, found):
+    """Changes that the compiler refuses are taken out, file by file and line by line."""
+    for _ in range(8):
+        for file in finder.edits:
+            text = mutants.rewritten(finder, file)
+            if not (COPY / file).exists() or (COPY / file).read_text() != text:
+                (COPY / file).write_text(text)
+        done = run(["ninja", "-C", BUILD, "-k", "0", "unit_tests", "unit_tests_macos"])
+        if done.returncode == 0:
+            return
+        wrong = set(re.findall(rf"^{re.escape(str(COPY))}/(\S+?):(\d+):\d+: error", done.stdout, re.MULTILINE))
+        refused = [m for m in found if m.state != "invalid" and (m.file, str(m.line)) in wrong]
+        if not refused:
+            sys.exit(done.stdout[-5000:])
+        for mutant in refused:
+            mutant.state = "invalid"
+    sys.exit("the changed sources do not compile")
+
+
+def tests_of(program, choice):
+    listing = run([BUILD / "tests/unit" / program, "--gtest_list_tests", f"--gtest_filter={choice}"]).stdout
+    suite, found = "", []
+    for line in listing.splitlines():
+        name = line.split("#")[0].rstrip()
+        if name.startswith("  "):
+            found.append(Test(program, suite + name.strip()))
+        else:
+            suite = name
+    return [test for test in found if "DISABLED_" not in test.name]
+
+
+def attempt(test, environment, patience=PATIENCE):
+    """Whether the test passes."""
+    command = [BUILD / "tests/unit" / test.program, f"--gtest_filter={test.name}"]
+    try:
+        return run(command, env={**os.environ, **environment}, timeout=patience).returncode == 0
+    except subprocess.TimeoutExpired:
+        return False
+
+
+def visits(test, found):
+    """Notes the test at the changes that it comes by."""
+    file = VISITS / re.sub(r"\W", "_", f"{test.program}.{test.name}")
+    begin = time.monotonic()
+    if not attempt(test, {"ORVEX_MUTANT_VISITS": str(file)}, 120):
+        sys.exit(f"fails without any change: {test.program} {test.name}")
+    seconds = time.monotonic() - begin
+    for number in map(int, file.read_text().split()):
+        found[number].tests.append((seconds, test))
+
+
+def try_out(mutant, killers):
+    """The tests that found other changes come first, then the quick ones."""
+    order = sorted(mutant.tests, key=lambda entry: (-killers[entry[1]] if killers[entry[1]] > 3 else 0, entry[0]))
+    mutant.state = "survived" if order else "unvisited"
+    for _, test in order:
+        if not attempt(test, {"ORVEX_MUTANT": str(mutant.number)}):
+            killers[test] += 1
+            mutant.state = "killed"
+            return
+
+
+def equivalents():
+    """Changes that change nothing that anybody could see, a line each: the change, "  # " and the reason."""
+    if not EQUIVALENT.exists():
+        return set()
+    lines = [line.split("  # ")[0].strip() for line in EQUIVALENT.read_text().splitlines()]
+    return {re.sub(r":\d+:", ":", line, count=1) for line in lines if line and not line.startswith("#")}
+
+
+def table(found):
+    print(f"\n{'file':62} {'killed':>7} {'equal':>7} {'survived':>9}")
+    for file in sorted({m.file for m in found}):
+        states = Counter(m.state for m in found if m.file == file)
+        print(f"{file:62} {states['killed']:7} {states['equivalent']:7} {states['survived'] + states['unvisited']:9}")
+    states = Counter(m.state for m in found)
+    tried = len(found) - states["equivalent"]
+    share = states["killed"] / tried if tried else 0.0
+    print(f"\n{states['killed']} of {tried} changes killed: {100 * share:.1f} %; {states['equivalent']} more change nothing")
+    return share
+
+
+def parse_arguments():
+    parser = argparse.ArgumentParser(prog="script/mutate", description=__doc__.split("\n")[0])
+    parser.add_argument("--only", metavar="TEXT", help="only the files whose name has this text in it")
+    parser.add_argument("--sample", metavar="N", type=int, help="only N changes, drawn at random")
+    parser.add_argument("--seed", type=int, default=1, help="for the drawing (1)")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="tests at once")
+    return parser.parse_args()
+
+
+def main():
+    options = parse_arguments()
+    copy_tree()
+    configure()
+    finder, found = mutants.find(COPY, BUILD, SOURCES)
+    print(f"{len(found)} changes; building", flush=True)
+    build(finder, found)
+    tests = [*tests_of("unit_tests", "*"), *tests_of("unit_tests_macos", "*Hid*:IoKit*")]
+    shutil.rmtree(VISITS, ignore_errors=True)
+    VISITS.mkdir(parents=True)
+    with ThreadPoolExecutor(options.jobs) as pool:
+        list(pool.map(lambda test: visits(test, found), tests))
+    known = equivalents()
+    chosen = [m for m in found if m.state != "invalid" and (options.only or "") in m.file]
+    for mutant in chosen:
+        if re.sub(r":\d+:", ":", str(mutant), count=1) in known:
+            mutant.state = "equivalent"
+    if options.sample:
+        chosen = random.Random(options.seed).sample(chosen, min(options.sample, len(chosen)))
+    left = [m for m in chosen if m.state != "equivalent"]
+    print(f"{len(found) - sum(m.state != 'invalid' for m in found)} do not compile; {len(tests)} tests; trying {len(left)}", flush=True)
+    killers = Counter()
+    with ThreadPoolExecutor(options.jobs) as pool:
+        for number, _ in enumerate(pool.map(lambda mutant: try_out(mutant, killers), left), 1):
+            if number % 20 == 0 or number == len(left):
+                print(f"\r{number} of {len(left)}", end="", file=sys.stderr, flush=True)
+    print(file=sys.stderr)
+    for mutant in left:
+        if mutant.state != "killed":
+            print(f"{mutant.state}: {mutant}")
+    return 0 if table(chosen) >= WANTED else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
