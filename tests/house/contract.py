@@ -150,17 +150,45 @@ def main(root, libusb, write):
 
 
 SMALL_TREE = {
-    JAVA / "ORVEXCommUSBAccess.java": "native int usbShown(int a);\nnative int usbMissed();\nnative int usbInShort();\n",
-    JAVA / "UsbAccessCode.java": '    GONE(-4, "shown"),\n    BUSY(-6, "missed"),\n    A(-101, "not returned to Java"),\n'
-                                 '    SHOWN(-105, "shown"),\n    MISSED(-107, "missed");\n',
-    Path("libusb.h"): "LIBUSB_ERROR_NO_DEVICE = -4, LIBUSB_ERROR_BUSY = -6\n",
-    Path("src/Log.cpp"): 'void log(const char* format, ...) {\n    fprintf(stderr, format);\n}\n\n'
-                         'void work() {\n    log("shown %d of %d", 1, 2);\n    log("missed %d", 1);\n}\n',
-    Path("tests/unit/Calls.h"): "int inShort() { return LibUSB_InShort(); }\n",
-    Path("tests/unit/WorkTest.cpp"): '#include "Calls.h"\nTEST(Work, IsShown) {\n    failCall("x", LIBUSB_ERROR_BUSY);\n'
-                                     "    EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, usbShown());\n    EXPECT_EQ(-105, inShort());\n"
-                                     '    EXPECT_EQ("shown 3 of " + four, lines());  // "missed 1", -107, usbMissed\n}\n',
-    Path("tests/java/src/CodeTest.java"): "class CodeTest {\n    @Test\n    void tableOfCodes() {\n        see(-107);\n    }\n}\n",
+    JAVA / "ORVEXCommUSBAccess.java": """
+native int usbShown(int a);
+native int usbMissed();
+native int usbInShort();
+""",
+    JAVA / "UsbAccessCode.java": """
+    GONE(-4, "shown"),
+    BUSY(-6, "missed"),
+    INTERNAL(-101, "not returned to Java"),
+    SHOWN(-105, "shown"),
+    MISSED(-107, "missed");
+""",
+    Path("libusb.h"): "LIBUSB_ERROR_NO_DEVICE = -4, LIBUSB_ERROR_BUSY = -6",
+    Path("src/Log.cpp"): """
+void log(const char* format, ...) {
+    fprintf(stderr, format);
+}
+
+void work() {
+    log("shown %d of %d", 1, 2);
+    log("missed %d", 1);
+}
+""",
+    Path("tests/unit/Calls.h"): "int inShort() { return LibUSB_InShort(); }",
+    Path("tests/unit/WorkTest.cpp"): """
+#include "Calls.h"
+TEST(Work, IsShown) {
+    failCall("x", LIBUSB_ERROR_BUSY);
+    EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, usbShown());
+    EXPECT_EQ(-105, inShort());
+    EXPECT_EQ("shown 3 of " + four, lines());  // "missed 1", -107, usbMissed
+}
+""",
+    Path("tests/java/src/CodeTest.java"): """
+    @Test
+    void tableOfCodes() {
+        see(-107);
+    }
+""",
 }
 MISSED = ["usbMissed", "(-6, 'missed')", "(-107, 'missed')", "missed %d"]
 

@@ -68,12 +68,12 @@ def shown_text(text):
 
 def log_texts(by_text):
     rows = "".join(row(shown_text(text), some(tests)) for text, tests in by_text.items())
-    return "## Log texts\n\nPercent signs stand before values, as in printf.\n\n" + header("text", "tests") + rows + "\n"
+    return "## Log texts\n\nA percent sign begins a value, as in printf.\n\n" + header("text", "tests") + rows + "\n"
 
 
 def rules(tests):
     """Every suite with its tests as sentences, folded up; suites of one subject on both floors stand together."""
-    parts = ["## Rules, suite by suite\n\nThe sentences are the names of the tests; many go on from the suite's name.\n"]
+    parts = ["## Rules, suite by suite\n\nThe sentences are names of tests; many go on from the suite's name.\n"]
     groups = {}
     for test in tests:
         groups.setdefault((test.suite, "unit" if test.floor == FLOORS[0] else "Java"), []).append(test)

@@ -90,7 +90,12 @@ class Source:
             self.functions.append((match.group(1), self.text[match.start():match.end() - 1] + body))
             self.define(*self.functions[-1])
 
-    @property
+    @cached_property
+    def stems(self):
+        """The names in it, those of files in directives among them."""
+        return list(dict.fromkeys(re.findall(r"\w+", self.text)))
+
+    @cached_property
     def thin(self):
         """The functions of one or two statements."""
         return [(name, text) for name, text in self.functions if bare(text).count(";") <= 2]
@@ -110,7 +115,7 @@ class Test:
 
     @cached_property
     def names(self):
-        return set(re.findall(r"\w+", self.code))
+        return set(words(self.text))
 
     @cached_property
     def strings(self):
@@ -121,7 +126,7 @@ class Test:
 
     def names_behind(self, text):
         """All names in a piece of the test and in what it uses."""
-        return set(re.findall(r"\w+", bare(expanded(text, *self.tables))))
+        return set(words(expanded(text, *self.tables)))
 
     @property
     def sentence(self):
@@ -133,34 +138,34 @@ SPELT = {"hid": "HID", "usb": "USB", "java": "Java", "javas": "Java's", "libusbs
 
 def in_words(name):
     """A name in CamelCase as a sentence."""
-    words = re.findall(r"[A-Z]+(?![a-z])|[A-Z]?[a-z]+|\d+[a-z]?(?![a-z])|\d+", name)
-    lower = [word if len(word) > 1 and word.isupper() else SPELT.get(word.lower(), word.lower()) for word in words]
-    text = " ".join(lower)
+    parts = re.findall(r"[A-Z]+(?![a-z])|[A-Z]?[a-z]+|\d+[a-z]?(?![a-z])|\d+", name)
+    is_short_form = re.compile("[A-Z]{2,}").fullmatch
+    text = " ".join(part if is_short_form(part) else SPELT.get(part.lower(), part.lower()) for part in parts)
     return text[:1].upper() + text[1:]
+
+
+def words(text):
+    """The names in a piece of code, each once, in their order."""
+    return list(dict.fromkeys(re.findall(r"\w+", bare(text))))
 
 
 def expanded(text, *tables):
     """The text and all definitions that it uses, one through the other."""
-    parts, open_names, seen = [text], set(re.findall(r"\w+", bare(text))), set()
-    while open_names:
-        name = open_names.pop()
-        seen.add(name)
+    parts, names = [text], words(text)
+    for name in names:  # which grows meanwhile
         for definition in (text for table in tables for text in table.get(name, [])):
             parts.append(definition)
-            open_names |= set(re.findall(r"\w+", bare(definition))) - seen
+            names += [word for word in words(definition) if word not in names]
     return "\n".join(parts)
 
 
 def calls_in_short(source, shared):
     """The functions of one or two statements in the shared files that a file names, and in those that these name."""
-    table, names, used = {}, {source.path.stem}, set()
-    while names - used:
-        stem = (names - used).pop()
-        used.add(stem)
-        for file in [source] if stem == source.path.stem else shared.get(stem, []):
-            names |= set(re.findall(r"\w+", file.text)) & shared.keys()
-            for name, text in file.thin if file is not source else ():
-                table.setdefault(name, []).append(text)
+    files, table = [source], {}
+    for file in files:  # which grows meanwhile
+        files += [other for stem in file.stems for other in shared.get(stem, []) if other not in files]
+    for name, text in (function for file in files[1:] for function in file.thin):
+        table.setdefault(name, []).append(text)
     return table
 
 

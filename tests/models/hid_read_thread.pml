@@ -2,8 +2,8 @@
 
    Follows HIDAccess::Open, Close, deleteHIDAccess and ReadThreadInternal, one access to a shared field at a time. The
    thread may begin at once or late, its start may fail, its input may not start, the device may go while it reads. A
-   wait of Open or Close ends when what it waits for has happened; in some runs one wait, at any moment, runs out of time
-   instead. A wait that nothing would end is an invalid end state.
+   wait of Open or Close ends when what it waits for has happened; in some runs one wait, at any moment, runs out of
+   time instead. A wait that nothing would end is an invalid end state.
 
    Seeded mistakes: THREAD_STORES_RUNS and THREAD_STORES_ENDED (instead of exchanging states of its own for them),
    CLOSE_STORES_STOPS (over an end that came by itself), CLOSE_TAKES_DEVICE (from a thread that has not ended). */
@@ -61,8 +61,8 @@ inline exchangeState(expected, wanted) {
     }
 }
 
-/* The thread looks at both fields after each period. A period in which nothing changes is left out, so that a thread that
-   reads on and on counts as standing still. */
+/* The thread looks at both fields after each period. A period in which nothing changes is left out, so that a thread
+   that reads on and on counts as standing still. */
 inline runEvents() {
     if
     :: deviceGoes = true
