@@ -1,9 +1,9 @@
-"""The contract and the tests that show it: usage contract.py ROOT LIBUSB_INCLUDE_DIR [--write], or
+"""The contract and the tests that show it: usage contract.py ROOT LIBUSB_INCLUDE_DIR [--write | --show WHAT], or
 contract.py --self-test.
 
 Takes the methods from the Java class, the codes from its table of codes, the log texts from the library's sources, and
 looks for the tests that name them; complains about what no test shows, and when docs/contract.md is not what it makes
-of this. With --write it makes the page first.
+of this. With --write it makes the page first, with --show it lists all tests of a method, a code or log texts instead.
 """
 
 import re
@@ -135,6 +135,17 @@ def shown(root, libusb):
     return tests, by_method, by_code, by_text
 
 
+def show(root, libusb, what):
+    """Lists the tests of the method, of the code and of the log texts that these words are in."""
+    _, by_method, by_code, by_text = shown(root, libusb)
+    by_number = {str(number): found for (number, _), found in by_code.items()}
+    found = {name: tests for table in (by_method, by_number) for name, tests in table.items() if name == what}
+    found.update({text: tests for text, tests in by_text.items() if what in text and what not in found})
+    for name, tests in found.items():
+        print("\n".join([name, *(f"    {test.floor}: {test.suite}.{test.name}" for test in tests)]))
+    return 0 if found else 1
+
+
 def main(root, libusb, write):
     tests, by_method, by_code, by_text = shown(root, libusb)
     wanted = page(tests, by_method, by_code, by_text)
@@ -209,4 +220,5 @@ def self_test():
 if __name__ == "__main__":
     if sys.argv[1] == "--self-test":
         sys.exit(self_test())
-    sys.exit(main(Path(sys.argv[1]), Path(sys.argv[2]), "--write" in sys.argv))
+    places = Path(sys.argv[1]), Path(sys.argv[2])
+    sys.exit(show(*places, sys.argv[4]) if "--show" in sys.argv else main(*places, "--write" in sys.argv))

@@ -11,7 +11,7 @@ HEAD = """# The contract and its tests
 
 Written by `script/contract` from the tests themselves; the house check `house.contract` fails when this page is not
 of the present tests, or when a method, a code or a log text has none. A test shows what its body names, or what the
-helpers name that it uses.
+helpers name that it uses. `script/contract usbResetPipe` lists all tests of one method, code or log text.
 
 | floor | what runs |
 |---|---|
