@@ -168,9 +168,13 @@ TEST_F(ControlTransfers, NeedAnOpenRecordThatIsNotHid) {
     tool().isOpen = 0;
 }
 
-TEST_F(ControlTransfers, ResetOfADevicePassesLibusbsCodeOn) {
+TEST_F(ControlTransfers, ResetOfADevicePassesEveryCodeOfLibusbOn) {
     EXPECT_EQ(0, LibUSB_ResetDevice(&tool()));
-    for (const int code : {LIBUSB_ERROR_NOT_FOUND, LIBUSB_ERROR_NO_DEVICE, LIBUSB_ERROR_OTHER}) {
+    for (const int code :
+         {LIBUSB_ERROR_IO, LIBUSB_ERROR_INVALID_PARAM, LIBUSB_ERROR_ACCESS, LIBUSB_ERROR_NO_DEVICE,
+          LIBUSB_ERROR_NOT_FOUND, LIBUSB_ERROR_BUSY, LIBUSB_ERROR_TIMEOUT, LIBUSB_ERROR_OVERFLOW,
+          LIBUSB_ERROR_PIPE, LIBUSB_ERROR_INTERRUPTED, LIBUSB_ERROR_NO_MEM, LIBUSB_ERROR_NOT_SUPPORTED,
+          LIBUSB_ERROR_OTHER}) {
         bus.failCall("libusb_reset_device", 1, code);
         EXPECT_EQ(code, LibUSB_ResetDevice(&tool()));
     }

@@ -107,6 +107,7 @@ void* HIDAccess::ReadThreadInternal(void* /*unused*/) {
     if (device == nullptr) {
         return nullptr;
     }
+    int32_t lastState = kNoReadThread;
     if (hidOperations().startInput(device, reportBuffer, loadShared(packetSize), InputReportCallback, this)) {
         // A stop that was asked for before this thread got here must not be overwritten.
         if (isCurrent(*this, device)) {
@@ -114,9 +115,14 @@ void* HIDAccess::ReadThreadInternal(void* /*unused*/) {
         }
         runEvents(*this, device);
         hidOperations().stopInput(device);
+        lastState = kReadThreadStops;
     }
     if (isCurrent(*this, device)) {
-        storeShared(threadState, kReadThreadEnded);
+        // Exchanged for the states that this thread may be in: a close that gives up right after the look at
+        // the device leaves another one, and an end put over it would meet the next open.
+        for (int32_t state : {lastState, kReadThreadStops}) {
+            compareExchangeShared(threadState, state, kReadThreadEnded);
+        }
     }
     return nullptr;
 }
