@@ -1,4 +1,5 @@
-// Which change of the sources is on, and which places a run comes by: linked into the programs of script/mutate only.
+// Which change of the sources is on, and which places a run comes by: linked into the programs of
+// script/mutate only.
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
