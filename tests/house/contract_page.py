@@ -18,6 +18,7 @@ helpers name that it uses. `script/contract usbResetPipe` lists all tests of one
 | unit | `tests/unit`, the parts of the library in one process |
 | Java, both buses | `tests/java`, the shipped library in a JVM, on the bus in memory and on a kernel's |
 | Java, in memory | the tests there that need what only the bus in memory offers |
+| Java, on a kernel | those that need what only a kernel has |
 
 """
 
@@ -78,7 +79,7 @@ def rules(tests):
     for test in tests:
         groups.setdefault((test.suite, "unit" if test.floor == FLOORS[0] else "Java"), []).append(test)
     for (suite, side), members in sorted(groups.items()):
-        lines = [f"- {test.sentence}" + (" *(in memory)*" if test.floor == FLOORS[2] else "") for test in members]
+        lines = [f"- {test.sentence}" + (f" *({test.floor})*" if test.floor in FLOORS[2:] else "") for test in members]
         title = f"<b>{in_words(suite)}</b>, {side}: {len(members)}"
         parts.append(f"<details><summary>{title}</summary>\n\n" + "\n".join(lines) + "\n\n</details>\n")
     return "\n".join(parts)

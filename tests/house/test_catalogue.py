@@ -20,8 +20,9 @@ JOINS = re.compile(r"\s*(\+([^;,]*\+)?\s*)?\Z")
 KEYWORDS = {"if", "for", "while", "switch", "catch", "try", "return", "synchronized"}
 CASE_OF_GOOGLETEST = {"TEST", "TEST_F", "TEST_P"}
 
-UNIT, BOTH, MEMORY = "unit", "Java, both buses", "Java, in memory"
-FLOORS = (UNIT, BOTH, MEMORY)
+UNIT, BOTH, MEMORY, KERNEL = "unit", "Java, both buses", "Java, in memory", "Java, on a kernel"
+FLOORS = (UNIT, BOTH, MEMORY, KERNEL)
+FLOOR_OF_TAG = {"memory": MEMORY, "kernel": KERNEL}
 
 
 def bare(text):
@@ -186,8 +187,8 @@ def identity(source, match, header):
     if match.group(1) in CASE_OF_GOOGLETEST:
         suite, name = (word.strip() for word in match.group(2).split(","))
         return suite, name, UNIT, source.parameters.get(suite, "")
-    in_memory = '@Tag("memory")' in header or re.search(r'^@Tag\("memory"\)', source.text, re.MULTILINE)
-    return source.path.stem.removesuffix("Test"), match.group(1), MEMORY if in_memory else BOTH, header
+    tag = re.search(r'@Tag\("(\w+)"\)', header) or re.search(r'^@Tag\("(\w+)"\)', source.text, re.MULTILINE)
+    return source.path.stem.removesuffix("Test"), match.group(1), FLOOR_OF_TAG[tag.group(1)] if tag else BOTH, header
 
 
 def read(root, top, suffix):
