@@ -4,6 +4,7 @@ Called by script/test from the root of the project. Each floor is one or more ru
 or counted, or that outlives its deadline, stands in the sum as one failed test with the end of its log.
 """
 
+import json
 import os
 import re
 import shutil
@@ -32,6 +33,7 @@ DEMO = ROOT / "sim/scenarios/demo.json"
 BUILD_DEADLINE = 900  # seconds, as all deadlines here
 UNIT_DEADLINE = 900
 ONE_UNIT_TEST_DEADLINE = 120  # where a test has none of its own
+COVERAGE_DEADLINE = 120
 JAVA_DEADLINE = 420
 SYSTEM_DEADLINE = 900
 
@@ -42,6 +44,7 @@ SANITIZERS = {
     "UBSAN_OPTIONS": "halt_on_error=1:print_stacktrace=1",
     "TSAN_OPTIONS": "halt_on_error=1:second_deadlock_stack=1",
 }
+LEAST_LINES, LEAST_BRANCHES = 100.0, 95.0  # percent of src that the unit tests have to reach
 HID_SUITES = ".*Hid.*Test"
 JNI_COMPLAINTS = re.compile(r"(WARNING in native method|WARNING: JNI local refs|FATAL ERROR).*")
 # A heap that neither grows nor shrinks, and one compiler: what the process gains is then what the tests have left.
@@ -193,8 +196,38 @@ def unit_asan():
 
 
 def unit_tsan():
-    """The library's own tests only: they drive the simulated bus from as many threads as its own do."""
+    """The library's own tests only: they drive the simulated bus from as many threads as its own do.
+
+    This build counts what they reach of src, from 0 in each run.
+    """
+    for counts in (ROOT / "build/tsan").rglob("*.gcda"):
+        counts.unlink()
     return ctest("tsan", UNIT_TESTS, ["-L", "unit"])
+
+
+def reached(name, counts, least):
+    """The case of what was reached, from the times that each place (file:line) was run."""
+    missed = [place for place, count in counts if count == 0]
+    percent = 100 * (1 - len(missed) / max(len(counts), 1)) if counts else 0
+    print(f"unit: coverage: {percent:.2f} % of {name}, {len(counts) - len(missed)} of {len(counts)}")
+    if percent >= least:
+        return Case(f"{name} of src", "passed")
+    return Case(f"{name} of src", "failed", f"{least} % wanted; not reached:\n" + tail("\n".join(missed), 40))
+
+
+def coverage():
+    """How much of src the tests of the run before, tsan, have reached."""
+    folder = RESULTS / "unit"
+    figures = folder / "coverage.json"
+    demand(["gcovr", "--root", ".", "--filter", "src/", "--exclude-throw-branches", "--exclude-unreachable-branches",
+            "--json", figures, "build/tsan"], folder / "coverage.log", COVERAGE_DEADLINE)
+    lines, branches = [], []
+    for file in json.loads(read(figures))["files"]:
+        for line in (line for line in file["lines"] if not line["gcovr/noncode"]):
+            place = f"{file['file']}:{line['line_number']}"
+            lines.append((place, line["count"]))
+            branches += [(place, branch["count"]) for branch in line["branches"] if not branch["throw"]]
+    return [reached("lines", lines, LEAST_LINES), reached("branches", branches, LEAST_BRANCHES)]
 
 
 def build_release(folder, *targets):
@@ -352,7 +385,7 @@ def round_trips():
 
 # The runs of each floor, one group after the other. Those of one group run side by side: they mostly wait.
 FLOORS = {
-    "unit": [[("house", house)], [("asan", unit_asan)], [("tsan", unit_tsan)]],
+    "unit": [[("house", house)], [("asan", unit_asan)], [("tsan", unit_tsan)], [("coverage", coverage)]],
     "java": [[("release", java_simulated)], [("macOS side", java_macos_side)], [("asan", java_asan)]],
     "system": [
         [("round trips", round_trips)],
@@ -361,6 +394,7 @@ FLOORS = {
 }
 if MACOS:
     del FLOORS["system"]  # needs a Linux kernel
+    FLOORS["unit"].pop()  # the fakes that some tests need are not linked there
     FLOORS["java"].pop()  # the JVM of macOS cannot be made to load the sanitizer first
 elif newest_java():
     FLOORS["java"].append([("newest JDK", java_newest)])

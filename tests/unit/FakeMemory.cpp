@@ -12,8 +12,10 @@ struct Memory {
 };
 thread_local Memory t_memory;
 
-bool failsNow(std::size_t bytes) {
-    const bool meant = t_memory.failingBytes == FailingAllocation::kAnySize || t_memory.failingBytes == bytes;
+bool failsNow(std::size_t bytes, bool noThrow) {
+    const std::size_t failing = t_memory.failingBytes;
+    const bool meant = failing == bytes || failing == FailingAllocation::kAnySize ||
+                       (failing == FailingAllocation::kAnyNoThrow && noThrow);
     return meant && t_memory.allocationsLeft > 0 && --t_memory.allocationsLeft == 0;
 }
 
@@ -53,16 +55,21 @@ extern "C" {
 void* __real__Znwm(std::size_t bytes);
 void* __real__ZnwmRKSt9nothrow_t(std::size_t bytes, const std::nothrow_t& noThrow);
 void __real__ZdlPvm(void* object, std::size_t bytes);
+void* __real_calloc(std::size_t count, std::size_t bytes);
 
 void* __wrap__Znwm(std::size_t bytes) {
-    if (failsNow(bytes)) {
+    if (failsNow(bytes, false)) {
         throw std::bad_alloc();
     }
     return __real__Znwm(bytes);
 }
 
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t bytes, const std::nothrow_t& noThrow) {
-    return failsNow(bytes) ? nullptr : __real__ZnwmRKSt9nothrow_t(bytes, noThrow);
+    return failsNow(bytes, true) ? nullptr : __real__ZnwmRKSt9nothrow_t(bytes, noThrow);
+}
+
+void* __wrap_calloc(std::size_t count, std::size_t bytes) {
+    return failsNow(count * bytes, true) ? nullptr : __real_calloc(count, bytes);
 }
 
 void __wrap__ZdlPvm(void* object, std::size_t bytes) {

@@ -1,15 +1,18 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // Memory that runs out when a test wants it to: the linker leads the program's own calls of operator new and
-// delete (the library's and the tests', not those inside other libraries) here on their way.
+// delete and of calloc (the library's and the tests', not those inside other libraries) here on their way.
 
 /// The calling thread's nth allocation of exactly this many bytes from now on fails, and those after it
 /// succeed again. One at a time on a thread.
 class FailingAllocation {
  public:
     static constexpr std::size_t kAnySize = 0;
+    /// Whatever its size, but one that asks for null instead of an exception.
+    static constexpr std::size_t kAnyNoThrow = SIZE_MAX;
 
     explicit FailingAllocation(std::size_t bytes, int nth = 1);
     ~FailingAllocation();

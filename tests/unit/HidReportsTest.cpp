@@ -309,6 +309,12 @@ TEST_F(HidReports, WriteStopsAtTheReportThatCannotBeSent) {
     EXPECT_THAT(hid.sent(), ElementsAre(counting(64)));
 }
 
+TEST_F(HidReports, AReadThreadThatComesAfterTheCloseTouchesNothing) {
+    EXPECT_EQ(nullptr, access->ReadThreadInternal(nullptr));
+    EXPECT_EQ(kNoReadThread, threadState());
+    EXPECT_THAT(hid.calls(), IsEmpty());
+}
+
 TEST_F(HidReports, WriteWithoutAPacketSizeSendsNothing) {
     open();
     storeShared(access->packetSize, 0);

@@ -61,6 +61,11 @@ TEST_F(InformationLine, ShowsNumbersAsFourUpperCaseDigitsOfTheLowSixteenBits) {
     EXPECT_EQ("1:=ABCD:=000F:=0100:=Talvane:=Echo Tool:=TOOL1:=x:=b:=0:=0:=end", line);
 }
 
+TEST_F(InformationLine, HandsOverEachByteFrom0x80OnAsACharacter) {
+    openSession({deviceJson("TOOL1", R"({"manufacturer":"Caf\u00e9 \u0080\u00ff"})")});
+    EXPECT_THAT(infoLine(listOfVendor(), 0), HasSubstr(":=Caf\xC3\xA9 \xC2\x80\xC3\xBF:="));
+}
+
 TEST_F(InformationLine, SaysUForAClassThatIsNotDriven) {
     EXPECT_THAT(lineAfter([](auto& entry) { entry.isUnsupportedClass = 1; }), HasSubstr(":=x:=u:="));
 }

@@ -34,9 +34,9 @@ class IoKit : public HidPlatformTest {
         EXPECT_EQ(0, bus.tally("I/O Kit objects in use")) << function;
         return result;
     }
-    int configurationWithout(const std::string& function, unsigned nth = 1) {
+    int configurationWithout(const std::string& function, IOReturn code = kIOReturnError) {
         uint8_t buffer[64];
-        bus.failCall(function, nth, kIOReturnError);
+        bus.failCall(function, 1, code);
         const int result = access->GetConfigDescriptorBuffer(buffer, 64);
         bus.clearFaults();
         EXPECT_EQ(0, bus.tally("I/O Kit objects in use")) << function;
@@ -77,8 +77,13 @@ TEST_F(IoKit, AnIdOf0x8000OrAboveFindsNoService) {
 }
 
 TEST_F(IoKit, AReadThreadThatCannotBeSetUpEndsAtOnce) {
-    for (const char* function : {"getAsyncEventSource", "setInputReportCallback"}) {
-        bus.failCall(std::string("IOHIDDeviceDeviceInterface.") + function, 1, kIOReturnError);
+    const std::pair<const char*, IOReturn> failures[] = {
+        {"getAsyncEventSource", kIOReturnError},
+        {"getAsyncEventSource", kIOReturnSuccess},  // and gives none
+        {"setInputReportCallback", kIOReturnError},
+    };
+    for (const auto& [function, code] : failures) {
+        bus.failCall(std::string("IOHIDDeviceDeviceInterface.") + function, 1, code);
         EXPECT_EQ(0, access->Open());
         EXPECT_TRUE(eventually([&] { return loadShared(access->threadState) == kReadThreadEnded; }));
         EXPECT_EQ(0, access->Close());
@@ -120,6 +125,11 @@ TEST_F(IoKit, EachFailureOfAConfigurationReadIsNotReadable) {
           "IOUSBDeviceInterface.GetConfigurationDescriptorPtr", "CFNumberCreate"}) {
         EXPECT_EQ(-131, configurationWithout(function)) << function;
     }
+}
+
+TEST_F(IoKit, AConfigurationThatTheSystemDoesNotHandOutIsNotReadable) {
+    EXPECT_EQ(-131,
+              configurationWithout("IOUSBDeviceInterface.GetConfigurationDescriptorPtr", kIOReturnSuccess));
 }
 
 TEST_F(IoKit, ADeviceWithoutConfigurationHasNoneToRead) {

@@ -3,13 +3,16 @@
 #include <libusb.h>
 
 #include "DescriptorBytes.h"
+#include "FakeHid.h"
 #include "FakeMemory.h"
+#include "HidPlatformTest.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "JniTest.h"
 #include "ListTest.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
+#include "hid/HIDAccess.h"
 
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
@@ -17,7 +20,8 @@ using ::testing::SizeIs;
 namespace {
 
 using OutOfMemory = ListTest;
-using OutOfMemoryAtStart = JniTest;
+using OutOfMemoryInJava = JniTest;
+using HidOutOfMemory = HidPlatformTest;
 
 constexpr auto kNoMemory = static_cast<uint32_t>(LIBUSB_ERROR_NO_MEM);
 /// A map's node: three links, a colour, key and value.
@@ -98,7 +102,59 @@ TEST_F(OutOfMemory, AnOpenWithoutMemoryForARecordIsUndone) {
     EXPECT_EQ(0, LibUSB_OpenDevice(&entry));
 }
 
-TEST_F(OutOfMemoryAtStart, AnEventThreadWithoutMemoryEndsTheStartedContext) {
+TEST_F(OutOfMemory, ADeviceWithoutMemoryForItsHidAccessIsNotMarked) {
+    FakeHid hid;
+    hid.devices = {{kVendor, 0x1001, "Talvane", "Echo Tool", "a"}};
+    startSession({deviceJson("a")});
+    const FailingAllocation access(sizeof(HIDAccessRecord));
+    const tagUSB_DEVICE_ACCESS_ENTRY& entry = record(createList({kVendor}), 0);
+    EXPECT_TRUE(FailingAllocation::happened());
+    EXPECT_EQ(0, entry.isHid);
+    EXPECT_EQ(nullptr, entry.pHIDAccess);
+    EXPECT_EQ(10, entry.endpointCount) << "it stays what it was";
+}
+
+TEST_F(OutOfMemory, WithoutMemoryForTheListOfHidDevicesNoneIsMarked) {
+    FakeHid hid;
+    hid.devices = {{kVendor, 0x1001, "Talvane", "Echo Tool", "a"}};
+    startSession({deviceJson("a")});
+    const FailingAllocation listed(sizeof(HidDeviceInfo));
+    EXPECT_EQ(0, record(createList({kVendor}), 0).isHid);
+    EXPECT_TRUE(FailingAllocation::happened());
+}
+
+TEST_F(HidOutOfMemory, AnOpenWithoutMemoryForTheDeviceIsUndone) {
+    startSession({hidJson("tool")});
+    HIDAccess* access = newHIDAccess(kVendor, 0x1001, "tool", 64, 0);
+    {
+        const FailingAllocation device(FailingAllocation::kAnyNoThrow);
+        EXPECT_EQ(-107, access->Open());
+        EXPECT_TRUE(FailingAllocation::happened());
+    }
+    EXPECT_EQ(0, bus.tally("hid devices open"));
+    EXPECT_EQ(0, bus.tally("I/O Kit objects in use"));
+    EXPECT_EQ(0, access->Open());
+    EXPECT_EQ(0, access->Close());
+    deleteHIDAccess(access);
+}
+
+TEST_F(OutOfMemoryInJava, ATransferWithoutMemoryForALongerArrayFails) {
+    constexpr jint kLength = 1000;
+    openSession({deviceJson("tool")});
+    const jint list = listOfVendor();
+    ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+    FakeByteArray array({7, 8});
+    {
+        const FailingAllocation copy(kLength);
+        EXPECT_EQ(-112, call(usbWriteBulkPipe, list, 0, 0x03, kLength, 1000, array.java()));
+        EXPECT_TRUE(FailingAllocation::happened());
+    }
+    EXPECT_EQ(0U, callsOf("libusb_submit_transfer"));
+    EXPECT_EQ(jni.pins, jni.releases);
+    EXPECT_EQ(kLength, call(usbWriteBulkPipe, list, 0, 0x03, kLength, 1000, array.java()));
+}
+
+TEST_F(OutOfMemoryInJava, AnEventThreadWithoutMemoryEndsTheStartedContext) {
     {
         const FailingAllocation thread(FailingAllocation::kAnySize);
         EXPECT_EQ(-99, call(usbInitialize));

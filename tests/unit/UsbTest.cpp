@@ -87,7 +87,7 @@ std::string deviceJson(const std::string& id, const std::string& overrides) {
     return device.dump();
 }
 
-std::string scenarioOf(std::initializer_list<std::string> devices) {
+std::string scenarioOf(const std::vector<std::string>& devices) {
     nlohmann::json scenario = {{"devices", nlohmann::json::array()}};
     for (const std::string& device : devices) {
         scenario["devices"].push_back(nlohmann::json::parse(device));
@@ -119,7 +119,7 @@ std::string pointerText(const void* pointer) {
     return text;
 }
 
-bool eventually(const std::function<bool()>& condition, std::chrono::seconds deadline) {
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds deadline) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= end) {

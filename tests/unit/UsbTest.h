@@ -22,7 +22,7 @@ constexpr int32_t kSecondVendor = 0x6A5D;
 /// on it.
 std::string deviceJson(const std::string& id, const std::string& overrides = "{}");
 /// A scenario of these devices.
-std::string scenarioOf(std::initializer_list<std::string> devices);
+std::string scenarioOf(const std::vector<std::string>& devices);
 
 /// Every line that `action` writes to standard error with the debug log switched on, without the stamps.
 std::vector<std::string> debugLinesOf(const std::function<void()>& action);
@@ -34,7 +34,7 @@ std::string pointerText(const void* pointer);
 /// Waits until the condition holds; false when it does not within the deadline. Sleeps in between, but never
 /// instead.
 bool eventually(const std::function<bool()>& condition,
-                std::chrono::seconds deadline = std::chrono::seconds(30));
+                std::chrono::milliseconds deadline = std::chrono::seconds(30));
 
 /// A test on the simulated bus. Ends the session that it started, and fails when the drop-in libusb found
 /// anything wrong in the calls of the library.
