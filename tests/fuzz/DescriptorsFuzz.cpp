@@ -52,7 +52,7 @@ int32_t writable(int32_t type, int32_t size) {
 
 void query(tagUSB_DEVICE_ACCESS_ENTRY& entry, int32_t type, int32_t index, int32_t size) {
     const int32_t room = writable(type, size);
-    const std::unique_ptr<uint8_t[]> buffer(new uint8_t[static_cast<std::size_t>(room)]);
+    const auto buffer = std::make_unique<uint8_t[]>(static_cast<std::size_t>(room));
     const int32_t result = LibUSB_GetDeviceDescriptor(&entry, buffer.get(), type, index, size);
     require(result <= room && (result >= -1 || result == -114 || result == -131), "a query keeps its bounds");
     if (type == kConfigurationDescriptorQuery && result > 0) {
@@ -76,7 +76,7 @@ void queryAll(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         }
     }
     const auto bytes = static_cast<std::size_t>(entry.endpointCount) * 8;
-    const std::unique_ptr<uint8_t[]> buffer(new uint8_t[bytes]);
+    const auto buffer = std::make_unique<uint8_t[]>(bytes);
     require(LibUSB_GetEndpointList(&entry, buffer.get()) == entry.endpointCount, "all endpoints are listed");
     require(LibUSB_GetEndpointList(&entry, nullptr) == entry.endpointCount, "all endpoints are counted");
 }
