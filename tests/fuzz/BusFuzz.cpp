@@ -37,8 +37,10 @@ void load(const std::string& scenario) {
 void requireAnswer(const std::string& request) {
     const std::string text = bus().command(request);
     const nlohmann::json answer = nlohmann::json::parse(text, nullptr, false);
-    require(answer.is_object() && answer["ok"].is_boolean(), "an answer says how it went");
-    require(answer["ok"] == true || answer["error"].is_string(), "a refusal says why");
+    require(answer.is_object() && answer.value("ok", nlohmann::json()).is_boolean(),
+            "an answer says how it went");
+    require(answer.at("ok") == true || answer.value("error", nlohmann::json()).is_string(),
+            "a refusal says why");
     require(text.find('\n') == std::string::npos, "an answer is one line");
 }
 
