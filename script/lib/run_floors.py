@@ -191,8 +191,11 @@ UNIT_TESTS = ["unit_tests_macos"] if MACOS else ["unit_tests", "unit_tests_macos
 SIM_TESTS = ["sim_tests"] if MACOS else ["sim_tests", "usbip_tests"]
 
 
+FUZZ_TARGETS = [] if MACOS else ["fuzz_targets"]
+
+
 def unit_asan():
-    return ctest("asan", [*UNIT_TESTS, *SIM_TESTS], ["-LE", "house"])
+    return ctest("asan", [*UNIT_TESTS, *SIM_TESTS, *FUZZ_TARGETS], ["-LE", "house"])
 
 
 def unit_tsan():

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+/// The bytes that a fuzzer hands over, taken one after the other; zeroes follow their end.
+class FuzzInput {
+ public:
+    FuzzInput(const uint8_t* bytes, std::size_t count) : next_(bytes), left_(count) {}
+
+    bool atEnd() const { return left_ == 0; }
+    uint8_t byte() {
+        if (left_ == 0) {
+            return 0;
+        }
+        --left_;
+        return *next_++;
+    }
+    uint16_t word() {
+        const uint8_t low = byte();
+        return static_cast<uint16_t>(low | byte() << 8);
+    }
+    /// Fewer at the end of the input.
+    std::vector<uint8_t> bytes(std::size_t count) {
+        const std::size_t taken = std::min(count, left_);
+        const std::vector<uint8_t> all(next_, next_ + taken);
+        next_ += taken;
+        left_ -= taken;
+        return all;
+    }
+    /// A number of bytes, and that many of them.
+    std::vector<uint8_t> counted() { return bytes(byte()); }
+    std::vector<uint8_t> rest() { return bytes(left_); }
+    template <class Value, std::size_t count>
+    Value oneOf(const std::array<Value, count>& values) {
+        return values[byte() % count];
+    }
+
+ private:
+    const uint8_t* next_;
+    std::size_t left_;
+};
+
+/// What a target demands of the library. A demand that is not met ends the program, which is what a fuzzer
+/// calls a finding.
+inline void require(bool holds, const char* demand) {
+    if (!holds) {
+        std::fprintf(stderr, "not so: %s\n", demand);
+        std::abort();
+    }
+}
