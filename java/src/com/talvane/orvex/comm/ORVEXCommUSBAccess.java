@@ -78,8 +78,9 @@ package com.talvane.orvex.comm;
  * time-out of 0 or less as run out. <b>While it waits it keeps a processor core busy</b>, and a cancel does not end it:
  * read with short time-outs. Reports are 64 bytes long, or as long as the calls with a packet size say; a device of
  * vendor 0x6A5D starts with 512, until the first call without a packet size. What comes from the device has the length
- * that was set when it was opened: to change the length, make a call with the new one, close and open again. Close
- * HID devices before their list is released: the release does not close them.
+ * that was set when it was opened: to change the length, make a call with the new one, close and open again. Read
+ * everything before: between reports of two lengths the library loses the bounds, and old ones may come round again.
+ * Close HID devices before their list is released: the release does not close them.
  *
  * <h2>Buffers</h2>
  *
