@@ -26,7 +26,8 @@ VISITS = ROOT / "build/mutate/visits"
 SOURCES = COPY / "src/usb/mac"
 EQUIVALENT = ROOT / "tests/mutation/equivalent.txt"
 WANTED = 0.95
-PATIENCE = 10  # seconds for a test that takes far less, before it counts as failed
+PATIENCE = 20  # times as long as it takes without a change, then a test counts as failed
+SHORTEST_PATIENCE = 3  # seconds
 
 
 @dataclass(frozen=True)
@@ -92,7 +93,7 @@ def tests_of(program, choice):
     return [test for test in found if "DISABLED_" not in test.name]
 
 
-def attempt(test, environment, patience=PATIENCE):
+def attempt(test, environment, patience):
     """Whether the test passes."""
     command = [BUILD / "tests/unit" / test.program, f"--gtest_filter={test.name}"]
     try:
@@ -116,11 +117,13 @@ def try_out(mutant, killers):
     """The tests that found other changes come first, then the quick ones."""
     order = sorted(mutant.tests, key=lambda entry: (-killers[entry[1]] if killers[entry[1]] > 3 else 0, entry[0]))
     mutant.state = "survived" if order else "unvisited"
-    for _, test in order:
-        if not attempt(test, {"ORVEX_MUTANT": str(mutant.number)}):
+    for seconds, test in order:
+        patience = max(SHORTEST_PATIENCE, PATIENCE * seconds)
+        if not attempt(test, {"ORVEX_MUTANT": str(mutant.number)}, patience):
             killers[test] += 1
             mutant.state = "killed"
             return
+    print(f"{mutant.state}: {mutant}", flush=True)
 
 
 def equivalents():
@@ -179,9 +182,6 @@ def main():
             if number % 20 == 0 or number == len(left):
                 print(f"\r{number} of {len(left)}", end="", file=sys.stderr, flush=True)
     print(file=sys.stderr)
-    for mutant in left:
-        if mutant.state != "killed":
-            print(f"{mutant.state}: {mutant}")
     return 0 if table(chosen) >= WANTED else 1
 
 
