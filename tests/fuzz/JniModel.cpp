@@ -5,6 +5,22 @@
 
 namespace {
 
+using RecordPtr = JniModel::RecordPtr;
+
+/// Of a call that wants an open device: its code, or 0.
+int32_t refusal(const RecordPtr& record) {
+    if (record == nullptr) {
+        return -114;
+    }
+    return record->isOpen ? 0 : -109;
+}
+
+/// Of a call that is not for HID devices.
+int32_t refusalWithoutHid(const RecordPtr& record) {
+    const int32_t code = refusal(record);
+    return code == 0 && record->device->isHid ? -120 : code;
+}
+
 constexpr int kReportBytes = 64;
 constexpr std::size_t kMostVendorIds = 16;
 
@@ -247,42 +263,24 @@ int32_t JniModel::usbCloseDevice(Place place) {
 
 Expected JniModel::usbResetDevice(Place place) const {
     const RecordPtr record = open(place);
-    if (record == nullptr) {
-        return -114;
-    }
-    if (!record->isOpen) {
-        return -109;
-    }
-    if (record->device->isHid) {
-        return -120;
+    if (const int32_t code = refusalWithoutHid(record); code != 0) {
+        return code;
     }
     return record->isUndisturbed() ? Expected(0) : Expected({-4, -5}, -1);
 }
 
 int32_t JniModel::usbCancelPipeTransfer(Place place, int32_t endpoint) const {
     const RecordPtr record = open(place);
-    if (record == nullptr) {
-        return -114;
-    }
-    if (!record->isOpen) {
-        return -109;
-    }
-    if (record->device->isHid) {
-        return -120;
+    if (const int32_t code = refusalWithoutHid(record); code != 0) {
+        return code;
     }
     return (endpoint & 0x70) != 0 ? -109 : -5;  // nothing is under way between two calls
 }
 
 Expected JniModel::control(Place place, bool writes, bool hasArray, int32_t dataBytes) const {
     const RecordPtr record = open(place);
-    if (record == nullptr) {
-        return -114;
-    }
-    if (!record->isOpen) {
-        return -109;
-    }
-    if (record->device->isHid) {
-        return -120;
+    if (const int32_t code = refusalWithoutHid(record); code != 0) {
+        return code;
     }
     const int32_t failure = writes ? -112 : -113;
     if (!hasArray) {
@@ -310,11 +308,8 @@ Expected JniModel::hidTransfer(const ModelRecord& record, const ModelTransfer& t
 
 Expected JniModel::transfer(Place place, const ModelTransfer& transfer) const {
     const RecordPtr record = open(place);
-    if (record == nullptr) {
-        return -114;
-    }
-    if (!record->isOpen) {
-        return -109;
+    if (const int32_t code = refusal(record); code != 0) {
+        return code;
     }
     const bool packets = transfer.isInterrupt && transfer.isExtended;
     if (packets && (transfer.packetSize < 64 || transfer.packetSize > 1024)) {

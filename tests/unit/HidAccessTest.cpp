@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "BackgroundCall.h"
+#include "FakeClock.h"
 #include "FakeThreads.h"
 #include "HidTest.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
@@ -104,10 +105,21 @@ TEST_F(HidAccess, AFailedOpenOfTheSecondVendorKeepsItsSettings) {
 
 TEST_F(HidAccess, OpenWaitsForAnEarlierReadThread) {
     storeShared(access->threadState, kReadThreadEnded);
-    BackgroundCall opening([this] { return access->Open(); });
-    EXPECT_THAT(hid.calls(), IsEmpty());
-    storeShared(access->threadState, kNoReadThread);
-    EXPECT_EQ(0, opening.result());
+    int looks = 0;
+    bool waited = false;
+    {
+        FakeClock clock;
+        clock.getTimeOfDay = [&](timeval& time) {
+            if (++looks == 3) {
+                waited = hid.calls().empty();
+                storeShared(access->threadState, kNoReadThread);
+            }
+            time = {1'000, 0};
+            return 0;
+        };
+        EXPECT_EQ(0, access->Open());
+    }
+    EXPECT_TRUE(waited);
     waitForState(kReadThreadRuns);
 }
 

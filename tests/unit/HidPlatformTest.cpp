@@ -23,7 +23,19 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-using HidPlatform = HidPlatformTest;
+class HidPlatform : public HidPlatformTest {
+ protected:
+    /// An open of any device with this product id opens the one with that serial number.
+    void expectAnyOpens(uint16_t productId, const char* serialNumber) {
+        HIDAccess* access = newHIDAccess(kVendor, productId, "?", 64, 0);
+        EXPECT_EQ(0, access->Open());
+        std::vector<uint8_t> bytes(64);
+        EXPECT_EQ(64, access->Write(bytes.data(), 64, 10'000));
+        EXPECT_THAT(bus.received(serialNumber, 0x01), SizeIs(1));
+        EXPECT_EQ(0, access->Close());
+        deleteHIDAccess(access);
+    }
+};
 
 std::vector<HidDeviceInfo> listed() {
     std::vector<HidDeviceInfo> devices;
@@ -175,24 +187,12 @@ TEST_F(HidPlatform, TheDeviceIsFoundAgainByItsSerialNumber) {
 
 TEST_F(HidPlatform, AQuestionMarkOpensTheFirstDeviceOfTheIds) {
     startSession({hidJson("one"), hidJson("two")});
-    HIDAccess* access = newHIDAccess(kVendor, 0x1001, "?", 64, 0);
-    EXPECT_EQ(0, access->Open());
-    std::vector<uint8_t> bytes(64);
-    EXPECT_EQ(64, access->Write(bytes.data(), 64, 10'000));
-    EXPECT_THAT(bus.received("one", 0x01), SizeIs(1));
-    EXPECT_EQ(0, access->Close());
-    deleteHIDAccess(access);
+    expectAnyOpens(0x1001, "one");
 }
 
 TEST_F(HidPlatform, AnIdOfZeroIsAnIdLikeOthers) {
     startSession({hidJson("one"), hidJson("zero", R"({"productId":0})")});
-    HIDAccess* access = newHIDAccess(kVendor, 0, "?", 64, 0);
-    EXPECT_EQ(0, access->Open());
-    std::vector<uint8_t> bytes(64);
-    EXPECT_EQ(64, access->Write(bytes.data(), 64, 10'000));
-    EXPECT_THAT(bus.received("zero", 0x01), SizeIs(1));
-    EXPECT_EQ(0, access->Close());
-    deleteHIDAccess(access);
+    expectAnyOpens(0, "zero");
 }
 
 TEST_F(HidPlatform, ADriverThatLetsNobodyInIsNotOpenable) {

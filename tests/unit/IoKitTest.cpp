@@ -107,6 +107,13 @@ TEST_F(IoKit, CloseStopsTheCallersOwnRunLoop) {
     EXPECT_EQ(1U, callsOf("CFRunLoopStop"));
 }
 
+TEST_F(IoKit, CloseClosesTheInterface) {
+    EXPECT_EQ(0, access->Open());
+    bus.clearCalls();
+    EXPECT_EQ(0, access->Close());
+    EXPECT_EQ(1U, callsOf("IOHIDDeviceDeviceInterface.close"));
+}
+
 TEST_F(IoKit, AReportThatCannotBeSentIsTold) {
     uint8_t bytes[64] = {};
     EXPECT_EQ(0, access->Open());
@@ -138,6 +145,14 @@ TEST_F(IoKit, ADeviceWithoutConfigurationHasNoneToRead) {
     uint8_t buffer[64];
     EXPECT_EQ(-131, bare->GetConfigDescriptorBuffer(buffer, 64));
     deleteHIDAccess(bare);
+}
+
+TEST_F(IoKit, TheConfigurationIsThatOfTheVendorToo) {
+    addDevice(deviceJson("stranger", R"({"vendorId":"0x6A5D","interfaces":null})"));
+    HIDAccess* stranger = newHIDAccess(0x6A5D, 0x1001, "?", 64, 0);
+    uint8_t buffer[64];
+    EXPECT_EQ(-131, stranger->GetConfigDescriptorBuffer(buffer, 64));
+    deleteHIDAccess(stranger);
 }
 
 TEST_F(IoKit, WithoutTheServicesThereIsNoList) {
