@@ -7,8 +7,8 @@
 
 #include "hid/HIDAccess.h"
 
-/// What a ring of reports holds, as long as that can be told: a change of the packet size, once a report has
-/// come, puts slots of two sizes into it.
+/// What a ring of reports holds, as long as that can be told: a change of the packet size, when reports are
+/// in it or its next slot is not the first, puts slots of two sizes into it.
 class HidRingModel {
  public:
     explicit HidRingModel(int packetSize) : packetSize_(packetSize), deviceBytes_(packetSize) {}
@@ -20,7 +20,7 @@ class HidRingModel {
     /// The device is told the packet size of its opening.
     void opened() { deviceBytes_ = packetSize_; }
     void setPacketSize(int size) {
-        known_ = known_ && (size == packetSize_ || writeIndex_ == 0);
+        known_ = known_ && (size == packetSize_ || (writeIndex_ == 0 && slots_.empty()));
         packetSize_ = size;
     }
 

@@ -1,5 +1,8 @@
 // The native methods with random arguments, in random order, against a model of their contract.
 
+#include <libusb.h>
+
+#include <atomic>
 #include <climits>
 #include <optional>
 
@@ -46,6 +49,36 @@ const std::vector<int32_t> kEchoEndpoints = {0x01, 0x81, 0x02, 0x82, 0x03, 0x83,
 const DescriptorBytes kHidConfiguration = configurationBytes({interfaceBytes(0, 3), endpointBytes(0x81, 3)});
 
 using Place = JniModel::Place;
+
+/// Listens for the next change on the bus after everybody else who listens now: once it has heard of it, the
+/// library has too. Without this a change would be noticed by a list that is made after it, or not, as it
+/// comes.
+class HotplugNews {
+ public:
+    /// Null: there is no session, and nothing to wait for.
+    explicit HotplugNews(libusb_context* context) : heard_(context == nullptr) {
+        constexpr int any = LIBUSB_HOTPLUG_MATCH_ANY;
+        constexpr int events = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
+        require(context == nullptr || libusb_hotplug_register_callback(context, events, 0, any, any, any,
+                                                                       hear, this, nullptr) == LIBUSB_SUCCESS,
+                "somebody else may listen, too");
+    }
+    HotplugNews(const HotplugNews&) = delete;
+    HotplugNews& operator=(const HotplugNews&) = delete;
+
+    bool arrive() const {
+        return eventually([this] { return heard_.load(); });
+    }
+
+ private:
+    static int hear(libusb_context* /*context*/, libusb_device* /*device*/, libusb_hotplug_event /*event*/,
+                    void* self) {
+        static_cast<HotplugNews*>(self)->heard_.store(true);
+        return 1;  // and listens no longer
+    }
+
+    std::atomic<bool> heard_;
+};
 
 class JniProgram {
     template <class Method, class... Arguments>
@@ -312,16 +345,14 @@ class JniProgram {
         const std::size_t number = input_.byte() % 3;
         const ModelDevice& device = model_.device(number);
         const jint flagged = model_.change(number);
+        const HotplugNews news(g_SessionId >= 0 ? g_pContext : nullptr);
+        simbus::Bus& bus = simbus::Bus::instance();
+        device.plugged ? bus.plug(device.id) : bus.unplug(device.id);
+        require(news.arrive(), "the session hears of the change");
         int32_t status = 0;
         tagUSB_DEVICE_LIST* list =
             flagged < 0 ? nullptr : findDeviceList(static_cast<uint32_t>(flagged), status);
-        if (list != nullptr) {
-            list->changePending.store(false);  // so that this change is waited for, and not one before
-        }
-        simbus::Bus& bus = simbus::Bus::instance();
-        device.plugged ? bus.plug(device.id) : bus.unplug(device.id);
-        require(list == nullptr || eventually([&] { return list->changePending.load(); }),
-                "the list that watches is flagged");
+        require(list == nullptr || list->changePending.load(), "the list that watches is flagged");
     }
 
     FuzzInput input_;
