@@ -50,34 +50,28 @@ const DescriptorBytes kHidConfiguration = configurationBytes({interfaceBytes(0, 
 
 using Place = JniModel::Place;
 
-/// Listens for the next change on the bus after everybody else who listens now: once it has heard of it, the
-/// library has too. Without this a change would be noticed by a list that is made after it, or not, as it
-/// comes.
+/// Counts what a session hears of changes on the bus. libusb tells those who came first last: made before the
+/// library listens, this hears of a change when the library has. Without it a change would be noticed by a
+/// list that is made right after it, or not, as it comes.
 class HotplugNews {
  public:
-    /// Null: there is no session, and nothing to wait for.
-    explicit HotplugNews(libusb_context* context) : heard_(context == nullptr) {
+    void listen(libusb_context* context) {
         constexpr int any = LIBUSB_HOTPLUG_MATCH_ANY;
         constexpr int events = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
-        require(context == nullptr || libusb_hotplug_register_callback(context, events, 0, any, any, any,
-                                                                       hear, this, nullptr) == LIBUSB_SUCCESS,
+        require(libusb_hotplug_register_callback(context, events, 0, any, any, any, hear, this, nullptr) ==
+                    LIBUSB_SUCCESS,
                 "somebody else may listen, too");
     }
-    HotplugNews(const HotplugNews&) = delete;
-    HotplugNews& operator=(const HotplugNews&) = delete;
-
-    bool arrive() const {
-        return eventually([this] { return heard_.load(); });
-    }
+    int count() const { return count_.load(); }
 
  private:
     static int hear(libusb_context* /*context*/, libusb_device* /*device*/, libusb_hotplug_event /*event*/,
                     void* self) {
-        static_cast<HotplugNews*>(self)->heard_.store(true);
-        return 1;  // and listens no longer
+        ++static_cast<HotplugNews*>(self)->count_;
+        return 0;
     }
 
-    std::atomic<bool> heard_;
+    std::atomic<int> count_{0};
 };
 
 class JniProgram {
@@ -112,7 +106,7 @@ class JniProgram {
     JniProgram& operator=(const JniProgram&) = delete;
 
     void run() {
-        expect(model_.usbInitialize(), call(usbInitialize));
+        initialize();
         for (int count = 0; count < kMostCalls && !input_.atEnd(); ++count) {
             perform();
         }
@@ -156,10 +150,18 @@ class JniProgram {
     }
     static jbyteArray java(std::optional<FakeByteArray>& array) { return array ? array->java() : nullptr; }
 
+    void initialize() {
+        const jint result = call(usbInitialize);
+        expect(model_.usbInitialize(), result);
+        if (result == 0) {
+            news_.listen(g_pContext);
+        }
+    }
+
     void session() {
         const uint8_t choice = input_.byte();
         if (choice % 2 == 0) {
-            return expect(model_.usbInitialize(), call(usbInitialize));
+            return initialize();
         }
         const jint id = input_.oneOf(kSessions);
         expect(model_.usbRelease(id), call(usbRelease, id));
@@ -345,10 +347,11 @@ class JniProgram {
         const std::size_t number = input_.byte() % 3;
         const ModelDevice& device = model_.device(number);
         const jint flagged = model_.change(number);
-        const HotplugNews news(g_SessionId >= 0 ? g_pContext : nullptr);
+        const int heard = news_.count();
         simbus::Bus& bus = simbus::Bus::instance();
         device.plugged ? bus.plug(device.id) : bus.unplug(device.id);
-        require(news.arrive(), "the session hears of the change");
+        require(g_SessionId < 0 || eventually([&] { return news_.count() > heard; }),
+                "the session hears of the change");
         int32_t status = 0;
         tagUSB_DEVICE_LIST* list =
             flagged < 0 ? nullptr : findDeviceList(static_cast<uint32_t>(flagged), status);
@@ -356,6 +359,7 @@ class JniProgram {
     }
 
     FuzzInput input_;
+    HotplugNews news_;
     FakeConfiguration configuration_{kConfigDescriptorBytes};
     FakeHid hid_;
     FakeJni jni_;
