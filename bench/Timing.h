@@ -1,0 +1,33 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <vector>
+
+/// Times each call of a benchmark by itself and leaves the distribution as counters, in nanoseconds: what a
+/// user waits for now and then shows in no mean. What reading the clock takes is in each.
+class EachCall {
+ public:
+    explicit EachCall(benchmark::State& state);
+    ~EachCall();
+    EachCall(const EachCall&) = delete;
+    EachCall& operator=(const EachCall&) = delete;
+
+    /// One iteration; false when the call failed, which ends the benchmark.
+    template <class Call>
+    bool time(Call call) {
+        const auto start = std::chrono::steady_clock::now();
+        const bool worked = call();
+        return note(worked, std::chrono::steady_clock::now() - start);
+    }
+
+ private:
+    bool note(bool worked, std::chrono::duration<double, std::nano> taken);
+
+    benchmark::State& state_;
+    std::vector<double> nanoseconds_;
+};
+
+/// Runs what was registered, as Google Benchmark's own main does.
+int runBenchmarks(int argc, char** argv);

@@ -1,0 +1,72 @@
+"""Counts the instructions that the shipped library itself spends on each hot path, and compares with what is recorded.
+
+usage: instructions.py PROGRAM LIBRARY SIMULATION
+
+Without libusb, the C library and the virtual machine, whose instructions differ from machine to machine. A path that
+takes more than the margin above its recorded number fails; one that takes less is to be recorded anew, so that it stays.
+"""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+CALLS = 1000
+MARGIN = 0.03
+# Instructions per call: g++ 12.2, -O2, x86-64.
+RECORDED = {}
+SCENARIO = Path(__file__).resolve().parent.parent.parent / "bench/scenario.json"
+
+
+def run(program, simulation, folder):
+    command = ["valgrind", "--tool=callgrind", "--collect-atstart=no", f"--callgrind-out-file={folder}/out", program]
+    variables = {"LD_LIBRARY_PATH": simulation, "SIMBUS_SCENARIO": str(SCENARIO)}
+    done = subprocess.run(command, env={**os.environ, **variables}, capture_output=True, text=True, check=False)
+    if done.returncode != 0:
+        sys.exit(f"failed: {' '.join(command)}\n{done.stderr}")
+
+
+def own_instructions(profile, library):
+    """The name of a dump, and the cost of the lines that stand under the library's object itself."""
+    name, counted, inside, is_call = None, 0, False, False
+    objects = {}
+    for line in profile.splitlines():
+        if line.startswith("desc: Trigger: Client Request: "):
+            name = line.rpartition(" ")[2]
+        elif line.startswith("ob="):
+            number, _, path = line[3:].partition(" ")
+            objects.setdefault(number, path)
+            inside = Path(objects[number]).resolve() == library
+        elif line.startswith("calls="):
+            is_call = True  # the next line is what the called function spends
+        elif re.match(r"[+*\d-]", line):
+            if inside and not is_call:
+                counted += int(line.split()[1])
+            is_call = False
+    return name, counted
+
+
+def measure(program, library, simulation):
+    with tempfile.TemporaryDirectory() as folder:
+        run(program, simulation, folder)
+        dumps = (own_instructions(path.read_text(), library) for path in Path(folder).iterdir())
+        return {name: round(count / CALLS) for name, count in dumps if name}
+
+
+def main(program, library, simulation):
+    measured = measure(program, Path(library).resolve(), simulation)
+    changed = False
+    for path in sorted({*RECORDED, *measured}):
+        recorded, now = RECORDED.get(path, 0), measured.get(path, 0)
+        within = abs(now - recorded) <= max(1, MARGIN * recorded)
+        changed = changed or not within
+        print(f"{path:18} {now:6} instructions a call, {recorded} recorded{'' if within else '  <-- changed'}")
+    if changed:
+        print("More than before: find out why. Less: record it here, in RECORDED.")
+    return 1 if changed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
