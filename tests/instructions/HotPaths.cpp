@@ -10,6 +10,8 @@
 
 #include "FakeJni.h"
 
+#define ORVEX(method) Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_##method
+
 namespace {
 
 constexpr int kCalls = 1000;
@@ -42,28 +44,38 @@ void count(const char* name, Call call) {
 
 }  // namespace
 
-#define ORVEX(method) Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_##method
+jint indexOf(FakeJni& jni, jint list, const std::string& serialNumber) {
+    jint index = 0;
+    do {
+        ORVEX(usbGetDeviceInfo)(jni.env(), nullptr, list, index);
+        demand(!jni.strings.back().empty(), "there is no such device");
+    } while (jni.strings.back().find(serialNumber) == std::string::npos && ++index > 0);
+    return index;
+}
+
+}  // namespace
 
 int main() {
     FakeJni jni;
     JNIEnv* env = jni.env();
     const jint session = ORVEX(usbInitialize)(env, nullptr);
     const jint list = ORVEX(usbCreateDeviceList)(env, nullptr, session, kVendor);
-    demand(ORVEX(usbOpenDevice)(env, nullptr, list, 0) == 0, "the device cannot be opened");
+    const jint index = indexOf(jni, list, "LIBRARY1");
+    demand(ORVEX(usbOpenDevice)(env, nullptr, list, index) == 0, "the device cannot be opened");
 
     FakeByteArray bytes(std::vector<jbyte>(kBytes, 1));
     count("write", [&] {
-        return ORVEX(usbWriteBulkPipe)(env, nullptr, list, 0, 0x01, kBytes, kTimeoutMs, bytes.java()) ==
+        return ORVEX(usbWriteBulkPipe)(env, nullptr, list, index, 0x01, kBytes, kTimeoutMs, bytes.java()) ==
                kBytes;
     });
     count("read", [&] {
-        return ORVEX(usbReadBulkPipe)(env, nullptr, list, 0, 0x81, kBytes, kTimeoutMs, bytes.java()) ==
+        return ORVEX(usbReadBulkPipe)(env, nullptr, list, index, 0x81, kBytes, kTimeoutMs, bytes.java()) ==
                kBytes;
     });
     count("look_up",
-          [&] { return ORVEX(usbCancelPipeTransfer)(env, nullptr, list, 0, kNoEndpoint) == kNotOpen; });
+          [&] { return ORVEX(usbCancelPipeTransfer)(env, nullptr, list, index, kNoEndpoint) == kNotOpen; });
     count("information_line", [&] {
-        ORVEX(usbGetDeviceInfo)(env, nullptr, list, 0);
+        ORVEX(usbGetDeviceInfo)(env, nullptr, list, index);
         return !jni.strings.back().empty();
     });
 
