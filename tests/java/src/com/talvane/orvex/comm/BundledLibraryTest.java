@@ -30,7 +30,7 @@ class BundledLibraryTest extends LoadingFixture {
 
     @Test
     void theCopyIsUnpackedOnceIntoFoldersOfTheUserAlone() throws Exception {
-        assertLoaded(child().run("session"));
+        assertLoaded(child().run("version"));
         Path file = unpackedIn(cache);
         Object before = identity(file);
         for (Path each : List.of(cache, file.getParent())) {
@@ -38,13 +38,13 @@ class BundledLibraryTest extends LoadingFixture {
         }
         assertTrue(file.getParent().getFileName().toString().matches("3\\.47-[0-9a-f]{16}"), file::toString);
 
-        assertLoaded(child().run("session"));
+        assertLoaded(child().run("version"));
         assertEquals(before, identity(unpackedIn(cache)));
     }
 
     @Test
     void aFileThatIsNotTheCopyIsReplacedAndNotWrittenTo() throws Exception {
-        assertLoaded(child().run("session"));
+        assertLoaded(child().run("version"));
         Path file = unpackedIn(cache);
         byte[] whole = Files.readAllBytes(file);
         byte[] changed = whole.clone();
@@ -52,7 +52,7 @@ class BundledLibraryTest extends LoadingFixture {
         Files.write(file, changed);
         Object before = identity(Files.createLink(folder.resolve("mapped elsewhere"), file));
 
-        assertLoaded(child().run("session"));
+        assertLoaded(child().run("version"));
         assertArrayEquals(whole, Files.readAllBytes(unpackedIn(cache)));
         assertNotEquals(before, identity(file));
         assertArrayEquals(changed, Files.readAllBytes(folder.resolve("mapped elsewhere")));
@@ -67,14 +67,14 @@ class BundledLibraryTest extends LoadingFixture {
             case "file" -> Files.createFile(cache);
             default -> allow(Files.createDirectory(cache), what);
         }
-        assertLoaded(child().run("session"));
+        assertLoaded(child().run("version"));
         unpackedIn(lastResort);
         assertEquals(List.of(), files(cache).stream().filter(path -> !path.equals(cache)).toList());
     }
 
     @Test
     void processesThatUnpackAtTheSameTimeSeeWholeFilesAndLeaveOne() throws Exception {
-        assertLoaded(child().run("session"));
+        assertLoaded(child().run("version"));
         Path file = unpackedIn(cache);
         long whole = Files.size(file);
         Files.delete(file);
@@ -82,7 +82,7 @@ class BundledLibraryTest extends LoadingFixture {
         ExecutorService pool = Executors.newFixedThreadPool(3);
         try {
             List<Future<ChildVm.Outcome>> children =
-                    Stream.generate(() -> pool.submit(() -> child().run("session"))).limit(3).toList();
+                    Stream.generate(() -> pool.submit(() -> child().run("version"))).limit(3).toList();
             while (!children.stream().allMatch(Future::isDone)) {
                 assertTrue(!Files.exists(file) || Files.size(file) == whole, "a part of the file can be seen");
                 TimeUnit.MICROSECONDS.sleep(100);

@@ -20,6 +20,7 @@ final class ChildPrograms {
         ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
         switch (args[0]) {
             case "fresh" -> fresh(usb);
+            case "version" -> say("version", usb.usbGetLibVersion());
             case "session" -> session(usb);
             case "leaveOpen" -> openBench(usb);
             case "openUnopenable" -> openUnopenable(usb);

@@ -17,14 +17,14 @@ class LibraryLoadingTest extends LoadingFixture {
 
     @Test
     void aFileThatThePropertyNamesIsLoadedAndNothingIsUnpacked() throws Exception {
-        assertLoaded(child().with("-Dorvex.usb.library=" + builtLibrary()).run("session"));
+        assertLoaded(child().with("-Dorvex.usb.library=" + builtLibrary()).run("version"));
         assertEquals(List.of(), files(folder));
     }
 
     @Test
     void aMissingFileIsNamedWithThePropertyThatAskedForItAndNoOtherPlaceIsTried() throws Exception {
         assertTells(
-                child().with("-Dorvex.usb.library=/nowhere/lib.so").run("session"),
+                child().with("-Dorvex.usb.library=/nowhere/lib.so").run("version"),
                 "java.lang.UnsatisfiedLinkError", "Tried the file '/nowhere/lib.so'", "orvex.usb.library",
                 "-Djava.library.path=");
         assertEquals(List.of(), files(folder));
@@ -32,13 +32,13 @@ class LibraryLoadingTest extends LoadingFixture {
 
     @Test
     void aRelativePathIsRefused() throws Exception {
-        assertTells(child().with("-Dorvex.usb.library=lib.so").run("session"), "absolute path");
+        assertTells(child().with("-Dorvex.usb.library=lib.so").run("version"), "absolute path");
     }
 
     @Test
     void theSearchPathGoesBeforeTheCopyInTheJar() throws Exception {
         assertLoaded(child().without("java.library.path").with("-Djava.library.path=" + builtLibrary().getParent())
-                .run("session"));
+                .run("version"));
         assertEquals(List.of(), files(folder));
     }
 
@@ -46,7 +46,7 @@ class LibraryLoadingTest extends LoadingFixture {
     void aLibraryInTheSearchPathThatCannotBeLoadedIsNotHiddenByTheCopyInTheJar() throws Exception {
         Path broken = Files.writeString(temporary.resolve(System.mapLibraryName("USBAccessLink")), "no library");
         assertTells(
-                child().without("java.library.path").with("-Djava.library.path=/nowhere:" + temporary).run("session"),
+                child().without("java.library.path").with("-Djava.library.path=/nowhere:" + temporary).run("version"),
                 broken.toString(), "java.library.path = '/nowhere:" + temporary + "'", "-Dorvex.usb.library=");
         assertEquals(List.of(broken), files(folder));
     }
@@ -54,7 +54,7 @@ class LibraryLoadingTest extends LoadingFixture {
     @Test
     void aPlatformWithoutACopyInTheJarIsToldWithTheSearchPath() throws Exception {
         assertTells(
-                child().with("-Dos.arch=abacus").run("session"),
+                child().with("-Dos.arch=abacus").run("version"),
                 System.mapLibraryName("USBAccessLink"), "java.library.path = '/nowhere/at/all'",
                 "-abacus/" + LIBRARY, "is not in the jar", "-Dorvex.usb.library=");
     }
@@ -66,7 +66,7 @@ class LibraryLoadingTest extends LoadingFixture {
         Files.createDirectory(lastResort);
         allow(lastResort, "rwxrwxrwx");
         assertTells(
-                child().run("session"),
+                child().run("version"),
                 "unpacked into '" + cache, "'" + cache + "' is not a folder but a link",
                 "unpacked into '" + lastResort, "others than its owner may write to '" + lastResort + "'",
                 "belongs to the user alone");

@@ -40,19 +40,19 @@ class LoadingAsRootTest extends LoadingFixture {
 
     @Test
     void aHomeFromWhichNothingMayBeRunIsLeftForTheNextPlace() throws Exception {
-        assertLoaded(childWithMount("noexec", home).run("session"));
+        assertLoaded(childWithMount("noexec", home).run("version"));
         unpackedIn(lastResort);
     }
 
     @Test
     void whenNothingMayBeRunFromAnyPlaceEachIsTold() throws Exception {
-        assertTells(childWithMount("noexec", home, temporary).run("session"),
+        assertTells(childWithMount("noexec", home, temporary).run("version"),
                 "unpacked into '" + cache, "unpacked into '" + lastResort, "failed to map", "noexec");
     }
 
     @Test
     void aReadOnlyHomeIsLeftForTheNextPlace() throws Exception {
-        assertLoaded(childWithMount("ro", home).run("session"));
+        assertLoaded(childWithMount("ro", home).run("version"));
         unpackedIn(lastResort);
     }
 
@@ -61,7 +61,7 @@ class LoadingAsRootTest extends LoadingFixture {
         Path chosen = Files.createDirectory(folder.resolve("chosen"));
         Path login = Files.createDirectory(folder.resolve("login"));
         assertLoaded(childWithMount("noexec", chosen).withEnvironment("XDG_CACHE_HOME", chosen.toString())
-                .withEnvironment("XDG_RUNTIME_DIR", login.toString()).run("session"));
+                .withEnvironment("XDG_RUNTIME_DIR", login.toString()).run("version"));
         assertEquals(List.of(unpackedIn(login.resolve(FOLDER))), files(folder));
     }
 
@@ -69,7 +69,7 @@ class LoadingAsRootTest extends LoadingFixture {
     void aFolderOfAnotherUserIsNotTrusted() throws Exception {
         Files.createDirectories(cache);
         give(cache, NOBODY);
-        assertLoaded(child().run("session"));
+        assertLoaded(child().run("version"));
         unpackedIn(lastResort);
         assertEquals(List.of(), files(cache));
     }
