@@ -184,7 +184,7 @@ def ctest(preset, targets, choice):
 
 def house():
     """What looks at the sources and at the library as it is built."""
-    return ctest("dev", ["USBAccessLink"], ["-L", "house"])
+    return ctest("dev", ["USBAccessLink", "orvex_jars"], ["-L", "house"])
 
 
 UNIT_TESTS = ["unit_tests_macos"] if MACOS else ["unit_tests", "unit_tests_macos"]
@@ -240,8 +240,8 @@ def build_release(folder, *targets):
         demand(["cmake", "--build", "--preset", "release", "--target", *targets], folder / "build.log", BUILD_DEADLINE)
 
 
-def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java"):
-    """The command that runs the JUnit suite."""
+def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()):
+    """The command that runs the JUnit suite, without the tests that have one of these tags."""
     return [
         java,
         *STEADY_JVM,
@@ -255,6 +255,7 @@ def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java"):
         "--details=verbose",  # as it goes on, so that the log of a run that hangs tells where
         "--disable-banner",
         "--disable-ansi-colors",
+        *(f"--exclude-tag={tag}" for tag in [*without, *(["linux"] if MACOS else [])]),
         *launcher,
     ]
 
@@ -286,8 +287,8 @@ def java_simulated():
     """The JUnit suite on what is shipped, and what that exports. The HID devices of macOS itself are not simulated."""
     folder = RESULTS / "java"
     build_release(folder, "orvex_java_tests")
-    left_out = ["--exclude-tag=kernel", *([f"--exclude-classname={HID_SUITES}"] if MACOS else [])]
-    suite = junit(folder / "reports", ["-Xcheck:jni"], left_out)
+    left_out = [f"--exclude-classname={HID_SUITES}"] if MACOS else []
+    suite = junit(folder / "reports", ["-Xcheck:jni"], left_out, without=["kernel", "newest"])
     return [*on_simulated_bus(folder, suite, folder / "junit.log"), exports(folder)]
 
 
@@ -316,7 +317,8 @@ def java_asan():
         "ASAN_OPTIONS": "halt_on_error=1:detect_leaks=0:handle_segv=0:verify_asan_link_order=0",
     }
     jvm = ["-XX:+UseSerialGC", "-Dorvex.test.growthKb=1000000"]
-    suite = junit(folder / "reports", jvm, ["--exclude-tag=kernel"], build / LIBRARY.name)
+    # How the library is found has nothing for the sanitizer, and the jar holds the one without it.
+    suite = junit(folder / "reports", jvm, library=build / LIBRARY.name, without=["kernel", "loading", "newest"])
     return on_simulated_bus(folder, suite, folder / "junit.log", build, environment)
 
 
@@ -336,7 +338,7 @@ def java_newest():
     folder = RESULTS / "java-newest"
     build_release(folder, "orvex_java_tests")
     jvm = ["-Xcheck:jni", "--enable-native-access=ALL-UNNAMED"]
-    suite = junit(folder / "reports", jvm, ["--exclude-tag=kernel"], java=newest_java())
+    suite = junit(folder / "reports", jvm, java=newest_java(), without=["kernel"])
     return on_simulated_bus(folder, suite, folder / "junit.log")
 
 
@@ -356,7 +358,7 @@ def java_on_kernel():
     reports.mkdir(parents=True)
     # With the default collector a JVM can crash under emulation.
     jvm = ["-XX:+UseSerialGC"]
-    suite = junit(reports, jvm, ["--exclude-tag=memory"])
+    suite = junit(reports, jvm, without=["memory", "loading", "newest"])
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite), log, SYSTEM_DEADLINE + 10)
     return cases_of(reports.glob("TEST-*.xml"), log, status)
 

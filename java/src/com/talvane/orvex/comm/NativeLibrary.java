@@ -1,6 +1,12 @@
 package com.talvane.orvex.comm;
 
-/** Finds and loads the native half of {@link ORVEXCommUSBAccess}. */
+import java.io.File;
+import java.util.regex.Pattern;
+
+/**
+ * Finds and loads the native half of {@link ORVEXCommUSBAccess}. A place that the caller has chosen is never left for
+ * another: what lies there and does not load is told, not hidden by the copy in the jar.
+ */
 final class NativeLibrary {
     /** System property: the absolute path of the library's file. When it is set, no other place is tried. */
     static final String PATH_PROPERTY = "orvex.usb.library";
@@ -11,36 +17,43 @@ final class NativeLibrary {
     }
 
     /**
-     * Loads the library: the file that {@link #PATH_PROPERTY} names, or else the one that the virtual machine finds
-     * in {@code java.library.path}.
+     * Loads the library: the file that {@link #PATH_PROPERTY} names; or else the one that the virtual machine finds
+     * in {@code java.library.path}; or else, when none lies there, the copy in the jar.
      *
      * @throws UnsatisfiedLinkError when that fails; the message tells what was tried and what to do
      */
     static void load() {
-        String path = System.getProperty(PATH_PROPERTY);
+        LoadAttempts attempts = new LoadAttempts();
         try {
-            if (path != null) {
-                System.load(path);
-            } else {
-                System.loadLibrary(NAME);
+            if (!load(attempts)) {
+                throw attempts.failure();
             }
-        } catch (UnsatisfiedLinkError e) {
-            UnsatisfiedLinkError explained = new UnsatisfiedLinkError(explain(path, e.getMessage()));
-            explained.initCause(e);
-            throw explained;
+        } catch (IllegalCallerException e) {
+            throw LoadAttempts.nativeAccessDenied(e);
         }
     }
 
-    private static String explain(String path, String reason) {
-        String tried = path != null
-                ? "Tried the file '" + path + "', which the system property " + PATH_PROPERTY + " names"
-                : "Tried '" + System.mapLibraryName(NAME) + "' in java.library.path = '"
-                        + System.getProperty("java.library.path") + "' (the system property " + PATH_PROPERTY
-                        + " is not set)";
-        return "The native USB library could not be loaded: " + reason + ". " + tried
-                + ". Start Java with -D" + PATH_PROPERTY + "=<absolute path of the library file>, or with "
-                + "-Djava.library.path=<directory that holds " + System.mapLibraryName(NAME) + ">; when the file is "
-                + "there, check that libusb-1.0 is installed and that the library is built for "
-                + System.getProperty("os.name") + " " + System.getProperty("os.arch") + ".";
+    private static boolean load(LoadAttempts attempts) {
+        String path = System.getProperty(PATH_PROPERTY);
+        if (path != null) {
+            return attempts.succeeds("the file '" + path + "', which the system property " + PATH_PROPERTY + " names",
+                    () -> System.load(path));
+        }
+        String folders = System.getProperty("java.library.path", "");
+        String what = "'" + fileName() + "' in java.library.path = '" + folders + "' (the system property "
+                + PATH_PROPERTY + " is not set)";
+        return attempts.succeeds(what, () -> System.loadLibrary(NAME))
+                || !liesIn(folders) && BundledLibrary.load(attempts);
+    }
+
+    /** The name by which the virtual machine looks for the library. */
+    static String fileName() {
+        return System.mapLibraryName(NAME);
+    }
+
+    private static boolean liesIn(String folders) {
+        return Pattern.compile(File.pathSeparator, Pattern.LITERAL).splitAsStream(folders)
+                .map(folder -> folder.isEmpty() ? "." : folder)
+                .anyMatch(folder -> new File(folder, fileName()).exists());
     }
 }

@@ -89,6 +89,21 @@ package com.talvane.orvex.comm;
  * stored; of a write, the missing bytes are sent as zeroes. A transfer of bytes without a buffer (null) answers -112 or
  * -113.
  *
+ * <h2>The native library</h2>
+ *
+ * <p>The first use of this class loads the native library: the file that the system property
+ * {@code orvex.usb.library} names by its absolute path, and then no other; or else {@code USBAccessLink} in
+ * {@code java.library.path}; or else, when it does not lie there, the copy in the jar, which is unpacked into a folder
+ * that belongs to the user alone (in the user's cache, the folder of the login or the temporary folder). It needs
+ * libusb-1.0 to be installed.
+ *
+ * <p>A class loader that loads this class again gets another copy of the library, with a session, lists and open
+ * devices of its own; a file that the property or the path names can be loaded by one class loader only. End the
+ * session before a class loader is given up: the library goes with it.
+ *
+ * <p>A virtual machine that refuses native code wants {@code --enable-native-access=com.talvane.orvex.comm}, or
+ * {@code ALL-UNNAMED} when the jar is on the class path.
+ *
  * <h2>Debug output</h2>
  *
  * <p>While the environment variable {@code ORVEXCOMM_DEBUG} is set, to whatever value, the library traces its work to
@@ -100,8 +115,8 @@ public class ORVEXCommUSBAccess {
     }
 
     /**
-     * Makes an access object. It has no state: the session, the lists and the open devices belong to the process, so
-     * all objects of this class are equal.
+     * Makes an access object. It has no state: the session, the lists and the open devices belong to the library that
+     * its class loader has loaded, so all objects of this class are equal.
      *
      * @throws UnsatisfiedLinkError at the first use of the class, when the native library cannot be loaded; the
      *         message tells what was tried
@@ -112,8 +127,8 @@ public class ORVEXCommUSBAccess {
     // ------------------------------------------------------------------------------------------------- session
 
     /**
-     * Opens the session. There is at most one in a process; it starts libusb and a thread that listens for devices
-     * that come and go.
+     * Opens the session. There is at most one for each class loader that has this class, mostly one in a process; it
+     * starts libusb and a thread that listens for devices that come and go.
      *
      * <p>Threads: not while any other method runs.
      *

@@ -1,5 +1,7 @@
 package com.talvane.orvex.comm;
 
+import java.net.URL;
+import java.net.URLClassLoader;
 import java.util.concurrent.TimeUnit;
 
 /** Programs for {@link ChildVm}: what can only be seen in a process of its own. */
@@ -18,9 +20,11 @@ final class ChildPrograms {
         ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
         switch (args[0]) {
             case "fresh" -> fresh(usb);
+            case "version" -> say("version", usb.usbGetLibVersion());
             case "session" -> session(usb);
             case "leaveOpen" -> openBench(usb);
             case "openUnopenable" -> openUnopenable(usb);
+            case "otherLoaders" -> otherLoaders(usb);
             case "leaveReading" -> leaveReading(usb);
             default -> throw new IllegalArgumentException(args[0]);
         }
@@ -56,6 +60,21 @@ final class ChildPrograms {
         usb.usbInitialize();
         usb.usbReleaseDeviceList(usb.usbCreateDeviceList2(0, VENDORS));
         usb.usbRelease(0);
+    }
+
+    /** The class again, in two more class loaders, while the first has its session. */
+    private static void otherLoaders(ORVEXCommUSBAccess usb) throws Exception {
+        say("initialize", usb.usbInitialize());
+        URL[] jar = {ChildVm.productJar().toUri().toURL()};
+        for (int i = 0; i < 2; ++i) {
+            try (URLClassLoader loader = new URLClassLoader(jar, ClassLoader.getPlatformClassLoader())) {
+                Class<?> again = loader.loadClass(ORVEXCommUSBAccess.class.getName());
+                Object access = again.getConstructor().newInstance();
+                say("initialize", (int) again.getMethod("usbInitialize").invoke(access));
+                say("release", (int) again.getMethod("usbRelease", int.class).invoke(access, 0));
+            }
+        }
+        say("release", usb.usbRelease(0));
     }
 
     /** Opens the tool with an endpoint of every kind, in a session that nobody releases. */

@@ -13,6 +13,9 @@ import java.util.concurrent.TimeUnit;
 /** A Java program in a virtual machine of its own, with the same native library and, in memory, a bus of its own. */
 final class ChildVm {
     private static final String TOOL = "com.talvane.orvex.comm.tool.OrvexUsb";
+    /** The jar of the tests; its manifest names the others. */
+    private static final List<String> ON_CLASS_PATH = List.of("-cp", jarOf(ChildVm.class).toString());
+    private static final String NATIVE_ACCESS = "--enable-native-access=";
     private static final int FIRST_TO_WARN_OF_NATIVE_ACCESS = 24;
 
     private final List<String> options = new ArrayList<>(
@@ -26,7 +29,7 @@ final class ChildVm {
 
     ChildVm() {
         if (Runtime.version().feature() >= FIRST_TO_WARN_OF_NATIVE_ACCESS) {
-            options.add("--enable-native-access=ALL-UNNAMED");
+            options.add(NATIVE_ACCESS + "ALL-UNNAMED");
         }
         passOn(NativeLibrary.PATH_PROPERTY);
         passOn("java.library.path");
@@ -51,6 +54,12 @@ final class ChildVm {
         return this;
     }
 
+    /** Without the leave to load native code that it gets otherwise. */
+    ChildVm withoutNativeAccess() {
+        options.removeIf(option -> option.startsWith(NATIVE_ACCESS));
+        return this;
+    }
+
     /** Started by this command, which gets the rest as its arguments. */
     ChildVm under(String... command) {
         prefix.addAll(List.of(command));
@@ -62,6 +71,11 @@ final class ChildVm {
         return this;
     }
 
+    ChildVm withoutEnvironment(String name) {
+        builder.environment().remove(name);
+        return this;
+    }
+
     /** Its bus listens there, or the one that it shares does. */
     ChildVm withBus(Path socket) {
         return withEnvironment("SIMBUS_SOCKET", socket.toString());
@@ -69,12 +83,24 @@ final class ChildVm {
 
     /** Runs one of the programs of {@link ChildPrograms}. */
     Outcome run(String program) throws Exception {
-        return run(java(ChildPrograms.class.getName(), program));
+        return run(java(ON_CLASS_PATH, ChildPrograms.class.getName(), program));
     }
 
     /** Runs the command-line tool. */
     Outcome runTool(String... arguments) throws Exception {
-        return run(java(TOOL, arguments));
+        return run(java(ON_CLASS_PATH, TOOL, arguments));
+    }
+
+    /** Runs the command-line tool by its jar alone. */
+    Outcome runJar(Path jar, String... arguments) throws Exception {
+        return run(java(List.of("-jar"), jar.toString(), arguments));
+    }
+
+    /** Runs the command-line tool as a module. */
+    Outcome runModule(String... arguments) throws Exception {
+        Path jar = productJar();
+        String path = jar + File.pathSeparator + jar.resolveSibling("lib/info.picocli.jar");
+        return run(java(List.of("-p", path, "--add-modules", "info.picocli", "-m"), "com.talvane.orvex.comm", arguments));
     }
 
     /** Runs the command that users start, which lies beside the native library; it finds all that it needs itself. */
@@ -90,7 +116,7 @@ final class ChildVm {
     /** Starts the command-line tool. What it writes can be read as it comes; the file gets standard error. */
     Process startTool(Path err, String... arguments) throws IOException {
         builder.redirectError(err.toFile());
-        return builder.command(java(TOOL, arguments)).start();
+        return builder.command(java(ON_CLASS_PATH, TOOL, arguments)).start();
     }
 
     /** Whatever happens the process is gone afterwards. */
@@ -110,18 +136,23 @@ final class ChildVm {
         }
     }
 
-    private List<String> java(String mainClass, String... arguments) {
+    private List<String> java(List<String> how, String main, String... arguments) {
         List<String> command = new ArrayList<>(prefix);
         command.add(System.getProperty("java.home") + "/bin/java");
         command.addAll(options);
-        command.addAll(List.of("-cp", ownJar(), mainClass));
+        command.addAll(how);
+        command.add(main);
         command.addAll(List.of(arguments));
         return command;
     }
 
-    /** The jar of the tests; its manifest names the others. */
-    private static String ownJar() {
-        return new File(ChildVm.class.getProtectionDomain().getCodeSource().getLocation().getPath()).getPath();
+    /** The jar that is shipped. */
+    static Path productJar() {
+        return jarOf(ORVEXCommUSBAccess.class);
+    }
+
+    private static Path jarOf(Class<?> type) {
+        return Path.of(type.getProtectionDomain().getCodeSource().getLocation().getPath());
     }
 
     private static String read(Path file) {

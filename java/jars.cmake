@@ -1,0 +1,64 @@
+# What is handed on: the jar with the native library in it, the jars with sources and documentation, and the pom.
+set(pack ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/script/lib/jars.py pack)
+set(packer ${PROJECT_SOURCE_DIR}/script/lib/jars.py)
+set(jar_base ${CMAKE_BINARY_DIR}/orvex-usb-access)
+
+configure_file(pom.xml.in ${jar_base}.pom @ONLY)
+
+# The platforms that this build's library is for, as the loader names them.
+if(APPLE)
+  set(processors ${CMAKE_OSX_ARCHITECTURES})
+  set(system macos)
+else()
+  string(TOLOWER ${CMAKE_SYSTEM_NAME} system)
+endif()
+if(NOT processors)
+  set(processors ${CMAKE_SYSTEM_PROCESSOR})
+endif()
+list(TRANSFORM processors REPLACE "^arm64$" aarch64)
+
+# Without what only a debugger reads. On a Mac that is not in the library, and to touch it would break its signature.
+set(shipped ${CMAKE_CURRENT_BINARY_DIR}/$<TARGET_FILE_NAME:USBAccessLink>)
+if(APPLE)
+  set(ship ${CMAKE_COMMAND} -E copy $<TARGET_FILE:USBAccessLink> ${shipped})
+else()
+  set(ship ${CMAKE_STRIP} --strip-unneeded -o ${shipped} $<TARGET_FILE:USBAccessLink>)
+endif()
+set(natives)
+foreach(processor ${processors})
+  list(APPEND natives META-INF/native/${system}-${processor}/$<TARGET_FILE_NAME:USBAccessLink>=${shipped})
+endforeach()
+
+add_custom_command(
+  OUTPUT ${jar_base}.jar
+  COMMAND ${ship}
+  COMMAND ${pack} ${jar_base}.jar ${ORVEX_CLASSES_JAR} ${natives}
+    META-INF/maven/com.talvane.orvex/orvex-usb-access/pom.xml=${jar_base}.pom
+    META-INF/NOTICE=${PROJECT_SOURCE_DIR}/NOTICE
+  DEPENDS orvex_classes ${ORVEX_CLASSES_JAR} USBAccessLink ${jar_base}.pom ${PROJECT_SOURCE_DIR}/NOTICE ${packer}
+  VERBATIM)
+add_custom_target(orvex_jar ALL DEPENDS ${jar_base}.jar)
+
+list(TRANSFORM ORVEX_API_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE api_sources)
+list(TRANSFORM ORVEX_TOOL_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE tool_sources)
+add_custom_command(
+  OUTPUT ${jar_base}-sources.jar
+  COMMAND ${pack} ${jar_base}-sources.jar =${CMAKE_CURRENT_SOURCE_DIR}/src
+  DEPENDS ${api_sources} ${tool_sources} ${CMAKE_CURRENT_SOURCE_DIR}/src/module-info.java ${packer}
+  VERBATIM)
+add_custom_target(orvex_sources_jar DEPENDS ${jar_base}-sources.jar)
+
+# The documentation of the class; its warnings are errors, so it is built in every test run.
+set(javadoc ${CMAKE_CURRENT_BINARY_DIR}/javadoc)
+add_custom_command(
+  OUTPUT ${jar_base}-javadoc.jar
+  COMMAND ${CMAKE_COMMAND} -E rm -rf ${javadoc}
+  COMMAND ${Java_JAVADOC_EXECUTABLE} -quiet -notimestamp -Xdoclint:all -Werror --release 17 -encoding UTF-8
+    -d ${javadoc} ${api_sources}
+  COMMAND ${pack} ${jar_base}-javadoc.jar =${javadoc}
+  DEPENDS ${api_sources} ${packer}
+  VERBATIM)
+add_custom_target(orvex_javadoc_jar DEPENDS ${jar_base}-javadoc.jar)
+
+add_custom_target(orvex_jars)
+add_dependencies(orvex_jars orvex_jar orvex_sources_jar orvex_javadoc_jar)

@@ -1,0 +1,80 @@
+package com.talvane.orvex.comm;
+
+import java.io.IOException;
+import java.util.ArrayList;
+import java.util.List;
+
+/** The places where the native library was looked for, and why it could not be loaded from each. */
+final class LoadAttempts {
+    private static final String FAILED = "The native USB library could not be loaded";
+
+    /** What the virtual machine says, in all its versions, when another class loader has the file. */
+    private static final String TAKEN = "already loaded in another classloader";
+
+    private final List<Throwable> reasons = new ArrayList<>();
+    private final StringBuilder story = new StringBuilder();
+    private boolean taken;
+
+    /** A step on the way to the loaded library. */
+    interface Step {
+        void run() throws IOException;
+    }
+
+    /**
+     * Tries one place.
+     *
+     * @return whether the library is loaded now; if not, the failure is noted
+     */
+    boolean succeeds(String place, Step step) {
+        try {
+            step.run();
+            return true;
+        } catch (IOException e) {
+            note(place, e.toString(), e);
+        } catch (UnsatisfiedLinkError e) {
+            note(place, e.getMessage(), e);
+            taken |= isTaken(e);
+        }
+        return false;
+    }
+
+    private void note(String place, String why, Throwable reason) {
+        story.append("\nTried ").append(place).append(": ").append(why).append('.');
+        reasons.add(reason);
+    }
+
+    /** Whether a file could not be loaded because a class of another class loader has loaded it. */
+    static boolean isTaken(UnsatisfiedLinkError failure) {
+        return failure.getMessage() != null && failure.getMessage().contains(TAKEN);
+    }
+
+    /** The failure of all attempts, with what can be done about it. */
+    UnsatisfiedLinkError failure() {
+        UnsatisfiedLinkError failure = new UnsatisfiedLinkError(FAILED + "." + story + "\n" + advice());
+        failure.initCause(reasons.get(0));
+        reasons.stream().skip(1).forEach(failure::addSuppressed);
+        return failure;
+    }
+
+    private String advice() {
+        String advice = "Start Java with -D" + NativeLibrary.PATH_PROPERTY + "=<absolute path of the library file>, or "
+                + "with -Djava.library.path=<directory that holds " + NativeLibrary.fileName() + ">; when the file is "
+                + "there, check that libusb-1.0 is installed and that the library is built for "
+                + System.getProperty("os.name") + " " + System.getProperty("os.arch") + ". The copy in the jar needs "
+                + "a folder that belongs to the user alone and may hold programs (not mounted noexec).";
+        return taken
+                ? advice + " A virtual machine loads a file for one class loader only: load the class in one that all "
+                        + "users of it share, or leave both properties to the copy in the jar, which serves several."
+                : advice;
+    }
+
+    /** The failure when this virtual machine was told not to let the caller load native code. */
+    static UnsatisfiedLinkError nativeAccessDenied(IllegalCallerException reason) {
+        Module module = LoadAttempts.class.getModule();
+        UnsatisfiedLinkError failure = new UnsatisfiedLinkError(FAILED + ": " + reason.getMessage()
+                + ". Start Java with --enable-native-access=" + (module.isNamed() ? module.getName() : "ALL-UNNAMED")
+                + ".");
+        failure.initCause(reason);
+        return failure;
+    }
+}

@@ -1,0 +1,10 @@
+/**
+ * Access to USB tools through a native library, and the command-line tool {@code orvex-usb}, which alone needs picocli.
+ */
+module com.talvane.orvex.comm {
+    requires static info.picocli;
+
+    exports com.talvane.orvex.comm;
+
+    opens com.talvane.orvex.comm.tool to info.picocli;
+}
