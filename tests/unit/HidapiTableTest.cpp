@@ -95,6 +95,14 @@ TEST_F(HidapiTable, TheFirstConfigurationIsAskedForByNoMoreThanALengthCanSay) {
                             ElementsAre(0x80, 6, 0x0200, 0, 0xFFFF, 1000)));
 }
 
+TEST_F(HidapiTable, AnEmptyBusHasNoConfigurationAndItsListIsGivenBack) {
+    startSession({});
+    uint8_t buffer[64];
+    EXPECT_EQ(-131, readConfiguration(buffer, 64));
+    EXPECT_EQ(1U, callsOf("libusb_get_device_list"));
+    EXPECT_EQ(1U, callsOf("libusb_free_device_list"));
+}
+
 TEST_F(HidapiTable, OnlyTheAsciiOfATextIsKept) {
     startSession({hidJson("one", R"({"serial":"\u0001\u007f\u0080\u20ac"})")});
     std::vector<HidDeviceInfo> devices;
