@@ -107,10 +107,10 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex 
 // Writes what fits, and says when that is not all of it.
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding) {
     const std::string text = sim::textOf(string).value_or("");
-    const std::size_t count = std::min(text.size(), static_cast<std::size_t>(bufferSize) - 1);
-    std::memcpy(buffer, text.data(), count);
-    buffer[count] = '\0';
-    return count == text.size();
+    // A text that does not fit leaves a buffer without end: nobody promises more.
+    const std::size_t count = std::min(text.size() + 1, static_cast<std::size_t>(bufferSize));
+    std::memcpy(buffer, text.c_str(), count);
+    return count == text.size() + 1;
 }
 
 CFTypeID CFNumberGetTypeID() {

@@ -58,6 +58,13 @@ Ref referenceTo(Object* object) {
     return reinterpret_cast<Ref>(object);
 }
 
+// The library wants nothing special of the system: options that it does not know of are a slip.
+inline void expectNoOptions(const char* function, IOOptionBits options) {
+    if (options != 0) {
+        simbus::Bus::instance().addViolation(std::string(function) + ": options");
+    }
+}
+
 bool isKind(CFTypeRef reference, Kind kind);
 // Unicode text of a string object, as UTF-8; number of a number object; nothing for anything else.
 std::optional<std::string> textOf(CFTypeRef reference);

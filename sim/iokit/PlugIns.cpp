@@ -110,8 +110,9 @@ struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceOb
     std::deque<simbus::Bytes> reports;
 };
 
-IOReturn openHid(void* self, IOOptionBits) {
+IOReturn openHid(void* self, IOOptionBits options) {
     SIM_CALL_POINT("IOHIDDeviceDeviceInterface.open");
+    expectNoOptions("IOHIDDeviceDeviceInterface.open", options);
     if (fault) {
         return *fault;
     }
@@ -120,8 +121,9 @@ IOReturn openHid(void* self, IOOptionBits) {
     return object.opening == nullptr ? kIOReturnError : kIOReturnSuccess;
 }
 
-IOReturn closeHid(void* self, IOOptionBits) {
+IOReturn closeHid(void* self, IOOptionBits options) {
     SIM_CALL_POINT("IOHIDDeviceDeviceInterface.close");
+    expectNoOptions("IOHIDDeviceDeviceInterface.close", options);
     static_cast<void>(fault);
     auto& object = HidInterfaceObject::of(self);
     object.stop();
@@ -143,8 +145,9 @@ IOReturn getSource(void* self, CFTypeRef* source) {
 }
 
 IOReturn setCallback(void* self, std::uint8_t* report, CFIndex length, IOHIDReportCallback callback,
-                     void* context, IOOptionBits) {
+                     void* context, IOOptionBits options) {
     SIM_CALL_POINT("IOHIDDeviceDeviceInterface.setInputReportCallback");
+    expectNoOptions("IOHIDDeviceDeviceInterface.setInputReportCallback", options);
     auto& object = HidInterfaceObject::of(self);
     if (fault || object.opening == nullptr) {
         return fault.value_or(kIOReturnNotOpen);
@@ -158,8 +161,9 @@ IOReturn setCallback(void* self, std::uint8_t* report, CFIndex length, IOHIDRepo
 }
 
 IOReturn sendReport(void* self, IOHIDReportType type, std::uint32_t id, const std::uint8_t* report,
-                    CFIndex length, std::uint32_t, IOHIDReportCallback, void*, IOOptionBits) {
+                    CFIndex length, std::uint32_t, IOHIDReportCallback, void*, IOOptionBits options) {
     SIM_CALL_POINT("IOHIDDeviceDeviceInterface.setReport");
+    expectNoOptions("IOHIDDeviceDeviceInterface.setReport", options);
     auto& object = HidInterfaceObject::of(self);
     if (fault || object.opening == nullptr || type != kIOHIDReportTypeOutput || id != 0) {
         return fault.value_or(kIOReturnNotOpen);

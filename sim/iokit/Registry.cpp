@@ -166,8 +166,9 @@ kern_return_t IOObjectRelease(io_object_t object) {
 }
 
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef,
-                                          IOOptionBits) {
+                                          IOOptionBits options) {
     SIM_CALL_POINT("IORegistryEntryCreateCFProperty");
+    sim::expectNoOptions("IORegistryEntryCreateCFProperty", options);
     const auto service = sim::serviceOf(entry);
     return fault || !service ? nullptr : sim::createProperty(*service, sim::textOf(key).value_or(""));
 }

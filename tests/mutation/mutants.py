@@ -36,11 +36,14 @@ class Mutant:
     line: int
     before: str
     after: str
+    text: str  # of the line
     state: str = "not run"
     tests: list = field(default_factory=list)  # that come by the place
 
     def __str__(self):
-        return f"{self.file}:{self.line}: {self.before} -> {self.after}"
+        # A number or a name says little: the line tells which of them it is.
+        where = f" in {self.text}" if re.fullmatch(r"[\w']+", self.before) else ""
+        return f"{self.file}:{self.line}: {self.before} -> {self.after}{where}"
 
 
 @dataclass
@@ -194,9 +197,10 @@ def find(root, build, sources):
         for _, edit in sorted(finder.edits[file].items(), key=lambda item: (item[0][0], -item[0][1])):
             before = one_line(finder.piece(file, edit.start, edit.end))
             line = finder.text(file)[: edit.start].count(b"\n") + 1
+            text = finder.text(file).split(b"\n")[line - 1].decode().strip()
             for alternative in edit.alternatives:
                 after = "(left out)" if alternative is None else one_line(alternative)
-                mutants.append(Mutant(len(mutants), file, line, before, after))
+                mutants.append(Mutant(len(mutants), file, line, before, after, text))
                 edit.mutants.append(mutants[-1])
     return finder, mutants
 

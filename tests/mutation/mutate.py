@@ -126,12 +126,23 @@ def try_out(mutant, killers):
     print(f"{mutant.state}: {mutant}", flush=True)
 
 
+def unnumbered(change):
+    """A change without the number of its line, which moves with the lines before it."""
+    return re.sub(r":\d+:", ":", str(change).strip(), count=1)
+
+
 def equivalents():
     """Changes that change nothing that anybody could see, a line each: the change, "  # " and the reason."""
     if not EQUIVALENT.exists():
         return set()
-    lines = [line.split("  # ")[0].strip() for line in EQUIVALENT.read_text().splitlines()]
-    return {re.sub(r":\d+:", ":", line, count=1) for line in lines if line and not line.startswith("#")}
+    lines = [line.split("  # ")[0] for line in EQUIVALENT.read_text().splitlines()]
+    return {unnumbered(line) for line in lines if line.strip() and not line.startswith("#")}
+
+
+def survivors(log):
+    """The changes that an earlier run's output lists as survived."""
+    told = "survived: "
+    return {unnumbered(line[len(told) :]) for line in log.read_text().splitlines() if line.startswith(told)}
 
 
 def table(found):
@@ -149,6 +160,7 @@ def table(found):
 def parse_arguments():
     parser = argparse.ArgumentParser(prog="script/mutate", description=__doc__.split("\n")[0])
     parser.add_argument("--only", metavar="TEXT", help="only the files whose name has this text in it")
+    parser.add_argument("--again", metavar="FILE", type=Path, help="only what survived in the run whose output this is")
     parser.add_argument("--sample", metavar="N", type=int, help="only N changes, drawn at random")
     parser.add_argument("--seed", type=int, default=1, help="for the drawing (1)")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="tests at once")
@@ -170,8 +182,11 @@ def main():
     known = equivalents()
     chosen = [m for m in found if m.state != "invalid" and (options.only or "") in m.file]
     for mutant in chosen:
-        if re.sub(r":\d+:", ":", str(mutant), count=1) in known:
+        if unnumbered(mutant) in known:
             mutant.state = "equivalent"
+    if options.again:
+        again = survivors(options.again)
+        chosen = [m for m in chosen if unnumbered(m) in again]
     if options.sample:
         chosen = random.Random(options.seed).sample(chosen, min(options.sample, len(chosen)))
     left = [m for m in chosen if m.state != "equivalent"]

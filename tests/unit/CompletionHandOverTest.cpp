@@ -200,6 +200,12 @@ TEST_F(CompletionHandOver, AContextThatKeepsFailingDoesNotEndTheWait) {
     EXPECT_EQ(2, read->result());
 }
 
+TEST_F(CompletionHandOver, TellsLibusbsCode) {
+    openTool();
+    bus.failCall("libusb_handle_events", 1, LIBUSB_ERROR_IO);
+    EXPECT_EQ(LIBUSB_ERROR_IO, handleEvents(context));
+}
+
 TEST_F(CompletionHandOver, ANullContextNeverReachesLibusb) {
     EXPECT_EQ(LIBUSB_ERROR_INVALID_PARAM, handleEvents(nullptr));
     EXPECT_EQ(LIBUSB_ERROR_INVALID_PARAM, handleEventsFor(nullptr, timeval{0, 0}));

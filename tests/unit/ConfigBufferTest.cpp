@@ -247,6 +247,13 @@ TEST_F(ConfigBuffer, AClaimOfNoBytesIsAnsweredBeforeConfigurationsAreCounted) {
     EXPECT_THAT(lines_, ElementsAre());
 }
 
+TEST_F(ConfigBuffer, AClaimOfNoBytesIsAMissingConfigurationToAList) {
+    startSession({deviceJson("tool")});
+    const FakeConfiguration nothing(0);
+    EXPECT_THAT(debugLinesOf([&] { createList({kVendor}); }),
+                ::testing::IsSupersetOf({"LibUSB_CreateDeviceList2 19a", "LibUSB_CreateDeviceList2 19b"}));
+}
+
 TEST_F(ConfigBuffer, NoBufferIsRefusedBeforeTheDeviceIsLookedAt) {
     openWith("{}");
     libusb_device_handle* handle = std::exchange(entry_->hDevice, nullptr);

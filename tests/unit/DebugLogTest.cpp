@@ -89,6 +89,7 @@ TEST_F(DebugLog, TheFirstLineShowsZeroElapsedSecondsInAFieldOfTwo) {
     setMonotonicClock({{100, 123'456'789}});
     EXPECT_EQ("[ORVEXCOMM_DBG] [ 0.123456] first\n", logged("first"));
     EXPECT_EQ(100, timestamp_origin.tv_sec);
+    EXPECT_EQ(123'456'789, timestamp_origin.tv_nsec);
 }
 
 TEST_F(DebugLog, LaterLinesCountWholeSecondsFromTheFirst) {

@@ -94,6 +94,12 @@ TEST_F(DescriptorQueries, GiveAConfigurationOf512Bytes) {
     expectUntouchedFrom(512);
 }
 
+TEST_F(DescriptorQueries, GiveAConfigurationOfOneByte) {
+    setConfiguration({9});
+    EXPECT_EQ(1, query(2, 0, 64));
+    EXPECT_EQ(9, given[0]);
+}
+
 TEST_F(DescriptorQueries, TellWhenThereIsNoConfiguration) {
     EXPECT_EQ(-131, query(2, 0, 64));
     EXPECT_EQ(-131, query(5, 0x81, 64));
@@ -249,9 +255,12 @@ TEST_F(DescriptorQueries, GiveTheNumberOfEndpointsAlone) {
 }
 
 TEST_F(DescriptorQueries, GiveAShorterDeviceDescriptorWhenThereIsRoomForMore) {
+    entry.deviceDescriptorLength = 1;
+    EXPECT_EQ(1, query(1, 0, 64));
     entry.deviceDescriptorLength = 10;
     EXPECT_EQ(10, query(1, 0, 64));
     expectUntouchedFrom(10);
+    EXPECT_EQ(18, query(1, 0, 10)) << "no more room than it needs";
     EXPECT_EQ(18, query(1, 0, 8));
     expectUntouchedFrom(18);
 }

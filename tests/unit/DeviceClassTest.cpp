@@ -3,6 +3,7 @@
 #include "DescriptorBytes.h"
 #include "ListTest.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
+#include "MacOSXUSBAccess/records/Descriptors.h"
 
 namespace {
 
@@ -62,6 +63,14 @@ TEST_F(DeviceClass, IsNotLookedForWithoutAnInterface) {
     startSession({});
     EXPECT_TRUE(isDriven(0x00, {}));
     EXPECT_FALSE(isDriven(0x02, {}));
+}
+
+TEST_F(DeviceClass, IsReadFromADescriptorThatReachesIt) {
+    DeviceRecord entry{};
+    entry.deviceDescriptorLength = 4;
+    EXPECT_FALSE(classLeftToInterfaces(entry));
+    entry.deviceDescriptorLength = 5;
+    EXPECT_TRUE(classLeftToInterfaces(entry));
 }
 
 TEST_F(DeviceClass, IsUnknownWhenTheDeviceCannotBeOpened) {

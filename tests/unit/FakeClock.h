@@ -2,6 +2,8 @@
 
 #include <sys/time.h>
 
+#include <atomic>
+#include <cstdint>
 #include <ctime>
 #include <functional>
 
@@ -19,4 +21,18 @@ struct FakeClock {
     std::function<int(timeval&)> getTimeOfDay;
     /// Called before each sleep of a thread of the program, on that thread.
     std::function<void(const timespec&)> beforeSleep;
+};
+
+/// A clock that goes on by a millisecond at every look, so that a read's time passes by its own looks.
+struct LookingClock {
+    LookingClock() {
+        clock.getTimeOfDay = [this](timeval& time) {
+            const int64_t now = ++milliseconds;
+            time.tv_sec = static_cast<time_t>(now / 1000);
+            time.tv_usec = static_cast<suseconds_t>(now % 1000 * 1000);
+            return 0;
+        };
+    }
+    std::atomic<int64_t> milliseconds{1'000'000};
+    FakeClock clock;
 };

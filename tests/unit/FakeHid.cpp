@@ -36,6 +36,9 @@ FakeHid::~FakeHid() {
 const HidDeviceOperations& FakeHid::table() {
     static const HidDeviceOperations operations = {
         [](std::vector<HidDeviceInfo>& found) {
+            if (g_fake->onList) {
+                g_fake->onList();
+            }
             found = g_fake->devices;
             return g_fake->lists;
         },

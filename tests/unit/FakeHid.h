@@ -32,6 +32,7 @@ class FakeHid {
     std::vector<uint8_t> configuration;      ///< of readConfigDescriptor; empty: configurationFailure
     int32_t configurationFailure = -131;
     /// Run at the entries of the operations, when set.
+    std::function<void()> onList;
     std::function<void()> onStartInput;
     std::function<void()> onRunPeriod;
     std::function<void()> onSend;

@@ -65,6 +65,9 @@ void* __wrap__Znwm(std::size_t bytes) {
 }
 
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t bytes, const std::nothrow_t& noThrow) {
+    if (t_memory.countedBytes == DeletionCount::kNextNoThrow) {
+        t_memory.countedBytes = bytes;
+    }
     return failsNow(bytes, true) ? nullptr : __real__ZnwmRKSt9nothrow_t(bytes, noThrow);
 }
 

@@ -4,6 +4,7 @@
 
 #include "BackgroundCall.h"
 #include "FakeClock.h"
+#include "FakeMemory.h"
 #include "FakeThreads.h"
 #include "HidTest.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
@@ -15,7 +16,14 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class HidAccess : public HidTest {};
+class HidAccess : public HidTest {
+ protected:
+    void expectIsFreed() {
+        const DeletionCount objects(sizeof(HIDAccessRecord));
+        access.reset();
+        EXPECT_EQ(1, DeletionCount::count());
+    }
+};
 
 TEST_F(HidAccess, StartsClosedWithAnEmptyRing) {
     EXPECT_EQ(kHidVendor, access->idVendor);
@@ -132,6 +140,12 @@ TEST_F(HidAccess, OpenGoesOnWhenTheEarlierReadThreadNeverEnds) {
 
 TEST_F(HidAccess, TheWaitsLast20Seconds) {
     EXPECT_EQ(20'000, g_hidThreadWaitMs);
+    storeShared(access->threadState, kReadThreadStops);
+    const LookingClock clock;
+    const int64_t before = clock.milliseconds;
+    EXPECT_EQ(0, access->Open());
+    EXPECT_EQ(before + 20'001, clock.milliseconds) << "one to know the end, and one for each millisecond";
+    waitForState(kReadThreadEnded);
 }
 
 TEST_F(HidAccess, CloseRefusesAClosedObject) {
@@ -142,8 +156,11 @@ TEST_F(HidAccess, CloseRefusesAClosedObject) {
 }
 
 TEST_F(HidAccess, CloseStopsTheThreadThenTheCallersLoopThenTheDevice) {
+    const ThreadEnds ends;
     open();
     EXPECT_EQ(0, access->Close());
+    EXPECT_EQ(1, ends.joined);
+    EXPECT_EQ(0, ends.detached);
     EXPECT_THAT(hid.calls(), ElementsAre("open", "start", "stop", "stopCallersLoop", "close"));
     EXPECT_EQ(nullptr, access->ppDeviceInterface);
     EXPECT_EQ(kNoReadThread, threadState());
@@ -218,6 +235,7 @@ TEST_F(HidAccess, AStoppedEventSourceEndsTheThread) {
 }
 
 TEST_F(HidAccess, CloseGoesOnWithoutAThreadThatDoesNotEnd) {
+    const ThreadEnds ends;
     g_hidThreadWaitMs = 1;
     Gate gate;
     std::atomic<bool> hangs{false};
@@ -232,6 +250,8 @@ TEST_F(HidAccess, CloseGoesOnWithoutAThreadThatDoesNotEnd) {
     EXPECT_EQ(0, access->Close());
     EXPECT_EQ(nullptr, access->ppDeviceInterface);
     EXPECT_EQ(-109, access->Close());
+    EXPECT_EQ(0, ends.joined);
+    EXPECT_EQ(1, ends.detached) << "it is given back when it ends";
     // The thread may still be using the device, so that stays open.
     EXPECT_TRUE(hid.isOpen());
     EXPECT_THAT(hid.calls(), ElementsAre("open", "start", "stopCallersLoop"));
@@ -286,6 +306,25 @@ TEST_F(HidAccess, TheConfigurationIsCutAtTheBuffersSize) {
 TEST_F(HidAccess, AConfigurationThatCannotBeReadIsTold) {
     uint8_t buffer[8];
     EXPECT_EQ(-131, access->GetConfigDescriptorBuffer(buffer, 8));
+}
+
+TEST_F(HidAccess, AnObjectThatWasNeverOpenedIsFreed) {
+    expectIsFreed();
+}
+
+TEST_F(HidAccess, AClosedObjectIsFreed) {
+    open();
+    EXPECT_EQ(1, write({7}));
+    EXPECT_EQ(0, access->Close());
+    expectIsFreed();
+}
+
+TEST_F(HidAccess, AnObjectWhoseThreadCouldNotBeStartedIsFreed) {
+    {
+        const NoThreads none;
+        EXPECT_EQ(-140, access->Open());
+    }
+    expectIsFreed();
 }
 
 TEST_F(HidAccess, AnOpenObjectIsNotFreed) {

@@ -115,9 +115,11 @@ TEST_F(HidDetection, IdsFrom0x8000OnAreNeverMarked) {
     EXPECT_THAT(marksOf(createList({kVendor, 0xFFFF})), ElementsAre(0, 0));
 }
 
-TEST_F(HidDetection, TheLargestReadableIdIsMarked) {
-    hid.devices = {hidDevice("tool", kVendor, 0x7FFF)};
-    EXPECT_THAT(marksOf(listOfTool(R"({"productId":"0x7FFF"})")), ElementsAre(1));
+TEST_F(HidDetection, TheLargestAndTheSmallestReadableIdAreMarked) {
+    hid.devices = {hidDevice("large", kVendor, 0x7FFF), hidDevice("small", kVendor, 0)};
+    EXPECT_THAT(marksOf(listOfDevices({deviceJson("large", R"({"productId":"0x7FFF"})"),
+                                       deviceJson("small", R"({"productId":0})")})),
+                ElementsAre(1, 1));
 }
 
 TEST_F(HidDetection, TwoServicesAlikeMarkTwoRecordsAlikeInListOrder) {
@@ -321,7 +323,7 @@ TEST_F(HidDetection, AnUpdateKeepsARecordsOwnHidAccess) {
 }
 
 TEST_F(HidDetection, WithoutDevicesThePlatformIsNotAsked) {
-    hid.lists = false;
+    hid.onList = [] { ADD_FAILURE() << "asked"; };
     startSession({});
     EXPECT_TRUE(recordsOf(createList({kVendor})).empty());
 }

@@ -206,6 +206,7 @@ TEST_F(HidRecord, APacketSizeOutside64To1024IsRefusedAndChangesNothing) {
 TEST_F(HidRecord, WithoutABufferForItsBytesACallFailsAsASubmission) {
     open();
     EXPECT_EQ(-112, LibUSB_WriteInterruptPipe(&tool(), 1, 64, 100, nullptr));
+    EXPECT_EQ(-112, LibUSB_WriteInterruptPipe(&tool(), 1, 1, 100, nullptr));
     EXPECT_EQ(-113, LibUSB_ReadInterruptPipe(&tool(), 1, 64, 100, nullptr));
     EXPECT_EQ(LIBUSB_ERROR_INVALID_PARAM, tool().lastResult);
     EXPECT_EQ(-112, LibUSB_WriteInterruptPipeEx(&tool(), 1, 64, 100, nullptr, 64, 0));
@@ -258,6 +259,16 @@ TEST_F(HidRecord, OfAnEndedSessionIsNotOpened) {
     EXPECT_EQ(-107, LibUSB_OpenDevice(&tool()));
     EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, tool().lastResult);
     EXPECT_THAT(hid.calls(), IsEmpty());
+    isReleased = true;
+}
+
+TEST_F(HidRecord, StaysOpenBeyondTheEndOfItsSession) {
+    open();
+    endSession();
+    EXPECT_EQ(1U, tool().isOpen);
+    EXPECT_EQ(64, LibUSB_WriteInterruptPipe(&tool(), 1, 64, 1000, bytes.data()));
+    EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
+    EXPECT_FALSE(hid.isOpen());
     isReleased = true;
 }
 

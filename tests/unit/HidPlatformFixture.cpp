@@ -4,6 +4,7 @@
 #include "HidPlatformTest.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
+#include "hid/HidDeviceOperations.h"
 
 std::string hidJson(const std::string& id, const std::string& overrides) {
     auto device = nlohmann::json::parse(deviceJson(id, R"({"interfaces":[{"hid":{},"endpoints":[
@@ -36,6 +37,14 @@ int32_t HidPlatformTest::write(std::vector<uint8_t> bytes) {
 int32_t HidPlatformTest::read(int32_t size, int32_t timeoutMs) {
     received.assign(static_cast<size_t>(size), 0);
     return LibUSB_ReadInterruptPipe(tool_, 1, size, timeoutMs, received.data());
+}
+
+int32_t HidPlatformTest::readConfiguration(uint8_t* buffer, int32_t size, uint16_t vendorId,
+                                           uint16_t productId) {
+    setHidUsbContext(context);
+    const int32_t count = hidOperations().readConfigDescriptor(vendorId, productId, buffer, size);
+    setHidUsbContext(nullptr);
+    return count;
 }
 
 std::vector<int32_t> HidPlatformTest::marksOf(uint32_t list) {

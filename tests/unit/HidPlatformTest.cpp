@@ -18,7 +18,7 @@
 
 namespace {
 
-using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -34,6 +34,11 @@ class HidPlatform : public HidPlatformTest {
         EXPECT_THAT(bus.received(serialNumber, 0x01), SizeIs(1));
         EXPECT_EQ(0, access->Close());
         deleteHIDAccess(access);
+    }
+    void expectNotFound(uint16_t vendorId, uint16_t productId, const char* serialNumber) {
+        HidDevice* device = reinterpret_cast<HidDevice*>(this);
+        EXPECT_EQ(HidOpenResult::notFound, hidOperations().open(vendorId, productId, serialNumber, &device));
+        EXPECT_EQ(nullptr, device);
     }
 };
 
@@ -104,12 +109,34 @@ TEST_F(HidPlatform, AConfigurationIsReadByIdsAndCutAtTheBuffer) {
     startSession({hidJson("one")});
     record(createList({kVendor}), 0);
     uint8_t buffer[64];
-    setHidUsbContext(context);
-    EXPECT_EQ(41, hidOperations().readConfigDescriptor(kVendor, 0x1001, buffer, 64));
-    EXPECT_EQ(20, hidOperations().readConfigDescriptor(kVendor, 0x1001, buffer, 20));
-    EXPECT_EQ(0, hidOperations().readConfigDescriptor(kVendor, 0x1001, buffer, 0));
-    EXPECT_EQ(-131, hidOperations().readConfigDescriptor(kVendor, 0x1002, buffer, 64));
-    setHidUsbContext(nullptr);
+    std::fill(std::begin(buffer), std::end(buffer), uint8_t{0xEE});
+    EXPECT_EQ(0, readConfiguration(buffer, 0));
+    EXPECT_THAT(buffer, Each(0xEE));
+    EXPECT_EQ(20, readConfiguration(buffer, 20));
+    EXPECT_THAT(std::vector<uint8_t>(buffer + 20, std::end(buffer)), Each(0xEE));
+    EXPECT_EQ(41, readConfiguration(buffer, 64));
+    EXPECT_EQ(-131, readConfiguration(buffer, 64, kVendor, 0x1002));
+}
+
+TEST_F(HidPlatform, AConfigurationIsThatOfTheVendorToo) {
+    startSession({hidJson("one"), deviceJson("other", R"({"productId":"0x1002"})"),
+                  deviceJson("stranger", R"({"vendorId":"0x6A5D"})")});
+    uint8_t buffer[64];
+    EXPECT_EQ(64, readConfiguration(buffer, 64, kSecondVendor));
+    EXPECT_EQ(-131, readConfiguration(buffer, 64, kSecondVendor, 0x1002));
+}
+
+TEST_F(HidPlatform, AConfigurationOfMoreThan255BytesIsReadWhole) {
+    DescriptorBytes filler(254, 0x30);
+    filler[0] = 254;
+    const DescriptorBytes bytes = configurationBytes({interfaceBytes(0, 3, 0), filler});
+    ASSERT_THAT(bytes, SizeIs(0x0110));
+    startSession({hidJson(
+        "one", merged({rawConfiguration(bytes), configurationReply(joined({bytes, DescriptorBytes(28)}))}))});
+    std::vector<uint8_t> buffer(600);
+    EXPECT_EQ(0x0110, readConfiguration(buffer.data(), 600));
+    buffer.resize(bytes.size());
+    EXPECT_EQ(bytes, buffer);
 }
 
 TEST_F(HidPlatform, AConfigurationThatClaimsLessThanItHasIsCutThere) {
@@ -117,9 +144,7 @@ TEST_F(HidPlatform, AConfigurationThatClaimsLessThanItHasIsCutThere) {
     startSession({hidJson("one", configurationReply(bytes))});
     bytes.resize(12);
     uint8_t buffer[64];
-    setHidUsbContext(context);
-    const int32_t count = hidOperations().readConfigDescriptor(kVendor, 0x1001, buffer, 64);
-    setHidUsbContext(nullptr);
+    const int32_t count = readConfiguration(buffer, 64);
     if (count != 41) {  // a platform that keeps the descriptor of its own does not ask the device again
         EXPECT_EQ(12, count);
     }
@@ -148,6 +173,13 @@ TEST_F(HidPlatform, AReportThatBeginsWithZeroIsSentWhole) {
     openTool();
     EXPECT_EQ(64, write(std::vector<uint8_t>(64, 0)));
     EXPECT_THAT(bus.received("tool", 0x01), ElementsAre(std::vector<uint8_t>(64, 0)));
+}
+
+TEST_F(HidPlatform, AReportOfOneByteComesIn) {
+    openTool();
+    bus.feed("tool", 0x81, {0x42});
+    EXPECT_EQ(1, read(1));
+    EXPECT_THAT(received, ElementsAre(0x42));
 }
 
 TEST_F(HidPlatform, LargeReportsGoOutAndComeBack) {
@@ -207,11 +239,11 @@ TEST_F(HidPlatform, ADriverThatLetsNobodyInIsNotOpenable) {
 
 TEST_F(HidPlatform, ADeviceThatIsNotThereIsNotFound) {
     startSession({hidJson("one")});
-    for (const char* serial : {"two", "ONE"}) {
-        HIDAccess* access = newHIDAccess(kVendor, 0x1001, serial, 64, 0);
-        EXPECT_EQ(-131, access->Open());
-        deleteHIDAccess(access);
-    }
+    expectNotFound(kVendor, 0x1001, "two");
+    expectNotFound(kVendor, 0x1001, "ONE");
+    expectNotFound(kVendor, 0x1002, "?");
+    expectNotFound(kSecondVendor, 0x1001, "?");
+    expectNotFound(0, 0x1001, "?");
     HIDAccess* access = newHIDAccess(kVendor, 0x1002, "?", 64, 0);
     EXPECT_EQ(-131, access->Open());
     deleteHIDAccess(access);

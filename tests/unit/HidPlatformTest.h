@@ -19,6 +19,9 @@ class HidPlatformTest : public ListTest {
     int32_t write(std::vector<uint8_t> bytes);
     /// LibUSB_ReadInterruptPipe into `received`.
     int32_t read(int32_t size, int32_t timeoutMs = 10'000);
+    /// The platform's readConfigDescriptor in the session's context.
+    int32_t readConfiguration(uint8_t* buffer, int32_t size, uint16_t vendorId = kVendor,
+                              uint16_t productId = 0x1001);
     static std::vector<int32_t> marksOf(uint32_t list);
     static std::vector<uint8_t> counting(size_t count);
 

@@ -1,11 +1,21 @@
 // The Linux side, call by call: what each failure of hidapi gives, and that nothing is left behind.
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <thread>
+#include <utility>
+
+#include "CallArguments.h"
+#include "DescriptorBytes.h"
+#include "FakeClock.h"
 #include "HidPlatformTest.h"
+#include "MacOSXUSBAccess/io/OpenClose.h"
 #include "hid/HIDAccess.h"
 #include "hid/HidDeviceOperations.h"
 
 namespace {
+
+using ::testing::ElementsAre;
 
 class HidapiTable : public HidPlatformTest {};
 
@@ -62,11 +72,59 @@ TEST_F(HidapiTable, BytesBehindAShortenedConfigurationAreZero) {
         "reply":"09020C00010100803209040000000300"}]})")});
     createList({kVendor});
     uint8_t buffer[64];
-    setHidUsbContext(context);
-    EXPECT_EQ(12, hidOperations().readConfigDescriptor(kVendor, 0x1001, buffer, 64));
-    setHidUsbContext(nullptr);
+    EXPECT_EQ(12, readConfiguration(buffer, 64));
     EXPECT_EQ(0, buffer[12]);
     EXPECT_EQ(0, buffer[14]);
+}
+
+TEST_F(HidapiTable, FourBytesOfAConfigurationAreEnoughToSayItsLength) {
+    startSession({hidJson("one", configurationReply({9, 2, 3, 0, 0, 1, 0, 0x80, 50}))});
+    uint8_t buffer[4];
+    EXPECT_EQ(3, readConfiguration(buffer, 4));
+}
+
+TEST_F(HidapiTable, TheFirstConfigurationIsAskedForByNoMoreThanALengthCanSay) {
+    startSession({hidJson("one")});
+    const CallArguments arguments;
+    std::vector<uint8_t> buffer(0x10000);
+    for (const int32_t size : {64, 0x10000}) {
+        readConfiguration(buffer.data(), size);
+    }
+    EXPECT_THAT(CallArguments::of("libusb_control_transfer"),
+                ElementsAre(ElementsAre(0x80, 6, 0x0200, 0, 64, 1000),
+                            ElementsAre(0x80, 6, 0x0200, 0, 0xFFFF, 1000)));
+}
+
+TEST_F(HidapiTable, AnEmptyBusHasNoConfigurationAndItsListIsGivenBack) {
+    startSession({});
+    uint8_t buffer[64];
+    EXPECT_EQ(-131, readConfiguration(buffer, 64));
+    EXPECT_EQ(1U, callsOf("libusb_get_device_list"));
+    EXPECT_EQ(1U, callsOf("libusb_free_device_list"));
+}
+
+TEST_F(HidapiTable, OnlyTheAsciiOfATextIsKept) {
+    startSession({hidJson("one", R"({"serial":"\u0001\u007f\u0080\u20ac"})")});
+    std::vector<HidDeviceInfo> devices;
+    EXPECT_TRUE(hidOperations().list(devices));
+    EXPECT_EQ("\x01\x7F\xEF\xBF\xBD\xEF\xBF\xBD", devices.at(0).serialNumber);
+}
+
+TEST_F(HidapiTable, TheReadThreadSleepsByItselfOnlyWhenTheDeviceHasGone) {
+    FakeClock clock;
+    std::atomic<int> sleeps{0};
+    clock.beforeSleep = [&, test = std::this_thread::get_id()](const timespec& period) {
+        if (std::this_thread::get_id() != test) {
+            EXPECT_EQ(1'000'000, period.tv_nsec);
+            ++sleeps;
+        }
+    };
+    openTool();
+    EXPECT_TRUE(eventually([&] { return callsOf("hid_read_timeout") >= 3; }));
+    EXPECT_EQ(0, sleeps);
+    bus.unplug("tool");
+    EXPECT_TRUE(eventually([&] { return sleeps >= 3; }));
+    EXPECT_EQ(0, LibUSB_CloseDevice(std::exchange(tool_, nullptr)));
 }
 
 }  // namespace

@@ -82,6 +82,12 @@ TEST_F(InterruptEx, SendsNothingForALengthBelowOne) {
     EXPECT_EQ(0U, callsOf("libusb_submit_transfer"));
 }
 
+TEST_F(InterruptEx, NeedsABufferForOneByteAndNoneForNothing) {
+    EXPECT_EQ(-112, LibUSB_WriteInterruptPipeEx(&tool(), 0x02, 1, 1000, nullptr, 64, 0));
+    EXPECT_EQ(0, LibUSB_WriteInterruptPipeEx(&tool(), 0x02, 0, 1000, nullptr, 64, 0));
+    EXPECT_EQ(0U, callsOf("libusb_submit_transfer"));
+}
+
 TEST_F(InterruptEx, ChecksThePacketSizeBehindReadinessAndBeforeTheHidBranch) {
     tool().isHid = 1;
     const auto lines = debugLinesOf([&] {

@@ -188,6 +188,20 @@ TEST_F(ListTrace, ASingleCallListTracesOpenAndCloseOnly) {
                                    "[tlvn_libusb_close] tool: 0.256 interface: 0 dev: " + pointer));
 }
 
+TEST_F(ListTrace, TheReuseOfAListIsALineBehindAnEmptyOne) {
+    startSession({deviceJson("tool")});
+    const uint32_t list = createList({kVendor});
+    const std::string enter =
+        "LibUSB_CreateDeviceList2 01: enter ==============================================";
+    const std::string exists =
+        number("LibUSB_CreateDeviceList2 such DeviceList already exists; handle=", list);
+    EXPECT_THAT(debugLinesOf([&] {
+                    createList({kVendor});
+                    createList({kVendor});
+                }),
+                ElementsAre("", enter, "", exists, "", enter, "", exists));
+}
+
 TEST_F(ListTrace, TheReuseOfASingleCallListIsSilent) {
     startSession({deviceJson("tool")});
     createSingleCallList(kVendor);

@@ -3,7 +3,6 @@
 #include <libusb.h>
 
 #include "CallOrder.h"
-#include "FakeMemory.h"
 #include "Gate.h"
 #include "IoTest.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
@@ -217,42 +216,4 @@ TEST_F(OpenGuards, AListReleaseKeepsARecordAsideWhoseTransferDoesNotComeBack) {
     endSession();
     EXPECT_EQ(0, read->result()) << "the session's end cut it off";
     EXPECT_EQ(nullptr, entry.hDevice);
-}
-
-TEST_F(OpenGuards, ARecordKeptAsideIsDeletedWhenItsCallerClosesIt) {
-    openTool();
-    auto& entry = tool();
-    const DeletionCount records(sizeof(DeviceRecord));
-    EXPECT_EQ(0, LibUSB_ReleaseDeviceList(list()));
-    EXPECT_EQ(0, DeletionCount::count());
-    EXPECT_EQ(-109, LibUSB_CloseDevice(&entry));
-    EXPECT_EQ(1, DeletionCount::count());
-}
-
-TEST_F(OpenGuards, RecordsKeptAsideMayBeClosedInAnyOrder) {
-    startSession({deviceJson("a"), deviceJson("b"), deviceJson("c")});
-    const uint32_t several = createList({kVendor});
-    std::vector<tagUSB_DEVICE_ACCESS_ENTRY*> kept;
-    for (const uint32_t index : {0U, 1U, 2U}) {
-        kept.push_back(&record(several, index));
-        ASSERT_EQ(0, LibUSB_OpenDevice(kept.back()));
-    }
-    EXPECT_EQ(0, LibUSB_ReleaseDeviceList(several));
-    for (const size_t place : {1U, 0U, 2U}) {
-        const DeletionCount records(sizeof(DeviceRecord));
-        EXPECT_EQ(-109, LibUSB_CloseDevice(kept[place]));
-        EXPECT_EQ(1, DeletionCount::count()) << place;
-    }
-}
-
-TEST_F(OpenGuards, AListedRecordIsNoneOfThoseKeptAside) {
-    openTool();
-    auto& kept = tool();
-    EXPECT_EQ(0, LibUSB_ReleaseDeviceList(list()));
-    tagUSB_DEVICE_ACCESS_ENTRY& listed = record(createList({kVendor}), 0);
-    const DeletionCount records(sizeof(DeviceRecord));
-    EXPECT_EQ(-109, LibUSB_CloseDevice(&listed)) << "it was never opened";
-    EXPECT_EQ(0, DeletionCount::count());
-    EXPECT_EQ(-109, LibUSB_CloseDevice(&kept));
-    EXPECT_EQ(1, DeletionCount::count());
 }

@@ -5,6 +5,7 @@
 #include "DescriptorBytes.h"
 #include "FakeHid.h"
 #include "FakeMemory.h"
+#include "HidHandling/HidDetection.h"
 #include "HidPlatformTest.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "JniTest.h"
@@ -24,8 +25,6 @@ using OutOfMemoryInJava = JniTest;
 using HidOutOfMemory = HidPlatformTest;
 
 constexpr auto kNoMemory = static_cast<uint32_t>(LIBUSB_ERROR_NO_MEM);
-/// A map's node: three links, a colour, key and value.
-constexpr std::size_t kMapNodeBytes = 32 + 2 * sizeof(void*);
 
 const std::string kComposite = rawConfiguration(
     configurationBytes({interfaceBytes(0, 3), interfaceBytes(1), endpointBytes(0x85), endpointBytes(0x05)}));
@@ -45,6 +44,15 @@ TEST_F(OutOfMemory, AListThatCannotBeMadeTakesNoHandle) {
     EXPECT_EQ(next, g_NextDeviceListHandle);
     EXPECT_TRUE(g_hotPlugCallback.empty());
     EXPECT_EQ(0U, callsOf("libusb_get_device_list"));
+}
+
+TEST_F(OutOfMemory, ATemporaryListThatCannotBeMadeIsTold) {
+    startSession({});
+    const int32_t id = kVendor;
+    int32_t status = 0;
+    const FailingAllocation list(sizeof(tagUSB_DEVICE_LIST));
+    EXPECT_EQ(nullptr, CreateInternalDeviceList2(context, 1, &id, &status));
+    EXPECT_EQ(-102, status);
 }
 
 TEST_F(OutOfMemory, ADeviceWithoutMemoryForItsRecordIsLeftOut) {
@@ -119,8 +127,11 @@ TEST_F(OutOfMemory, WithoutMemoryForTheListOfHidDevicesNoneIsMarked) {
     hid.devices = {{kVendor, 0x1001, "Talvane", "Echo Tool", "a"}};
     startSession({deviceJson("a")});
     const FailingAllocation listed(sizeof(HidDeviceInfo));
-    EXPECT_EQ(0, record(createList({kVendor}), 0).isHid);
+    tagUSB_DEVICE_ACCESS_ENTRY& entry = record(createList({kVendor}), 0);
+    EXPECT_EQ(0, entry.isHid);
     EXPECT_TRUE(FailingAllocation::happened());
+    const FailingAllocation again(sizeof(HidDeviceInfo));
+    EXPECT_EQ(0, HID_MarkHidDevicesInList(entry.pDeviceList)) << "as when the platform cannot be asked";
 }
 
 TEST_F(HidOutOfMemory, AnOpenWithoutMemoryForTheDeviceIsUndone) {
@@ -133,6 +144,7 @@ TEST_F(HidOutOfMemory, AnOpenWithoutMemoryForTheDeviceIsUndone) {
     }
     EXPECT_EQ(0, bus.tally("hid devices open"));
     EXPECT_EQ(0, bus.tally("I/O Kit objects in use"));
+    EXPECT_EQ(callsOf("IOHIDDeviceDeviceInterface.open"), callsOf("IOHIDDeviceDeviceInterface.close"));
     EXPECT_EQ(0, access->Open());
     EXPECT_EQ(0, access->Close());
     deleteHIDAccess(access);
@@ -152,6 +164,30 @@ TEST_F(OutOfMemoryInJava, ATransferWithoutMemoryForALongerArrayFails) {
     EXPECT_EQ(0U, callsOf("libusb_submit_transfer"));
     EXPECT_EQ(jni.pins, jni.releases);
     EXPECT_EQ(kLength, call(usbWriteBulkPipe, list, 0, 0x03, kLength, 1000, array.java()));
+}
+
+TEST_F(OutOfMemoryInJava, AControlTransferWithoutMemoryForALongerArrayFails) {
+    openSession({deviceJson("tool", R"({"control":[{"requestType":"0xC0","request":1,"reply":""}]})")});
+    const jint list = listOfVendor();
+    ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+    FakeByteArray array({-64, 1, 0, 0, 0, 0, 100, 0});
+    const FailingAllocation copy(8 + 100);
+    EXPECT_EQ(-113, call(usbReadControlPipe, list, 0, 0, 1000, array.java()));
+    EXPECT_TRUE(FailingAllocation::happened());
+}
+
+TEST_F(OutOfMemoryInJava, ACallWithAnArrayThatIsLongEnoughTakesNoMemory) {
+    openSession({deviceJson("tool", R"({"control":[{"requestType":"0xC0","request":1,"reply":"0102"}]})")});
+    const jint list = listOfVendor();
+    ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+    FakeByteArray setup({-64, 1, 0, 0, 0, 0, 2, 0, 0, 0});
+    FakeByteArray bytes({7, 8});
+    FakeByteArray descriptor(std::vector<jbyte>(7));
+    const FailingAllocation copy(FailingAllocation::kAnyNoThrow);
+    EXPECT_EQ(2, call(usbReadControlPipe, list, 0, 0, 1000, setup.java()));
+    EXPECT_EQ(2, call(usbWriteBulkPipe, list, 0, 0x03, 2, 1000, bytes.java()));
+    EXPECT_EQ(7, call(usbGetDeviceDescriptor, list, 0, 5, 0x81, 7, descriptor.java()));
+    EXPECT_FALSE(FailingAllocation::happened());
 }
 
 TEST_F(OutOfMemoryInJava, AnEventThreadWithoutMemoryEndsTheStartedContext) {

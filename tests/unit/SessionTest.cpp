@@ -3,6 +3,7 @@
 #include <libusb.h>
 
 #include "CallOrder.h"
+#include "DebugUtil/DebugLog.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "JniTest.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
@@ -133,8 +134,11 @@ TEST_F(Session, InitializeWithoutAPlaceForTheContextIsRefused) {
 }
 
 TEST_F(Session, InitializeLogsLibusbsVersion) {
-    std::vector<std::string> lines = debugLinesOf([&] { startSession({}); });
-    EXPECT_THAT(lines, ElementsAre("LibUSB_Initialize libusb version: : '" + versionText() + "'"));
+    std::vector<std::string> lines = debugLinesOf([&] {
+        startSession({});
+        DN_WriteStr("next", 1);
+    });
+    EXPECT_THAT(lines, ElementsAre("LibUSB_Initialize libusb version: : '" + versionText() + "'", "next"));
 }
 
 TEST_F(Session, InitializeLogsLibusbsVersionWhenItsStartFailed) {

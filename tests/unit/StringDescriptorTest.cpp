@@ -163,6 +163,9 @@ TEST_F(StringDescriptor, AnAnswerOfOneByteOrNoneIsNoString) {
 TEST_F(StringDescriptor, ALanguageTableBelowFourBytesIsNoString) {
     openWith(descriptorReply(kString, 0, {4, 3, 9}));
     EXPECT_EQ(kNoString, read(126, 2));
+    endSession();
+    openWith(descriptorReply(kString, 0, {}));
+    EXPECT_EQ(kNoString, read(126, 2));
     EXPECT_EQ(1U, bus.calls()["libusb_control_transfer"]);
     EXPECT_EQ(std::string(126, 'x'), text_);
 }

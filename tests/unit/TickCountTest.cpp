@@ -38,6 +38,15 @@ TEST(TickCount, AnswersThirtyTwoOnesWhenTheClockCannotBeRead) {
     EXPECT_EQ(4'294'967'295UL, getTickCount());
 }
 
+TEST(TickCount, TheWallClockInMillisecondsKeepsAllItsSeconds) {
+    FakeClock clock;
+    clock.getTimeOfDay = [](timeval& time) {
+        time = {kPeriod + 1, 234'999};
+        return 0;
+    };
+    EXPECT_EQ(4'194'305'234, wallClockMs());
+}
+
 TEST(TickCount, IsTakenFromTheWallClock) {
     timeval before{};
     timeval after{};

@@ -251,6 +251,7 @@ TEST_P(Transfers, MakesNothingPerTransfer) {
 TEST_P(Transfers, ANullBufferIsAFailedSubmission) {
     EXPECT_EQ(submissionFailure(), operation().run(&tool(), 1, kLength, 1000, nullptr));
     EXPECT_EQ(LIBUSB_ERROR_INVALID_PARAM, tool().lastResult);
+    EXPECT_EQ(submissionFailure(), operation().run(&tool(), 1, 1, 1000, nullptr));
     EXPECT_EQ(0, operation().run(&tool(), 1, 0, 1000, nullptr)) << "nothing to move, nothing needed";
     EXPECT_EQ(kLength, run(1));
 }

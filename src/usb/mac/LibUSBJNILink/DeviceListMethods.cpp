@@ -36,11 +36,12 @@ jstring javaText(JNIEnv* env, const InformationLine& line) {
     char encoded[2 * sizeof line.text];
     char* end = encoded;
     for (const char* each = line.text; *each != '\0'; ++each) {
-        const auto byte = static_cast<unsigned char>(*each);
+        auto byte = static_cast<unsigned char>(*each);
         if (byte >= 0x80) {
             *end++ = static_cast<char>(0xC0 | byte >> 6);
+            byte = static_cast<unsigned char>(0x80 | (byte & 0x3F));
         }
-        *end++ = static_cast<char>(byte < 0x80 ? byte : 0x80 | (byte & 0x3F));
+        *end++ = static_cast<char>(byte);
     }
     *end = '\0';
     return env->NewStringUTF(encoded);
@@ -48,12 +49,11 @@ jstring javaText(JNIEnv* env, const InformationLine& line) {
 
 /// Copies up to sixteen ids to `ids` and returns how many; 0 for a null array.
 jint copyVendorIds(JNIEnv* env, jintArray array, int32_t (&ids)[kMaxVendorIds]) {
-    const jint length = array == nullptr ? 0 : env->GetArrayLength(array);
     jint* elements = array == nullptr ? nullptr : env->GetIntArrayElements(array, nullptr);
     if (elements == nullptr) {
         return 0;
     }
-    const jint count = std::clamp(length, 0, kMaxVendorIds);
+    const jint count = std::clamp(env->GetArrayLength(array), 0, kMaxVendorIds);
     std::copy_n(elements, count, ids);
     env->ReleaseIntArrayElements(array, elements, 0);
     return count;

@@ -49,20 +49,18 @@ uint8_t* slotBytes(HIDAccess& access, int32_t index) {
     return reinterpret_cast<uint8_t*>(&access) + offsetof(HIDAccess, ringBuffer) + index;
 }
 
-/// Takes the oldest unread report: copies at most `wanted` bytes of it, drops the rest. False when there is
-/// none.
-bool takeReport(HIDAccess& access, uint8_t* buffer, int32_t wanted, int32_t& copied) {
+/// Takes the oldest unread report: copies at most `wanted` bytes of it, drops the rest. Returns the bytes
+/// copied, 0 also when there is no report.
+int32_t takeReport(HIDAccess& access, uint8_t* buffer, int32_t wanted) {
     const Locked lock(access.mutex);
     if (access.writeIndex == access.readIndex) {
-        return false;
+        return 0;
     }
     const int32_t packetSize = loadShared(access.packetSize);
-    copied = std::max(std::min(wanted, packetSize), 0);
+    const int32_t copied = std::max(std::min(wanted, packetSize), 0);
     access.readIndex = slotBehind(access.readIndex, packetSize);
-    if (copied > 0) {
-        std::memcpy(buffer, slotBytes(access, access.readIndex), static_cast<size_t>(copied));
-    }
-    return true;
+    std::copy_n(slotBytes(access, access.readIndex), copied, buffer);
+    return copied;
 }
 
 /// Puts a report into the ring as packetSize bytes, whatever its length; a full ring loses its oldest report.
@@ -128,8 +126,7 @@ void* HIDAccess::ReadThreadInternal(void* /*unused*/) {
 }
 
 int HIDAccess::GetIncomingData(unsigned char* buffer, int size) {
-    int32_t copied = 0;
-    return takeReport(*this, buffer, size, copied) ? copied : 0;
+    return takeReport(*this, buffer, size);
 }
 
 int HIDAccess::Read(unsigned char* buffer, int size, int timeout) {
@@ -140,12 +137,10 @@ int HIDAccess::Read(unsigned char* buffer, int size, int timeout) {
     const int64_t deadline = wallClockMs() + timeout;
     int32_t total = 0;
     do {
-        int32_t copied = 0;
-        if (takeReport(*this, buffer + total, size - total, copied) && copied > 0) {
-            total += copied;
-            if (total == size) {
-                return total;
-            }
+        const int32_t copied = takeReport(*this, buffer + total, size - total);
+        total += copied;
+        if (copied > 0 && total == size) {
+            return total;
         }
     } while (wallClockMs() < deadline);
     return kTimedOut;

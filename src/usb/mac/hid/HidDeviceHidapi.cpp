@@ -91,6 +91,7 @@ void closeDevice(HidDevice* device) {
 
 HidOpenResult openDevice(uint16_t vendorId, uint16_t productId, const char* serialNumber,
                          HidDevice** device) {
+    *device = nullptr;
     const std::lock_guard lock(g_searchMutex);
     const HidDeviceList list = enumerate(vendorId, productId);
     const hid_device_info* found = list.get();
@@ -181,8 +182,8 @@ int32_t requestConfiguration(libusb_device* device, uint8_t* buffer, int32_t siz
 int32_t readConfigDescriptor(uint16_t vendorId, uint16_t productId, uint8_t* buffer, int32_t size) {
     libusb_device** devices = nullptr;
     libusb_context* context = hidUsbContext();
-    const ssize_t count = context == nullptr ? 0 : libusb_get_device_list(context, &devices);
-    if (count < 0 || devices == nullptr) {
+    const ssize_t count = context == nullptr ? kNotReadable : libusb_get_device_list(context, &devices);
+    if (count < 0) {
         return kNotReadable;
     }
     libusb_device** end = devices + count;

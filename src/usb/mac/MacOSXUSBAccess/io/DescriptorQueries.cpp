@@ -64,11 +64,12 @@ int32_t endpointQuery(const tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* buffer, 
         return kNotAvailable;
     }
     uint8_t descriptor[kEndpointDescriptorBytes];
-    for (int32_t i = 0; i < kEndpointDescriptorBytes; ++i) {
-        descriptor[i] = walk.byte(i);
+    int32_t at = 0;
+    for (uint8_t& each : descriptor) {
+        each = walk.byte(at++);
     }
     return give(buffer, descriptor,
-                size >= 1 && size < kEndpointDescriptorBytes ? size : kEndpointDescriptorBytes);
+                size >= 1 ? std::min(size, kEndpointDescriptorBytes) : kEndpointDescriptorBytes);
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ bool findSplitInterface(const tagUSB_DEVICE_ACCESS_ENTRY& parent, FoundInterface
 bool isSplittable(const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     const bool makers = std::find(std::begin(kMakersVendorIds), std::end(kMakersVendorIds), entry.idVendor) !=
                         std::end(kMakersVendorIds);
-    return makers && entry.pCompositeChild == nullptr && entry.configDescriptorLength >= 1;
+    return makers && entry.pCompositeChild == nullptr;
 }
 
 void fillIdentity(tagUSB_DEVICE_ACCESS_ENTRY& child, tagUSB_DEVICE_ACCESS_ENTRY& parent, int32_t number) {
@@ -127,13 +127,11 @@ tagUSB_DEVICE_ACCESS_ENTRY* splitOff(tagUSB_DEVICE_ACCESS_ENTRY& parent) {
         return nullptr;
     }
     fillIdentity(*child, parent, found.number);
-    if (!takeSlice(*child, parent, found.at)) {
-        clearConfiguration(*child);
-        return child;
+    if (takeSlice(*child, parent, found.at)) {
+        readInterfaceString(*child, found.at.byte(8));
+        child->endpointCount =
+            setEndpointList(kMaxEndpoints, child->endpoints, found.at.here(), found.at.remaining());
     }
-    readInterfaceString(*child, found.at.byte(8));
-    child->endpointCount =
-        setEndpointList(kMaxEndpoints, child->endpoints, found.at.here(), found.at.remaining());
     return child;
 }
 

@@ -83,13 +83,6 @@ void matchRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_LIST& enumerated) {
     }
 }
 
-/// Moves all records of one list to the end of the other.
-void moveRecords(tagUSB_DEVICE_LIST& from, tagUSB_DEVICE_LIST& to) {
-    tagUSB_DEVICE_ACCESS_ENTRY* first = from.pFirst;
-    from.pFirst = nullptr;
-    appendRecords(to, first);
-}
-
 /// Closes what is open on the record, with the log line of a close, drops its counted reference and takes it
 /// out of its list. Transfers are waited for once.
 void releaseRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
@@ -127,7 +120,8 @@ int32_t LibUSB_UpdateDeviceList(uint32_t handle, uint32_t /*unused*/) {
         return 0;
     }
     matchRecords(*list, *enumerated);
-    moveRecords(*enumerated, *list);  // what is left is new; these records take no counted reference: meant
+    // What is left is new; these records take no counted reference: meant.
+    appendRecords(*list, enumerated->pFirst);
     unref_unplugged_devices(list);
     delete enumerated;
     return 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 /// bDescriptorType values that the walks look for.
@@ -24,7 +25,7 @@ class DescriptorWalk {
     bool atEnd() const { return offset_ >= length_; }
 
     /// To the next descriptor, or to the end when this one claims to reach it or beyond.
-    void advance() { offset_ = byte(0) < remaining() ? offset_ + byte(0) : length_; }
+    void advance() { offset_ += std::min<int32_t>(byte(0), remaining()); }
 
     /// Offset of this descriptor in the block, bytes.
     int32_t offset() const { return offset_; }

@@ -36,9 +36,7 @@ tagUSB_DEVICE_LIST* newDeviceList(libusb_context* context, int32_t count, const 
     list->pContext = context == g_liveContext ? context : nullptr;
     list->vidCount = count;
     std::fill(std::begin(list->vidList), std::end(list->vidList), kUnusedSlot);
-    if (count > 0) {
-        std::copy_n(vendorIds, std::min(count, kMaxVendorIds), list->vidList);
-    }
+    std::copy_n(vendorIds, std::clamp(count, 0, kMaxVendorIds), list->vidList);
     return list;
 }
 
