@@ -42,8 +42,6 @@ void count(const char* name, Call call) {
     CALLGRIND_DUMP_STATS_AT(name);
 }
 
-}  // namespace
-
 jint indexOf(FakeJni& jni, jint list, const std::string& serialNumber) {
     jint index = 0;
     do {

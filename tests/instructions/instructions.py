@@ -16,7 +16,7 @@ from pathlib import Path
 CALLS = 1000
 MARGIN = 0.03
 # Instructions per call: g++ 12.2, -O2, x86-64.
-RECORDED = {}
+RECORDED = {"information_line": 793, "look_up": 159, "read": 431, "write": 431}
 SCENARIO = Path(__file__).resolve().parent.parent.parent / "bench/scenario.json"
 
 
@@ -31,14 +31,13 @@ def run(program, simulation, folder):
 def own_instructions(profile, library):
     """The name of a dump, and the cost of the lines that stand under the library's object itself."""
     name, counted, inside, is_call = None, 0, False, False
-    objects = {}
+    # An object's path stands where its number is seen first, be it as the caller's (ob) or the called one's (cob).
+    objects = dict(re.findall(r"^c?ob=(\(\d+\)) (.+)$", profile, re.MULTILINE))
     for line in profile.splitlines():
         if line.startswith("desc: Trigger: Client Request: "):
             name = line.rpartition(" ")[2]
         elif line.startswith("ob="):
-            number, _, path = line[3:].partition(" ")
-            objects.setdefault(number, path)
-            inside = Path(objects[number]).resolve() == library
+            inside = Path(objects[line[3:].split()[0]]).resolve() == library
         elif line.startswith("calls="):
             is_call = True  # the next line is what the called function spends
         elif re.match(r"[+*\d-]", line):
