@@ -2,13 +2,10 @@ package com.talvane.orvex.comm.access;
 
 import com.talvane.orvex.comm.UsbAccessCode;
 import com.talvane.orvex.comm.access.Connection.ReportFormat;
-import java.nio.ByteBuffer;
-import java.nio.ByteOrder;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
 import java.util.stream.Collectors;
-import java.util.stream.IntStream;
 
 /**
  * A device of a list: what is known of it and, while it is open, its transfers.
@@ -35,8 +32,6 @@ public final class UsbDevice implements AutoCloseable {
     public static final int FOREVER = Deadline.FOREVER;
 
     private static final int MOST_DESCRIPTOR_BYTES = 512;
-    private static final int ENDPOINT_BYTES = 8;
-    private static final int MOST_ENDPOINTS = 16;
     private static final int PACKET_SIZE_BITS = 0x7FF;
     private static final int LEAST_REPORT = 64;
     private static final int GREATEST_REPORT = 1024;
@@ -105,8 +100,7 @@ public final class UsbDevice implements AutoCloseable {
      * @return the serial number without control characters, or the place in the list when there is none
      */
     public String label() {
-        String serial = info.serial();
-        return serial.equals("?") || serial.isEmpty() ? "device " + index : serial.replaceAll("\\p{Cntrl}", "?");
+        return info.label(index);
     }
 
     /**
@@ -146,12 +140,9 @@ public final class UsbDevice implements AutoCloseable {
      */
     public List<UsbEndpoint> endpoints() throws UsbException {
         return session.locked(() -> {
-            ByteBuffer bytes = ByteBuffer.allocate(MOST_ENDPOINTS * ENDPOINT_BYTES).order(ByteOrder.LITTLE_ENDIAN);
-            int count = session.usb.usbGetEndpointList(list(), index, bytes.array());
-            return IntStream.range(0, UsbException.check("endpoints of " + label(), count))
-                    .mapToObj(i -> new UsbEndpoint(
-                            bytes.getShort(), bytes.getShort(), bytes.getShort(), bytes.getShort() != 0))
-                    .toList();
+            byte[] bytes = new byte[UsbEndpoint.MOST_BYTES];
+            int count = session.usb.usbGetEndpointList(list(), index, bytes);
+            return UsbEndpoint.parse(bytes, UsbException.check("endpoints of " + label(), count));
         });
     }
 

@@ -115,4 +115,14 @@ public record UsbDeviceInfo(
     public boolean isUnopenable() {
         return manufacturer.startsWith("<cannot_open>");
     }
+
+    /**
+     * Names the device for people.
+     *
+     * @param index its place in the list
+     * @return the serial number without control characters, or the place in the list when there is none
+     */
+    public String label(int index) {
+        return serial.equals("?") || serial.isEmpty() ? "device " + index : serial.replaceAll("\\p{Cc}", "?");
+    }
 }

@@ -1,5 +1,10 @@
 package com.talvane.orvex.comm.access;
 
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.util.List;
+import java.util.stream.IntStream;
+
 /**
  * An endpoint of a device, as it was read when the device was listed.
  *
@@ -9,4 +14,21 @@ package com.talvane.orvex.comm.access;
  * @param isIn       whether the device sends
  */
 public record UsbEndpoint(int address, int packetSize, int attributes, boolean isIn) {
+    /** As many bytes as the raw endpoint list can have. */
+    public static final int MOST_BYTES = 128;
+
+    /**
+     * Reads a raw endpoint list.
+     *
+     * @param bytes as the library has stored them
+     * @param count for how many endpoints
+     * @return the endpoints
+     */
+    public static List<UsbEndpoint> parse(byte[] bytes, int count) {
+        ByteBuffer numbers = ByteBuffer.wrap(bytes).order(ByteOrder.LITTLE_ENDIAN);
+        return IntStream.range(0, count)
+                .mapToObj(i -> new UsbEndpoint(
+                        numbers.getShort(), numbers.getShort(), numbers.getShort(), numbers.getShort() != 0))
+                .toList();
+    }
 }
