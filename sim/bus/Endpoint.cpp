@@ -92,7 +92,7 @@ bool Endpoint::move(Transfer& transfer) {
         transfer.status = status.value_or(Status::completed);
         return status.has_value();
     }
-    if (halted_ || model_.behaviour.kind == Behaviour::Kind::stall) {
+    if (halted()) {
         transfer.status = Status::stall;
         return true;
     }

@@ -42,7 +42,7 @@ class Endpoint {
     const EndpointModel& model() const { return model_; }
     std::uint8_t interfaceNumber() const { return interfaceNumber_; }
     std::size_t waiting() const { return waiting_.size(); }
-    bool halted() const { return halted_; }
+    bool halted() const { return halted_ || model_.behaviour.kind == Behaviour::Kind::stall; }
 
     void submit(Transfer& transfer);
     bool cancel(Transfer& transfer);  // false when it does not wait here

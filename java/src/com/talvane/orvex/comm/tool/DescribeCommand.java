@@ -1,6 +1,6 @@
 package com.talvane.orvex.comm.tool;
 
-import com.talvane.orvex.comm.tool.Session.Endpoint;
+import com.talvane.orvex.comm.access.UsbEndpoint;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.List;
@@ -44,10 +44,10 @@ final class DescribeCommand implements Runnable {
         Descriptors.describe(bytes).forEach(System.out::println);
     }
 
-    private static void showEndpoints(List<Endpoint> endpoints) {
+    private static void showEndpoints(List<UsbEndpoint> endpoints) {
         List<List<String>> rows = new ArrayList<>();
         rows.add(List.of("ENDPOINT", "DIRECTION", "TYPE", "PACKET"));
-        for (Endpoint endpoint : endpoints) {
+        for (UsbEndpoint endpoint : endpoints) {
             rows.add(List.of(
                     String.format("0x%02X", endpoint.address()),
                     endpoint.isIn() ? "IN" : "OUT",

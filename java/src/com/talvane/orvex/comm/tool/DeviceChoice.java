@@ -25,7 +25,7 @@ final class DeviceChoice {
         private Integer index;
 
         private boolean fits(DeviceInfo device) {
-            return serial != null ? serial.equals(device.serial()) : index == device.index();
+            return serial != null ? serial.equals(device.line().serial()) : index == device.index();
         }
 
         @Override

@@ -65,8 +65,8 @@ final class EchoCommand implements Callable<Integer> {
     public Integer call() {
         try (Session session = device.session(); OpenDevice open = device.open(session)) {
             DeviceInfo info = open.info();
-            System.out.printf("Opened %s: %s %s%n", info.label(), Text.printable(info.manufacturer()),
-                    Text.printable(info.product()));
+            System.out.printf("Opened %s: %s %s%n", info.label(), Text.printable(info.line().manufacturer()),
+                    Text.printable(info.line().product()));
             byte[] data = content.bytes();
             Transfer sent = open.write(new Pipe(out, false, device.timeout), data);
             show("OUT", out, sent);

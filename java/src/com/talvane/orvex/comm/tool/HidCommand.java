@@ -69,7 +69,7 @@ final class HidCommand implements Callable<Integer> {
 
     private DeviceInfo hidDevice(Session session) {
         DeviceInfo chosen = device.find(session);
-        if (!chosen.isHid()) {
+        if (!chosen.line().isHid()) {
             throw new IllegalStateException(
                     chosen.label() + " is not a HID device (orvex-usb list shows the types)");
         }

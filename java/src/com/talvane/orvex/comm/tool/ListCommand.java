@@ -1,5 +1,6 @@
 package com.talvane.orvex.comm.tool;
 
+import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import java.util.ArrayList;
 import java.util.List;
 import picocli.CommandLine.Command;
@@ -36,19 +37,23 @@ final class ListCommand implements Runnable {
         for (DeviceInfo d : devices) {
             rows.add(List.of(
                     Integer.toString(d.index()),
-                    String.format("%04X:%04X", d.vendorId(), d.productId()),
-                    String.format("%04X", d.release()),
+                    String.format("%04X:%04X", d.line().vendorId(), d.line().productId()),
+                    String.format("%04X", d.line().release()),
                     d.typeText(),
                     d.familyText(),
-                    Text.printable(d.serial()),
-                    Text.printable(d.manufacturer()),
-                    Text.printable(d.product())));
+                    Text.printable(d.line().serial()),
+                    Text.printable(d.line().manufacturer()),
+                    Text.printable(d.line().product())));
         }
         Text.table(rows).forEach(System.out::println);
-        devices.stream().filter(DeviceInfo::isUnopenable).findFirst().ifPresent(ListCommand::explain);
+        devices.stream()
+                .map(DeviceInfo::line)
+                .filter(UsbDeviceInfo::isUnopenable)
+                .findFirst()
+                .ifPresent(ListCommand::explain);
     }
 
-    private static void explain(DeviceInfo device) {
+    private static void explain(UsbDeviceInfo device) {
         System.err.printf("""
                 %s: no permission, or on its way in or out. On Linux a udev rule gives permission:
                 SUBSYSTEM=="usb", ATTR{idVendor}=="%04x", TAG+="uaccess"

@@ -2,8 +2,7 @@ package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.UsbAccessCode;
-import java.nio.ByteBuffer;
-import java.nio.ByteOrder;
+import com.talvane.orvex.comm.access.UsbEndpoint;
 import java.util.Arrays;
 import java.util.Collection;
 import java.util.List;
@@ -14,11 +13,6 @@ final class Session implements AutoCloseable {
     private static final String SIMULATED = "ORVEX_USB_SIMULATED";
 
     private static final int MOST_DESCRIPTOR_BYTES = 512;
-    private static final int MOST_ENDPOINT_BYTES = 128;
-
-    /** An endpoint as the library lists it. */
-    record Endpoint(int address, int packetSize, int attributes, boolean isIn) {
-    }
 
     private final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
     private final int id;
@@ -65,13 +59,10 @@ final class Session implements AutoCloseable {
     }
 
     /** The endpoints of the device, or of the interface that it is. */
-    List<Endpoint> endpoints(DeviceInfo device) {
-        ByteBuffer buffer = ByteBuffer.allocate(MOST_ENDPOINT_BYTES).order(ByteOrder.LITTLE_ENDIAN);
-        int count = usb.usbGetEndpointList(list, device.index(), buffer.array());
-        return IntStream.range(0, UsbFailure.check("endpoints of " + device.label(), count))
-                .mapToObj(i -> new Endpoint(
-                        buffer.getShort(), buffer.getShort(), buffer.getShort(), buffer.getShort() != 0))
-                .toList();
+    List<UsbEndpoint> endpoints(DeviceInfo device) {
+        byte[] bytes = new byte[UsbEndpoint.MOST_BYTES];
+        int count = usb.usbGetEndpointList(list, device.index(), bytes);
+        return UsbEndpoint.parse(bytes, UsbFailure.check("endpoints of " + device.label(), count));
     }
 
     OpenDevice open(DeviceInfo device) {

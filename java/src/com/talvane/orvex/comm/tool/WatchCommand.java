@@ -1,5 +1,6 @@
 package com.talvane.orvex.comm.tool;
 
+import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import java.time.LocalTime;
 import java.time.format.DateTimeFormatter;
 import java.util.List;
@@ -63,8 +64,8 @@ final class WatchCommand implements Callable<Integer> {
     private static int showChanges(List<DeviceInfo> before, List<DeviceInfo> now) {
         int changes = 0;
         for (DeviceInfo device : now) {
-            boolean was = device.index() < before.size() && before.get(device.index()).present();
-            if (was != device.present()) {
+            boolean was = device.index() < before.size() && before.get(device.index()).line().present();
+            if (was != device.line().present()) {
                 show(was ? "left" : "arrived", device);
                 changes++;
             }
@@ -73,8 +74,9 @@ final class WatchCommand implements Callable<Integer> {
     }
 
     private static void show(String what, DeviceInfo device) {
+        UsbDeviceInfo line = device.line();
         System.out.println(String.format("%s  %-7s  %3d  %04X:%04X  %-16s  %s", LocalTime.now().format(TIME), what,
-                device.index(), device.vendorId(), device.productId(), Text.printable(device.serial()),
-                Text.printable(device.product())));
+                device.index(), line.vendorId(), line.productId(), Text.printable(line.serial()),
+                Text.printable(line.product())));
     }
 }

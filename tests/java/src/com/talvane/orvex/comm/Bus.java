@@ -20,7 +20,7 @@ import java.util.stream.Stream;
 import java.util.stream.StreamSupport;
 
 /** The hand on the devices: plugs, pulls and changes them through the control socket of the bus. */
-final class Bus implements AutoCloseable {
+public final class Bus implements AutoCloseable {
     private static final String SOCKET = "SIMBUS_SOCKET";
 
     private final SocketChannel channel;
@@ -65,53 +65,53 @@ final class Bus implements AutoCloseable {
     }
 
     /** Whether the devices are in this process, and not behind a kernel. */
-    boolean isMemory() {
+    public boolean isMemory() {
         return ask(op("ping")).get("front").getAsString().equals("memory");
     }
 
-    void plug(String id) {
+    public void plug(String id) {
         ask(on("plug", id));
     }
 
-    void unplug(String id) {
+    public void unplug(String id) {
         ask(on("unplug", id));
     }
 
     /** Changes a device's description (a JSON merge patch); the host sees it at the next plug. */
-    void change(String id, String patch) {
+    public void change(String id, String patch) {
         JsonObject request = on("change", id);
         request.add("set", JsonParser.parseString(patch));
         ask(request);
     }
 
     /** Changes how an endpoint behaves, at once. */
-    void endpoint(String id, int address, String settings) {
+    public void endpoint(String id, int address, String settings) {
         JsonObject request = on("endpoint", id, address);
         request.add("set", JsonParser.parseString(settings));
         ask(request);
     }
 
     /** Gives an IN endpoint bytes to be read. */
-    void feed(String id, int address, byte... data) {
+    public void feed(String id, int address, byte... data) {
         JsonObject request = on("feed", id, address);
         request.addProperty("data", HexFormat.of().formatHex(data));
         ask(request);
     }
 
     /** What came in at an OUT endpoint, a piece for each transfer. */
-    List<byte[]> received(String id, int address) {
+    public List<byte[]> received(String id, int address) {
         return elements(ask(on("received", id, address)), "packets")
                 .map(e -> HexFormat.of().parseHex(e.getAsString()))
                 .toList();
     }
 
     /** How many transfers wait at an endpoint. */
-    int pending(String id, int address) {
+    public int pending(String id, int address) {
         return ask(on("pending", id, address)).get("count").getAsInt();
     }
 
     /** The serial numbers of the devices that are plugged in and have one. */
-    List<String> pluggedSerials() {
+    public List<String> pluggedSerials() {
         return elements(ask(op("devices")), "devices")
                 .map(JsonElement::getAsJsonObject)
                 .filter(d -> d.get("plugged").getAsBoolean())
@@ -122,12 +122,12 @@ final class Bus implements AutoCloseable {
     }
 
     /** Lets the next call of a libusb function fail. Memory only. */
-    void failNext(String call, int code) {
+    public void failNext(String call, int code) {
         fail(call, 1, code);
     }
 
     /** Lets the nth next call (1 is the next) of a libusb function fail. Memory only. */
-    void fail(String call, int nth, int code) {
+    public void fail(String call, int nth, int code) {
         JsonObject request = op("fault");
         request.addProperty("call", call);
         request.addProperty("nth", nth);

@@ -25,9 +25,9 @@ import org.junit.jupiter.api.Timeout.ThreadMode;
  * take long on an emulated machine and show nothing new there. Those with the tag "kernel" need one.
  */
 @Timeout(value = 300, threadMode = ThreadMode.SEPARATE_THREAD)
-abstract class UsbTest {
-    static final int VENDOR = 0x6A5C;
-    static final int OTHER_VENDOR = 0x6A5D;
+public abstract class UsbTest {
+    protected static final int VENDOR = 0x6A5C;
+    protected static final int OTHER_VENDOR = 0x6A5D;
     static final int ANY_VENDOR = -1;
 
     private static final long DEADLINE_SECONDS = 60;
@@ -38,7 +38,7 @@ abstract class UsbTest {
     });
 
     final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
-    final Bus bus = Bus.connect();
+    protected final Bus bus = Bus.connect();
     private final List<Integer> lists = new ArrayList<>();
     private final List<Device> opened = new ArrayList<>();
 
@@ -154,21 +154,21 @@ abstract class UsbTest {
     }
 
     /** Runs a call that blocks on a thread of its own, and comes back when its transfer waits at the endpoint. */
-    final Future<Integer> whileWaiting(String id, int endpoint, Callable<Integer> call) {
+    protected final Future<Integer> whileWaiting(String id, int endpoint, Callable<Integer> call) {
         Future<Integer> result = THREADS.submit(call);
         await("a transfer waits at endpoint " + endpoint, () -> bus.pending(id, endpoint) > 0);
         return result;
     }
 
-    static Future<Integer> onAnotherThread(Callable<Integer> call) {
+    protected static Future<Integer> onAnotherThread(Callable<Integer> call) {
         return THREADS.submit(call);
     }
 
-    static int result(Future<Integer> call) throws Exception {
+    protected static int result(Future<Integer> call) throws Exception {
         return call.get(DEADLINE_SECONDS, TimeUnit.SECONDS);
     }
 
-    static void await(String what, BooleanSupplier condition) {
+    protected static void await(String what, BooleanSupplier condition) {
         long deadline = System.nanoTime() + TimeUnit.SECONDS.toNanos(DEADLINE_SECONDS);
         while (!condition.getAsBoolean()) {
             assertTrue(System.nanoTime() < deadline, () -> "waited in vain: " + what);
@@ -185,7 +185,7 @@ abstract class UsbTest {
     }
 
     /** Bytes that differ from their neighbours and from zero. */
-    static byte[] pattern(int size) {
+    protected static byte[] pattern(int size) {
         byte[] bytes = new byte[size];
         for (int i = 0; i < size; i++) {
             bytes[i] = (byte) (i % 251 + 1);

@@ -3,6 +3,7 @@ package com.talvane.orvex.comm.tool;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 
+import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import java.nio.charset.StandardCharsets;
 import java.util.List;
 import org.junit.jupiter.api.Test;
@@ -33,7 +34,8 @@ class TextTest {
     @Test
     void anInformationLineIsRead() {
         assertEquals(
-                new DeviceInfo(3, true, 0x6A5C, 0x1001, 0xABCD, "M", "P", "S:=x", 'h', 2, 11),
+                new DeviceInfo(3, new UsbDeviceInfo(true, 0x6A5C, 0x1001, 0xABCD, "M", "P", "S:=x",
+                        UsbDeviceInfo.Kind.HID, UsbDeviceInfo.Family.INTERFACE, 11)),
                 DeviceInfo.parse(3, "1:=6A5C:=1001:=ABCD:=M:=P:=S:=x:=x:=h:=2:=11:=end"));
     }
 

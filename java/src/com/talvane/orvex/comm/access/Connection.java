@@ -1,0 +1,197 @@
+package com.talvane.orvex.comm.access;
+
+import com.talvane.orvex.comm.ORVEXCommUSBAccess;
+import com.talvane.orvex.comm.UsbAccessCode;
+import java.util.Arrays;
+import java.util.Map;
+import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.locks.ReentrantLock;
+import java.util.function.IntSupplier;
+
+/**
+ * One opening of a device, from open to close: its transfers, one at a time on each endpoint. Results are those of the
+ * raw calls.
+ */
+final class Connection {
+    static final int DIRECTION = 0x80;
+    private static final int CONTROL = 0;
+    static final int SETUP_BYTES = 8;
+    private static final byte[] NOTHING = {};
+    private static final int STATUS_MS = 1000;
+    /**
+     * A raw HID read cannot be cancelled. Within a report it loses nothing when its time runs out, so it is cut
+     * short.
+     */
+    private static final int HID_SLICE_MS = 100;
+
+    private final ORVEXCommUSBAccess usb;
+    private final TransferGate gate;
+    private final UsbDevice device;
+    private final ReportFormat reports;
+    private final Map<Integer, Integer> packetSizes;
+    private final Map<Integer, ReentrantLock> endpoints = new ConcurrentHashMap<>();
+    private volatile boolean ended;
+
+    /** A raw call on bytes that it moves from or to their start. */
+    @FunctionalInterface
+    interface RawCall {
+        int move(int list, int index, int endpoint, int length, int timeout, byte[] bytes);
+    }
+
+    /** Size and filling of a HID device's reports. */
+    record ReportFormat(int size, int fill) {
+    }
+
+    /** A request for a status: whether it could be sent, whether an answer came, and its lowest bit. */
+    record Status(boolean sent, boolean answered, boolean bit) {
+    }
+
+    Connection(UsbSession session, UsbDevice device, ReportFormat reports, Map<Integer, Integer> packetSizes) {
+        this.usb = session.usb;
+        this.gate = session.gate;
+        this.device = device;
+        this.reports = reports;
+        this.packetSizes = packetSizes;
+    }
+
+    /** The raw open. A HID device takes on the size of its reports at an opening, from the call before. */
+    int open() {
+        int result = openOnce();
+        if (result == 0 && device.info().isHid()) {
+            sendReport(1, NOTHING);
+            close();
+            result = openOnce();
+            // It answers 0 also when the HID service refuses; a write tells.
+            if (result == 0 && sendReport(1, NOTHING) < 0) {
+                close();
+                result = UsbAccessCode.OPEN_FAILED.code();
+            }
+        }
+        return result;
+    }
+
+    private int openOnce() {
+        return usb.usbOpenDevice(device.list(), device.index());
+    }
+
+    /** The raw close. */
+    int close() {
+        return usb.usbCloseDevice(device.list(), device.index());
+    }
+
+    /** From now on no transfer starts, and the gate may cancel those that run. */
+    void end() {
+        ended = true;
+    }
+
+    boolean hasEnded() {
+        return ended;
+    }
+
+    // A write or control request that is cancelled cannot be taken up again, so only a close does that to it.
+
+    int write(RawCall call, int endpoint, int timeout, byte[] bytes) {
+        return inTurn(endpoint, () -> gate.pass(transfer(endpoint, false),
+                () -> call.move(device.list(), device.index(), endpoint, bytes.length, timeout, bytes)));
+    }
+
+    int control(byte[] setupAndData, int timeout) {
+        boolean in = (setupAndData[0] & DIRECTION) != 0;
+        return inTurn(CONTROL, () -> gate.pass(transfer(CONTROL, false), () -> in
+                ? usb.usbReadControlPipe(device.list(), device.index(), 0, timeout, setupAndData)
+                : usb.usbWriteControlPipe(device.list(), device.index(), 0, timeout, setupAndData)));
+    }
+
+    /** Reads, and goes on after having been cancelled for the sake of an open or close elsewhere. */
+    int read(RawCall call, int endpoint, int timeout, byte[] bytes) {
+        return inTurn(endpoint, () -> {
+            Deadline deadline = new Deadline(timeout);
+            int moved = 0;
+            while (true) {
+                byte[] rest = moved == 0 ? bytes : new byte[bytes.length - moved];
+                TransferGate.Transfer transfer = transfer(endpoint, true);
+                int result = gate.pass(transfer, () -> call.move(
+                        device.list(), device.index(), endpoint, rest.length, deadline.left(), rest));
+                if (result < 0) {
+                    return moved > 0 ? moved : result;
+                }
+                System.arraycopy(rest, 0, bytes, moved, rest == bytes ? 0 : result);
+                moved += result;
+                if (!transfer.wasCancelled() || ended || moved == bytes.length || endsMessage(endpoint, result)) {
+                    return moved;
+                }
+                if (deadline.isOver()) {
+                    return moved > 0 ? moved : UsbAccessCode.TIMED_OUT.code();
+                }
+            }
+        });
+    }
+
+    /** Whether a read that was cancelled had ended by itself, with a packet that was not full. */
+    private boolean endsMessage(int endpoint, int bytes) {
+        return bytes % packetSizes.getOrDefault(endpoint, Integer.MAX_VALUE) != 0;
+    }
+
+    /** Reads reports one by one, so that none is lost when the time runs out after some of them. */
+    int readReports(int timeout, byte[] bytes) {
+        return inTurn(DIRECTION, () -> {
+            Deadline deadline = new Deadline(timeout);
+            int moved = 0;
+            while (moved < bytes.length) {
+                byte[] report = new byte[Math.min(reports.size(), bytes.length - moved)];
+                int result = gate.pass(transfer(DIRECTION, false), () -> usb.usbReadInterruptPipeEx(device.list(),
+                        device.index(), 0, report.length, deadline.left(HID_SLICE_MS), report, reports.size(), 0));
+                if (result > 0) {
+                    System.arraycopy(report, 0, bytes, moved, result);
+                    moved += result;
+                } else if (result != UsbAccessCode.TIMED_OUT.code() || deadline.isOver() || device.isAbsent()) {
+                    return moved > 0 ? moved : result;
+                }
+            }
+            return moved;
+        });
+    }
+
+    /** Writes reports one by one, so that a close need not wait for all of them. */
+    int writeReports(int timeout, byte[] bytes) {
+        return inTurn(0, () -> {
+            int moved = 0;
+            while (moved < bytes.length) {
+                byte[] report = Arrays.copyOfRange(bytes, moved, Math.min(moved + reports.size(), bytes.length));
+                int result = gate.pass(transfer(0, false), () -> sendReport(timeout, report));
+                if (result <= 0) {
+                    return result;
+                }
+                moved += result;
+            }
+            return moved;
+        });
+    }
+
+    private int sendReport(int timeout, byte[] report) {
+        return usb.usbWriteInterruptPipeEx(device.list(), device.index(), 0, report.length, timeout, report,
+                reports.size(), reports.fill());
+    }
+
+    /** What the device reports of itself (recipient 0) or of an endpoint (recipient 2). */
+    Status status(int recipient, int index) {
+        byte[] request = Setup.bytes(DIRECTION | recipient, 0, 0, index, new byte[2]);
+        int result = control(request, STATUS_MS);
+        return new Status(result >= 0, result > 0, result > 0 && (request[SETUP_BYTES] & 1) != 0);
+    }
+
+    private TransferGate.Transfer transfer(int endpoint, boolean isRead) {
+        return new TransferGate.Transfer(this, () -> isRead || ended,
+                () -> usb.usbCancelPipeTransfer(device.list(), device.index(), endpoint) == 0);
+    }
+
+    private int inTurn(int endpoint, IntSupplier work) {
+        ReentrantLock turn = endpoints.computeIfAbsent(endpoint, address -> new ReentrantLock());
+        turn.lock();
+        try {
+            return work.getAsInt();
+        } finally {
+            turn.unlock();
+        }
+    }
+}

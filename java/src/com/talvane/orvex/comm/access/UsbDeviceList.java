@@ -1,0 +1,121 @@
+package com.talvane.orvex.comm.access;
+
+import java.util.ArrayList;
+import java.util.HashSet;
+import java.util.List;
+import java.util.Optional;
+import java.util.Set;
+
+/**
+ * The devices of some vendors. A device keeps its place and its object for as long as the session lives: one that is
+ * pulled is absent, and is the same {@link UsbDevice} when it comes back.
+ */
+public final class UsbDeviceList {
+    private final UsbSession session;
+    private final int handle;
+    /** Grows only; under the session lock. */
+    private final List<UsbDevice> devices = new ArrayList<>();
+    /** Those whose presence the caller knows of, from the making of the list or an update. */
+    private final Set<UsbDevice> told = new HashSet<>();
+
+    /**
+     * What an update has found.
+     *
+     * @param came devices that are there now and were not
+     * @param left devices that are gone
+     */
+    public record Changes(List<UsbDevice> came, List<UsbDevice> left) {
+        /**
+         * Whether all is as before.
+         *
+         * @return true when no device came or left
+         */
+        public boolean isEmpty() {
+            return came.isEmpty() && left.isEmpty();
+        }
+    }
+
+    UsbDeviceList(UsbSession session, int handle) {
+        this.session = session;
+        this.handle = handle;
+        takeLines();
+        devices.stream().filter(UsbDevice::isPresent).forEach(told::add);
+    }
+
+    /**
+     * All devices that the list has had, in the order of their places, those that are absent among them.
+     *
+     * @return a list of its own
+     * @throws IllegalStateException when the session is closed
+     */
+    public List<UsbDevice> devices() {
+        return session.locked(() -> List.copyOf(devices));
+    }
+
+    /**
+     * Finds a device that is present by its serial number.
+     *
+     * @param serial as the information line has it
+     * @return the device; empty when there is none
+     * @throws IllegalStateException when several present devices have it, or the session is closed
+     */
+    public Optional<UsbDevice> find(String serial) {
+        List<UsbDevice> found = devices().stream()
+                .filter(device -> device.isPresent() && device.info().serial().equals(serial))
+                .toList();
+        if (found.size() > 1) {
+            throw new IllegalStateException(found.size() + " devices have the serial number " + serial);
+        }
+        return found.stream().findFirst();
+    }
+
+    /**
+     * Brings the list up to date. It costs little while nothing changed, so it may be called often; the news of a plug
+     * or pull may be a moment late. A device that was pulled and is back by the time of the update is in neither list;
+     * if it was open, its transfers tell that it is gone.
+     *
+     * @return what came and what left since the list was made or updated last
+     * @throws IllegalStateException when the session is closed
+     * @throws UsbException          when the library does not know the list any more
+     */
+    public Changes update() throws UsbException {
+        return session.locked(() -> {
+            UsbException.check("update the list", refresh());
+            List<UsbDevice> came = devices.stream().filter(d -> d.isPresent() && !told.contains(d)).toList();
+            List<UsbDevice> left = devices.stream().filter(d -> !d.isPresent() && told.contains(d)).toList();
+            told.addAll(came);
+            left.forEach(told::remove);
+            return new Changes(came, left);
+        });
+    }
+
+    /** Looks at the bus; what changed is still to be told by the next update. Under the session lock. */
+    int refresh() {
+        int result = session.usb.usbUpdateDeviceList(handle, 0);
+        takeLines();
+        return result;
+    }
+
+    private void takeLines() {
+        List<String> lines = session.lines(handle);
+        for (int index = 0; index < lines.size(); index++) {
+            if (index == devices.size()) {
+                devices.add(new UsbDevice(session, this, index, lines.get(index)));
+            } else {
+                devices.get(index).takeLine(lines.get(index));
+            }
+        }
+    }
+
+    int handle() {
+        return handle;
+    }
+
+    void closeDevices() {
+        devices.forEach(UsbDevice::closeLocked);
+    }
+
+    void release() {
+        session.usb.usbReleaseDeviceList(handle);
+    }
+}

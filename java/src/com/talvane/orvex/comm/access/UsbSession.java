@@ -1,0 +1,182 @@
+package com.talvane.orvex.comm.access;
+
+import com.talvane.orvex.comm.ORVEXCommUSBAccess;
+import com.talvane.orvex.comm.UsbAccessCode;
+import java.util.Arrays;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.Set;
+import java.util.concurrent.locks.ReentrantLock;
+import java.util.stream.Collectors;
+import java.util.stream.IntStream;
+
+/**
+ * The session: where lists of devices come from. A process has one at a time, and while it is open nobody in the
+ * process uses the raw class beside it.
+ *
+ * <p>Closing it closes the devices that are open, then releases the lists, then ends the session.
+ */
+public final class UsbSession implements AutoCloseable {
+    /** Stands for the devices of all vendors in the raw call. */
+    private static final int ALL_VENDORS = -1;
+    private static final int MOST_VENDORS = 16;
+    private static final int GREATEST_ID = 0xFFFF;
+
+    /** The session lock. The raw session belongs to the process, and so does the lock. */
+    private static final ReentrantLock LOCK = new ReentrantLock();
+    private static boolean isOneOpen;
+
+    final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
+    final TransferGate gate = new TransferGate();
+    private final Map<Set<Integer>, UsbDeviceList> lists = new LinkedHashMap<>();
+    private final int id;
+    private boolean closed;
+
+    /** A raw call, or some that belong together, under the session lock. */
+    @FunctionalInterface
+    interface Call<T, X extends Exception> {
+        T make() throws X;
+    }
+
+    private UsbSession() throws UsbException {
+        id = UsbException.check("open a session", usb.usbInitialize());
+    }
+
+    /**
+     * Opens the session.
+     *
+     * @return the session
+     * @throws UsbBusyException     when the process has one already
+     * @throws UsbException         when libusb cannot start
+     * @throws UnsatisfiedLinkError when the native library cannot be loaded
+     */
+    public static UsbSession open() throws UsbException {
+        LOCK.lock();
+        try {
+            if (isOneOpen) {
+                // Not asked: transfers may be running, and the raw call is made beside none.
+                throw new UsbBusyException("open a session", UsbAccessCode.SESSION_OPEN);
+            }
+            UsbSession session = new UsbSession();
+            isOneOpen = true;
+            return session;
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /**
+     * Gives the list of the devices of some vendors. It is made when it is asked for the first time and lives as long
+     * as the session; asking again for the same vendors, in whatever order, gives the same object (not updated).
+     *
+     * <p>A vendor belongs to one list only: the library notes what comes and goes in the first list that has the
+     * vendor, so a second one would never learn of it.
+     *
+     * @param vendorIds one to sixteen USB vendor ids, each 0 to 0xFFFF and given once
+     * @return the list
+     * @throws IllegalArgumentException when there are none or too many, or one is out of range or given twice, or is
+     *                                  in another list of this session
+     * @throws IllegalStateException    when the session is closed
+     * @throws UsbException             when the library cannot make the list
+     */
+    public UsbDeviceList list(int... vendorIds) throws UsbException {
+        Set<Integer> vendors = checked(vendorIds);
+        return locked(() -> {
+            UsbDeviceList known = lists.get(vendors);
+            if (known != null) {
+                return known;
+            }
+            demandFree(vendors);
+            int handle = UsbException.check("list the devices", usb.usbCreateDeviceList2(id, vendorIds.clone()));
+            UsbDeviceList made = new UsbDeviceList(this, handle);
+            lists.put(vendors, made);
+            return made;
+        });
+    }
+
+    private static Set<Integer> checked(int[] vendorIds) {
+        Setup.within("number of vendor ids", vendorIds.length, 1, MOST_VENDORS);
+        Set<Integer> vendors = Arrays.stream(vendorIds)
+                .mapToObj(id -> Setup.within("vendor id", id, 0, GREATEST_ID))
+                .collect(Collectors.toUnmodifiableSet());
+        if (vendors.size() < vendorIds.length) {
+            throw new IllegalArgumentException("a vendor id is given twice: " + Arrays.toString(vendorIds));
+        }
+        return vendors;
+    }
+
+    private void demandFree(Set<Integer> vendors) {
+        for (Set<Integer> taken : lists.keySet()) {
+            vendors.stream().filter(taken::contains).findFirst().ifPresent(vendor -> {
+                throw new IllegalArgumentException(
+                        String.format("vendor id 0x%04X is in another list of this session", vendor));
+            });
+        }
+    }
+
+    /**
+     * Looks at the devices of all vendors, once. To open one of them, ask for a {@link #list} of its vendor.
+     *
+     * @return what the information lines of the moment tell
+     * @throws IllegalStateException when the session is closed
+     * @throws UsbException          when the library cannot make the list
+     */
+    public List<UsbDeviceInfo> everything() throws UsbException {
+        return locked(() -> {
+            int handle = UsbException.check("list all devices", usb.usbCreateDeviceList(id, ALL_VENDORS));
+            try {
+                return lines(handle).stream().map(UsbDeviceInfo::parse).toList();
+            } finally {
+                usb.usbReleaseDeviceList(handle);
+            }
+        });
+    }
+
+    /** The information lines of a raw list; under the session lock. */
+    List<String> lines(int handle) {
+        return IntStream.range(0, usb.usbGetDeviceListCount(handle))
+                .mapToObj(index -> usb.usbGetDeviceInfo(handle, index))
+                .toList();
+    }
+
+    /** Makes a call while the session is open and nobody else makes one of this kind. */
+    <T, X extends Exception> T locked(Call<T, X> call) throws X {
+        LOCK.lock();
+        try {
+            if (closed) {
+                throw new IllegalStateException("the session is closed");
+            }
+            return call.make();
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /** Does some work, if the session is still open, while nobody else makes one of those calls. */
+    void ifOpen(Runnable work) {
+        LOCK.lock();
+        try {
+            if (!closed) {
+                work.run();
+            }
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /**
+     * Closes the devices, releases the lists and ends the session. Transfers of other threads end as with
+     * {@link UsbDevice#close}. Closing again does nothing.
+     */
+    @Override
+    public void close() {
+        ifOpen(() -> {
+            closed = true;
+            lists.values().forEach(UsbDeviceList::closeDevices);
+            lists.values().forEach(UsbDeviceList::release);
+            usb.usbRelease(id);
+            isOneOpen = false;
+        });
+    }
+}

@@ -1,0 +1,199 @@
+package com.talvane.orvex.comm.access;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.talvane.orvex.comm.UsbAccessCode;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+import java.util.concurrent.Future;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+
+/** Opens, closes and resets beside transfers of other threads. */
+class UsbCloseTest extends AccessTest {
+    @Test
+    void closingAgainDoesNothingAndADeviceOpensAgain() throws UsbException {
+        UsbDevice bench = device(BENCH);
+        bench.close();
+        for (int i = 0; i < 3; i++) {
+            try (UsbDevice open = bench.open()) {
+                assertTrue(open.isOpen());
+                assertThrows(IllegalStateException.class, bench::open);
+                assertEquals(1, write(bench, 0x01, new byte[1]));
+            }
+            bench.close();
+            assertFalse(bench.isOpen());
+        }
+    }
+
+    @Test
+    void aClosedDeviceHasNoTransfers() throws UsbException {
+        UsbDevice bench = device(BENCH);
+        byte[] bytes = new byte[1];
+        assertThrows(IllegalStateException.class, () -> read(bench, 0x81, bytes));
+        assertThrows(IllegalStateException.class, () -> write(bench, 0x01, bytes));
+        assertThrows(IllegalStateException.class, () -> bench.readInterrupt(0x82, bytes, 0, 1, AMPLE));
+        assertThrows(IllegalStateException.class, () -> bench.writeInterrupt(0x02, bytes, 0, 1, AMPLE));
+        assertThrows(IllegalStateException.class, () -> bench.readControl(0xC0, 1, 0, 0, 1, AMPLE));
+        assertThrows(IllegalStateException.class, () -> bench.writeControl(0x40, 1, 0, 0, bytes, AMPLE));
+        assertThrows(IllegalStateException.class, bench::reset);
+    }
+
+    @Test
+    void whatReportsAreForIsRefusedByOtherDevices() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertThrows(UnsupportedOperationException.class, () -> bench.readReports(new byte[1], 0, 1, AMPLE));
+        assertThrows(UnsupportedOperationException.class, () -> bench.writeReports(new byte[1], 0, 1, AMPLE));
+        bench.close();
+        assertThrows(UnsupportedOperationException.class, () -> bench.openReports(64, 0));
+    }
+
+    @Test
+    void aCloseEndsWhatOtherThreadsWaitFor() throws Exception {
+        UsbDevice bench = open(BENCH);
+        List<Future<Integer>> waiting = List.of(
+                whileWaiting("bench", 0x84, () -> read(bench, 0x84, new byte[64])),
+                whileWaiting("bench", 0x04, () -> write(bench, 0x04, new byte[64])));
+        Future<Integer> queued = onAnotherThread(() -> read(bench, 0x84, new byte[64]));
+        bench.close();
+        for (Future<Integer> transfer : waiting) {
+            failure(IllegalStateException.class, transfer);
+        }
+        failure(IllegalStateException.class, queued);
+        assertEquals(1, write(bench.open(), 0x01, new byte[1]));
+    }
+
+    @Test
+    void theEndOfTheSessionEndsWhatOtherThreadsWaitFor() throws Exception {
+        UsbDevice bench = open(BENCH);
+        UsbDevice pair = open(PAIR);
+        Future<Integer> read = whileWaiting("bench", 0x84, () -> read(bench, 0x84, new byte[64]));
+        Future<Integer> other = whileWaiting("pair", 0x81, () -> read(pair, 0x81, new byte[64]));
+        closeSession();
+        failure(IllegalStateException.class, read);
+        failure(IllegalStateException.class, other);
+    }
+
+    @Test
+    void aReadGoesOnAfterAnOpenAndACloseElsewhere() throws Exception {
+        UsbDevice bench = open(BENCH);
+        UsbDevice pair = device(PAIR);
+        byte[] buffer = new byte[64];
+        Future<Integer> read = whileWaiting("bench", 0x81, () -> read(bench, 0x81, buffer));
+        result(onAnotherThread(() -> pair.open().index()));
+        pair.close();
+        bus.feed("bench", 0x81, pattern(9));
+        assertEquals(9, result(read));
+        assertArrayEquals(Arrays.copyOf(pattern(9), 64), buffer);
+    }
+
+    @Test
+    @Tag("memory")
+    void whatAReadHadGotBeforeAnOpenElsewhereIsKept() throws Exception {
+        bus.endpoint("bench", 0x84, "{\"limit\": 64}");
+        UsbDevice bench = open(BENCH);
+        assertEquals(64, bench.endpoints().stream().filter(e -> e.address() == 0x84).findFirst().orElseThrow()
+                .packetSize());
+        byte[] buffer = new byte[200];
+        Future<Integer> read = whileWaiting("bench", 0x84, () -> read(bench, 0x84, buffer));
+        device(PAIR).open();
+        await("the read was taken up again", () -> bus.pending("bench", 0x84) > 0);
+        bench.close();
+        assertEquals(128, result(read));
+        for (int i = 0; i < 128; i++) {
+            assertEquals((byte) i, buffer[i]);
+        }
+    }
+
+    @Test
+    void anOpenElsewhereWaitsForAWrite() throws Exception {
+        UsbDevice bench = open(BENCH);
+        Future<Integer> write =
+                whileWaiting("bench", 0x04, () -> bench.writeBulk(0x04, new byte[64], 0, 64, 200));
+        device(PAIR).open();
+        failure(UsbTimeoutException.class, write);
+    }
+
+    @Test
+    void theTimeOutOfAReadCountsOnAfterAnOpenElsewhere() throws Exception {
+        UsbDevice bench = open(BENCH);
+        UsbDevice pair = device(PAIR);
+        Future<Integer> read =
+                whileWaiting("bench", 0x84, () -> bench.readBulk(0x84, new byte[64], 0, 64, 300));
+        while (!read.isDone()) {
+            pair.open().close();
+        }
+        failure(UsbTimeoutException.class, read);
+    }
+
+    @Test
+    void aResetLetsReadsGoOn() throws Exception {
+        UsbDevice bench = open(BENCH);
+        Future<Integer> read = whileWaiting("bench", 0x81, () -> read(bench, 0x81, new byte[64]));
+        bench.reset();
+        await("the read was taken up again", () -> bus.pending("bench", 0x81) > 0);
+        bus.feed("bench", 0x81, pattern(4));
+        assertEquals(4, result(read));
+    }
+
+    @Test
+    @Tag("memory")
+    void whoeverHasADeviceIsTold() throws UsbException {
+        UsbDevice bench = device(BENCH);
+        bus.failNext("libusb_claim_interface", -6);
+        assertEquals(UsbAccessCode.CLAIM_FAILED, assertThrows(UsbBusyException.class, bench::open).code());
+        bus.failNext("libusb_open", -3);
+        UsbException refused = assertThrows(UsbException.class, bench::open);
+        assertEquals(UsbAccessCode.OPEN_FAILED, refused.code());
+        assertEquals("open BENCH00001", refused.attempted());
+        assertFalse(bench.isOpen());
+        bench.open();
+    }
+
+    @Test
+    void devicesOpenAndCloseWhileOthersWork() throws Exception {
+        UsbDevice bench = open(BENCH);
+        UsbDevice pair = device(PAIR);
+        List<Future<Integer>> echoes = new ArrayList<>();
+        for (int endpoint : new int[] {0x01, 0x02}) {
+            echoes.add(onAnotherThread(() -> echoMany(bench, endpoint)));
+        }
+        echoes.add(onAnotherThread(() -> {
+            for (int i = 0; i < 20; i++) {
+                list().update();
+                assertEquals(0, bench.readControl(0xC0, 3, 0, 0, 2, AMPLE).length);
+            }
+            return 0;
+        }));
+        for (int i = 0; i < 20; i++) {
+            try (UsbDevice open = pair.open()) {
+                assertEquals(3, write(open, 0x01, pattern(3)));
+                assertEquals(3, read(open, 0x81, new byte[64]));
+            }
+        }
+        for (Future<Integer> echo : echoes) {
+            assertEquals(0, result(echo));
+        }
+    }
+
+    private static int echoMany(UsbDevice device, int endpoint) throws UsbException {
+        byte[] buffer = new byte[64];
+        for (int i = 0; i < 100; i++) {
+            byte[] sent = pattern(1 + i % 63);
+            boolean bulk = endpoint == 0x01;
+            assertEquals(sent.length, bulk
+                    ? write(device, endpoint, sent)
+                    : device.writeInterrupt(endpoint, sent, 0, sent.length, AMPLE));
+            assertEquals(sent.length, bulk
+                    ? read(device, endpoint | 0x80, buffer)
+                    : device.readInterrupt(endpoint | 0x80, buffer, 0, 64, AMPLE));
+            assertArrayEquals(sent, Arrays.copyOf(buffer, sent.length));
+        }
+        return 0;
+    }
+}

@@ -1,0 +1,166 @@
+package com.talvane.orvex.comm.access;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+
+import com.talvane.orvex.comm.UsbAccessCode;
+import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.Future;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+
+/** HID devices in the safe layer. */
+class UsbHidTest extends AccessTest {
+    private static final String SERIAL = "HIDT0021";
+    private static final int BRIEF = 100;
+
+    /** The HID tool, closed, once the host's HID driver has it. */
+    private UsbDevice plugged() throws UsbException {
+        bus.plug("hid");
+        await("the HID driver has the tool", () -> unchecked(() -> session().everything().stream()
+                .anyMatch(info -> info.serial().equals(SERIAL) && info.isHid())));
+        return device(SERIAL);
+    }
+
+    /** The HID tool, open: its driver may not be ready at once. */
+    private UsbDevice opened() throws UsbException {
+        UsbDevice hid = plugged();
+        await("it opens", () -> {
+            try {
+                return hid.open().isOpen();
+            } catch (UsbException e) {
+                return false;
+            }
+        });
+        return hid;
+    }
+
+    private static int readReports(UsbDevice hid, byte[] buffer, int timeout) throws UsbException {
+        return hid.readReports(buffer, 0, buffer.length, timeout);
+    }
+
+    @Test
+    void reportsGoOutAndComeBack() throws UsbException {
+        UsbDevice hid = opened();
+        byte[] out = pattern(200);
+        assertEquals(130, hid.writeReports(out, 10, 130, AMPLE));
+        byte[] in = new byte[200];
+        assertEquals(130, hid.readReports(in, 20, 130, AMPLE));
+        byte[] expected = new byte[200];
+        System.arraycopy(out, 10, expected, 20, 130);
+        assertArrayEquals(expected, in);
+        assertEquals(0, hid.writeReports(out, 200, 0, AMPLE));
+        assertEquals(0, hid.readReports(in, 200, 0, AMPLE));
+    }
+
+    @Test
+    void theReportsThatCameBeforeTheTimeRanOutAreKept() throws UsbException {
+        UsbDevice hid = opened();
+        assertEquals(128, hid.writeReports(pattern(128), 0, 128, AMPLE));
+        assertEquals(64, readReports(hid, new byte[64], AMPLE));
+        assertEquals(64, readReports(hid, new byte[200], BRIEF));
+        assertThrows(UsbTimeoutException.class, () -> readReports(hid, new byte[64], BRIEF));
+    }
+
+    @Test
+    void pipesAreRefused() throws UsbException {
+        UsbDevice hid = opened();
+        byte[] bytes = new byte[1];
+        assertThrows(UnsupportedOperationException.class, () -> read(hid, 0x81, bytes));
+        assertThrows(UnsupportedOperationException.class, () -> write(hid, 0x01, bytes));
+        assertThrows(UnsupportedOperationException.class, () -> hid.readInterrupt(0x81, bytes, 0, 1, AMPLE));
+        assertThrows(UnsupportedOperationException.class, () -> hid.writeInterrupt(0x01, bytes, 0, 1, AMPLE));
+        assertThrows(UnsupportedOperationException.class, () -> hid.readControl(0xC0, 1, 0, 0, 1, AMPLE));
+        assertThrows(UnsupportedOperationException.class, () -> hid.writeControl(0x40, 1, 0, 0, bytes, AMPLE));
+        assertThrows(UnsupportedOperationException.class, hid::reset);
+    }
+
+    @Test
+    void whatCannotBeIsRefused() throws UsbException {
+        UsbDevice hid = opened();
+        byte[] bytes = new byte[64];
+        assertThrows(IndexOutOfBoundsException.class, () -> hid.readReports(bytes, 1, 64, AMPLE));
+        assertThrows(IndexOutOfBoundsException.class, () -> hid.writeReports(bytes, -1, 64, AMPLE));
+        assertThrows(IllegalArgumentException.class, () -> hid.readReports(bytes, 0, 64, -1));
+        assertThrows(IllegalArgumentException.class, () -> hid.writeReports(bytes, 0, 64, UsbDevice.FOREVER));
+        hid.close();
+        assertThrows(IllegalArgumentException.class, () -> hid.openReports(63, 0));
+        assertThrows(IllegalArgumentException.class, () -> hid.openReports(1025, 0));
+        assertThrows(IllegalStateException.class, () -> readReports(hid, bytes, AMPLE));
+        assertThrows(IllegalStateException.class, () -> hid.writeReports(bytes, 0, 64, AMPLE));
+    }
+
+    @Test
+    @Tag("memory")
+    void reportsHaveTheSizeOfTheOpening() throws UsbException {
+        UsbDevice hid = plugged();
+        try (UsbDevice open = hid.openReports(128, 0x77)) {
+            assertEquals(130, open.writeReports(pattern(130), 0, 130, AMPLE));
+            assertEquals(2, bus.received("hid", 0x01).size());
+            byte[] last = bus.received("hid", 0x01).get(1);
+            assertEquals(128, last.length);
+            assertEquals(0x77, last[127]);
+        }
+        hid.open();
+        assertEquals(1, hid.writeReports(pattern(1), 0, 1, AMPLE));
+        assertEquals(64, bus.received("hid", 0x01).get(2).length);
+    }
+
+    @Test
+    void aCloseEndsAReadOfAnotherThread() throws Exception {
+        UsbDevice hid = opened();
+        CountDownLatch started = new CountDownLatch(1);
+        Future<Integer> read = onAnotherThread(() -> {
+            started.countDown();
+            return readReports(hid, new byte[64], UsbDevice.FOREVER);
+        });
+        started.await();
+        hid.close();
+        failure(IllegalStateException.class, read);
+        hid.open();
+    }
+
+    @Test
+    void aReadGoesOnBesideAnOpenElsewhere() throws Exception {
+        UsbDevice hid = opened();
+        CountDownLatch started = new CountDownLatch(1);
+        byte[] got = new byte[64];
+        Future<Integer> read = onAnotherThread(() -> {
+            started.countDown();
+            return readReports(hid, got, UsbDevice.FOREVER);
+        });
+        started.await();
+        device(PAIR).open();
+        assertEquals(64, hid.writeReports(pattern(64), 0, 64, AMPLE));
+        assertEquals(64, result(read));
+        assertArrayEquals(pattern(64), got);
+    }
+
+    @Test
+    void aReadOfADeviceThatIsPulledTellsThatItIsGone() throws Exception {
+        UsbDevice hid = opened();
+        CountDownLatch started = new CountDownLatch(1);
+        Future<Integer> read = onAnotherThread(() -> {
+            started.countDown();
+            return readReports(hid, new byte[64], UsbDevice.FOREVER);
+        });
+        started.await();
+        bus.unplug("hid");
+        failure(UsbDeviceGoneException.class, read);
+        assertThrows(UsbDeviceGoneException.class, () -> hid.writeReports(new byte[1], 0, 1, AMPLE));
+        hid.close();
+    }
+
+    @Test
+    @Tag("memory")
+    void aDriverThatRefusesIsTold() throws UsbException {
+        UsbDevice hid = plugged();
+        bus.fail("hid open", 1, -1);
+        bus.fail("hid open", 2, -1);
+        assertEquals(UsbAccessCode.OPEN_FAILED, assertThrows(UsbException.class, hid::open).code());
+        assertFalse(hid.isOpen());
+        hid.open();
+    }
+}

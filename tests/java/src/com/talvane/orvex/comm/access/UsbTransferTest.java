@@ -1,0 +1,205 @@
+package com.talvane.orvex.comm.access;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.talvane.orvex.comm.UsbAccessCode;
+import java.util.Arrays;
+import java.util.HexFormat;
+import java.util.concurrent.Future;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.CsvSource;
+import org.junit.jupiter.params.provider.ValueSource;
+
+/** Transfers of the safe layer: what they move, what they refuse and how they fail. */
+class UsbTransferTest extends AccessTest {
+    @Test
+    void aPartOfAnArrayGoesOutAndComesBackIntoAPart() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        byte[] out = pattern(20);
+        assertEquals(10, bench.writeBulk(0x01, out, 5, 10, AMPLE));
+        assertArrayEquals(Arrays.copyOfRange(out, 5, 15), bus.received("bench", 0x01).get(0));
+        byte[] in = new byte[100];
+        assertEquals(10, bench.readBulk(0x81, in, 30, 64, AMPLE));
+        byte[] expected = new byte[100];
+        System.arraycopy(out, 5, expected, 30, 10);
+        assertArrayEquals(expected, in);
+        assertEquals(3, bench.writeInterrupt(0x02, out, 17, 3, AMPLE));
+        assertEquals(3, bench.readInterrupt(0x82, in, 36, 64, AMPLE));
+        assertArrayEquals(Arrays.copyOfRange(out, 17, 20), Arrays.copyOfRange(in, 36, 39));
+    }
+
+    @ParameterizedTest
+    @CsvSource({"-1, 1", "0, -1", "0, 65", "64, 1", "65, 0", "1, 64", "2147483647, 1", "1, 2147483647",
+        "2147483647, 2147483647", "-2147483648, 64"})
+    void whatLiesOutsideTheArrayIsRefused(int offset, int length) throws UsbException {
+        UsbDevice bench = open(BENCH);
+        byte[] bytes = pattern(64);
+        assertThrows(IndexOutOfBoundsException.class, () -> bench.readBulk(0x83, bytes, offset, length, AMPLE));
+        assertThrows(IndexOutOfBoundsException.class, () -> bench.writeBulk(0x03, bytes, offset, length, AMPLE));
+        assertThrows(IndexOutOfBoundsException.class, () -> bench.readInterrupt(0x82, bytes, offset, length, AMPLE));
+        assertThrows(IndexOutOfBoundsException.class, () -> bench.writeInterrupt(0x06, bytes, offset, length, AMPLE));
+        assertArrayEquals(pattern(64), bytes);
+        assertEquals(0, bus.received("bench", 0x03).size());
+    }
+
+    @Test
+    void noBytesAreMovedFromTheEndOfAnArray() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertEquals(0, bench.writeBulk(0x03, pattern(4), 4, 0, AMPLE));
+        assertEquals(0, bus.received("bench", 0x03).get(0).length);
+    }
+
+    @ParameterizedTest
+    @ValueSource(ints = {0, 0x80, 0x10, 0x90, -1, 0x101, 0x181})
+    void endpointsThatCannotBeAreRefused(int endpoint) throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertThrows(IllegalArgumentException.class, () -> read(bench, endpoint, new byte[1]));
+        assertThrows(IllegalArgumentException.class, () -> write(bench, endpoint, new byte[1]));
+    }
+
+    @Test
+    void theDirectionOfTheEndpointHasToFit() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertThrows(IllegalArgumentException.class, () -> read(bench, 0x01, new byte[1]));
+        assertThrows(IllegalArgumentException.class, () -> write(bench, 0x81, new byte[1]));
+    }
+
+    @Test
+    void timeOutsThatCannotBeAreRefused() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        byte[] bytes = new byte[1];
+        assertThrows(IllegalArgumentException.class, () -> bench.readBulk(0x81, bytes, 0, 1, -1));
+        assertThrows(IllegalArgumentException.class, () -> bench.writeBulk(0x01, bytes, 0, 1, UsbDevice.FOREVER));
+        assertThrows(IllegalArgumentException.class, () -> bench.readControl(0xC0, 1, 0, 0, 1, UsbDevice.FOREVER));
+        assertThrows(IllegalArgumentException.class, () -> bench.writeControl(0x40, 1, 0, 0, bytes, -1));
+    }
+
+    @Test
+    void timeOutsAreTold() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        byte[] bytes = new byte[64];
+        UsbException failure =
+                assertThrows(UsbTimeoutException.class, () -> bench.readBulk(0x84, bytes, 0, 64, 20));
+        assertEquals(UsbAccessCode.TIMED_OUT, failure.code());
+        assertEquals("read from endpoint 0x84 of BENCH00001", failure.attempted());
+        assertTrue(failure.getMessage().startsWith(failure.attempted() + ": -150: "), failure.getMessage());
+        assertThrows(UsbTimeoutException.class, () -> bench.writeBulk(0x04, bytes, 0, 64, 20));
+        assertThrows(UsbTimeoutException.class, () -> bench.readControl(0xC0, 4, 0, 0, 1, 20));
+    }
+
+    @Test
+    void stallsAreTold() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        byte[] bytes = new byte[64];
+        assertThrows(UsbStalledException.class, () -> read(bench, 0x85, bytes));
+        assertThrows(UsbStalledException.class, () -> write(bench, 0x05, bytes));
+        assertThrows(UsbStalledException.class, () -> bench.readInterrupt(0x87, bytes, 0, 64, AMPLE));
+        assertThrows(UsbStalledException.class, () -> bench.writeControl(0x40, 3, 0, 0, bytes, AMPLE));
+        assertEquals(0, bench.readControl(0xC0, 3, 0, 0, 4, AMPLE).length);
+    }
+
+    @Test
+    void anEmptyPacketIsNoFailure() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertEquals(0, write(bench, 0x01, new byte[0]));
+        assertEquals(0, read(bench, 0x81, new byte[64]));
+    }
+
+    @Test
+    void controlRequestsCarryTheirFields() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertEquals(3, bench.writeControl(0x40, 1, 0, 0, pattern(3), AMPLE));
+        assertArrayEquals(pattern(3), bench.readControl(0xC0, 1, 0, 0, 64, AMPLE));
+        assertArrayEquals(
+                HexFormat.of().parseHex("A1B2C3"), bench.readControl(0xC0, 2, 0x1234, 0x0056, 300, AMPLE));
+        assertEquals(0, bench.writeControl(0x40, 1, 0, 0, new byte[0], AMPLE));
+    }
+
+    @ParameterizedTest
+    @CsvSource({"0x40, 1, 0, 0, 1", "0x1C0, 1, 0, 0, 1", "0xC0, 256, 0, 0, 1", "0xC0, -1, 0, 0, 1",
+        "0xC0, 1, 65536, 0, 1", "0xC0, 1, 0, -1, 1", "0xC0, 1, 0, 0, 65536", "0xC0, 1, 0, 0, -1"})
+    void controlFieldsThatCannotBeAreRefused(int type, int request, int value, int index, int length)
+            throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertThrows(IllegalArgumentException.class,
+                () -> bench.readControl(type, request, value, index, length, AMPLE));
+        assertThrows(IllegalArgumentException.class,
+                () -> bench.writeControl(0xC0, request, value, index, new byte[1], AMPLE));
+    }
+
+    @Test
+    @Tag("memory")
+    void aTransferThatCannotStartIsAFailureOfADeviceThatIsThere() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        bus.failNext("libusb_submit_transfer", -1);
+        UsbException failure = assertThrows(UsbException.class, () -> write(bench, 0x01, new byte[1]));
+        assertEquals(UsbException.class, failure.getClass());
+        assertEquals(UsbAccessCode.WRITE_FAILED, failure.code());
+    }
+
+    @Test
+    void aReadOfADeviceThatIsPulledTellsThatItIsGone() throws Exception {
+        UsbDevice bench = open(BENCH);
+        Future<Integer> reader = whileWaiting("bench", 0x84, () -> readUntilGone(bench));
+        bus.unplug("bench");
+        assertThrowsGone(reader);
+        await("a write tells, too", () -> isGone(bench));
+        bench.close();
+        bus.plug("bench");
+        await("it is back", () -> unchecked(() -> {
+            list().update();
+            return list().find(BENCH).isPresent();
+        }));
+        assertEquals(1, write(bench.open(), 0x01, new byte[1]));
+    }
+
+    private static void assertThrowsGone(Future<Integer> reader) {
+        failure(UsbDeviceGoneException.class, reader);
+    }
+
+    /** A device that is just leaving may fail otherwise first. */
+    private static int readUntilGone(UsbDevice device) throws UsbException {
+        while (true) {
+            try {
+                read(device, 0x84, new byte[64]);
+            } catch (UsbDeviceGoneException e) {
+                throw e;
+            } catch (UsbException e) {
+                assertEquals(UsbException.class, e.getClass());
+            }
+        }
+    }
+
+    private static boolean isGone(UsbDevice device) {
+        return assertThrows(UsbException.class, () -> write(device, 0x01, new byte[1]))
+                instanceof UsbDeviceGoneException;
+    }
+
+    @Test
+    void aDeviceThatWasPluggedInAnewHasToBeOpenedAnew() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        bus.unplug("bench");
+        await("it left", () -> !unchecked(() -> list().update()).left().isEmpty());
+        bus.plug("bench");
+        await("it is back", () -> !unchecked(() -> list().update()).came().isEmpty());
+        assertThrows(UsbDeviceGoneException.class, () -> write(bench, 0x01, new byte[1]));
+        bench.close();
+        assertEquals(1, write(bench.open(), 0x01, new byte[1]));
+    }
+
+    @Test
+    void transfersOnOneEndpointWaitForTheirTurn() throws Exception {
+        UsbDevice bench = open(BENCH);
+        Future<Integer> first = whileWaiting("bench", 0x81, () -> read(bench, 0x81, new byte[64]));
+        Future<Integer> second = onAnotherThread(() -> read(bench, 0x81, new byte[64]));
+        bus.feed("bench", 0x81, pattern(5));
+        bus.feed("bench", 0x81, pattern(5));
+        assertEquals(5, result(first));
+        assertEquals(5, result(second));
+    }
+}
