@@ -5,6 +5,7 @@ module com.talvane.orvex.comm {
     requires static info.picocli;
 
     exports com.talvane.orvex.comm;
+    exports com.talvane.orvex.comm.access;
 
     opens com.talvane.orvex.comm.tool to info.picocli;
 }
