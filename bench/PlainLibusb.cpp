@@ -20,7 +20,7 @@ void LIBUSB_CALL completed(libusb_transfer* transfer) {
 
 }  // namespace
 
-PlainLibusb::PlainLibusb(const char* serialNumber) {
+PlainLibusb::PlainLibusb(const char* serialNumber, bool eventThread) {
     demand(libusb_init(&context_) == 0, "libusb does not start");
     libusb_device** devices = nullptr;
     const ssize_t count = libusb_get_device_list(context_, &devices);
@@ -34,9 +34,22 @@ PlainLibusb::PlainLibusb(const char* serialNumber) {
     demand(handle_ != nullptr && libusb_claim_interface(handle_, 0) == 0, "the device cannot be opened");
     transfer_ = libusb_alloc_transfer(0);
     demand(transfer_ != nullptr, "out of memory");
+    if (eventThread) {
+        events_ = std::thread([this] {
+            while (!stop_) {
+                timeval second{1, 0};
+                libusb_handle_events_timeout_completed(context_, &second, nullptr);
+            }
+        });
+    }
 }
 
 PlainLibusb::~PlainLibusb() {
+    if (events_.joinable()) {
+        stop_ = true;
+        libusb_interrupt_event_handler(context_);
+        events_.join();
+    }
     libusb_free_transfer(transfer_);
     libusb_release_interface(handle_, 0);
     libusb_close(handle_);

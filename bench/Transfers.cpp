@@ -38,12 +38,14 @@ void add(const char* way, bool interrupt, bool in, int32_t size, Transfer transf
     })->UseManualTime();
 }
 
-void addAll(PlainLibusb& plain, tagUSB_DEVICE_ACCESS_ENTRY* device) {
+void addAll(PlainLibusb& plain, PlainLibusb& beside, tagUSB_DEVICE_ACCESS_ENTRY* device) {
     for (const bool interrupt : {false, true}) {
         for (const bool in : {false, true}) {
             for (const int32_t size : kSizes) {
                 add("asynchronous", interrupt, in, size,
                     [&](auto... arguments) { return plain.transferAsynchronously(arguments...); });
+                add("beside_events", interrupt, in, size,
+                    [&](auto... arguments) { return beside.transferAsynchronously(arguments...); });
                 add("synchronous", interrupt, in, size,
                     [&](auto... arguments) { return plain.transferSynchronously(arguments...); });
                 add("library", interrupt, in, size,
@@ -57,8 +59,9 @@ void addAll(PlainLibusb& plain, tagUSB_DEVICE_ACCESS_ENTRY* device) {
 
 int main(int argc, char** argv) {
     PlainLibusb plain("PLAIN001");
+    PlainLibusb beside("PLAIN002", true);
     Library library;
     tagUSB_DEVICE_ACCESS_ENTRY* device = library.open("LIBRARY1");
-    addAll(plain, device);
+    addAll(plain, beside, device);
     return runBenchmarks(argc, argv);
 }

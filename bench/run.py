@@ -20,9 +20,10 @@ SUBJECTS = ["transfers", "frame", "lists", "hid", "log", "tail"]
 ON_A_KERNEL = ["transfers", "hid", "tail"]
 DEVICE_COUNTS = [1, 10, 100, 1000]
 OPEN_COUNTS = [1, 10, 1000]
+REPETITIONS = 5  # in each round, in random order among the others
 SIZES = [64, 512, 4096, 65536, 1048576]
 KINDS = ["bulk_write", "bulk_read", "interrupt_write", "interrupt_read"]
-FIGURES = ["median", "p99", "p99.9", "max"]  # nanoseconds, or what the unit in the case's name says
+FIGURES = ["median", "p99", "p99.9", "max", "mean"]  # nanoseconds, or what the unit in the case's name says
 
 
 class Parser(argparse.ArgumentParser):
@@ -143,7 +144,9 @@ class Bench:
     # How the programs are started, and their output read.
 
     def native(self, program, subject=".*"):
-        return [BUILD / f"bench/bench_{program}", f"--benchmark_min_time={self.given.seconds}",
+        repetitions = 1 if self.given.kernel else REPETITIONS
+        return [BUILD / f"bench/bench_{program}", f"--benchmark_min_time={self.given.seconds / repetitions}",
+                f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true",
                 f"--benchmark_filter={subject}", "--benchmark_format=json"]  # fmt: skip
 
     def java(self, subject):
@@ -155,17 +158,24 @@ class Bench:
                 "com.talvane.orvex.bench.Bench", subject, self.given.seconds]  # fmt: skip
 
     def take_native(self, output, prefix="", way=None):
+        repeated = defaultdict(list)
         for each in json.loads(output)["benchmarks"]:
             if each.get("error_occurred"):
                 sys.exit(f"{each['name']}: {each['error_message']}")
-            case, _, last = each["name"].removesuffix("/manual_time").rpartition("/")
+            if each["run_type"] == "iteration":
+                repeated[each["run_name"]].append(each)
+        for name, runs in repeated.items():
+            case, _, last = name.removesuffix("/manual_time").rpartition("/")
             case, last = (case, last) if case else (last, "library")
-            self.results.add(prefix + case, way or last, {name: each[name] for name in FIGURES})
+            figures = {each: statistics.median(run[each] for run in runs) for each in FIGURES[:3]}
+            figures["mean"] = statistics.median(run["real_time"] for run in runs)
+            figures["max"] = max(run["max"] for run in runs)
+            self.results.add(prefix + case, way or last, figures)
 
     def take_java(self, output, prefix=""):
         for line in output.splitlines():
             name, *figures = line.split("\t")
-            if len(figures) == len(FIGURES) + 1:
+            if len(figures) == len(FIGURES):
                 case, _, way = name.rpartition("/")
                 named = (case, way) if way and not way.isdigit() else (name, "java")
                 self.results.add(prefix + named[0], named[1], dict(zip(FIGURES, map(float, figures))))

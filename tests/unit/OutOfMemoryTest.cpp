@@ -95,7 +95,7 @@ TEST_F(OutOfMemory, AnOpenWithoutMemoryForARecordIsUndone) {
     startSession({deviceJson("a")});
     tagUSB_DEVICE_ACCESS_ENTRY& entry = record(createList({kVendor}), 0);
     const int64_t transfers = bus.tally("transfers not freed");
-    for (const std::size_t bytes : {sizeof(TransferRecord), kMapNodeBytes}) {
+    for (const std::size_t bytes : {sizeof(tagUSB_CALLBACK_INFO), kMapNodeBytes}) {
         for (const int nth : {1, 2, 17, 32}) {
             const FailingAllocation missing(bytes, nth);
             EXPECT_EQ(-107, LibUSB_OpenDevice(&entry));

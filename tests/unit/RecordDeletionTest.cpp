@@ -52,9 +52,9 @@ TEST_F(RecordDeletion, ARecordTakesItsHidAccessWithIt) {
 
 TEST_F(RecordDeletion, CloseDeletesTheTransferRecords) {
     openTool();
-    const DeletionCount records(sizeof(TransferRecord));
+    const DeletionCount records(sizeof(tagUSB_CALLBACK_INFO));
     EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
-    const int nodes = sizeof(TransferRecord) == kMapNodeBytes ? 32 : 0;
+    const int nodes = sizeof(tagUSB_CALLBACK_INFO) == kMapNodeBytes ? 32 : 0;
     EXPECT_EQ(32 + nodes, DeletionCount::count());
 }
 

@@ -72,7 +72,7 @@ TEST(RecordLayout, OfAnEndpoint) {
 }
 
 TEST(RecordLayout, OfATransfer) {
-    const TransferRecord transfer{};
+    const tagUSB_CALLBACK_INFO transfer{};
     EXPECT_EQ(static_cast<const void*>(&transfer), &transfer.pTransfer);
     expectInOrder({&transfer.pTransfer, &transfer.isPending, &transfer.status, &transfer.length,
                    &transfer.actualLength});

@@ -36,6 +36,9 @@ void hotplugEventLoop(libusb_context* context) {
     g_loopContext.store(context);
     g_eventLoopRunning.exchange(true);
     while (g_eventLoopRunning.load()) {
+        if (leaveEventsToWaiters()) {
+            continue;
+        }
         // Looked at once: a context that is adopted during the pass has nothing to do with its result.
         libusb_context* current = g_loopContext.load();
         const int result = handleEventsFor(current, kEventPeriod);

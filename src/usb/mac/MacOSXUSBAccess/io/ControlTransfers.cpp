@@ -12,15 +12,15 @@ constexpr uint8_t kControlAddress = 0;
 
 int32_t controlTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t timeout, uint8_t* buffer,
                         int32_t failureResult) {
-    const ActiveCall call(*entry);
-    int32_t result = checkReady(call, entry);
+    const EndpointTurn turn(*entry, kControlAddress);
+    int32_t result = checkReady(turn.isCounted(), entry);
     if (result != 0) {
         return result;
     }
     const int32_t length = buffer == nullptr ? 0 : controlBufferBytes(buffer);
     TransferOutcome outcome{};
     result = runTransfer(
-        *entry, {kControlAddress, LIBUSB_TRANSFER_TYPE_CONTROL, timeout, buffer, length, failureResult},
+        turn, *entry, {kControlAddress, LIBUSB_TRANSFER_TYPE_CONTROL, timeout, buffer, length, failureResult},
         outcome);
     return result != 0 ? result : outcome.actualLength;
 }

@@ -19,8 +19,8 @@ int32_t refuseNotOpen() {
     return kTransferNotOpen;
 }
 
-int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, TransferRecord& record, const TransferRequest& request) {
-    libusb_transfer& transfer = *record.pTransfer;
+int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const TransferRequest& request) {
+    libusb_transfer& transfer = *lane.record->pTransfer;
     transfer.dev_handle = entry.hDevice;
     transfer.endpoint = request.address;
     transfer.type = request.type;
@@ -32,23 +32,14 @@ int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, TransferRecord& record, const Tran
     }
     transfer.user_data = &entry;
     transfer.callback = InternalTransferCallback;
-    startWait(record);
-    storeShared(record.isPending, 1);
+    startWait(lane);
+    storeShared(lane.record->isPending, 1);
     return isSubmittable(request) ? libusb_submit_transfer(&transfer) : LIBUSB_ERROR_INVALID_PARAM;
 }
 
-/// One transfer on a record that the calling thread has to itself.
-int32_t runOn(tagUSB_DEVICE_ACCESS_ENTRY& entry, TransferRecord& record, const TransferRequest& request,
-              TransferOutcome& outcome) {
-    const int result = submit(entry, record, request);
-    if (result != LIBUSB_SUCCESS) {
-        storeShared(entry.lastResult, result);
-        storeShared(record.isPending, 0);
-        return request.failureResult;
-    }
-    waitWhilePending(record, loadShared(entry.pDeviceList->pContext));
-    outcome = {record.status, record.actualLength};
-    return 0;
+int32_t failedSubmission(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request, int libusbCode) {
+    storeShared(entry.lastResult, libusbCode);
+    return request.failureResult;
 }
 
 }  // namespace
@@ -68,37 +59,37 @@ int32_t checkBulkTransferReady(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     return 0;
 }
 
-int32_t checkReady(const ActiveCall& call, tagUSB_DEVICE_ACCESS_ENTRY* entry) {
-    return call.isCounted() ? checkBulkTransferReady(entry) : refuseNotOpen();
+int32_t checkReady(bool isCounted, tagUSB_DEVICE_ACCESS_ENTRY* entry) {
+    return isCounted ? checkBulkTransferReady(entry) : refuseNotOpen();
 }
 
-int32_t runTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request,
-                    TransferOutcome& outcome) {
-    const auto found = entry.callbackInfos.find(request.address);
-    if (found == entry.callbackInfos.end()) {
+int32_t runTransfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
+                    const TransferRequest& request, TransferOutcome& outcome) {
+    if (turn.lane() == nullptr || turn.lane()->record == nullptr) {
         return kTransferNotOpen;
     }
-    TransferRecord& record = privateSide(*found->second);
-    // Held beyond the end of isPending: a transfer that came in between would overwrite the outcome and the
-    // wait of the thread that has not seen its own end yet.
-    if (record.inUse.exchange(true)) {
-        storeShared(entry.lastResult, LIBUSB_ERROR_BUSY);
-        return request.failureResult;
+    if (!turn.isAlone()) {
+        return failedSubmission(entry, request, LIBUSB_ERROR_BUSY);
     }
-    const int32_t result = runOn(entry, record, request, outcome);
-    record.inUse.store(false);
-    return result;
+    EndpointLane& lane = *turn.lane();
+    const int result = submit(entry, lane, request);
+    if (result != LIBUSB_SUCCESS) {
+        storeShared(lane.record->isPending, 0);
+        return failedSubmission(entry, request, result);
+    }
+    waitWhilePending(lane, loadShared(entry.pDeviceList->pContext));
+    outcome = {lane.record->status, lane.record->actualLength};
+    return 0;
 }
 
 void InternalTransferCallback(libusb_transfer* transfer) {
     auto& entry = *static_cast<tagUSB_DEVICE_ACCESS_ENTRY*>(transfer->user_data);
-    const auto found = entry.callbackInfos.find(transfer->endpoint);
-    if (found == entry.callbackInfos.end()) {
+    EndpointLane* lane = laneOf(entry, transfer->endpoint);
+    if (lane == nullptr || lane->record == nullptr) {
         return;
     }
-    TransferRecord& record = privateSide(*found->second);
-    record.status = transfer->status;
-    record.length = transfer->length;
-    record.actualLength = transfer->actual_length;
-    finishPending(record);
+    lane->record->status = transfer->status;
+    lane->record->length = transfer->length;
+    lane->record->actualLength = transfer->actual_length;
+    finishPending(*lane);
 }

@@ -32,9 +32,10 @@ TransferRequest readRequest(uint8_t type, int32_t endpoint, int32_t length, int3
 }
 
 /// Runs one request on a ready record: the bytes moved, or a negative code.
-int32_t transfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request) {
+int32_t transfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
+                 const TransferRequest& request) {
     TransferOutcome outcome{};
-    const int32_t result = runTransfer(entry, request, outcome);
+    const int32_t result = runTransfer(turn, entry, request, outcome);
     if (result != 0) {
         return result;
     }
@@ -44,9 +45,9 @@ int32_t transfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& reque
 }
 
 int32_t transferWhenReady(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request) {
-    const ActiveCall call(*entry);
-    const int32_t refused = checkReady(call, entry);
-    return refused != 0 ? refused : transfer(*entry, request);
+    const EndpointTurn turn(*entry, request.address);
+    const int32_t refused = checkReady(turn.isCounted(), entry);
+    return refused != 0 ? refused : transfer(turn, *entry, request);
 }
 
 /// A transfer of a HID record, by `hidCall`; without a buffer for its bytes it fails as a submission does.
@@ -59,30 +60,49 @@ int32_t hidTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& re
     return hidCall();
 }
 
-/// An interrupt transfer: through libusb, or by `hidCall` on a HID record.
+/// The frame of an interrupt call: `usbCall(turn)` on a record of libusb, `hidCall()` on a HID record, once
+/// `check(isCounted)` has nothing against it.
+template <class Check, class UsbCall, class HidCall>
+int32_t interruptCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request, Check check,
+                      UsbCall usbCall, HidCall hidCall) {
+    if (entry->isHid == 1) {
+        const ActiveCall call(*entry);
+        const int32_t refused = check(call.isCounted());
+        return refused == kTransferNotOffered ? hidTransfer(*entry, request, hidCall) : refused;
+    }
+    const EndpointTurn turn(*entry, request.address);
+    const int32_t refused = check(turn.isCounted());
+    return refused != 0 ? refused : usbCall(turn);
+}
+
+/// An interrupt transfer without packets of its own.
 template <class HidCall>
 int32_t interruptTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request,
                           HidCall hidCall) {
-    const ActiveCall call(*entry);
-    const int32_t refused = checkReady(call, entry);
-    if (refused == kTransferNotOffered) {
-        return hidTransfer(*entry, request, hidCall);
-    }
-    return refused != 0 ? refused : transfer(*entry, request);
+    return interruptCall(
+        entry, request, [&](bool isCounted) { return checkReady(isCounted, entry); },
+        [&](const EndpointTurn& turn) { return transfer(turn, *entry, request); }, hidCall);
 }
 
-/// The readiness test and packet-size check of the extended interrupt calls, in this order.
-int32_t checkPacketCall(const ActiveCall& call, tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t packetSize) {
-    const int32_t refused = checkReady(call, entry);
-    if (refused != 0 && refused != kTransferNotOffered) {
-        return refused;
-    }
-    return packetSize < kSmallestPacket || packetSize > kLargestPacket ? kTransferBadArgument : refused;
+/// The frame of the extended interrupt calls: readiness test and packet-size check, in this order.
+template <class UsbCall, class HidCall>
+int32_t packetCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request, int32_t packetSize,
+                   UsbCall usbCall, HidCall hidCall) {
+    const auto check = [&](bool isCounted) {
+        const int32_t refused = checkReady(isCounted, entry);
+        const bool ready = refused == 0 || refused == kTransferNotOffered;
+        return ready && (packetSize < kSmallestPacket || packetSize > kLargestPacket) ? kTransferBadArgument
+                                                                                      : refused;
+    };
+    return interruptCall(entry, request, check, usbCall, hidCall);
 }
 
 /// Sends `length` bytes as padded packets through a staging buffer.
-int32_t writePackets(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& whole, int32_t packetSize,
-                     uint8_t fillValue) {
+int32_t writePackets(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
+                     const TransferRequest& whole, int32_t packetSize, uint8_t fillValue) {
+    if (whole.buffer == nullptr && whole.length > 0) {
+        return transfer(turn, entry, whole);  // refused there, like every other transfer without bytes
+    }
     uint8_t packet[kLargestPacket];
     TransferRequest request = whole;
     request.buffer = packet;
@@ -92,7 +112,7 @@ int32_t writePackets(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& w
         const int32_t share = std::min(packetSize, whole.length - total);
         std::copy_n(whole.buffer + total, share, packet);
         std::fill(packet + share, packet + packetSize, fillValue);
-        const int32_t moved = transfer(entry, request);
+        const int32_t moved = transfer(turn, entry, request);
         if (moved < 0) {
             return moved;
         }
@@ -143,41 +163,32 @@ int32_t LibUSB_ReadBulkPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoin
 
 int32_t LibUSB_WriteInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                     int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue) {
-    const ActiveCall call(*entry);
     const TransferRequest whole =
         writeRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer);
-    const int32_t refused = checkPacketCall(call, entry, packetSize);
-    if (refused == kTransferNotOffered) {
-        return hidTransfer(*entry, whole, [&] {
+    return packetCall(
+        entry, whole, packetSize,
+        [&](const EndpointTurn& turn) {
+            return writePackets(turn, *entry, whole, packetSize, static_cast<uint8_t>(fillValue));
+        },
+        [&] {
             return HID_WriteInterruptPipeEx(entry, endpoint, length, timeout, buffer, packetSize, fillValue);
         });
-    }
-    if (refused != 0) {
-        return refused;
-    }
-    if (buffer == nullptr && length > 0) {
-        return transfer(*entry, whole);  // refused there, like every other transfer without bytes
-    }
-    return writePackets(*entry, whole, packetSize, static_cast<uint8_t>(fillValue));
 }
 
 int32_t LibUSB_ReadInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                    int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue) {
-    const ActiveCall call(*entry);
     const TransferRequest whole =
         readRequest(LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, length, timeout, buffer);
-    const int32_t refused = checkPacketCall(call, entry, packetSize);
-    if (refused == kTransferNotOffered) {
-        return hidTransfer(*entry, whole, [&] {
+    return packetCall(
+        entry, whole, packetSize, [&](const EndpointTurn& turn) { return transfer(turn, *entry, whole); },
+        [&] {
             return HID_ReadInterruptPipeEx(entry, endpoint, length, timeout, buffer, packetSize, fillValue);
         });
-    }
-    return refused != 0 ? refused : transfer(*entry, whole);
 }
 
 int32_t LibUSB_CancelPipeTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint) {
     const ActiveCall call(*entry);
-    const int32_t refused = checkReady(call, entry);
+    const int32_t refused = checkReady(call.isCounted(), entry);
     if (refused != 0) {
         return refused;
     }

@@ -149,37 +149,35 @@ void readDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device_handle* handle,
     trace.step("LibUSB_CreateDeviceList2 20");
 }
 
-void listDevice(tagUSB_DEVICE_LIST& list, libusb_device* device, const libusb_device_descriptor& descriptor,
-                const EnumerationStyle& style, const StepTrace& trace) {
-    tagUSB_DEVICE_ACCESS_ENTRY* entry = newDeviceRecord(list);
-    if (entry == nullptr) {
-        return;
-    }
-    appendRecords(list, entry);
+/// Everything that can be known of a device, into its record.
+void fillRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device* device,
+                const libusb_device_descriptor& descriptor, const EnumerationStyle& style,
+                const StepTrace& trace) {
     if (style.countsReferences) {
         tlvn_libusb_ref_device(nullptr, device);
     }
-    holdDevice(*entry, device);
-    fillIdentity(*entry, descriptor, trace);
+    holdDevice(entry, device);
+    fillIdentity(entry, descriptor, trace);
     if (style.readsBusNumber) {
-        entry->busNumber = libusb_get_bus_number(device);
-        trace.number("LibUSB_CreateDeviceList2 libusb_get_bus_number:bus_number=", entry->busNumber);
+        entry.busNumber = libusb_get_bus_number(device);
+        trace.number("LibUSB_CreateDeviceList2 libusb_get_bus_number:bus_number=", entry.busNumber);
         trace.number("LibUSB_CreateDeviceList2 libusb_get_device_address:port_number=",
                      libusb_get_device_address(device));
     }
     libusb_device_handle* handle = nullptr;
-    if (tlvn_libusb_open(entry, device, &handle) != LIBUSB_SUCCESS) {
+    if (tlvn_libusb_open(&entry, device, &handle) != LIBUSB_SUCCESS) {
         trace.step("LibUSB_CreateDeviceList2 21: open failed");
-        formatText(entry->sManufacturer, "<cannot_open>%04X:%04X", descriptor.idVendor, descriptor.idProduct);
-        formatText(entry->sProduct, "%s", entry->sManufacturer);
+        formatText(entry.sManufacturer, "<cannot_open>%04X:%04X", descriptor.idVendor, descriptor.idProduct);
+        formatText(entry.sProduct, "%s", entry.sManufacturer);
         return;
     }
-    readDevice(*entry, handle, descriptor, trace);
+    readDevice(entry, handle, descriptor, trace);
 }
 
 /// Lists the devices of libusb's array that are wanted.
 void listDevices(tagUSB_DEVICE_LIST& list, ssize_t deviceCount, const EnumerationStyle& style,
                  const StepTrace& trace) {
+    tagUSB_DEVICE_ACCESS_ENTRY* last = nullptr;
     for (ssize_t n = 1; n <= deviceCount; ++n) {
         trace.number("LibUSB_CreateDeviceList2 02:", static_cast<int32_t>(n));
         libusb_device* device = list.ppDevList[n - 1];
@@ -188,9 +186,15 @@ void listDevices(tagUSB_DEVICE_LIST& list, ssize_t deviceCount, const Enumeratio
             continue;
         }
         trace.number("LibUSB_CreateDeviceList2 03: dVID", descriptor.idVendor);
-        if (isWanted(list, style, descriptor.idVendor)) {
-            trace.step("LibUSB_CreateDeviceList2 04");
-            listDevice(list, device, descriptor, style, trace);
+        if (!isWanted(list, style, descriptor.idVendor)) {
+            continue;
+        }
+        trace.step("LibUSB_CreateDeviceList2 04");
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = newDeviceRecord(list);
+        if (entry != nullptr) {
+            appendRecords(list, entry, last);
+            last = entry;
+            fillRecord(*entry, device, descriptor, style, trace);
         }
     }
 }
@@ -198,7 +202,7 @@ void listDevices(tagUSB_DEVICE_LIST& list, ssize_t deviceCount, const Enumeratio
 }  // namespace
 
 void enumerateDevices(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
-    const StepTrace trace(style.tracesSteps);
+    const StepTrace trace(style.tracesSteps && isDebugEnabled());  // looked up once, not at each step
     const ssize_t deviceCount = list.pContext == nullptr
                                     ? ssize_t{LIBUSB_ERROR_INVALID_PARAM}
                                     : libusb_get_device_list(list.pContext, &list.ppDevList);

@@ -11,7 +11,12 @@ namespace {
 
 std::atomic<int32_t> g_unseenCompletions{0};
 
+/// A wait has begun since this was last looked at. Stored without any order: a look that comes too early
+/// finds it the next time.
+std::atomic<bool> g_waitBegan{false};
+
 constexpr std::chrono::milliseconds kPauseAfterError{5};
+constexpr std::chrono::milliseconds kPauseForWaiters{10};
 
 /// Runs one round of event handling and does what has to follow it. A null context never reaches libusb.
 template <class Round>
@@ -37,24 +42,38 @@ int handleEventsFor(libusb_context* context, timeval period) {
                          [&] { return libusb_handle_events_timeout_completed(context, &period, nullptr); });
 }
 
-void startWait(TransferRecord& record) {
-    record.waiter = std::this_thread::get_id();
-    record.completedElsewhere = false;
+void announceWait() {
+    g_waitBegan.store(true, std::memory_order_relaxed);
 }
 
-void finishPending(TransferRecord& record) {
-    record.completedElsewhere = record.waiter != std::this_thread::get_id();
-    if (record.completedElsewhere) {
+bool leaveEventsToWaiters() {
+    const bool left = g_waitBegan.load(std::memory_order_relaxed);
+    if (left) {
+        g_waitBegan.store(false, std::memory_order_relaxed);
+        std::this_thread::sleep_for(kPauseForWaiters);
+    }
+    return left;
+}
+
+void startWait(EndpointLane& lane) {
+    lane.waiter = std::this_thread::get_id();
+    lane.completedElsewhere = false;
+}
+
+void finishPending(EndpointLane& lane) {
+    lane.completedElsewhere = lane.waiter != std::this_thread::get_id();
+    if (lane.completedElsewhere) {
         g_unseenCompletions.fetch_add(1);
     }
-    storeShared(record.isPending, 0);
+    storeShared(lane.record->isPending, 0);
 }
 
-void waitWhilePending(TransferRecord& record, libusb_context* context) {
-    while (loadShared(record.isPending) != 0) {
+void waitWhilePending(EndpointLane& lane, libusb_context* context) {
+    announceWait();
+    while (loadShared(lane.record->isPending) != 0) {
         handleEvents(context);
     }
-    if (record.completedElsewhere) {
+    if (lane.completedElsewhere) {
         g_unseenCompletions.fetch_sub(1);
     }
 }

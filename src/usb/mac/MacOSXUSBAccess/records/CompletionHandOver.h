@@ -18,15 +18,27 @@
 // handler stays asleep while some waiter has not been told. The order matters: looking at the count before
 // event handling instead of after it leaves a waiter asleep as soon as there are two.
 
+//
+// A completion that goes from thread to thread costs a hundred times what it costs the waiter to see to it
+// alone. So the event thread stays away while transfers follow each other: their waiters handle all events
+// meanwhile, hotplug events too.
+
 /// libusb_handle_events on the context, with the hand-over behind it. Returns libusb's code. After an error
 /// the thread pauses for a few milliseconds, so that a context that keeps failing does not take a whole core.
 int handleEvents(libusb_context* context);
 /// The same for at most `period`, through libusb_handle_events_timeout_completed.
 int handleEventsFor(libusb_context* context, timeval period);
 
-/// The calling thread is the one that will wait for this transfer. Call before submission.
-void startWait(TransferRecord& record);
+/// The calling thread is about to wait for a transfer, its own or one inside of libusb.
+void announceWait();
+/// For the event thread, before each round: when a wait was announced since the last call, pauses for some
+/// milliseconds instead and returns true; then the round is to be left out. A wait that goes on for longer
+/// keeps nobody away.
+bool leaveEventsToWaiters();
+
+/// The calling thread is the one that will wait for the lane's transfer. Call before submission.
+void startWait(EndpointLane& lane);
 /// Ends the transfer's pending state, for the completion callback, on whichever thread it runs.
-void finishPending(TransferRecord& record);
+void finishPending(EndpointLane& lane);
 /// Waits until the transfer is no longer pending; handles the context's events meanwhile.
-void waitWhilePending(TransferRecord& record, libusb_context* context);
+void waitWhilePending(EndpointLane& lane, libusb_context* context);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "DebugUtil/DebugLog.h"
+#include "MacOSXUSBAccess/records/CompletionHandOver.h"
 #include "MacOSXUSBAccess/records/DescriptorWalk.h"
 #include "hid/HIDAccess.h"
 
@@ -19,6 +20,7 @@ constexpr unsigned int kRequestTimeoutMs = 1000;
 
 int32_t getDescriptor(libusb_device_handle* handle, int type, uint8_t index, uint16_t language,
                       uint8_t* buffer, uint16_t size) {
+    announceWait();
     return libusb_control_transfer(handle, LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR,
                                    static_cast<uint16_t>(type << 8 | index), language, buffer, size,
                                    kRequestTimeoutMs);

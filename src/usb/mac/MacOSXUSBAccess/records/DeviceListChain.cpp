@@ -53,11 +53,12 @@ tagUSB_DEVICE_LIST* findDeviceList(uint32_t handle, int32_t& status) {
     return list;
 }
 
-void appendRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_ACCESS_ENTRY* first) {
+void appendRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_ACCESS_ENTRY* first,
+                   tagUSB_DEVICE_ACCESS_ENTRY* behind) {
     if (first == nullptr) {
         return;
     }
-    tagUSB_DEVICE_ACCESS_ENTRY* last = list.pFirst;
+    tagUSB_DEVICE_ACCESS_ENTRY* last = behind == nullptr ? list.pFirst : behind;
     while (last != nullptr && last->pNext != nullptr) {
         last = last->pNext;
     }

@@ -23,8 +23,10 @@ void appendDeviceList(tagUSB_DEVICE_LIST& list);
 /// The list with this handle. On failure null, and `status` holds kNoListAtAll or kNoSuchList, else 0.
 tagUSB_DEVICE_LIST* findDeviceList(uint32_t handle, int32_t& status);
 
-/// Appends `first` and all that follow it to the end of the list's chain and makes the list their owner.
-void appendRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_ACCESS_ENTRY* first);
+/// Appends `first` and all that follow it to the end of the list's chain and makes the list their owner. The
+/// end is looked for from `behind` on, a record of the list, or from its beginning.
+void appendRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_ACCESS_ENTRY* first,
+                   tagUSB_DEVICE_ACCESS_ENTRY* behind = nullptr);
 /// Takes a record out of its list's chain.
 void unlinkRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 

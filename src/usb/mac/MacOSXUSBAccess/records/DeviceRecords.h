@@ -102,22 +102,30 @@ struct tagUSB_DEVICE_LIST {
     tagUSB_DEVICE_LIST* pNextList;  ///< shared field: the hotplug thread walks the chain
 };
 
-/// What the library keeps beside a record. Every tagUSB_DEVICE_ACCESS_ENTRY is made as one of these.
-struct DeviceRecord final : tagUSB_DEVICE_ACCESS_ENTRY {
-    std::atomic<int32_t> activeCalls;  ///< threads now inside a transfer, cancel or reset of this record
-    bool heldByCaller;                 ///< opened and not closed since: the open-device map may point here
+constexpr int kEndpointLanes = 32;  ///< endpoint addresses 0x00 to 0x0F, then 0x80 to 0x8F
+
+/// What the library keeps of one endpoint address of a record, open or not.
+struct EndpointLane {
+    std::atomic<bool> inUse;       ///< some thread is about to submit, waits, or has not read the outcome yet
+    bool completedElsewhere;       ///< the completion ran on another thread than the waiter's
+    std::thread::id waiter;        ///< thread that submitted and waits
+    tagUSB_CALLBACK_INFO* record;  ///< the transfer record, as in callbackInfos; null while closed
 };
 
-/// What the library keeps beside a transfer record. Every tagUSB_CALLBACK_INFO is made as one of these.
-struct TransferRecord final : tagUSB_CALLBACK_INFO {
-    std::atomic<bool> inUse;  ///< some thread submits, waits or has not read the outcome yet
-    std::thread::id waiter;   ///< thread that submitted and waits
-    bool completedElsewhere;  ///< the completion ran on another thread than the waiter's
+/// What the library keeps beside a record. Every tagUSB_DEVICE_ACCESS_ENTRY is made as one of these.
+struct DeviceRecord final : tagUSB_DEVICE_ACCESS_ENTRY {
+    EndpointLane lanes[kEndpointLanes];
+    std::atomic<int32_t> activeCalls;  ///< threads now inside another call of this record than a transfer
+    bool heldByCaller;                 ///< opened and not closed since: the open-device map may point here
 };
 
 inline DeviceRecord& privateSide(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return static_cast<DeviceRecord&>(entry);
 }
-inline TransferRecord& privateSide(tagUSB_CALLBACK_INFO& info) {
-    return static_cast<TransferRecord&>(info);
+/// The lane of an endpoint address; null for a number that is none.
+inline EndpointLane* laneOf(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address) {
+    constexpr unsigned kNumberAndDirection = 0x8F;
+    return (address & ~kNumberAndDirection) != 0
+               ? nullptr
+               : &privateSide(entry).lanes[(address & 0x0FU) | (address >> 3U & 0x10U)];
 }

@@ -33,7 +33,7 @@ tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list) {
 
 void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     // A read from a HID device goes on to its time-out after the close.
-    const bool inUse = privateSide(entry).heldByCaller || privateSide(entry).activeCalls.load() != 0;
+    const bool inUse = privateSide(entry).heldByCaller || someThreadIsInside(entry);
     if (!severFromSession(entry) || inUse) {
         keepRecordAside(entry);
     } else {
@@ -57,7 +57,7 @@ void deleteIfKeptAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         place = &(*place)->pNext;
     }
     const bool severed = entry.hDevice == nullptr && entry.callbackInfos.empty();
-    if (*place != nullptr && severed && privateSide(entry).activeCalls.load() == 0) {
+    if (*place != nullptr && severed && !someThreadIsInside(entry)) {
         *place = entry.pNext;
         freeRecord(entry);
     }

@@ -2,7 +2,9 @@
 
 #include <libusb.h>
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <memory>
 #include <new>
 
@@ -11,14 +13,15 @@
 
 namespace {
 
-constexpr int kEndpointNumbers = 16;
+constexpr int kEndpointNumbers = kEndpointLanes / 2;
 constexpr std::chrono::seconds kRetireLimit{3};
 constexpr timeval kRetirePeriod{0, 10'000};
 
 void createTransferRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, int address) {
-    auto record = std::make_unique<TransferRecord>();
+    auto record = std::make_unique<tagUSB_CALLBACK_INFO>();
     entry.callbackInfos.emplace(static_cast<uint8_t>(address), record.get());
     record->pTransfer = libusb_alloc_transfer(0);
+    laneOf(entry, static_cast<uint8_t>(address))->record = record.get();
     if (record.release()->pTransfer == nullptr) {
         throw std::bad_alloc();
     }
@@ -26,9 +29,7 @@ void createTransferRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, int address) {
 
 /// Cancels what is in flight; true when nothing is and no thread is inside the record.
 bool cancelPending(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    // Read by an addition of 0: whichever comes second, this look or a thread's own count, that one sees the
-    // other.
-    bool quiet = privateSide(entry).activeCalls.fetch_add(0) == 0;
+    bool quiet = !someThreadIsInside(entry);
     for (const auto& [address, record] : entry.callbackInfos) {
         if (loadShared(record->isPending) != 0) {
             libusb_cancel_transfer(record->pTransfer);
@@ -39,6 +40,17 @@ bool cancelPending(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 }
 
 }  // namespace
+
+bool someThreadIsInside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    // Read by an addition of 0 and an exchange of false for false: whichever comes second, this look or a
+    // thread's own count, that one sees the other.
+    DeviceRecord& record = privateSide(entry);
+    return record.activeCalls.fetch_add(0) != 0 ||
+           std::any_of(std::begin(record.lanes), std::end(record.lanes), [](EndpointLane& lane) {
+               bool inUse = false;
+               return !lane.inUse.compare_exchange_strong(inUse, false);
+           });
+}
 
 bool createTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     try {
@@ -69,7 +81,8 @@ bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 void freeTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     for (const auto& [address, record] : entry.callbackInfos) {
         libusb_free_transfer(record->pTransfer);
-        delete &privateSide(*record);
+        laneOf(entry, address)->record = nullptr;
+        delete record;
     }
     entry.callbackInfos.clear();
 }

@@ -6,9 +6,9 @@
 // The 32 transfer records of an open record, and the safe way out of transfers that are still running when
 // the record is closed, released or outlived by its session.
 
-/// Counts the calling thread as inside a transfer, cancel or reset of an open record, from before the call
-/// looks at the record until it has left its transfers and handle. A record that is not open counts nobody,
-/// so that threads that keep asking cannot hold up a close; such a call is to be refused as not open.
+/// Counts the calling thread as inside a call of an open record, from before the call looks at the record
+/// until it has left its transfers and handle. A record that is not open counts nobody, so that threads that
+/// keep asking cannot hold up a close; such a call is to be refused as not open.
 class ActiveCall {
  public:
     explicit ActiveCall(tagUSB_DEVICE_ACCESS_ENTRY& entry)
@@ -30,6 +30,38 @@ class ActiveCall {
  private:
     std::atomic<int32_t>* calls_;
 };
+
+/// The same for a transfer, which has its endpoint address to itself meanwhile, also beyond the end of
+/// isPending: a transfer that came in between would overwrite the outcome and the wait of the thread that has
+/// not seen its own end yet.
+class EndpointTurn {
+ public:
+    EndpointTurn(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address)
+        : lane_(laneOf(entry, address)),
+          isCounted_(loadShared(entry.isOpen) != 0),
+          isAlone_(isCounted_ && lane_ != nullptr && !lane_->inUse.exchange(true)) {}
+    ~EndpointTurn() {
+        if (isAlone_) {
+            lane_->inUse.store(false, std::memory_order_release);
+        }
+    }
+    EndpointTurn(const EndpointTurn&) = delete;
+    EndpointTurn& operator=(const EndpointTurn&) = delete;
+
+    bool isCounted() const { return isCounted_; }
+    /// False while another thread is in a transfer on the address.
+    bool isAlone() const { return isAlone_; }
+    /// Null for an address that is none, and once the record is closed.
+    EndpointLane* lane() const { return lane_; }
+
+ private:
+    EndpointLane* lane_;
+    bool isCounted_;
+    bool isAlone_;
+};
+
+/// True while some thread is inside a call of the record.
+bool someThreadIsInside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Makes a record and a transfer for the endpoint addresses 0x00 to 0x0F and 0x80 to 0x8F. False when there
 /// is no memory; what was made so far is freed again.
