@@ -260,11 +260,19 @@ def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()
     ]
 
 
-def exports(folder):
-    """What is shipped exports the native methods and nothing else."""
-    log = folder / "exports.log"
-    status = execute([sys.executable, "-B", "tests/house/exports.py", LIBRARY], log, ONE_UNIT_TEST_DEADLINE)
-    return Case("exports", "passed" if status == 0 else "failed", tail(read(log)))
+def script_case(folder, name, script, *arguments):
+    log = folder / f"{name}.log"
+    status = execute([sys.executable, "-B", script, *arguments], log, ONE_UNIT_TEST_DEADLINE)
+    return Case(name, "passed" if status == 0 else "failed", tail(read(log)))
+
+
+def of_what_is_shipped(folder):
+    """The library exports the native methods and nothing else; its hot paths take as many instructions as ever."""
+    yield script_case(folder, "exports", "tests/house/exports.py", LIBRARY)
+    if not MACOS:
+        build_release(folder, "hot_paths", "sim_libusb")
+        programs = [RELEASE / "tests/instructions/hot_paths", LIBRARY, RELEASE / "sim/lib"]
+        yield script_case(folder, "instructions", "tests/instructions/instructions.py", *programs)
 
 
 def on_simulated_bus(folder, suite, log, build=RELEASE, environment=None):
@@ -284,12 +292,12 @@ def on_simulated_bus(folder, suite, log, build=RELEASE, environment=None):
 
 
 def java_simulated():
-    """The JUnit suite on what is shipped, and what that exports. The HID devices of macOS itself are not simulated."""
+    """The JUnit suite on what is shipped, and that itself. The HID devices of macOS itself are not simulated."""
     folder = RESULTS / "java"
     build_release(folder, "orvex_java_tests")
     left_out = [f"--exclude-classname={HID_SUITES}"] if MACOS else []
     suite = junit(folder / "reports", ["-Xcheck:jni"], left_out, without=["kernel", "newest"])
-    return [*on_simulated_bus(folder, suite, folder / "junit.log"), exports(folder)]
+    return [*on_simulated_bus(folder, suite, folder / "junit.log"), *of_what_is_shipped(folder)]
 
 
 def java_macos_side():
