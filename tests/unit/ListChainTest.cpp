@@ -287,4 +287,28 @@ TEST_F(ListChain, ContainsOnlyAVendorWhenItStandsAlone) {
     EXPECT_FALSE(deviceListContainsOnlyVID(addList(3, {2, 1}), 1));
 }
 
+TEST_F(ListChain, FindsEachIndexWhateverWasAskedForBefore) {
+    addList(5, {1});
+    const auto one = addRecords(*g_pDeviceList, 4);
+    const auto other = addRecords(*addList(6, {2}), 2);
+    for (const uint32_t index : {0U, 1U, 3U, 2U, 2U, 0U}) {
+        EXPECT_EQ(one.at(index), LibUSB_GetDeviceFromIndex(5, index)) << index;
+    }
+    EXPECT_EQ(other.at(1), LibUSB_GetDeviceFromIndex(6, 1));
+    EXPECT_EQ(nullptr, LibUSB_GetDeviceFromIndex(6, 2));
+    EXPECT_EQ(nullptr, LibUSB_GetDeviceFromIndex(7, 0));
+    EXPECT_EQ(other.at(1), LibUSB_GetDeviceFromIndex(6, 1));
+}
+
+TEST_F(ListChain, FindsNothingByAnIndexFromBeforeAChange) {
+    tagUSB_DEVICE_LIST* list = addList(5, {1});
+    const auto records = addRecords(*list, 3);
+    EXPECT_EQ(records.at(1), LibUSB_GetDeviceFromIndex(5, 1));
+    unlinkRecord(*records.at(1));
+    EXPECT_EQ(records.at(2), LibUSB_GetDeviceFromIndex(5, 1));
+    EXPECT_EQ(nullptr, LibUSB_GetDeviceFromIndex(5, 2));
+    appendRecords(*list, records.at(1));
+    EXPECT_EQ(records.at(1), LibUSB_GetDeviceFromIndex(5, 2));
+}
+
 }  // namespace

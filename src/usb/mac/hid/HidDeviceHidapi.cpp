@@ -145,7 +145,8 @@ void stopCallersLoop() {}
 /// hidapi wants the report number first, 0 for a device without numbers, and does not send it. The time-out
 /// stays unused: the kernel bounds the write itself.
 bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_t /*timeoutMs*/) {
-    uint8_t numbered[1 + kLargestReport] = {};
+    uint8_t numbered[1 + kLargestReport];
+    numbered[0] = 0;
     std::memcpy(numbered + 1, report, static_cast<size_t>(length));
     return hid_write(device->writer, numbered, static_cast<size_t>(length) + 1) >= 0;
 }

@@ -1,6 +1,7 @@
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 
 #include "MacOSXUSBAccess/records/SharedField.h"
@@ -12,6 +13,19 @@ libusb_context* g_liveContext = nullptr;
 namespace {
 
 constexpr int32_t kUnusedSlot = -1;
+
+/// Counts the changes of all lists' chains, so that a cursor knows whether its record is still there.
+std::atomic<uint64_t> g_chainChanges{0};
+
+/// Where a thread's last look-up by index ended. Who asks for one index after the other, as for the lines of
+/// a list, walks the chain once and not each time from its beginning.
+struct Cursor {
+    const tagUSB_DEVICE_LIST* list;
+    uint64_t changes;
+    uint32_t index;
+    tagUSB_DEVICE_ACCESS_ENTRY* entry;  ///< null: nothing was found
+};
+thread_local Cursor t_cursor{};
 
 tagUSB_DEVICE_LIST* nextOf(const tagUSB_DEVICE_LIST& list) {
     return loadShared(list.pNextList);
@@ -67,6 +81,7 @@ void appendRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_ACCESS_ENTRY* first,
     for (; first != nullptr; first = first->pNext) {
         first->pDeviceList = &list;
     }
+    ++g_chainChanges;
 }
 
 void unlinkRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
@@ -76,6 +91,7 @@ void unlinkRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     }
     entry.pPrev = nullptr;
     entry.pNext = nullptr;
+    ++g_chainChanges;
 }
 
 tagUSB_DEVICE_LIST* find_device_list(libusb_context* context, uint32_t vendorId) {
@@ -117,11 +133,22 @@ tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_EnumerateDeviceList(uint32_t handle,
 }
 
 tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_GetDeviceFromIndex(uint32_t handle, uint32_t index) {
-    tagUSB_DEVICE_ACCESS_ENTRY* entry = LibUSB_EnumerateDeviceList(handle, nullptr);
-    for (; entry != nullptr && index > 0; --index) {
-        entry = entry->pNext;
+    int32_t status = 0;
+    const tagUSB_DEVICE_LIST* list = findDeviceList(handle, status);
+    if (list == nullptr) {
+        return nullptr;
     }
-    return entry;
+    Cursor& cursor = t_cursor;
+    const uint64_t changes = g_chainChanges.load();
+    const bool leadsThere =
+        cursor.entry != nullptr && cursor.list == list && cursor.changes == changes && cursor.index <= index;
+    if (!leadsThere) {
+        cursor = {list, changes, 0, list->pFirst};
+    }
+    for (; cursor.entry != nullptr && cursor.index < index; ++cursor.index) {
+        cursor.entry = cursor.entry->pNext;
+    }
+    return cursor.entry;
 }
 
 tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_GetDeviceFromChangeList(uint32_t /*handle*/, uint32_t /*index*/) {
