@@ -3,7 +3,8 @@
    Follows CompletionHandOver, TransferEngine and the event handling of libusb: one thread handles events at a time and
    sleeps until there is something to do; the others sleep until it leaves. No sleep ends by time, so a thread that the
    library would wake only at the end of a handler's period stays asleep here for ever. Waiters start over as often as
-   they like, the device finishes transfers in any order or stops for good, the event thread runs or does not.
+   they like, the device finishes transfers in any order or stops for good, the event thread runs or does not. That it
+   pauses while others wait needs no step of its own: a thread may always be slow.
 
    Seeded mistakes: NO_HAND_OVER, LOOK_BEFORE (at the count, instead of after event handling), LATE_COUNT (isPending is
    taken down first). */
