@@ -14,6 +14,8 @@ constexpr unsigned answerMask = 0x7FFF;  // an answer has its request's number w
 constexpr std::size_t pathBytes = 256;
 constexpr std::uint8_t interfaceDescriptor = 4;
 constexpr std::size_t interfaceDescriptorBytes = 9;
+constexpr std::size_t interfaceBytes = 4;    // of one in an answer
+constexpr std::size_t mostInterfaces = 255;  // their number has one byte
 
 void put(Bytes& message, std::uint32_t value, int bytes) {
     for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
@@ -51,7 +53,7 @@ Bytes interfacesOf(const Bytes& configuration) {
                            {configuration[at + 5], configuration[at + 6], configuration[at + 7], 0});
         }
     }
-    triples.resize(std::min<std::size_t>(triples.size(), 4 * UINT8_MAX));  // their number has one byte
+    triples.resize(std::min(triples.size(), interfaceBytes * mostInterfaces));
     return triples;
 }
 
@@ -114,7 +116,7 @@ Bytes listAnswer(const std::vector<DeviceInfoPtr>& devices) {
     put(message, static_cast<std::uint32_t>(devices.size()), 4);
     for (const DeviceInfoPtr& device : devices) {
         const Bytes interfaces = interfacesOf(firstConfiguration(*device));
-        putDevice(message, *device, interfaces.size() / 4);
+        putDevice(message, *device, interfaces.size() / interfaceBytes);
         message.insert(message.end(), interfaces.begin(), interfaces.end());
     }
     return message;
@@ -123,7 +125,7 @@ Bytes listAnswer(const std::vector<DeviceInfoPtr>& devices) {
 Bytes importAnswer(ImportStatus status, const DeviceInfo* device) {
     Bytes message = answerTo(importRequest, static_cast<std::uint32_t>(status));
     if (status == ImportStatus::granted) {
-        putDevice(message, *device, interfacesOf(firstConfiguration(*device)).size() / 4);
+        putDevice(message, *device, interfacesOf(firstConfiguration(*device)).size() / interfaceBytes);
     }
     return message;
 }

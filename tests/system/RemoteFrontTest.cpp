@@ -25,7 +25,10 @@ constexpr char scenario[] = R"({"devices": [
          "endpoints": [{"address": "0x81", "type": "bulk", "maxPacketSize": 64, "behaviour": "silent"}]},
         {"number": 1, "class": 3, "subClass": 0, "protocol": 0, "endpoints": []}]},
     {"id": "liar", "vendorId": "0x6A5C", "productId": "0x1002",
-     "rawDeviceDescriptor": "12", "rawConfigurationDescriptors": ["0902FFFFFF01", "00", "0904000000FF"],
+     "rawDeviceDescriptor": "12", "rawConfigurationDescriptors": ["0902FFFF01010080320904000000FF"],
+     "interfaces": [{"number": 0, "endpoints": []}]},
+    {"id": "stuck", "vendorId": "0x6A5C", "productId": "0x1003",
+     "rawConfigurationDescriptors": ["0902FFFF010100803200"],
      "interfaces": [{"number": 0, "endpoints": []}]}]})";
 
 constexpr std::size_t deviceBytes = 312;
@@ -122,12 +125,13 @@ void expectTool(const Bytes& device) {
 
 TEST_F(RemoteFrontTest, AListTellsOfDevicesAndTheirInterfaces) {
     client_.send({0x01, 0x11, 0x80, 0x05, 0, 0, 0, 0});
-    EXPECT_EQ(client_.receive(12), (Bytes{0x01, 0x11, 0x00, 0x05, 0, 0, 0, 0, 0, 0, 0, 2}));
+    EXPECT_EQ(client_.receive(12), (Bytes{0x01, 0x11, 0x00, 0x05, 0, 0, 0, 0, 0, 0, 0, 3}));
     expectTool(client_.receive(deviceBytes));
     EXPECT_EQ(client_.receive(8), (Bytes{255, 1, 2, 0, 3, 0, 0, 0}));
     const Bytes liar = client_.receive(deviceBytes);
     EXPECT_EQ(wordAt(liar, 300), 0U) << "beyond the end of its descriptor";
     EXPECT_EQ(liar.back(), 0) << "no whole interface descriptor";
+    EXPECT_EQ(client_.receive(deviceBytes).back(), 0) << "a descriptor of length 0";
     EXPECT_TRUE(client_.wasHungUpOn());
 }
 
