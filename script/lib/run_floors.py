@@ -170,6 +170,14 @@ def cases_of(reports, log, status):
     return checked(cases, log, status)
 
 
+def said_cases(log, status):
+    """The cases of a program that prints "ok NAME" or "not ok NAME" for each, and after it what there is to say, in
+    lines with "# "."""
+    checks = re.findall(r"^(not )?ok (.*)\n((?:# .*\n)*)", read(log), re.MULTILINE)
+    cases = [Case(name, "failed" if bad else "passed", tail(said)) for bad, name, said in checks]
+    return checked(cases, log, status)
+
+
 def ctest(preset, targets, choice):
     """The chosen tests of one build, for which these targets are needed."""
     folder = RESULTS / "unit"
@@ -237,7 +245,8 @@ def build_release(folder, *targets):
     """Builds what is shipped, and with it what tests it."""
     with building:
         demand(["script/build"], folder / "build.log", BUILD_DEADLINE)
-        demand(["cmake", "--build", "--preset", "release", "--target", *targets], folder / "build.log", BUILD_DEADLINE)
+        if targets:
+            demand(["cmake", "--build", "--preset", "release", "--target", *targets], folder / "build.log", BUILD_DEADLINE)
 
 
 def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()):
@@ -298,6 +307,14 @@ def java_simulated():
     left_out = [f"--exclude-classname={HID_SUITES}"] if MACOS else []
     suite = junit(folder / "reports", ["-Xcheck:jni"], left_out, without=["kernel", "newest"])
     return [*on_simulated_bus(folder, suite, folder / "junit.log"), *of_what_is_shipped(folder)]
+
+
+def documents():
+    """The commands and programs of the documents, over the release build."""
+    folder = RESULTS / "documents"
+    build_release(folder, "orvex_java_tests")
+    log = folder / "documents.log"
+    return said_cases(log, execute([sys.executable, "-B", "tests/house/documents.py", ROOT, RELEASE], log, JAVA_DEADLINE))
 
 
 def java_macos_side():
@@ -372,17 +389,20 @@ def java_on_kernel():
 
 
 def system_selftest():
-    """The virtual machine and the kernel's view of the devices, without the library.
-
-    Prints "ok NAME" or "not ok NAME" for each check, and after it what there is to say, in lines with "# ".
-    """
+    """The virtual machine and the kernel's view of the devices, without the library."""
     folder = RESULTS / "system"
     build_release(folder, "kernel_bus_probe")
     log = folder / "selftest.log"
-    status = execute(["tests/system/selftest", RELEASE], log, SYSTEM_DEADLINE)
-    checks = re.findall(r"^(not )?ok (.*)\n((?:# .*\n)*)", read(log), re.MULTILINE)
-    cases = [Case(name, "failed" if bad else "passed", tail(said)) for bad, name, said in checks]
-    return checked(cases, log, status)
+    return said_cases(log, execute(["tests/system/selftest", RELEASE], log, SYSTEM_DEADLINE))
+
+
+def remote_devices():
+    """Devices that are lent over the network, through the system's own usbip."""
+    folder = RESULTS / "system"
+    build_release(folder)
+    log = folder / "remote.log"
+    command = ["tests/system/vm", "--timeout", SYSTEM_DEADLINE, "--", "tests/system/remote-devices", RELEASE]
+    return said_cases(log, execute(command, log, SYSTEM_DEADLINE + 10))
 
 
 def round_trips():
@@ -399,9 +419,9 @@ def round_trips():
 # The runs of each floor, one group after the other. Those of one group run side by side: they mostly wait.
 FLOORS = {
     "unit": [[("house", house)], [("asan", unit_asan)], [("tsan", unit_tsan)], [("coverage", coverage)]],
-    "java": [[("release", java_simulated)], [("macOS side", java_macos_side)], [("asan", java_asan)]],
+    "java": [[("release", java_simulated)], [("documents", documents)], [("macOS side", java_macos_side)], [("asan", java_asan)]],
     "system": [
-        [("round trips", round_trips)],
+        [("round trips", round_trips), ("remote", remote_devices)],
         [("kernel bus", system_selftest), ("java on kernel", java_on_kernel)],
     ],
 }
@@ -409,6 +429,7 @@ if MACOS:
     del FLOORS["system"]  # needs a Linux kernel
     FLOORS["unit"].pop()  # the fakes that some tests need are not linked there
     FLOORS["java"].pop()  # the JVM of macOS cannot be made to load the sanitizer first
+    del FLOORS["java"][1]  # the documents have the library paths of Linux
 elif newest_java():
     FLOORS["java"].append([("newest JDK", java_newest)])
 

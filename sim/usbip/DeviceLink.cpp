@@ -1,13 +1,14 @@
 #include "DeviceLink.h"
 
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <utility>
 #include <vector>
+
+#include "SocketBytes.h"
 
 namespace simbus::usbip {
 namespace {
@@ -62,7 +63,7 @@ void DeviceLink::serve() {
 // either.
 bool DeviceLink::readRequest(Request& request, Bytes& data) {
     Header header;
-    if (!receive(header.data(), header.size())) {
+    if (!receiveWhole(socket_, header.data(), header.size())) {
         return false;
     }
     request = parseRequest(header);
@@ -75,8 +76,8 @@ bool DeviceLink::readRequest(Request& request, Bytes& data) {
     }
     data.assign(request.length, 0);
     Bytes isoDescriptors(request.isoPackets * isoDescriptorBytes);
-    return (request.in || receive(data.data(), request.length)) &&
-           receive(isoDescriptors.data(), isoDescriptors.size());
+    return (request.in || receiveWhole(socket_, data.data(), request.length)) &&
+           receiveWhole(socket_, isoDescriptors.data(), isoDescriptors.size());
 }
 
 void DeviceLink::submit(const Request& request, Bytes data) {
@@ -158,33 +159,10 @@ void DeviceLink::takeBackAll() {
     }
 }
 
-bool DeviceLink::receive(void* bytes, std::size_t length) {
-    while (length > 0) {
-        const ssize_t got = recv(socket_, bytes, length, MSG_WAITALL);
-        if (got <= 0) {
-            if (got < 0 && errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        bytes = static_cast<std::uint8_t*>(bytes) + got;
-        length -= static_cast<std::size_t>(got);
-    }
-    return true;
-}
-
-// A failure is not reported: the link has ended then, which serve() notices.
 void DeviceLink::send(const Header& header, const std::uint8_t* data, std::size_t length) {
     Bytes message(header.begin(), header.end());
     message.insert(message.end(), data, data + length);
-    std::size_t sent = 0;
-    while (sent < message.size()) {
-        const ssize_t now = ::send(socket_, message.data() + sent, message.size() - sent, MSG_NOSIGNAL);
-        if (now < 0 && errno != EINTR) {
-            return;
-        }
-        sent += now > 0 ? static_cast<std::size_t>(now) : 0;
-    }
+    sendWhole(socket_, message.data(), message.size());
 }
 
 }  // namespace simbus::usbip

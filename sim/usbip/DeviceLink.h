@@ -41,7 +41,6 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
     void unlink(const Request& request);
     void completed(std::uint32_t number);
     void takeBackAll();
-    bool receive(void* bytes, std::size_t length);
     void send(const Header& header, const std::uint8_t* data, std::size_t length);
 
     const ConnectionId connection_;

@@ -72,6 +72,18 @@ Request parseRequest(const Header& header) {
     return request;
 }
 
+std::uint32_t kernelSpeed(Speed speed) {
+    switch (speed) {
+        case Speed::full:
+            return 2;
+        case Speed::high:
+            return 3;
+        case Speed::super:
+            return 5;
+    }
+    return 2;
+}
+
 Header submitAnswer(std::uint32_t answered, int result, std::size_t bytes) {
     Header header = answer(kindSubmitAnswer, answered, result);
     put(header, actual, static_cast<std::uint32_t>(bytes));

@@ -30,6 +30,9 @@ struct Request {
 
 Request parseRequest(const Header& header);
 
+// The kernel's number for a speed.
+std::uint32_t kernelSpeed(Speed speed);
+
 // Answers. `status` is 0 or a negative errno. The data of an IN transfer, `actual` bytes, follows its answer.
 Header submitAnswer(std::uint32_t number, int status, std::size_t actual);
 Header unlinkAnswer(std::uint32_t number, int status);

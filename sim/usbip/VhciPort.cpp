@@ -8,6 +8,8 @@
 #include <string>
 #include <thread>
 
+#include "UrbMessages.h"
+
 namespace simbus::usbip {
 namespace {
 
@@ -21,19 +23,6 @@ struct Port {
     int state = 0;
     std::string device;  // its name in sysfs; "0-0" before the kernel has given it an address
 };
-
-// The kernel's numbers for speeds.
-int kernelSpeed(Speed speed) {
-    switch (speed) {
-        case Speed::full:
-            return 2;
-        case Speed::high:
-            return 3;
-        case Speed::super:
-            return 5;
-    }
-    return 2;
-}
 
 // Status files are "status", "status.1", ...: one per group of ports, a heading line, then a line for each
 // port: hub, number, state, speed, device id, socket, device. The numbers are decimal although they begin

@@ -1,10 +1,12 @@
-// simbus-usbip: shows the devices of a scenario to the running Linux kernel until it is told to stop.
+// simbus-usbip: shows the devices of a scenario to a Linux kernel, this one or others, until it is told to
+// stop.
 #include <getopt.h>
 #include <semaphore.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -14,16 +16,20 @@
 #include <system_error>
 
 #include "KernelFront.h"
+#include "RemoteFront.h"
 
 namespace {
 
 constexpr char usage[] =
-    "usage: simbus-usbip [--scenario FILE] [--control SOCKET] [--ready-file FILE]\n"
+    "usage: simbus-usbip [--listen PORT] [--scenario FILE] [--control SOCKET] [--ready-file FILE]\n"
     "\n"
     "Shows the simulated devices of a scenario to this machine's kernel (needs root and the module "
     "vhci_hcd)\n"
     "until SIGTERM or SIGINT; then all devices are unplugged.\n"
     "\n"
+    "  --listen PORT      a server of USB/IP at that port of 127.0.0.1 instead: lends each device to whoever "
+    "attaches\n"
+    "                     it (usbip attach; 3240 is the usual port); needs neither root nor a module\n"
     "  --scenario FILE    the devices (default: environment variable SIMBUS_SCENARIO)\n"
     "  --control SOCKET   where the control socket is made (default: environment variable SIMBUS_SOCKET)\n"
     "  --ready-file FILE  made when all devices that are plugged in from the start are configured\n";
@@ -34,13 +40,29 @@ struct Options {
     std::string scenario;
     std::string control;
     std::string readyFile;
+    std::uint16_t port = 0;  // 0: for this machine's kernel
 };
+
+[[noreturn]] void refuseArguments() {
+    std::cerr << usage;
+    std::exit(2);
+}
+
+std::uint16_t parsePort(const std::string& text) {
+    const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    const unsigned long port = digits && text.size() <= 5 ? std::stoul(text) : 0;
+    if (port == 0 || port > UINT16_MAX) {
+        refuseArguments();
+    }
+    return static_cast<std::uint16_t>(port);
+}
 
 // Exits at --help and at wrong arguments.
 Options parseOptions(int argc, char** argv) {
     static const option known[] = {{"scenario", required_argument, nullptr, 's'},
                                    {"control", required_argument, nullptr, 'c'},
                                    {"ready-file", required_argument, nullptr, 'r'},
+                                   {"listen", required_argument, nullptr, 'l'},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
     Options options;
@@ -55,17 +77,18 @@ Options parseOptions(int argc, char** argv) {
             case 'r':
                 options.readyFile = optarg;
                 break;
+            case 'l':
+                options.port = parsePort(optarg);
+                break;
             case 'h':
                 std::cout << usage;
                 std::exit(0);
             default:
-                std::cerr << usage;
-                std::exit(2);
+                refuseArguments();
         }
     }
     if (optind != argc) {
-        std::cerr << usage;
-        std::exit(2);
+        refuseArguments();
     }
     return options;
 }
@@ -97,6 +120,29 @@ void restartWithControl(const std::string& path, char** argv) {
     }
 }
 
+void untilStopped(const Options& options) {
+    if (!options.readyFile.empty() && !(std::ofstream(options.readyFile) << "ready" << std::endl)) {
+        throw std::runtime_error("cannot write " + options.readyFile);
+    }
+    while (sem_wait(&stopRequested) != 0) {
+    }
+}
+
+// Fronts are never freed: the bus may call them until the end.
+
+void showHere(const Options& options) {
+    static auto& front = *new simbus::usbip::KernelFront();
+    untilStopped(options);
+    front.close();
+}
+
+void lend(const Options& options) {
+    static auto& front = *new simbus::usbip::RemoteFront();
+    front.listen(options.port);
+    untilStopped(options);
+    front.close();
+}
+
 void run(const Options& options) {
     if (!options.control.empty() && access(options.control.c_str(), F_OK) != 0) {
         throw std::runtime_error("there is no control socket at " + options.control);
@@ -104,13 +150,7 @@ void run(const Options& options) {
     if (!options.scenario.empty()) {
         simbus::Bus::instance().loadScenario(readFile(options.scenario));
     }
-    static auto& front = *new simbus::usbip::KernelFront();  // never freed: the bus may call it until the end
-    if (!options.readyFile.empty() && !(std::ofstream(options.readyFile) << "ready" << std::endl)) {
-        throw std::runtime_error("cannot write " + options.readyFile);
-    }
-    while (sem_wait(&stopRequested) != 0) {
-    }
-    front.close();
+    options.port == 0 ? showHere(options) : lend(options);
 }
 
 }  // namespace
