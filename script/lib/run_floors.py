@@ -36,6 +36,7 @@ ONE_UNIT_TEST_DEADLINE = 120  # where a test has none of its own
 COVERAGE_DEADLINE = 120
 JAVA_DEADLINE = 420
 SYSTEM_DEADLINE = 900
+PACKAGE_DEADLINE = 120
 
 SANITIZERS = {
     # The leak check is not there on every macOS.
@@ -363,18 +364,44 @@ def java_on_kernel():
     return cases_of(reports.glob("TEST-*.xml"), log, status)
 
 
-def system_selftest():
-    """The virtual machine and the kernel's view of the devices, without the library.
+def told_cases(command, log, deadline):
+    """The cases of a program that tells them itself.
 
-    Prints "ok NAME" or "not ok NAME" for each check, and after it what there is to say, in lines with "# ".
+    It prints "ok NAME" or "not ok NAME" for each check, and after it what there is to say, in lines with "# ".
     """
-    folder = RESULTS / "system"
-    build_release(folder, "kernel_bus_probe")
-    log = folder / "selftest.log"
-    status = execute(["tests/system/selftest", RELEASE], log, SYSTEM_DEADLINE)
+    status = execute(command, log, deadline)
     checks = re.findall(r"^(not )?ok (.*)\n((?:# .*\n)*)", read(log), re.MULTILINE)
     cases = [Case(name, "failed" if bad else "passed", tail(said)) for bad, name, said in checks]
     return checked(cases, log, status)
+
+
+def system_selftest():
+    """The virtual machine and the kernel's view of the devices, without the library."""
+    folder = RESULTS / "system"
+    build_release(folder, "kernel_bus_probe")
+    return told_cases(["tests/system/selftest", RELEASE], folder / "selftest.log", SYSTEM_DEADLINE)
+
+
+def package(folder):
+    """The Debian package, freshly made of the release build."""
+    demand(["script/package"], folder / "package-build.log", BUILD_DEADLINE)
+    return next((ROOT / "build/package").glob("*.deb"))
+
+
+def package_unpacked():
+    """The Debian package as it is, and what is in it, used from a folder."""
+    folder = RESULTS / "java"
+    command = [sys.executable, "-B", "tests/packaging/unpacked.py", package(folder), RELEASE]
+    return told_cases(command, folder / "package.log", PACKAGE_DEADLINE)
+
+
+def package_installed():
+    """The Debian package installed in the virtual machine, where udev and the kernel decide who may use a device."""
+    folder = RESULTS / "system"
+    deb = package(folder)
+    command = [sys.executable, "-B", ROOT / "tests/packaging/installed.py", deb]
+    return told_cases(in_machine(PACKAGE_DEADLINE, folder, *command, scenario=DEMO), folder / "package.log",
+                      PACKAGE_DEADLINE + 10)
 
 
 def round_trips():
@@ -393,6 +420,7 @@ FLOORS = {
     "unit": [[("house", house)], [("asan", unit_asan)], [("tsan", unit_tsan)], [("coverage", coverage)]],
     "java": [[("release", java_simulated)], [("macOS side", java_macos_side)], [("asan", java_asan)]],
     "system": [
+        [("package installed", package_installed)],
         [("round trips", round_trips)],
         [("kernel bus", system_selftest), ("java on kernel", java_on_kernel)],
     ],
@@ -401,8 +429,10 @@ if MACOS:
     del FLOORS["system"]  # needs a Linux kernel
     FLOORS["unit"].pop()  # the fakes that some tests need are not linked there
     FLOORS["java"].pop()  # the JVM of macOS cannot be made to load the sanitizer first
-elif newest_java():
-    FLOORS["java"].append([("newest JDK", java_newest)])
+else:
+    FLOORS["java"].append([("package", package_unpacked)])
+    if newest_java():
+        FLOORS["java"].append([("newest JDK", java_newest)])
 
 
 def perform(floor, build, work):
@@ -428,9 +458,9 @@ def summarise(runs):
         print("\n".join(f"    {line}" for line in case.detail.splitlines()))
     for run, case in details(runs, "skipped"):
         print(f"\nskipped {run.floor}, {run.build}: {case.name}: {case.detail}")
-    print(f"\n{'floor':8} {'build':16} {'passed':>8} {'failed':>8} {'skipped':>8} {'seconds':>8}")
+    print(f"\n{'floor':8} {'build':17} {'passed':>8} {'failed':>8} {'skipped':>8} {'seconds':>8}")
     for run in runs:
-        print(f"{run.floor:8} {run.build:16} {run.count('passed'):8} {run.count('failed'):8} "
+        print(f"{run.floor:8} {run.build:17} {run.count('passed'):8} {run.count('failed'):8} "
               f"{run.count('skipped'):8} {run.seconds:8.0f}")
     passed, failed, skipped = (len(details(runs, state)) for state in ("passed", "failed", "skipped"))
     if skipped:

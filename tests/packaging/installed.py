@@ -1,0 +1,120 @@
+"""Installs a Debian package and uses what it brought: usage installed.py DEB, in the virtual machine, as root.
+
+The kernel's bus has the devices of sim/scenarios/demo.json, and SIMBUS_SOCKET names its control socket. Prints lines
+of checks.py.
+"""
+
+import grp
+import os
+import sys
+import time
+from pathlib import Path
+
+from checks import exit_status, expect, output_of
+
+ROOT = Path(__file__).resolve().parents[2]
+PACKAGE = "orvex-usb-access"
+RULES = "/usr/lib/udev/rules.d/70-orvex-usb.rules"
+NOBODY = 65534
+DEADLINE = 30  # seconds
+OPEN, USERS = (0o660, "plugdev", True), (0o664, "root", False)
+
+
+def usb_device(serial):
+    """The folder of a device in sysfs, or None."""
+    told = (file for file in Path("/sys/bus/usb/devices").glob("*/serial") if file.read_text().strip() == serial)
+    return next((file.parent for file in told), None)
+
+
+def hid_device():
+    """The folder of the one tool with a HID driver."""
+    return next(path for path in Path("/sys/class/hidraw").iterdir() if ":6A5C:" in str(path.resolve()))
+
+
+def rights(device):
+    """Mode and group of a device's node, and whether udev wants the person at the machine to have it."""
+    told = output_of("udevadm", "info", "--query=property", f"--path={device}")
+    properties = dict(line.split("=", 1) for line in told.splitlines())
+    node = os.stat(properties["DEVNAME"])
+    tagged = "uaccess" in properties.get("CURRENT_TAGS", "").split(":")
+    return node.st_mode & 0o777, grp.getgrgid(node.st_gid).gr_name, tagged
+
+
+def expect_rights(device, wanted):
+    """Of a device that udev is done with."""
+    output_of("udevadm", "settle", f"--timeout={DEADLINE}")
+    found = rights(device)
+    expect(found == wanted, f"{device}: {found} and not {wanted}")
+
+
+def tool(group, status=0):
+    """What the tool says to a user who is in that group and in no other."""
+    user = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", f"--groups={group}", "--inh-caps=-all"]
+    return output_of(*user, "orvex-usb", "list", status=status)
+
+
+def without_rules(_):
+    """Without the package the nodes of the tools are root's."""
+    expect_rights(usb_device("ECHO0001"), USERS)
+    expect_rights(hid_device(), (0o600, "root", False))
+
+
+def installs(deb):
+    """dpkg installs the package."""
+    output_of("dpkg", "--install", "--no-triggers", deb)
+    told = output_of("dpkg-query", "--show", "--showformat=${db:Status-Status}", PACKAGE)
+    expect(told == "installed", told)
+
+
+def understood_by_udev(_):
+    """udev has nothing to say about the rules."""
+    said = output_of("udevadm", "test", usb_device("ECHO0001"))
+    expect(f"Reading rules file: {RULES}" in said, said)
+    complaints = [line for line in said.splitlines() if line.startswith(RULES)]
+    expect(not complaints, "\n".join(complaints))
+
+
+def opens_present_tools(_):
+    """Tools that were plugged in before are tagged for the person at the machine, and the group has them."""
+    expect_rights(usb_device("ECHO0001"), OPEN)
+    expect_rights(usb_device("COMP0001"), OPEN)
+    expect_rights(hid_device(), OPEN)
+
+
+def leaves_others(_):
+    """Devices of others are as they were."""
+    expect_rights(usb_device("OTHER001"), USERS)
+
+
+def opens_new_tools(_):
+    """A tool that is plugged in later gets the same, and a user of the group finds it."""
+    output_of(ROOT / "script/lib/simbus", "plug", "device=echo3")
+    deadline = time.monotonic() + DEADLINE
+    while usb_device("ECHO0003") is None:
+        expect(time.monotonic() < deadline, "the device does not come")
+        time.sleep(0.05)
+    expect_rights(usb_device("ECHO0003"), OPEN)
+    said = tool(grp.getgrnam("plugdev").gr_gid)
+    expect(all(serial in said for serial in ("ECHO0003", "COMP0001", "HID00001")), said)
+
+
+def keeps_others_out(_):
+    """A user outside the group is told that the tools cannot be opened."""
+    said = tool(NOBODY)
+    expect("cannot_open" in said and "ECHO0001" not in said, said)
+
+
+def leaves_nothing(_):
+    """Purged, the package leaves no file."""
+    brought = [Path(name) for name in output_of("dpkg", "--listfiles", PACKAGE).splitlines()]
+    brought = [path for path in brought if not path.is_dir()]
+    output_of("dpkg", "--purge", "--no-triggers", PACKAGE)
+    left = [str(path) for path in brought if path.exists() or path.is_symlink()]
+    expect(brought and not left, f"left: {left}")
+
+
+CHECKS = [without_rules, installs, understood_by_udev, opens_present_tools, leaves_others, opens_new_tools,
+          keeps_others_out, leaves_nothing]
+
+if __name__ == "__main__":
+    sys.exit(exit_status(CHECKS, *sys.argv[1:]))
