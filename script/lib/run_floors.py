@@ -36,7 +36,7 @@ ONE_UNIT_TEST_DEADLINE = 120  # where a test has none of its own
 COVERAGE_DEADLINE = 120
 JAVA_DEADLINE = 420
 SYSTEM_DEADLINE = 900
-PACKAGE_DEADLINE = 120
+PACKAGE_DEADLINE = 300
 
 SANITIZERS = {
     # The leak check is not there on every macOS.
