@@ -18,7 +18,7 @@ PACKAGE = "orvex-usb-access"
 RULES = "/usr/lib/udev/rules.d/70-orvex-usb.rules"
 NOBODY = 65534
 DEADLINE = 30  # seconds
-OPEN, USERS = (0o660, "plugdev", True), (0o664, "root", False)
+OPEN, NOT_OPEN = ("660", "plugdev", True), ("664", "root", False)
 
 
 def usb_device(serial):
@@ -40,7 +40,7 @@ def rights(device):
     """Mode and group of a device's node, and whether udev wants the person at the machine to have it."""
     told = output_of("udevadm", "info", "--query=property", "--property=CURRENT_TAGS", "--value", f"--path={device}")
     of_node = os.stat(node(device))
-    return of_node.st_mode & 0o777, grp.getgrgid(of_node.st_gid).gr_name, "uaccess" in told.strip().split(":")
+    return f"{of_node.st_mode & 0o777:o}", grp.getgrgid(of_node.st_gid).gr_name, "uaccess" in told.strip().split(":")
 
 
 def expect_rights(device, wanted):
@@ -58,8 +58,8 @@ def as_user(group, *command, status=0):
 
 def without_rules(_):
     """Without the package the nodes of the tools are root's."""
-    expect_rights(usb_device("ECHO0001"), USERS)
-    expect_rights(hid_device(), (0o600, "root", False))
+    expect_rights(usb_device("ECHO0001"), NOT_OPEN)
+    expect_rights(hid_device(), ("600", "root", False))
 
 
 def installs(deb):
@@ -85,8 +85,9 @@ def opens_present_tools(_):
 
 
 def leaves_others(_):
-    """Devices of others are as they were."""
-    expect_rights(usb_device("OTHER001"), USERS)
+    """Devices of others stay as they are under the rules."""
+    output_of("udevadm", "trigger", "--action=change", usb_device("OTHER001"))
+    expect_rights(usb_device("OTHER001"), NOT_OPEN)
 
 
 def opens_new_tools(_):
