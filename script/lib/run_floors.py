@@ -36,6 +36,7 @@ ONE_UNIT_TEST_DEADLINE = 120  # where a test has none of its own
 COVERAGE_DEADLINE = 120
 JAVA_DEADLINE = 420
 SYSTEM_DEADLINE = 900
+PACKAGE_DEADLINE = 300
 
 SANITIZERS = {
     # The leak check is not there on every macOS.
@@ -170,12 +171,23 @@ def cases_of(reports, log, status):
     return checked(cases, log, status)
 
 
-def said_cases(log, status):
-    """The cases of a program that prints "ok NAME" or "not ok NAME" for each, and after it what there is to say, in
-    lines with "# "."""
+def told_cases(command, log, deadline):
+    """The cases of a program that tells them itself.
+
+    It prints "ok NAME" or "not ok NAME" for each check, and after it what there is to say, in lines with "# ".
+    """
+    status = execute(command, log, deadline)
     checks = re.findall(r"^(not )?ok (.*)\n((?:# .*\n)*)", read(log), re.MULTILINE)
     cases = [Case(name, "failed" if bad else "passed", tail(said)) for bad, name, said in checks]
     return checked(cases, log, status)
+
+
+def remote_devices():
+    """Devices that are lent over the network, through the system's own usbip."""
+    folder = RESULTS / "system"
+    build_release(folder)
+    command = ["tests/system/vm", "--timeout", SYSTEM_DEADLINE, "--", "tests/system/remote-devices", RELEASE]
+    return told_cases(command, folder / "remote.log", SYSTEM_DEADLINE + 10)
 
 
 def ctest(preset, targets, choice):
@@ -314,7 +326,7 @@ def documents():
     folder = RESULTS / "documents"
     build_release(folder, "orvex_java_tests")
     log = folder / "documents.log"
-    return said_cases(log, execute([sys.executable, "-B", "tests/house/documents.py", ROOT, RELEASE], log, JAVA_DEADLINE))
+    return told_cases([sys.executable, "-B", "tests/house/documents.py", ROOT, RELEASE], log, JAVA_DEADLINE)
 
 
 def java_macos_side():
@@ -392,17 +404,29 @@ def system_selftest():
     """The virtual machine and the kernel's view of the devices, without the library."""
     folder = RESULTS / "system"
     build_release(folder, "kernel_bus_probe")
-    log = folder / "selftest.log"
-    return said_cases(log, execute(["tests/system/selftest", RELEASE], log, SYSTEM_DEADLINE))
+    return told_cases(["tests/system/selftest", RELEASE], folder / "selftest.log", SYSTEM_DEADLINE)
 
 
-def remote_devices():
-    """Devices that are lent over the network, through the system's own usbip."""
+def package(folder):
+    """The Debian package, freshly made of the release build."""
+    demand(["script/package"], folder / "package-build.log", BUILD_DEADLINE)
+    return next((ROOT / "build/package").glob("*.deb"))
+
+
+def package_unpacked():
+    """The Debian package as it is, and what is in it, used from a folder."""
+    folder = RESULTS / "java"
+    command = [sys.executable, "-B", "tests/packaging/unpacked.py", package(folder), RELEASE]
+    return told_cases(command, folder / "package.log", PACKAGE_DEADLINE)
+
+
+def package_installed():
+    """The Debian package installed in the virtual machine, where udev and the kernel decide who may use a device."""
     folder = RESULTS / "system"
-    build_release(folder)
-    log = folder / "remote.log"
-    command = ["tests/system/vm", "--timeout", SYSTEM_DEADLINE, "--", "tests/system/remote-devices", RELEASE]
-    return said_cases(log, execute(command, log, SYSTEM_DEADLINE + 10))
+    deb = package(folder)
+    command = [sys.executable, "-B", ROOT / "tests/packaging/installed.py", deb]
+    return told_cases(in_machine(PACKAGE_DEADLINE, folder, *command, scenario=DEMO), folder / "package.log",
+                      PACKAGE_DEADLINE + 10)
 
 
 def round_trips():
@@ -419,9 +443,15 @@ def round_trips():
 # The runs of each floor, one group after the other. Those of one group run side by side: they mostly wait.
 FLOORS = {
     "unit": [[("house", house)], [("asan", unit_asan)], [("tsan", unit_tsan)], [("coverage", coverage)]],
-    "java": [[("release", java_simulated)], [("documents", documents)], [("macOS side", java_macos_side)], [("asan", java_asan)]],
+    "java": [
+        [("release", java_simulated)],
+        [("documents", documents)],
+        [("macOS side", java_macos_side)],
+        [("asan", java_asan)],
+    ],
     "system": [
-        [("round trips", round_trips), ("remote", remote_devices)],
+        [("round trips", round_trips)],
+        [("remote", remote_devices), ("package installed", package_installed)],
         [("kernel bus", system_selftest), ("java on kernel", java_on_kernel)],
     ],
 }
@@ -430,8 +460,10 @@ if MACOS:
     FLOORS["unit"].pop()  # the fakes that some tests need are not linked there
     FLOORS["java"].pop()  # the JVM of macOS cannot be made to load the sanitizer first
     del FLOORS["java"][1]  # the documents have the library paths of Linux
-elif newest_java():
-    FLOORS["java"].append([("newest JDK", java_newest)])
+else:
+    FLOORS["java"].append([("package", package_unpacked)])
+    if newest_java():
+        FLOORS["java"].append([("newest JDK", java_newest)])
 
 
 def perform(floor, build, work):
@@ -457,9 +489,9 @@ def summarise(runs):
         print("\n".join(f"    {line}" for line in case.detail.splitlines()))
     for run, case in details(runs, "skipped"):
         print(f"\nskipped {run.floor}, {run.build}: {case.name}: {case.detail}")
-    print(f"\n{'floor':8} {'build':16} {'passed':>8} {'failed':>8} {'skipped':>8} {'seconds':>8}")
+    print(f"\n{'floor':8} {'build':17} {'passed':>8} {'failed':>8} {'skipped':>8} {'seconds':>8}")
     for run in runs:
-        print(f"{run.floor:8} {run.build:16} {run.count('passed'):8} {run.count('failed'):8} "
+        print(f"{run.floor:8} {run.build:17} {run.count('passed'):8} {run.count('failed'):8} "
               f"{run.count('skipped'):8} {run.seconds:8.0f}")
     passed, failed, skipped = (len(details(runs, state)) for state in ("passed", "failed", "skipped"))
     if skipped:

@@ -1,0 +1,28 @@
+# The Debian package, written by cpack; script/package is the way to run it.
+install(FILES deb/copyright DESTINATION ${documents} COMPONENT debian EXCLUDE_FROM_ALL)
+install(FILES deb/changelog DESTINATION ${documents} RENAME changelog.Debian COMPONENT debian EXCLUDE_FROM_ALL)
+install(FILES deb/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME orvex-usb-access
+  COMPONENT debian EXCLUDE_FROM_ALL)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_INSTALL_CMAKE_PROJECTS
+  "${CMAKE_BINARY_DIR};${PROJECT_NAME};orvex;/;${CMAKE_BINARY_DIR};${PROJECT_NAME};debian;/")
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/deb/compress.cmake)
+
+set(CPACK_PACKAGE_NAME orvex-usb-access)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "USB Access Link project <maintainers@usb-access-link.example.org>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "native USB access for Java, and a command-line tool")
+set(CPACK_PACKAGE_DESCRIPTION
+  "The Java classes through which development-tool hosts find programmers,
+debuggers and other USB tools, open them and move data, with their native
+library, and orvex-usb, which does the same from a shell. The rules for udev
+let the person at the machine and the members of plugdev use the tools.")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "default-jre-headless (>= 2:1.17) | java17-runtime-headless, libpicocli-java")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/deb/postinst)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+include(CPack)
