@@ -182,14 +182,6 @@ def told_cases(command, log, deadline):
     return checked(cases, log, status)
 
 
-def remote_devices():
-    """Devices that are lent over the network, through the system's own usbip."""
-    folder = RESULTS / "system"
-    build_release(folder)
-    command = ["tests/system/vm", "--timeout", SYSTEM_DEADLINE, "--", "tests/system/remote-devices", RELEASE]
-    return told_cases(command, folder / "remote.log", SYSTEM_DEADLINE + 10)
-
-
 def ctest(preset, targets, choice):
     """The chosen tests of one build, for which these targets are needed."""
     folder = RESULTS / "unit"
@@ -427,6 +419,14 @@ def package_installed():
     command = [sys.executable, "-B", ROOT / "tests/packaging/installed.py", deb]
     return told_cases(in_machine(PACKAGE_DEADLINE, folder, *command, scenario=DEMO), folder / "package.log",
                       PACKAGE_DEADLINE + 10)
+
+
+def remote_devices():
+    """Devices that are lent over the network, through the system's own usbip."""
+    folder = RESULTS / "system"
+    build_release(folder)
+    command = ["tests/system/vm", "--timeout", SYSTEM_DEADLINE, "--", "tests/system/remote-devices", RELEASE]
+    return told_cases(command, folder / "remote.log", SYSTEM_DEADLINE + 10)
 
 
 def round_trips():
