@@ -69,6 +69,12 @@ class KernelTest extends UsbTest {
             assertTrue(tool.out().contains("<cannot_open>6A5C:1001"), tool.out());
             assertTrue(tool.out().contains("PAIR0002"), tool.out());
             assertTrue(tool.err().contains("ATTR{idVendor}==\"6a5c\""), tool.err());
+
+            ChildVm.Outcome doctor = withoutPermission().runTool("doctor");
+            assertEquals(1, doctor.status(), doctor.err());
+            assertTrue(doctor.out().contains("wrong  BENCH00001 (6A5C:1001): no permission to use " + node + "\n"),
+                    doctor.out());
+            assertTrue(doctor.out().contains("PAIR0002 (6A5C:1002): no other driver"), doctor.out());
         } finally {
             Files.setPosixFilePermissions(node, before);
         }
@@ -79,8 +85,14 @@ class KernelTest extends UsbTest {
     void aDeviceIsForOneProcessAtATime() throws Exception {
         Device bench = openBench();
         assertEquals("open: -108\n", new ChildVm().withBus(Bus.socket()).run("leaveOpen").out());
+        ChildVm.Outcome doctor = new ChildVm().withBus(Bus.socket()).runTool("doctor");
+        assertEquals(1, doctor.status(), doctor.err());
+        assertTrue(doctor.out().contains("wrong  BENCH00001 (6A5C:1001): interface 0 is held by process "
+                + ProcessHandle.current().pid() + " (java)\n"), doctor.out());
         assertEchoes(bench);
         assertEquals(0, bench.close());
+        doctor = new ChildVm().withBus(Bus.socket()).runTool("doctor");
+        assertEquals(0, doctor.status(), doctor.out());
         assertEquals("open: 0\n", new ChildVm().withBus(Bus.socket()).run("leaveOpen").out());
         assertEchoes(open(bench));
     }

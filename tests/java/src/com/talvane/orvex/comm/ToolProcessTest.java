@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.BufferedReader;
@@ -73,6 +74,52 @@ class ToolProcessTest extends UsbTest {
         assertEquals(2, missing.status());
         assertTrue(missing.err().startsWith("orvex-usb: --simulate needs "), missing.err());
         assertEquals("", missing.out());
+    }
+
+    @Test
+    @Tag("memory")
+    @Tag("linux")
+    void theLauncherTellsTheToolWhatIsATerminal() throws Exception {
+        ChildVm onTerminal = child().withoutEnvironment("NO_COLOR").withEnvironment("TERM", "xterm")
+                .under("sh", "-c", "exec script -qec \"$*\" /dev/null", "sh");
+        ChildVm.Outcome coloured = onTerminal.runLauncher("--simulate", "doctor");
+        assertTrue(coloured.out().contains("\u001B[32mok   \u001B[0m  native library"), coloured.out());
+        ChildVm.Outcome plain = onTerminal.withEnvironment("NO_COLOR", "1").runLauncher("--simulate", "doctor");
+        assertTrue(plain.out().contains("ok     native library"), plain.out());
+        assertFalse(plain.out().contains("\u001B"), plain.out());
+        assertEquals("ok     native library, version 3.47",
+                child().runLauncher("--simulate", "doctor").out().lines().findFirst().orElse(""));
+    }
+
+    @Test
+    @Tag("memory")
+    void theDoctorTellsWhyTheLibraryCannotBeLoaded() throws Exception {
+        Path none = Files.writeString(folder.resolve("libNone.so"), "not a library");
+        ChildVm.Outcome tool =
+                child().without("orvex.usb.library").with("-Dorvex.usb.library=" + none).runTool("doctor");
+        assertEquals(1, tool.status(), tool.err());
+        assertTrue(tool.out().startsWith("wrong  the native library cannot be loaded\n"), tool.out());
+        assertTrue(tool.out().contains(none.toString()), tool.out());
+    }
+
+    @Test
+    @Tag("memory")
+    void aSignalEndsALongTransferAndTheDeviceIsClosed() throws Exception {
+        Path err = folder.resolve("err");
+        Path file = folder.resolve("long");
+        Process read = child().withEnvironment("ORVEXCOMM_DEBUG", "1").startTool(err, "read", "--serial", "BENCH00001",
+                "--in", "0x83", "--size", "64", "--bytes", "2000000000", "--to", file.toString());
+        try {
+            await("some bytes were read", () -> file.toFile().length() > 0);
+            read.destroy();
+            assertEquals(128 + 15, statusOf(read));
+        } finally {
+            read.destroyForcibly();
+        }
+        String trace = Files.readString(err);
+        assertTrue(trace.contains("[LibUSB_CloseDevice]"), trace);
+        assertTrue(trace.contains("[LibUSB_Release] exit: 0"), trace);
+        assertTrue(trace.contains("orvex-usb: it ended after "), trace);
     }
 
     @Test
