@@ -52,6 +52,7 @@ record Host(Path root, Predicate<Path> isUsable) {
     /** The processes that have a node open, as far as this one may know. */
     List<String> holders(Path node) {
         return children(root.resolve("proc")).stream()
+                .filter(process -> process.getFileName().toString().matches("\\d+"))
                 .filter(process -> children(process.resolve("fd")).stream().anyMatch(fd -> leadsTo(fd, node)))
                 .map(process -> "process " + process.getFileName() + " (" + text(process.resolve("comm")) + ")")
                 .toList();

@@ -3,6 +3,7 @@ package com.talvane.orvex.comm;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.talvane.orvex.comm.tool.ToolRun;
 import java.io.IOException;
 import java.nio.file.DirectoryStream;
 import java.nio.file.Files;
@@ -62,37 +63,37 @@ class KernelTest extends UsbTest {
         Files.setPosixFilePermissions(node, Set.of());
         try {
             ChildVm.Outcome program = withoutPermission().run("openUnopenable");
-            assertEquals("open: -107\n", program.out(), program.err());
+            assertTrue(program.out().startsWith("open: -107\nok     native library"), program::toString);
+            assertTrue(program.out().contains("wrong  BENCH00001 (6A5C:1001): no permission to use " + node + "\n"),
+                    program::toString);
+            assertTrue(program.out().contains("ok     PAIR0002 (6A5C:1002): /dev/bus/usb/"), program::toString);
 
             ChildVm.Outcome tool = withoutPermission().runTool("list");
             assertEquals(0, tool.status(), tool.err());
             assertTrue(tool.out().contains("<cannot_open>6A5C:1001"), tool.out());
             assertTrue(tool.out().contains("PAIR0002"), tool.out());
             assertTrue(tool.err().contains("ATTR{idVendor}==\"6a5c\""), tool.err());
-
-            ChildVm.Outcome doctor = withoutPermission().runTool("doctor");
-            assertEquals(1, doctor.status(), doctor.err());
-            assertTrue(doctor.out().contains("wrong  BENCH00001 (6A5C:1001): no permission to use " + node + "\n"),
-                    doctor.out());
-            assertTrue(doctor.out().contains("PAIR0002 (6A5C:1002): no other driver"), doctor.out());
         } finally {
             Files.setPosixFilePermissions(node, before);
         }
         assertEchoes(open(find(list(VENDOR), "BENCH00001")));
     }
 
+    /** In this process, whose session it leaves alone: another one takes long to start on an emulated machine. */
+    private static void assertDoctorSays(String text) {
+        ToolRun doctor = ToolRun.of(new byte[0], "doctor");
+        assertTrue(doctor.out().contains(text), doctor.out());
+    }
+
     @Test
     void aDeviceIsForOneProcessAtATime() throws Exception {
         Device bench = openBench();
         assertEquals("open: -108\n", new ChildVm().withBus(Bus.socket()).run("leaveOpen").out());
-        ChildVm.Outcome doctor = new ChildVm().withBus(Bus.socket()).runTool("doctor");
-        assertEquals(1, doctor.status(), doctor.err());
-        assertTrue(doctor.out().contains("wrong  BENCH00001 (6A5C:1001): interface 0 is held by process "
-                + ProcessHandle.current().pid() + " (java)\n"), doctor.out());
+        assertDoctorSays("wrong  BENCH00001 (6A5C:1001): interface 0 is held by process "
+                + ProcessHandle.current().pid() + " (java)\n");
         assertEchoes(bench);
         assertEquals(0, bench.close());
-        doctor = new ChildVm().withBus(Bus.socket()).runTool("doctor");
-        assertEquals(0, doctor.status(), doctor.out());
+        assertDoctorSays("ok     BENCH00001 (6A5C:1001): no other driver and no other program holds it\n");
         assertEquals("open: 0\n", new ChildVm().withBus(Bus.socket()).run("leaveOpen").out());
         assertEchoes(open(bench));
     }

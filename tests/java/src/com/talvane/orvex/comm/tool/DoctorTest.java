@@ -118,8 +118,9 @@ class DoctorTest {
     @Test
     void theProgramThatHoldsADeviceIsNamed() throws IOException {
         fake.addInterface(plugTool(), 0, "ff", "usbfs");
-        fake.process(41, "bystander", root.resolve("dev/null"));
-        fake.process(42, "flasher", node);
+        fake.process("41", "bystander", root.resolve("dev/null"));
+        fake.process("42", "flasher", node);
+        fake.process("self", "doctor", node);
         assertWrong(LABEL + "interface 0 is held by process 42 (flasher)",
                 "end that program, or have it close the device", ofTool());
     }

@@ -55,7 +55,7 @@ public final class FakeHost {
     }
 
     /** A process that has a node open. */
-    void process(int id, String name, Path node) throws IOException {
+    void process(String id, String name, Path node) throws IOException {
         Path folder = root.resolve("proc/" + id);
         Files.createDirectories(folder.resolve("fd"));
         Files.writeString(folder.resolve("comm"), name + "\n");
