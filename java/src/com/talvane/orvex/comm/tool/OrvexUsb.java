@@ -25,8 +25,8 @@ import picocli.CommandLine.ScopeType;
             "",
             "With --simulate[=SCENARIO] anywhere on the line the tool runs on a simulated bus, with the devices of the"
                     + " scenario file (or a few of its own) and without USB hardware.",
-            "ORVEXCOMM_DEBUG in the environment makes the library trace its work to standard error; NO_COLOR keeps colours"
-                    + " away from a terminal."
+            "ORVEXCOMM_DEBUG in the environment makes the library trace its work to standard error; NO_COLOR keeps"
+                    + " colours away from a terminal."
         },
         exitCodeListHeading = "%nExit status:%n",
         exitCodeList = {

@@ -53,8 +53,8 @@ class DoctorToolTest extends ToolFixture {
     @Test
     void whatIsWrongIsToldWithWhatMendsIt() throws Exception {
         String out = wrong("doctor", "this machine has no USB bus: ");
-        assertTrue(out.endsWith("\n         a virtual machine or a container has to be given the USB devices of its host\n"),
-                out);
+        assertTrue(out.endsWith("\n         a virtual machine or a container has to be given the USB devices of its"
+                + " host\n"), out);
         machine.device(1, 0x1009, "MISSING1");
         wrong("doctor", "MISSING1 (6A5C:1009): on the bus, but the library does not list it\n");
     }

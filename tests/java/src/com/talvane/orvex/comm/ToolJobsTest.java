@@ -7,6 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.talvane.orvex.comm.tool.ToolRun;
 import java.io.ByteArrayOutputStream;
+import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import org.junit.jupiter.api.Tag;
@@ -77,7 +78,7 @@ class ToolJobsTest extends ToolFixture {
     private static byte[] read(Path file) {
         try {
             return Files.readAllBytes(file);
-        } catch (java.io.IOException e) {
+        } catch (IOException e) {
             throw new AssertionError(e);
         }
     }

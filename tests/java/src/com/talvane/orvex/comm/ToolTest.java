@@ -178,7 +178,8 @@ class ToolTest extends ToolFixture {
         "control --index 0 --request-type 0x40 --request 1 --length 1",
         "control --index 0 --request-type 0x40 --request 1 --length 1 --data 01",
         "control --index 0 --request-type 0x40 --request 1 --value 0x10000",
-        "list --raw --json", "write --index 0 --data 123", "write --index 0 --data 01 --input -", "read --index 0 --in 256"
+        "list --raw --json", "write --index 0 --data 123", "write --index 0 --data 01 --input -",
+        "read --index 0 --in 256"
     })
     void wrongUseIsTold(String line) {
         assertWrongUse(line);
@@ -278,8 +279,8 @@ class ToolTest extends ToolFixture {
     void versionAndHelpAreTold() {
         assertEquals("orvex-usb, library version 3.47\n", good("--version").out());
         String help = good("--help").out();
-        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "hid", "control", "bench", "reset",
-            "doctor", "codes", "Exit status:", "--simulate"}) {
+        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "hid", "control",
+            "bench", "reset", "doctor", "codes", "Exit status:", "--simulate"}) {
             assertTrue(help.contains(part), help);
         }
         assertTrue(good("echo --help").out().contains("--serial"));

@@ -37,7 +37,7 @@ class DoctorTest {
     }
 
     private static String line(String serial, char kind, int family, int number) {
-        return "1:=6A5C:=1001:=0100:=Talvane:=Tool:=" + serial + ":=x:=" + kind + ":=" + family + ":=" + number + ":=end";
+        return String.format("1:=6A5C:=1001:=0100:=Talvane:=Tool:=%s:=x:=%c:=%d:=%d:=end", serial, kind, family, number);
     }
 
     private List<Finding> findings(String... lines) {

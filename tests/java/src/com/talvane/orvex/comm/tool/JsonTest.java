@@ -24,8 +24,8 @@ class JsonTest {
 
     @ParameterizedTest
     @ValueSource(strings = {
-        "", "plain", "\"quoted\"", "back\\slash\\", "a\nb\tc\r\b\f\0", "\u001B[31m", "\u007F\u009B", "5 € µm ±", "\uD83D\uDE00",
-        "\uD83D alone", "</script>", "\u2028\u2029", "{\"a\": 1}"
+        "", "plain", "\"quoted\"", "back\\slash\\", "a\nb\tc\r\b\f\0", "\u001B[31m", "\u007F\u009B", "5 € µm ±",
+        "\uD83D\uDE00", "\uD83D alone", "</script>", "\u2028\u2029", "{\"a\": 1}"
     })
     void anyTextComesBackFromAnotherReader(String text) {
         String json = Json.object(Map.of(text, text));

@@ -73,8 +73,10 @@ class PagesTest {
 
     /** What the completion makes of the last word. Bash complains that it is not completing at the moment. */
     private static String completed(String... words) throws Exception {
-        String script = ". \"$0\"; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _complete_orvex-usb; echo ${COMPREPLY[*]}";
-        List<String> command = new ArrayList<>(List.of("bash", "-c", script, beside("completion/orvex-usb").toString()));
+        String script = ". \"$0\"; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _complete_orvex-usb;"
+                + " echo ${COMPREPLY[*]}";
+        String completion = beside("completion/orvex-usb").toString();
+        List<String> command = new ArrayList<>(List.of("bash", "-c", script, completion));
         command.addAll(List.of(words));
         Process bash = new ProcessBuilder(command).redirectError(Redirect.DISCARD).start();
         bash.getOutputStream().close();
