@@ -62,4 +62,4 @@ add_custom_command(
 add_custom_target(orvex_javadoc_jar DEPENDS ${jar_base}-javadoc.jar)
 
 add_custom_target(orvex_jars)
-add_dependencies(orvex_jars orvex_jar orvex_sources_jar orvex_javadoc_jar)
+add_dependencies(orvex_jars orvex_pages orvex_jar orvex_sources_jar orvex_javadoc_jar)

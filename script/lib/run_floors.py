@@ -335,7 +335,7 @@ def java_asan():
     folder = RESULTS / "java-asan"
     build_release(folder, "orvex_java_tests")
     demand(["cmake", "--preset", "asan"], folder / "build.log", BUILD_DEADLINE)
-    demand(["cmake", "--build", "--preset", "asan", "--target", "USBAccessLink", "sim_libusb", "sim_hidapi"],
+    demand(["cmake", "--build", "--preset", "asan", "--target", "USBAccessLink", "orvex_jar", "sim_libusb", "sim_hidapi"],
            folder / "build.log", BUILD_DEADLINE)
     build = ROOT / "build/asan"
     sanitizer = subprocess.run(["g++", "-print-file-name=libasan.so"], capture_output=True, text=True, check=True)

@@ -1,11 +1,31 @@
 package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.access.UsbDeviceInfo;
+import java.util.LinkedHashMap;
+import java.util.Locale;
+import java.util.Map;
 
 /** A device of the list: its place, and what its information line tells, in the words of the tool. */
 record DeviceInfo(int index, UsbDeviceInfo line) {
     static DeviceInfo parse(int index, String line) {
         return new DeviceInfo(index, UsbDeviceInfo.parse(line));
+    }
+
+    /** Its place and all that the line tells, by name. */
+    Map<String, Object> fields() {
+        Map<String, Object> fields = new LinkedHashMap<>();
+        fields.put("index", index);
+        fields.put("present", line.present());
+        fields.put("vendorId", line.vendorId());
+        fields.put("productId", line.productId());
+        fields.put("release", line.release());
+        fields.put("manufacturer", line.manufacturer());
+        fields.put("product", line.product());
+        fields.put("serial", line.serial());
+        fields.put("kind", line.kind().name().toLowerCase(Locale.ROOT));
+        fields.put("family", line.family().name().toLowerCase(Locale.ROOT));
+        fields.put("interfaceNumber", line.interfaceNumber());
+        return fields;
     }
 
     String typeText() {

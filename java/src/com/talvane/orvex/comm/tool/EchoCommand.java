@@ -2,7 +2,6 @@ package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
 import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
-import java.io.ByteArrayOutputStream;
 import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
 import java.util.concurrent.Callable;
@@ -73,25 +72,12 @@ final class EchoCommand implements Callable<Integer> {
             if (!WriteCommand.tookAll(sent, data.length)) {
                 return 1;
             }
-            Transfer echo = readBack(open, data.length);
+            Transfer echo = open.readAll(new Pipe(in, false, device.timeout), data.length);
             show("IN ", in, echo);
             boolean equal = Arrays.equals(data, echo.data());
             System.out.println(equal ? "The echo is equal." : "The echo differs.");
             return equal ? 0 : 1;
         }
-    }
-
-    /** An echo may come in several pieces; an empty one ends it. */
-    private Transfer readBack(OpenDevice open, int size) {
-        ByteArrayOutputStream data = new ByteArrayOutputStream(size);
-        long nanos = 0;
-        Transfer piece;
-        do {
-            piece = open.read(new Pipe(in, false, device.timeout), size - data.size());
-            data.writeBytes(piece.data());
-            nanos += piece.nanos();
-        } while (piece.data().length > 0 && data.size() < size);
-        return new Transfer(data.toByteArray(), nanos);
     }
 
     private static void show(String direction, int endpoint, Transfer transfer) {

@@ -3,6 +3,8 @@ package com.talvane.orvex.comm.tool;
 import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.stream.Collectors;
+import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
@@ -13,14 +15,27 @@ final class ListCommand implements Runnable {
     @Mixin
     private VendorOptions from;
 
-    @Option(names = "--raw", description = "Show the information lines as the library gives them.")
-    private boolean raw;
+    @ArgGroup
+    private Form form = new Form();
+
+    /** Other forms than the table. */
+    private static final class Form {
+        @Option(names = "--raw", description = "Show the information lines as the library gives them.")
+        private boolean raw;
+
+        @Option(names = "--json", description = "Show a JSON array of objects with the fields of these lines.")
+        private boolean json;
+    }
 
     @Override
     public void run() {
         try (Session session = new Session(from.vendors())) {
-            if (raw) {
+            if (form.raw) {
                 session.lines().forEach(System.out::println);
+            } else if (form.json) {
+                System.out.println(session.devices().stream()
+                        .map(device -> Json.object(device.fields()))
+                        .collect(Collectors.joining(",\n ", "[", "]")));
             } else {
                 show(session.devices());
             }
@@ -56,7 +71,8 @@ final class ListCommand implements Runnable {
     private static void explain(UsbDeviceInfo device) {
         System.err.printf("""
                 %s: no permission, or on its way in or out. On Linux a udev rule gives permission:
-                SUBSYSTEM=="usb", ATTR{idVendor}=="%04x", TAG+="uaccess"
-                """, Text.printable(device.manufacturer()), device.vendorId());
+                %s
+                (orvex-usb doctor tells more)
+                """, Text.printable(device.manufacturer()), UdevRules.usb(device.vendorId()));
     }
 }

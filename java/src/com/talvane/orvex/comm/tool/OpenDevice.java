@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.ORVEXCommUSBAccess;
+import java.io.ByteArrayOutputStream;
 import java.util.Arrays;
 import java.util.function.IntSupplier;
 
@@ -14,7 +15,7 @@ final class OpenDevice implements AutoCloseable {
     /** Bytes that were moved, and how long that took. */
     record Transfer(byte[] data, long nanos) {
         String took() {
-            return String.format("%d bytes in %.3f ms", data.length, nanos / 1e6);
+            return Text.took(data.length, nanos);
         }
     }
 
@@ -59,6 +60,28 @@ final class OpenDevice implements AutoCloseable {
     Transfer read(Pipe pipe, int size) {
         return move(pipe.name("read from"), pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe,
                 pipe.endpoint(), pipe.timeout(), new byte[size]);
+    }
+
+    /** Reads until size bytes are there, which may come in several pieces; an empty one ends it. */
+    Transfer readAll(Pipe pipe, int size) {
+        ByteArrayOutputStream data = new ByteArrayOutputStream(size);
+        long nanos = 0;
+        Transfer piece;
+        do {
+            piece = read(pipe, size - data.size());
+            data.writeBytes(piece.data());
+            nanos += piece.nanos();
+        } while (piece.data().length > 0 && data.size() < size);
+        return new Transfer(data.toByteArray(), nanos);
+    }
+
+    void reset() {
+        UsbFailure.check("reset " + info.label(), usb.usbResetDevice(list, info.index()));
+    }
+
+    void resetEndpoint(int endpoint) {
+        UsbFailure.check(String.format("reset endpoint 0x%02X of %s", endpoint, info.label()),
+                usb.usbResetPipe(list, info.index(), endpoint));
     }
 
     /** Has a HID device's input reports read in the size given; the library starts to when it opens the device. */

@@ -4,6 +4,8 @@ import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import java.io.IOException;
 import picocli.CommandLine;
 import picocli.CommandLine.Command;
+import picocli.CommandLine.Help;
+import picocli.CommandLine.Help.Ansi;
 import picocli.CommandLine.IVersionProvider;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ScopeType;
@@ -15,14 +17,16 @@ import picocli.CommandLine.ScopeType;
         versionProvider = OrvexUsb.Version.class,
         subcommands = {
             ListCommand.class, WatchCommand.class, DescribeCommand.class, EchoCommand.class, ReadCommand.class,
-            WriteCommand.class, HidCommand.class, ControlCommand.class, CodesCommand.class
+            WriteCommand.class, HidCommand.class, ControlCommand.class, BenchCommand.class, ResetCommand.class,
+            DoctorCommand.class, CodesCommand.class
         },
         synopsisSubcommandLabel = "COMMAND",
         footer = {
             "",
             "With --simulate[=SCENARIO] anywhere on the line the tool runs on a simulated bus, with the devices of the"
                     + " scenario file (or a few of its own) and without USB hardware.",
-            "ORVEXCOMM_DEBUG in the environment makes the library trace its work to standard error."
+            "ORVEXCOMM_DEBUG in the environment makes the library trace its work to standard error; NO_COLOR keeps"
+                    + " colours away from a terminal."
         },
         exitCodeListHeading = "%nExit status:%n",
         exitCodeList = {
@@ -62,6 +66,7 @@ final class OrvexUsb {
     static CommandLine commandLine() {
         CommandLine line = new CommandLine(new OrvexUsb());
         line.setUsageHelpAutoWidth(true);
+        line.setColorScheme(Help.defaultColorScheme(Terminal.hasColours() ? Ansi.ON : Ansi.OFF));
         line.setExecutionExceptionHandler((failure, command, parsed) -> {
             String cause = failure instanceof IOException ? "cannot read or write the file: " : "";
             command.getErr().println("orvex-usb: " + cause + failure.getMessage());
@@ -74,8 +79,13 @@ final class OrvexUsb {
     static final class Version implements IVersionProvider {
         @Override
         public String[] getVersion() {
+            return new String[] {"orvex-usb, library version " + ofLibrary()};
+        }
+
+        /** The first use of the library, which loads it. */
+        static String ofLibrary() {
             int library = new ORVEXCommUSBAccess().usbGetLibVersion();
-            return new String[] {String.format("orvex-usb, library version %d.%02d", library / 100, library % 100)};
+            return String.format("%d.%02d", library / 100, library % 100);
         }
     }
 }

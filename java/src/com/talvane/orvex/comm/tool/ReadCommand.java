@@ -1,17 +1,24 @@
 package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
+import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
 import java.io.IOException;
+import java.io.OutputStream;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.concurrent.Callable;
+import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** One read. */
+/** One read, or as many as a number of bytes takes. */
 @Command(
         name = "read",
-        description = "Reads once from a bulk or interrupt endpoint.")
+        description = "Reads from a bulk or interrupt endpoint: once, or into a file until it has so many bytes.")
 final class ReadCommand implements Callable<Integer> {
+    private static final int USUAL_SIZE = 512;
+
     @Mixin
     private DeviceOptions device;
 
@@ -29,19 +36,58 @@ final class ReadCommand implements Callable<Integer> {
     @Option(
             names = "--size",
             paramLabel = "N",
-            defaultValue = "512",
             converter = Numbers.Size.class,
-            description = "Greatest number of bytes (default: ${DEFAULT-VALUE}).")
-    private int size;
+            description = "Greatest number of bytes of a transfer (default: 512, with --to 65536).")
+    private Integer size;
 
-    @Mixin
-    private Output output;
+    @ArgGroup
+    private Target target = new Target();
+
+    private static final class Target {
+        @ArgGroup
+        private Output output = new Output();
+
+        @ArgGroup(exclusive = false, multiplicity = "1")
+        private WholeFile file;
+    }
+
+    private static final class WholeFile {
+        @Option(
+                names = "--to",
+                paramLabel = "FILE",
+                required = true,
+                description = "Read into this file until it has as many bytes as --bytes tells.")
+        private Path path;
+
+        @Option(
+                names = "--bytes",
+                paramLabel = "N",
+                required = true,
+                converter = Numbers.Count.class,
+                description = "How many bytes to read; needs --to.")
+        private int bytes;
+    }
 
     @Override
-    public Integer call() throws IOException {
+    public Integer call() throws IOException, InterruptedException {
+        Pipe pipe = new Pipe(endpoint, interrupt, device.timeout);
+        if (target.file != null) {
+            return readFile(pipe);
+        }
         try (Session session = device.session(); OpenDevice open = device.open(session)) {
-            output.show(open.read(new Pipe(endpoint, interrupt, device.timeout), size));
+            target.output.show(open.read(pipe, size == null ? USUAL_SIZE : size));
             return 0;
+        }
+    }
+
+    private int readFile(Pipe pipe) throws IOException, InterruptedException {
+        int piece = size == null ? LongTransfer.USUAL_PIECE : size;
+        try (OutputStream file = Files.newOutputStream(target.file.path)) {
+            return new LongTransfer(device, target.file.bytes, piece).run("Read", (open, at, most) -> {
+                Transfer got = open.read(pipe, most);
+                file.write(got.data());
+                return got;
+            });
         }
     }
 }

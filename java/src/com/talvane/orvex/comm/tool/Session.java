@@ -19,7 +19,7 @@ final class Session implements AutoCloseable {
     private final int list;
 
     Session(Collection<Integer> vendors) {
-        if (System.getenv(SIMULATED) != null) {
+        if (isSimulated()) {
             System.err.println("The USB bus is simulated. On real hardware: orvex-usb list (without --simulate).");
         }
         id = UsbFailure.check("open a session", usb.usbInitialize());
@@ -28,6 +28,11 @@ final class Session implements AutoCloseable {
             usb.usbRelease(id);
             throw new UsbFailure("list the devices", list);
         }
+    }
+
+    /** Whether the launcher was told to simulate the bus. */
+    static boolean isSimulated() {
+        return System.getenv(SIMULATED) != null;
     }
 
     /** The information line of each device. */

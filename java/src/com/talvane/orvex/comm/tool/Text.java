@@ -34,6 +34,16 @@ final class Text {
                 .toList();
     }
 
+    /** How long some bytes took. */
+    static String took(long bytes, long nanos) {
+        return String.format("%d bytes in %.3f ms", bytes, nanos / 1e6);
+    }
+
+    /** How many bytes that is in a second. */
+    static String rate(long bytes, long nanos) {
+        return String.format("%.0f bytes a second", bytes * 1e9 / Math.max(1, nanos));
+    }
+
     /** Sixteen bytes a line: offset, hexadecimal, ASCII. */
     static List<String> hexDump(byte[] data) {
         List<String> lines = new ArrayList<>();

@@ -3,16 +3,20 @@ package com.talvane.orvex.comm.tool;
 import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
 import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
 import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.channels.FileChannel;
+import java.nio.file.Path;
+import java.util.Arrays;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** One write. */
+/** One write, or as many as a file takes. */
 @Command(
         name = "write",
-        description = "Writes once to a bulk or interrupt endpoint.")
+        description = "Writes to a bulk or interrupt endpoint: some bytes at once, or a file piece by piece.")
 final class WriteCommand implements Callable<Integer> {
     @Mixin
     private DeviceOptions device;
@@ -29,13 +33,51 @@ final class WriteCommand implements Callable<Integer> {
     private boolean interrupt;
 
     @ArgGroup(multiplicity = "1")
-    private DataToSend content;
+    private Content content;
+
+    private static final class Content {
+        @ArgGroup(multiplicity = "1")
+        private DataToSend once;
+
+        @ArgGroup(exclusive = false, multiplicity = "1")
+        private WholeFile file;
+    }
+
+    private static final class WholeFile {
+        @Option(
+                names = "--file",
+                paramLabel = "FILE",
+                required = true,
+                description = "Write all of this file, however long it is.")
+        private Path path;
+
+        @Option(
+                names = "--size",
+                paramLabel = "N",
+                converter = Numbers.Size.class,
+                description = "Bytes of it in one transfer (default: 65536); needs --file.")
+        private int piece = LongTransfer.USUAL_PIECE;
+    }
 
     @Override
-    public Integer call() throws IOException {
-        byte[] data = content.bytes();
+    public Integer call() throws IOException, InterruptedException {
+        Pipe pipe = new Pipe(endpoint, interrupt, device.timeout);
+        if (content.file != null) {
+            return writeFile(pipe);
+        }
+        byte[] data = content.once.bytes();
         try (Session session = device.session(); OpenDevice open = device.open(session)) {
-            return tell(open.write(new Pipe(endpoint, interrupt, device.timeout), data), data.length);
+            return tell(open.write(pipe, data), data.length);
+        }
+    }
+
+    private int writeFile(Pipe pipe) throws IOException, InterruptedException {
+        try (FileChannel file = FileChannel.open(content.file.path)) {
+            return new LongTransfer(device, file.size(), content.file.piece).run("Wrote", (open, at, size) -> {
+                ByteBuffer bytes = ByteBuffer.allocate(size);
+                int read = file.read(bytes, at);
+                return open.write(pipe, Arrays.copyOf(bytes.array(), Math.max(0, read)));
+            });
         }
     }
 

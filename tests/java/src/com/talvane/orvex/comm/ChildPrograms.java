@@ -1,5 +1,6 @@
 package com.talvane.orvex.comm;
 
+import com.talvane.orvex.comm.tool.ToolRun;
 import java.net.URL;
 import java.net.URLClassLoader;
 import java.util.concurrent.TimeUnit;
@@ -89,7 +90,7 @@ final class ChildPrograms {
         return device;
     }
 
-    /** Opens the device that the list could not open. */
+    /** Opens the device that the list could not open, and asks the tool why. */
     private static void openUnopenable(ORVEXCommUSBAccess usb) {
         usb.usbInitialize();
         int list = usb.usbCreateDeviceList2(0, VENDORS);
@@ -100,6 +101,7 @@ final class ChildPrograms {
         say("open", device.open());
         usb.usbReleaseDeviceList(list);
         usb.usbRelease(0);
+        System.out.print(ToolRun.of(new byte[0], "doctor").out());
     }
 
     /** Ends while a read waits at the device. */

@@ -108,7 +108,8 @@ final class ChildVm {
         builder.environment().keySet().removeAll(List.of("LD_LIBRARY_PATH", "DYLD_LIBRARY_PATH", "SIMBUS_SCENARIO"));
         withEnvironment("JAVA_HOME", System.getProperty("java.home"));
         Path library = Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY));
-        List<String> command = new ArrayList<>(List.of(library.resolveSibling("orvex-usb").toString()));
+        List<String> command = new ArrayList<>(prefix);
+        command.add(library.resolveSibling("orvex-usb").toString());
         command.addAll(List.of(arguments));
         return run(command);
     }

@@ -1,6 +1,8 @@
 package com.talvane.orvex.comm;
 
+import static java.nio.charset.StandardCharsets.ISO_8859_1;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.BufferedReader;
@@ -73,6 +75,60 @@ class ToolProcessTest extends UsbTest {
         assertEquals(2, missing.status());
         assertTrue(missing.err().startsWith("orvex-usb: --simulate needs "), missing.err());
         assertEquals("", missing.out());
+    }
+
+    @Test
+    @Tag("memory")
+    @Tag("linux")
+    void theLauncherTellsTheToolWhatIsATerminal() throws Exception {
+        ChildVm onTerminal = child().withoutEnvironment("NO_COLOR").withEnvironment("TERM", "xterm")
+                .under("sh", "-c", "exec script -qec \"$*\" /dev/null", "sh");
+        ChildVm.Outcome coloured = onTerminal.runLauncher("--simulate", "doctor");
+        assertTrue(coloured.out().contains("\u001B[32mok   \u001B[0m  native library"), coloured.out());
+        ChildVm.Outcome plain = onTerminal.withEnvironment("NO_COLOR", "1").runLauncher("--simulate", "doctor");
+        assertTrue(plain.out().contains("ok     native library"), plain.out());
+        assertFalse(plain.out().contains("\u001B"), plain.out());
+        assertEquals("ok     native library, version 3.47",
+                child().runLauncher("--simulate", "doctor").out().lines().findFirst().orElse(""));
+    }
+
+    /** The system's own words differ from release to release, so they are not made up here. */
+    @ParameterizedTest(name = "{0}")
+    @Tag("memory")
+    @Tag("linux")
+    @CsvSource({
+        "libusb-1.0.so.0, libusb-1.0 is missing, sudo apt-get install libusb-1.0-0",
+        "libhidapi-hidraw.so.0, hidapi is missing, sudo apt-get install libhidapi-hidraw0"
+    })
+    void theDoctorTellsWhyTheLibraryCannotBeLoaded(String needed, String missing, String remedy) throws Exception {
+        byte[] library = Files.readAllBytes(Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY)));
+        String changed = new String(library, ISO_8859_1).replace(needed, needed.replace(".so.0", ".so.9"));
+        Path file = Files.write(folder.resolve("lib.so"), changed.getBytes(ISO_8859_1));
+        ChildVm.Outcome tool = child().without(NativeLibrary.PATH_PROPERTY)
+                .with("-D" + NativeLibrary.PATH_PROPERTY + "=" + file).runTool("doctor");
+        assertEquals(1, tool.status(), tool.err());
+        String told = "wrong  the native library cannot be loaded: " + missing + "\n         " + remedy + "\n";
+        assertTrue(tool.out().startsWith(told), tool.out());
+    }
+
+    @Test
+    @Tag("memory")
+    void aSignalEndsALongTransferAndTheDeviceIsClosed() throws Exception {
+        Path err = folder.resolve("err");
+        Path file = folder.resolve("long");
+        Process read = child().withEnvironment("ORVEXCOMM_DEBUG", "1").startTool(err, "read", "--serial", "BENCH00001",
+                "--in", "0x83", "--size", "64", "--bytes", "2000000000", "--to", file.toString());
+        try {
+            await("some bytes were read", () -> file.toFile().length() > 0);
+            read.destroy();
+            assertEquals(128 + 15, statusOf(read));
+        } finally {
+            read.destroyForcibly();
+        }
+        String trace = Files.readString(err);
+        assertTrue(trace.contains("[LibUSB_CloseDevice]"), trace);
+        assertTrue(trace.contains("[LibUSB_Release] exit: 0"), trace);
+        assertTrue(trace.contains("orvex-usb: it ended after "), trace);
     }
 
     @Test

@@ -5,10 +5,13 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.google.gson.JsonElement;
+import com.google.gson.JsonObject;
+import com.google.gson.JsonParser;
 import com.talvane.orvex.comm.tool.ToolRun;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import org.junit.jupiter.api.BeforeEach;
+import java.util.List;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -16,34 +19,9 @@ import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 
 /** The commands of the tool, as a user types them, on the devices of the scenario. */
-class ToolTest extends UsbTest {
+class ToolTest extends ToolFixture {
     @TempDir
     private Path folder;
-
-    @BeforeEach
-    void waitForTheHost() {
-        openSession();
-        usb.usbRelease(0);
-    }
-
-    private ToolRun run(String line) {
-        return ToolRun.of(new byte[0], line.split(" "));
-    }
-
-    private ToolRun good(String line) {
-        ToolRun run = run(line);
-        assertEquals(0, run.status(), run.err());
-        assertEquals(-116, usb.usbRelease(0), "the session was left open");
-        return run;
-    }
-
-    private void assertFails(String line, String text) {
-        ToolRun run = run(line);
-        assertEquals(1, run.status(), run.err());
-        assertTrue(run.err().startsWith("orvex-usb: "), run.err());
-        assertTrue(run.err().contains(text), run.err());
-        assertEquals(-116, usb.usbRelease(0), "the session was left open");
-    }
 
     @Test
     void listShowsATableOfBothVendors() {
@@ -72,6 +50,23 @@ class ToolTest extends UsbTest {
                 good("list --raw -V 0x1209").out());
         assertEquals("No devices found.\n", good("list -V 0xFFF0").out());
         assertEquals(3, good("list --raw -V 0x1209 -V 27228").out().lines().count());
+    }
+
+    @Test
+    void listIsShownAsJson() {
+        String json = good("list --json").out();
+        List<JsonObject> devices = JsonParser.parseString(json).getAsJsonArray().asList().stream()
+                .map(JsonElement::getAsJsonObject)
+                .toList();
+        assertEquals(4, devices.size(), json);
+        JsonObject port = devices.stream().filter(d -> d.get("serial").getAsString().equals("COMP0003_01"))
+                .findFirst().orElseThrow(() -> new AssertionError(json));
+        JsonObject expected = JsonParser.parseString("{'present': true, 'vendorId': 27229, 'productId': 8193,"
+                + "'release': 256, 'manufacturer': 'Talvane', 'product': 'Data Port', 'serial': 'COMP0003_01',"
+                + "'kind': 'pipes', 'family': 'interface', 'interfaceNumber': 1}").getAsJsonObject();
+        expected.add("index", port.get("index"));
+        assertEquals(expected, port);
+        assertEquals("[]\n", good("list --json -V 0xFFF0").out());
     }
 
     @ParameterizedTest
@@ -166,7 +161,7 @@ class ToolTest extends UsbTest {
         assertEquals(1, good(sixteen + "0x1209").out().lines().count());
         for (String line : new String[] {sixteen + "16,0x1209", sixteen.replace("list --raw", "watch") + "16 -V 17",
             sixteen.replace("list --raw", "echo --index 0") + "16,17"}) {
-            wrongUseIsTold(line);
+            assertWrongUse(line);
         }
     }
 
@@ -183,12 +178,11 @@ class ToolTest extends UsbTest {
         "control --index 0 --request-type 0x40 --request 1 --length 1",
         "control --index 0 --request-type 0x40 --request 1 --length 1 --data 01",
         "control --index 0 --request-type 0x40 --request 1 --value 0x10000",
-        "write --index 0 --data 123", "write --index 0 --data 01 --input -", "read --index 0 --in 256"
+        "list --raw --json", "write --index 0 --data 123", "write --index 0 --data 01 --input -",
+        "read --index 0 --in 256"
     })
     void wrongUseIsTold(String line) {
-        ToolRun run = run(line);
-        assertEquals(2, run.status(), run.err());
-        assertTrue(run.err().contains("Usage: orvex-usb"), run.err());
+        assertWrongUse(line);
     }
 
     @Test
@@ -285,8 +279,8 @@ class ToolTest extends UsbTest {
     void versionAndHelpAreTold() {
         assertEquals("orvex-usb, library version 3.47\n", good("--version").out());
         String help = good("--help").out();
-        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "hid", "control", "codes",
-            "Exit status:", "--simulate"}) {
+        for (String part : new String[] {"list", "watch", "describe", "echo", "read", "write", "hid", "control",
+            "bench", "reset", "doctor", "codes", "Exit status:", "--simulate"}) {
             assertTrue(help.contains(part), help);
         }
         assertTrue(good("echo --help").out().contains("--serial"));

@@ -1,0 +1,182 @@
+package com.talvane.orvex.comm.tool;
+
+import com.talvane.orvex.comm.access.UsbDeviceInfo;
+import com.talvane.orvex.comm.tool.KernelDevice.Interface;
+import java.util.ArrayList;
+import java.util.Collection;
+import java.util.List;
+import java.util.Optional;
+import java.util.stream.Collectors;
+
+/**
+ * Holds what the library lists against what Linux shows: what does not fit is why a device cannot be used. No device is
+ * opened or claimed for it.
+ */
+final class Doctor {
+    /** The driver of an interface that a program has claimed. */
+    private static final String PROGRAM = "usbfs";
+
+    private final Host host;
+    private final Collection<Integer> vendors;
+    /** Empty when the library could not say. */
+    private final Optional<List<DeviceInfo>> listed;
+    private final List<Finding> findings = new ArrayList<>();
+
+    Doctor(Host host, Collection<Integer> vendors, Optional<List<DeviceInfo>> listed) {
+        this.host = host;
+        this.vendors = vendors;
+        this.listed = listed;
+    }
+
+    List<Finding> findings() {
+        if (host.hasSysfs()) {
+            lookAtTheBus();
+        } else if (entries().isEmpty()) {
+            findings.add(Finding.bad("no device of the vendors " + vendorIds() + " is listed", plugIn()));
+        } else {
+            entries().stream().filter(entry -> entry.line().isUnopenable()).forEach(this::tellUnopenable);
+        }
+        entries().stream().filter(entry -> entry.line().kind() == UsbDeviceInfo.Kind.UNSUPPORTED)
+                .forEach(this::tellUnsupported);
+        return findings;
+    }
+
+    private void lookAtTheBus() {
+        if (!host.hasUsb()) {
+            findings.add(Finding.bad("this machine has no USB bus: there is no " + host.root().resolve("sys/bus/usb"),
+                    "a virtual machine or a container has to be given the USB devices of its host"));
+            return;
+        }
+        List<KernelDevice> all = host.devices();
+        List<KernelDevice> ours = all.stream().filter(device -> vendors.contains(device.vendorId())).toList();
+        String count = String.format("of the %d devices on the bus %d are of the vendors %s", all.size(), ours.size(),
+                vendorIds());
+        findings.add(ours.isEmpty() ? Finding.bad(count, plugIn()) : Finding.good(count));
+        for (KernelDevice device : ours) {
+            lookAt(device, ours);
+        }
+    }
+
+    private void lookAt(KernelDevice device, List<KernelDevice> ours) {
+        if (!device.isAuthorized()) {
+            findings.add(Finding.bad(device.label() + ": the kernel was told not to use it",
+                    "echo 1 | sudo tee " + device.folder().resolve("authorized")));
+            return;
+        }
+        if (listed.isPresent() && !isListed(device, ours)) {
+            findings.add(Finding.bad(device.label() + ": on the bus, but the library does not list it",
+                    "pull it and plug it in again; if that does not help, this tells more:",
+                    "    ORVEXCOMM_DEBUG=1 orvex-usb list"));
+        }
+        lookAtNode(device);
+        int before = findings.size();
+        device.interfaces().forEach(each -> lookAt(each, device));
+        if (findings.stream().skip(before).allMatch(Finding::isGood)) {
+            findings.add(Finding.good(device.label() + ": no other driver and no other program holds it"));
+        }
+    }
+
+    /** Texts may look different to the kernel; then it is the number of devices with the same ids that counts. */
+    private boolean isListed(KernelDevice device, List<KernelDevice> ours) {
+        long same = ours.stream()
+                .filter(other -> other.vendorId() == device.vendorId() && other.productId() == device.productId())
+                .count();
+        long entries = entries().stream().map(DeviceInfo::line)
+                .filter(line -> line.family() != UsbDeviceInfo.Family.INTERFACE && hasIds(line, device))
+                .count();
+        return !linesOf(device).isEmpty() || entries >= same;
+    }
+
+    private void lookAtNode(KernelDevice device) {
+        if (!host.exists(device.node())) {
+            findings.add(Finding.bad(device.label() + ": there is no node " + device.node(), "have udev make it:",
+                    "    sudo udevadm trigger --subsystem-match=usb"));
+        } else if (!host.isUsable().test(device.node())) {
+            findings.add(Finding.bad(device.label() + ": no permission to use " + device.node(),
+                    UdevRules.remedy(UdevRules.usb(device.vendorId()), "usb")));
+        } else {
+            findings.add(Finding.good(device.label() + ": " + device.node() + " can be used"));
+        }
+    }
+
+    private void lookAt(Interface each, KernelDevice device) {
+        if (each.isHid() && isDrivenAsHid(device)) {
+            lookAtHid(each, device);
+        } else if (isDriven(each, device) && !each.driver().isEmpty()) {
+            findings.add(heldBy(each, device));
+        }
+    }
+
+    private boolean isDrivenAsHid(KernelDevice device) {
+        List<UsbDeviceInfo> lines = linesOf(device);
+        return lines.isEmpty() || lines.stream().anyMatch(line -> line.isHid() || line.isUnopenable());
+    }
+
+    /** Whether the library would claim the interface; all of them when it is not known. */
+    private boolean isDriven(Interface each, KernelDevice device) {
+        List<UsbDeviceInfo> lines = linesOf(device);
+        return lines.isEmpty() || lines.stream().anyMatch(line -> line.isUnopenable()
+                || line.kind() == UsbDeviceInfo.Kind.PIPES && line.interfaceNumber() == each.number());
+    }
+
+    private void lookAtHid(Interface each, KernelDevice device) {
+        if (each.hidNodes().isEmpty()) {
+            findings.add(Finding.bad(device.label() + ": no HID driver has interface " + each.number(),
+                    "echo -n " + each.name() + " | sudo tee /sys/bus/usb/drivers/usbhid/bind"));
+        }
+        each.hidNodes().forEach(node -> findings.add(host.isUsable().test(node)
+                ? Finding.good(device.label() + ": " + node + " can be used")
+                : Finding.bad(device.label() + ": no permission to use " + node,
+                        UdevRules.remedy(UdevRules.hid(device.vendorId()), "hidraw"))));
+    }
+
+    private Finding heldBy(Interface each, KernelDevice device) {
+        String what = device.label() + ": interface " + each.number() + " is held by ";
+        if (!each.driver().equals(PROGRAM)) {
+            return Finding.bad(what + "the kernel driver " + each.driver(),
+                    "echo -n " + each.name() + " | sudo tee /sys/bus/usb/drivers/" + each.driver() + "/unbind");
+        }
+        List<String> holders = host.holders(device.node());
+        return holders.isEmpty()
+                ? Finding.bad(what + "another program", "sudo orvex-usb doctor    tells which one")
+                : Finding.bad(what + String.join(", ", holders), "end that program, or have it close the device");
+    }
+
+    private void tellUnopenable(DeviceInfo entry) {
+        findings.add(Finding.bad(Text.printable(entry.line().manufacturer()) + ": could not be opened",
+                "end the program that uses it; pull it and plug it in again"));
+    }
+
+    private void tellUnsupported(DeviceInfo entry) {
+        findings.add(Finding.bad(
+                String.format("%s (%04X:%04X): its class is one that the library does not drive", entry.label(),
+                        entry.line().vendorId(), entry.line().productId()),
+                "it is left to the system's driver; this shows its class:",
+                "    orvex-usb describe --vendor " + vendorIds() + " --index " + entry.index()));
+    }
+
+    /** The lines that are surely or probably those of a device. */
+    private List<UsbDeviceInfo> linesOf(KernelDevice device) {
+        return entries().stream().map(DeviceInfo::line)
+                .filter(line -> hasIds(line, device))
+                .filter(line -> line.isUnopenable() || device.serial().isEmpty()
+                        || line.serial().equals(device.serial()) || line.serial().startsWith(device.serial() + "_"))
+                .toList();
+    }
+
+    private static boolean hasIds(UsbDeviceInfo line, KernelDevice device) {
+        return line.vendorId() == device.vendorId() && line.productId() == device.productId();
+    }
+
+    private List<DeviceInfo> entries() {
+        return listed.orElse(List.of());
+    }
+
+    private String vendorIds() {
+        return vendors.stream().map(id -> String.format("0x%04X", id)).collect(Collectors.joining(","));
+    }
+
+    private static String plugIn() {
+        return "plug one in; if it is, another cable or port may help, or its vendor id is another one: see --vendor";
+    }
+}

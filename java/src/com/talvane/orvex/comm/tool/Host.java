@@ -1,0 +1,86 @@
+package com.talvane.orvex.comm.tool;
+
+import java.io.IOException;
+import java.io.UncheckedIOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.List;
+import java.util.Optional;
+import java.util.function.Predicate;
+import java.util.stream.Stream;
+
+/**
+ * What Linux itself shows of USB: devices in sysfs, their nodes, and the processes that have these open. Other systems
+ * have none of these folders.
+ *
+ * @param root     the folder that has {@code sys}, {@code dev} and {@code proc} in it
+ * @param isUsable whether this process may read and write a node
+ */
+record Host(Path root, Predicate<Path> isUsable) {
+    /** System property: another root, to look at what was copied from another machine. */
+    static final String PROPERTY = "orvex.usb.root";
+
+    Host(Path root) {
+        this(root, node -> Files.isReadable(node) && Files.isWritable(node));
+    }
+
+    static Host here() {
+        return new Host(Path.of(System.getProperty(PROPERTY, "/")));
+    }
+
+    /** Whether the system has a sysfs, be it with a USB bus or without. */
+    boolean hasSysfs() {
+        return Files.isDirectory(root.resolve("sys/bus"));
+    }
+
+    boolean hasUsb() {
+        return Files.isDirectory(root.resolve("sys/bus/usb"));
+    }
+
+    boolean exists(Path node) {
+        return Files.exists(node);
+    }
+
+    /** The devices on the bus. */
+    List<KernelDevice> devices() {
+        return children(root.resolve("sys/bus/usb/devices")).stream()
+                .map(folder -> KernelDevice.read(folder, root.resolve("dev")))
+                .flatMap(Optional::stream)
+                .toList();
+    }
+
+    /** The processes that have a node open, as far as this one may know. */
+    List<String> holders(Path node) {
+        return children(root.resolve("proc")).stream()
+                .filter(process -> process.getFileName().toString().matches("\\d+"))
+                .filter(process -> children(process.resolve("fd")).stream().anyMatch(fd -> leadsTo(fd, node)))
+                .map(process -> "process " + process.getFileName() + " (" + text(process.resolve("comm")) + ")")
+                .toList();
+    }
+
+    private static boolean leadsTo(Path link, Path node) {
+        try {
+            return Files.readSymbolicLink(link).equals(node);
+        } catch (IOException | UnsupportedOperationException e) {
+            return false; // closed meanwhile
+        }
+    }
+
+    /** What a folder has in it, in the order of the names; nothing when it cannot be read or is none. */
+    static List<Path> children(Path folder) {
+        try (Stream<Path> paths = Files.list(folder)) {
+            return paths.sorted().toList();
+        } catch (IOException | UncheckedIOException e) {
+            return List.of();
+        }
+    }
+
+    /** The one line of a file, empty when it cannot be read. */
+    static String text(Path file) {
+        try {
+            return Text.printable(Files.readString(file).strip());
+        } catch (IOException e) {
+            return "";
+        }
+    }
+}

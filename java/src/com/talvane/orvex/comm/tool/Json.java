@@ -1,0 +1,36 @@
+package com.talvane.orvex.comm.tool;
+
+import java.util.Map;
+import java.util.stream.Collectors;
+
+/**
+ * JSON as the tool writes it: objects of numbers, truth values and texts. Nothing but printable ASCII comes out, so a
+ * device's texts arrive whole in any character set and cannot steer a terminal.
+ */
+final class Json {
+    private Json() {
+    }
+
+    /** An object with these fields, on one line. */
+    static String object(Map<String, ?> fields) {
+        return fields.entrySet().stream()
+                .map(field -> text(field.getKey()) + ": " + value(field.getValue()))
+                .collect(Collectors.joining(", ", "{", "}"));
+    }
+
+    private static String value(Object value) {
+        return value instanceof Number || value instanceof Boolean ? value.toString() : text(value.toString());
+    }
+
+    private static String text(String text) {
+        StringBuilder quoted = new StringBuilder("\"");
+        for (char c : text.toCharArray()) {
+            if (c < ' ' || c > '~' || c == '"' || c == '\\') {
+                quoted.append(String.format("\\u%04x", (int) c));
+            } else {
+                quoted.append(c);
+            }
+        }
+        return quoted.append('"').toString();
+    }
+}

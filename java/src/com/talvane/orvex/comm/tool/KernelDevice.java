@@ -1,0 +1,86 @@
+package com.talvane.orvex.comm.tool;
+
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.List;
+import java.util.Optional;
+
+/**
+ * A USB device as sysfs shows it.
+ *
+ * @param folder       where it does
+ * @param vendorId     idVendor
+ * @param productId    idProduct
+ * @param serial       empty when it has none
+ * @param isAuthorized whether the kernel uses it at all
+ * @param node         the file through which programs reach it
+ * @param interfaces   those of its configuration
+ */
+record KernelDevice(
+        Path folder,
+        int vendorId,
+        int productId,
+        String serial,
+        boolean isAuthorized,
+        Path node,
+        List<Interface> interfaces) {
+
+    /**
+     * An interface.
+     *
+     * @param name     its folder in sysfs, by which drivers know it
+     * @param number   bInterfaceNumber
+     * @param isHid    whether its class is HID
+     * @param driver   who has it, empty when nobody does; {@code usbfs} stands for a program
+     * @param hidNodes the files through which programs reach its reports
+     */
+    record Interface(String name, int number, boolean isHid, String driver, List<Path> hidNodes) {
+        private static Interface read(Path folder, Path dev) {
+            List<Path> hidNodes = Host.children(folder).stream()
+                    .flatMap(child -> Host.children(child.resolve("hidraw")).stream())
+                    .map(hidraw -> dev.resolve(hidraw.getFileName().toString()))
+                    .toList();
+            return new Interface(folder.getFileName().toString(),
+                    Integer.parseInt(Host.text(folder.resolve("bInterfaceNumber")), 16),
+                    Host.text(folder.resolve("bInterfaceClass")).equals("03"), driver(folder), hidNodes);
+        }
+
+        private static String driver(Path folder) {
+            try {
+                return Files.readSymbolicLink(folder.resolve("driver")).getFileName().toString();
+            } catch (IOException e) {
+                return "";
+            }
+        }
+    }
+
+    /** Reads a folder of sysfs; empty when it is not that of a device, or the device leaves. */
+    static Optional<KernelDevice> read(Path folder, Path dev) {
+        if (!Files.exists(folder.resolve("idVendor"))) {
+            return Optional.empty();
+        }
+        try {
+            Path node = dev.resolve(String.format("bus/usb/%03d/%03d",
+                    Integer.parseInt(Host.text(folder.resolve("busnum"))),
+                    Integer.parseInt(Host.text(folder.resolve("devnum")))));
+            List<Interface> interfaces = Host.children(folder).stream()
+                    .filter(child -> Files.exists(child.resolve("bInterfaceNumber")))
+                    .map(child -> Interface.read(child, dev))
+                    .toList();
+            return Optional.of(new KernelDevice(folder,
+                    Integer.parseInt(Host.text(folder.resolve("idVendor")), 16),
+                    Integer.parseInt(Host.text(folder.resolve("idProduct")), 16),
+                    Host.text(folder.resolve("serial")),
+                    !Host.text(folder.resolve("authorized")).equals("0"), node, interfaces));
+        } catch (NumberFormatException e) {
+            return Optional.empty();
+        }
+    }
+
+    /** For messages. */
+    String label() {
+        return String.format("%s (%04X:%04X)", serial.isEmpty() ? "device " + folder.getFileName() : serial, vendorId,
+                productId);
+    }
+}

@@ -1,0 +1,43 @@
+package com.talvane.orvex.comm.tool;
+
+import java.util.Arrays;
+import java.util.Random;
+
+/** Durations in nanoseconds. Of very many a random choice is kept, so that a run of hours needs no more memory. */
+final class Latencies {
+    private static final int MOST_KEPT = 1 << 20;
+
+    private final Random random = new Random();
+    private long[] kept = new long[1 << 10];
+    private long count;
+    private long max;
+
+    void add(long nanos) {
+        max = Math.max(max, nanos);
+        long place = count < MOST_KEPT ? count : (long) (random.nextDouble() * (count + 1));
+        count++;
+        if (place >= MOST_KEPT) {
+            return;
+        }
+        if (place == kept.length) {
+            kept = Arrays.copyOf(kept, 2 * kept.length);
+        }
+        kept[(int) place] = nanos;
+    }
+
+    long count() {
+        return count;
+    }
+
+    /** Such as "median 0.010 ms, p99 0.020 ms, max 0.100 ms". */
+    @Override
+    public String toString() {
+        long[] sorted = Arrays.copyOf(kept, (int) Math.min(count, MOST_KEPT));
+        Arrays.sort(sorted);
+        return String.format("median %.3f ms, p99 %.3f ms, max %.3f ms", at(sorted, 0.5), at(sorted, 0.99), max / 1e6);
+    }
+
+    private static double at(long[] sorted, double share) {
+        return sorted.length == 0 ? 0 : sorted[(int) Math.ceil(share * sorted.length) - 1] / 1e6;
+    }
+}

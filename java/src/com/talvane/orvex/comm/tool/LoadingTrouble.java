@@ -1,0 +1,42 @@
+package com.talvane.orvex.comm.tool;
+
+import java.util.List;
+import java.util.regex.Pattern;
+
+/** Why the native library could not be loaded, told from what the system's loader said. */
+final class LoadingTrouble {
+    private static final String PROCESSOR = "it is built for another processor than this Java, "
+            + System.getProperty("os.arch");
+
+    /** What the loader says, what that means, and what helps. */
+    private record Cause(Pattern said, String meaning, String remedy) {
+        Cause(String said, String meaning, String remedy) {
+            this(Pattern.compile(said), meaning, remedy);
+        }
+    }
+
+    /** The first that fits counts: a file for another processor may be said to be missing as well. */
+    private static final List<Cause> CAUSES = List.of(
+            new Cause("wrong ELF class|incompatible architecture|Possible cause: can't load", PROCESSOR,
+                    "take the library for this processor, or a Java for that of the library"),
+            new Cause("META-INF/native/\\S+ is not in the jar",
+                    "the jar has no library for this processor and system, " + System.getProperty("os.arch"),
+                    "take a jar that was built for them, or start Java with -Dorvex.usb.library=FILE"),
+            new Cause("libusb-1\\.0\\S*: cannot open shared object", "libusb-1.0 is missing",
+                    "sudo apt-get install libusb-1.0-0"),
+            new Cause("libhidapi\\S*: cannot open shared object", "hidapi is missing",
+                    "sudo apt-get install libhidapi-hidraw0"),
+            new Cause("Library not loaded: \\S*libusb", "libusb-1.0 is missing", "brew install libusb"));
+
+    private LoadingTrouble() {
+    }
+
+    static Finding of(UnsatisfiedLinkError failure) {
+        String said = String.valueOf(failure.getMessage());
+        return CAUSES.stream()
+                .filter(cause -> cause.said.matcher(said).find())
+                .findFirst()
+                .map(cause -> Finding.bad("the native library cannot be loaded: " + cause.meaning, cause.remedy))
+                .orElseGet(() -> Finding.bad("the native library cannot be loaded", said.lines().toList()));
+    }
+}

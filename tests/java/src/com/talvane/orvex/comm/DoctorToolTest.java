@@ -1,0 +1,78 @@
+package com.talvane.orvex.comm;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.talvane.orvex.comm.tool.FakeHost;
+import com.talvane.orvex.comm.tool.ToolRun;
+import java.nio.file.Path;
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** The doctor as a command: what the library lists, on a machine of the test's own making. */
+class DoctorToolTest extends ToolFixture {
+    private static final String ROOT = "orvex.usb.root";
+
+    @TempDir
+    private Path folder;
+    private FakeHost machine;
+
+    @BeforeEach
+    void makeMachine() throws Exception {
+        machine = new FakeHost(folder);
+        System.setProperty(ROOT, folder.toString());
+    }
+
+    @AfterEach
+    void leaveMachine() {
+        System.clearProperty(ROOT);
+    }
+
+    private String wrong(String line, String text) {
+        ToolRun run = run(line);
+        assertEquals(1, run.status(), run.err());
+        assertTrue(run.out().contains("\nwrong  " + text), run.out());
+        assertEquals(-116, usb.usbRelease(0), "the session was left open");
+        return run.out();
+    }
+
+    @Test
+    void aMachineInOrderIsToldToBe() throws Exception {
+        machine.device(1, 0x1001, "BENCH00001");
+        machine.device(2, 0x1002, "PAIR0002");
+        String out = good("doctor -V 0x6A5C").out();
+        assertTrue(out.startsWith("ok     native library, version 3.47\n"
+                + "ok     the library lists 2 devices and parts of devices\n"
+                + "ok     of the 2 devices on the bus 2 are of the vendors 0x6A5C\n"), out);
+        assertTrue(out.lines().allMatch(line -> line.startsWith("ok     ")), out);
+    }
+
+    @Test
+    void whatIsWrongIsToldWithWhatMendsIt() throws Exception {
+        String out = wrong("doctor", "this machine has no USB bus: ");
+        assertTrue(out.endsWith("\n         a virtual machine or a container has to be given the USB devices of its"
+                + " host\n"), out);
+        machine.device(1, 0x1009, "MISSING1");
+        wrong("doctor", "MISSING1 (6A5C:1009): on the bus, but the library does not list it\n");
+    }
+
+    @Test
+    void anUnsupportedDeviceIsTold() {
+        bus.plug("modem");
+        openSession();
+        usb.usbRelease(0);
+        wrong("doctor", "MODEM006 (6A5C:1003): its class is one that the library does not drive\n");
+    }
+
+    @Test
+    @Tag("memory")
+    void aLibraryThatCannotListIsTold() {
+        bus.failNext("libusb_init", -99);
+        ToolRun run = run("doctor");
+        assertEquals(1, run.status(), run.err());
+        assertTrue(run.out().contains("\nwrong  the library cannot list the devices: open a session: "), run.out());
+    }
+}

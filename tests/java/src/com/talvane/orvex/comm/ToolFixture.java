@@ -1,0 +1,41 @@
+package com.talvane.orvex.comm;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.talvane.orvex.comm.tool.ToolRun;
+import org.junit.jupiter.api.BeforeEach;
+
+/** A test of the tool's commands on a bus. The session is theirs: a command that leaves it open fails. */
+abstract class ToolFixture extends UsbTest {
+    @BeforeEach
+    void waitForTheHost() {
+        openSession();
+        usb.usbRelease(0);
+    }
+
+    final ToolRun run(String line) {
+        return ToolRun.of(new byte[0], line.split(" "));
+    }
+
+    final ToolRun good(String line) {
+        ToolRun run = run(line);
+        assertEquals(0, run.status(), run.err());
+        assertEquals(-116, usb.usbRelease(0), "the session was left open");
+        return run;
+    }
+
+    final void assertFails(String line, String text) {
+        ToolRun run = run(line);
+        assertEquals(1, run.status(), run.err());
+        assertTrue(run.err().startsWith("orvex-usb: "), run.err());
+        assertTrue(run.err().contains(text), run.err());
+        assertEquals(-116, usb.usbRelease(0), "the session was left open");
+    }
+
+    final void assertWrongUse(String line) {
+        ToolRun run = run(line);
+        assertEquals(2, run.status(), run.err());
+        assertTrue(run.err().contains("Usage: orvex-usb"), run.err());
+    }
+}
