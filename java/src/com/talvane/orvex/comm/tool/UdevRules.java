@@ -20,7 +20,7 @@ final class UdevRules {
     /** What to do with a rule for devices of a subsystem. */
     static List<String> remedy(String rule, String subsystem) {
         return List.of(
-                "put this line into /etc/udev/rules.d/70-orvex-usb.rules",
+                "put this line into /etc/udev/rules.d/71-usb-tools.rules",
                 "(with MODE=\"0666\" in place of TAG+=\"uaccess\" for those who are not logged in at the machine):",
                 "    " + rule,
                 "and have it obeyed:",

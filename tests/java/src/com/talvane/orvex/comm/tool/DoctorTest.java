@@ -82,7 +82,7 @@ class DoctorTest {
         Finding wrong = wrong(findings("1:=6A5C:=1001:=0100:=<cannot_open>6A5C:1001:=?:=?:=x:=b:=0:=0:=end"));
         assertEquals(LABEL + "no permission to use " + node, wrong.text());
         assertEquals(List.of(
-                "put this line into /etc/udev/rules.d/70-orvex-usb.rules",
+                "put this line into /etc/udev/rules.d/71-usb-tools.rules",
                 "(with MODE=\"0666\" in place of TAG+=\"uaccess\" for those who are not logged in at the machine):",
                 "    SUBSYSTEM==\"usb\", ATTR{idVendor}==\"6a5c\", TAG+=\"uaccess\"",
                 "and have it obeyed:",
