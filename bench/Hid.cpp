@@ -1,9 +1,8 @@
 // What HID reports cost: plain hidapi and the library, each on devices of its own (scenario.json): HIDECHO1
-// and HIDECHO2 give back what they are sent, HIDSRC01 and HIDSRC02 send a report each millisecond and take
-// what they are sent.
+// and HIDECHO2 give back what they are sent, HIDSRC01 and HIDSRC02 send a report each millisecond, HIDSINK1
+// and HIDSINK2 take what they are sent.
 #include <hidapi/hidapi.h>
 
-#include <cwchar>
 #include <memory>
 #include <string>
 
@@ -21,13 +20,13 @@ constexpr int32_t kIn = 0x81;
 /// A HID device opened with hidapi and nothing else.
 class PlainHid {
  public:
-    explicit PlainHid(const wchar_t* serialNumber) {
+    explicit PlainHid(const std::string& serialNumber) {
+        const std::wstring wanted(serialNumber.begin(), serialNumber.end());
         hid_device_info* devices = hid_enumerate(kBenchVendor, 0);
         for (const hid_device_info* each = devices; each != nullptr && device_ == nullptr;
              each = each->next) {
-            const bool wanted =
-                each->serial_number != nullptr && std::wcscmp(each->serial_number, serialNumber) == 0;
-            device_ = wanted ? hid_open_path(each->path) : nullptr;
+            const bool found = each->serial_number != nullptr && wanted == each->serial_number;
+            device_ = found ? hid_open_path(each->path) : nullptr;
         }
         hid_free_enumeration(devices);
         demand(device_ != nullptr, "the HID device cannot be opened through hidapi");
@@ -85,11 +84,14 @@ void add(const char* name, Open open, Call call) {
     })->UseManualTime();
 }
 
+/// `open(serial number without its last digit)`.
 template <class Open>
 void addAll(const std::string& way, Open open) {
-    add(("hid_report_in/" + way).c_str(), [=] { return open(true); }, [](auto& hid) { return hid.read(); });
-    add(("hid_report_out/" + way).c_str(), [=] { return open(true); }, [](auto& hid) { return hid.write(); });
-    add(("hid_round_trip/" + way).c_str(), [=] { return open(false); },
+    add(("hid_report_in/" + way).c_str(), [=] { return open("HIDSRC0"); },
+        [](auto& hid) { return hid.read(); });
+    add(("hid_report_out/" + way).c_str(), [=] { return open("HIDSINK"); },
+        [](auto& hid) { return hid.write(); });
+    add(("hid_round_trip/" + way).c_str(), [=] { return open("HIDECHO"); },
         [](auto& hid) { return hid.write() && hid.read(); });
 }
 
@@ -98,10 +100,9 @@ void addAll(const std::string& way, Open open) {
 int main(int argc, char** argv) {
     demand(hid_init() == 0, "hidapi does not start");
     Library library;
-    addAll("hidapi",
-           [](bool source) { return std::make_unique<PlainHid>(source ? L"HIDSRC01" : L"HIDECHO1"); });
-    addAll("library", [&library](bool source) {
-        return std::make_unique<LibraryHid>(library, source ? "HIDSRC02" : "HIDECHO2");
+    addAll("hidapi", [](const std::string& serial) { return std::make_unique<PlainHid>(serial + "1"); });
+    addAll("library", [&library](const std::string& serial) {
+        return std::make_unique<LibraryHid>(library, (serial + "2").c_str());
     });
     return runBenchmarks(argc, argv);
 }

@@ -177,7 +177,7 @@ class Bench:
             name, *figures = line.split("\t")
             if len(figures) == len(FIGURES):
                 case, _, way = name.rpartition("/")
-                named = (case, way) if way and not way.isdigit() else (name, "java")
+                named = (case, way) if case and not way.isdigit() else (name, "java")
                 self.results.add(prefix + named[0], named[1], dict(zip(FIGURES, map(float, figures))))
 
     # The subjects: one round of each.
@@ -203,9 +203,10 @@ class Bench:
         # The only HID device there has nothing to say by itself.
         idle = self.bus.run([[BUILD / "tests/system/hididle", "5"]], ROOT / "sim/scenarios/demo.json")[0]
         for line in idle.splitlines():
-            what, _, percent = line.partition(": ")
-            share = float(percent.split()[0])
-            self.results.add(f"hid {what} (% of a core)", "library", {"median": share})
+            what, found, percent = line.partition(": ")
+            if found:
+                share = float(percent.split()[0])
+                self.results.add(f"hid {what} (% of a core)", "library", {"median": share})
 
     def log(self):
         command = self.native("transfers", "bulk_write/64/library")
@@ -218,7 +219,7 @@ class Bench:
     def tail_once(self):
         count = 100_000 if self.given.kernel else 1_000_000
         program = BUILD / "tests/system/roundtrips"
-        return self.bus.run([[program, count, threads] for threads in (1, 4)], ROOT / "tests/java/scenario.json")
+        return self.bus.run([[program, count, threads] for threads in (1, 4)], ROOT / "sim/scenarios/demo.json")
 
     def run(self):
         for number in range(1, self.given.rounds + 1):
