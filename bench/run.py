@@ -144,9 +144,8 @@ class Bench:
     # How the programs are started, and their output read.
 
     def native(self, program, subject=".*"):
-        repetitions = 1 if self.given.kernel else REPETITIONS
-        return [BUILD / f"bench/bench_{program}", f"--benchmark_min_time={self.given.seconds / repetitions}",
-                f"--benchmark_repetitions={repetitions}", "--benchmark_enable_random_interleaving=true",
+        return [BUILD / f"bench/bench_{program}", f"--benchmark_min_time={self.given.seconds / REPETITIONS}",
+                f"--benchmark_repetitions={REPETITIONS}", "--benchmark_enable_random_interleaving=true",
                 f"--benchmark_filter={subject}", "--benchmark_format=json"]  # fmt: skip
 
     def java(self, subject):
@@ -307,11 +306,11 @@ def plot(results, ways, path):
     script = [
         f"set terminal svg size 960,720 dynamic background rgb 'white'; set output '{path}'",
         "set logscale xy; set xlabel 'bytes'; set ylabel 'nanoseconds (median)'; set key left top; set grid",
-        "set format x '%.0f'; set format y '%.0f'; set multiplot layout 2,2",
+        "set format x '%.0s%c'; set format y '%.0s%c'; set xrange [32:2e6]; set multiplot layout 2,2",
     ]
     for block, kind in enumerate(KINDS):
         lines = ", ".join(
-            f"'{data}' index {block} using 1:{column} with linespoints title '{way}'"
+            f"'{data}' index {block} using 1:{column} with linespoints title '{way.replace('_', ' ')}'"
             for column, way in enumerate(ways, 2)
         )
         script.append(f"set title '{kind.replace('_', ' ')}'; plot {lines}")

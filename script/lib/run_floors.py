@@ -401,7 +401,8 @@ def system_selftest():
 
 def package(folder):
     """The Debian package, freshly made of the release build."""
-    demand(["script/package"], folder / "package-build.log", BUILD_DEADLINE)
+    with building:
+        demand(["script/package"], folder / "package-build.log", BUILD_DEADLINE)
     return next((ROOT / "build/package").glob("*.deb"))
 
 
@@ -445,8 +446,7 @@ FLOORS = {
     "unit": [[("house", house)], [("asan", unit_asan)], [("tsan", unit_tsan)], [("coverage", coverage)]],
     "java": [
         [("release", java_simulated)],
-        [("documents", documents)],
-        [("macOS side", java_macos_side)],
+        [("macOS side", java_macos_side), ("documents", documents)],
         [("asan", java_asan)],
     ],
     "system": [
@@ -459,11 +459,11 @@ if MACOS:
     del FLOORS["system"]  # needs a Linux kernel
     FLOORS["unit"].pop()  # the fakes that some tests need are not linked there
     FLOORS["java"].pop()  # the JVM of macOS cannot be made to load the sanitizer first
-    del FLOORS["java"][1]  # the documents have the library paths of Linux
+    FLOORS["java"][1].pop()  # the documents have the library paths of Linux
 else:
     FLOORS["java"].append([("package", package_unpacked)])
     if newest_java():
-        FLOORS["java"].append([("newest JDK", java_newest)])
+        FLOORS["java"][-1].append(("newest JDK", java_newest))
 
 
 def perform(floor, build, work):

@@ -107,7 +107,7 @@ def make_copy(root, build, copy):
         (copy / path).parent.mkdir(parents=True, exist_ok=True)
         shutil.copy2(root / path, copy / path)
     (copy / "build").mkdir()
-    shutil.copytree(build, copy / "build/release", ignore=shutil.ignore_patterns("CMakeFiles", "*.o", "*.a", "*.gcda"))
+    shutil.copytree(build, copy / "build/release", symlinks=True, ignore=shutil.ignore_patterns("CMakeFiles", "*.o", "*.a", "*.gcda"))
 
 
 def main(root, build):
