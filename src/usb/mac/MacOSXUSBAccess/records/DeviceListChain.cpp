@@ -23,7 +23,7 @@ struct Cursor {
     const tagUSB_DEVICE_LIST* list;
     uint64_t changes;
     uint32_t index;
-    tagUSB_DEVICE_ACCESS_ENTRY* entry;  ///< null: nothing was found
+    tagUSB_DEVICE_ACCESS_ENTRY* entry;  ///< null behind the last record
 };
 thread_local Cursor t_cursor{};
 
@@ -140,8 +140,7 @@ tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_GetDeviceFromIndex(uint32_t handle, uint32_t 
     }
     Cursor& cursor = t_cursor;
     const uint64_t changes = g_chainChanges.load();
-    const bool leadsThere =
-        cursor.entry != nullptr && cursor.list == list && cursor.changes == changes && cursor.index <= index;
+    const bool leadsThere = cursor.list == list && cursor.changes == changes && cursor.index <= index;
     if (!leadsThere) {
         cursor = {list, changes, 0, list->pFirst};
     }
