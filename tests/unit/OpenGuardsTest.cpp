@@ -10,6 +10,7 @@
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
+#include "MacOSXUSBAccess/records/TransferRecords.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -216,4 +217,36 @@ TEST_F(OpenGuards, AListReleaseKeepsARecordAsideWhoseTransferDoesNotComeBack) {
     endSession();
     EXPECT_EQ(0, read->result()) << "the session's end cut it off";
     EXPECT_EQ(nullptr, entry.hDevice);
+}
+
+/// A thread that is refused looks at the record first: until it has left, nobody may delete it.
+TEST_F(OpenGuards, ATransferThatWillBeRefusedCountsAsInsideTheRecord) {
+    openTool();
+    for (const uint8_t address : {uint8_t{0x81}, uint8_t{0x10}}) {
+        const EndpointTurn first(tool(), 0x81);
+        const EndpointTurn refused(tool(), address);
+        EXPECT_TRUE(first.isAlone() && first.isCounted());
+        EXPECT_FALSE(refused.isAlone());
+        EXPECT_TRUE(refused.isCounted());
+        EXPECT_EQ(1, privateSide(tool()).activeCalls.load());
+    }
+    EXPECT_FALSE(someThreadIsInside(tool()));
+}
+
+TEST_F(OpenGuards, ATransferCountsAsInsideTheRecordUntilItHasLeft) {
+    openTool();
+    {
+        const EndpointTurn turn(tool(), 0x81);
+        EXPECT_TRUE(someThreadIsInside(tool()));
+        EXPECT_EQ(0, privateSide(tool()).activeCalls.load());
+    }
+    EXPECT_FALSE(someThreadIsInside(tool()));
+    EXPECT_TRUE(EndpointTurn(tool(), 0x81).isAlone());
+}
+
+TEST_F(OpenGuards, ATransferOnAClosedRecordCountsAsNobody) {
+    openTool();
+    ASSERT_EQ(0, LibUSB_CloseDevice(&tool()));
+    const EndpointTurn turn(tool(), 0x81);
+    EXPECT_FALSE(turn.isCounted() || turn.isAlone() || someThreadIsInside(tool()));
 }

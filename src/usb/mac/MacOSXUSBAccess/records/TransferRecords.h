@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "MacOSXUSBAccess/records/DeviceRecords.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
 
@@ -33,13 +35,16 @@ class ActiveCall {
 
 /// The same for a transfer, which has its endpoint address to itself meanwhile, also beyond the end of
 /// isPending: a transfer that came in between would overwrite the outcome and the wait of the thread that has
-/// not seen its own end yet.
+/// not seen its own end yet. One that finds another there is a call like any other, and to be refused.
 class EndpointTurn {
  public:
     EndpointTurn(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address)
         : lane_(laneOf(entry, address)),
-          isCounted_(loadShared(entry.isOpen) != 0),
-          isAlone_(isCounted_ && lane_ != nullptr && !lane_->inUse.exchange(true)) {}
+          isAlone_(loadShared(entry.isOpen) != 0 && lane_ != nullptr && !lane_->inUse.exchange(true)) {
+        if (!isAlone_) {
+            call_.emplace(entry);
+        }
+    }
     ~EndpointTurn() {
         if (isAlone_) {
             lane_->inUse.store(false, std::memory_order_release);
@@ -48,16 +53,16 @@ class EndpointTurn {
     EndpointTurn(const EndpointTurn&) = delete;
     EndpointTurn& operator=(const EndpointTurn&) = delete;
 
-    bool isCounted() const { return isCounted_; }
+    bool isCounted() const { return isAlone_ || call_->isCounted(); }
     /// False while another thread is in a transfer on the address.
     bool isAlone() const { return isAlone_; }
-    /// Null for an address that is none, and once the record is closed.
+    /// Null for an address that is none.
     EndpointLane* lane() const { return lane_; }
 
  private:
     EndpointLane* lane_;
-    bool isCounted_;
     bool isAlone_;
+    std::optional<ActiveCall> call_;
 };
 
 /// True while some thread is inside a call of the record.
