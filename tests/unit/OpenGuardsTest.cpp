@@ -249,4 +249,5 @@ TEST_F(OpenGuards, ATransferOnAClosedRecordCountsAsNobody) {
     ASSERT_EQ(0, LibUSB_CloseDevice(&tool()));
     const EndpointTurn turn(tool(), 0x81);
     EXPECT_FALSE(turn.isCounted() || turn.isAlone() || someThreadIsInside(tool()));
+    EXPECT_EQ(nullptr, turn.lane()->record);
 }
