@@ -1,6 +1,6 @@
 // The hot paths through the native methods, each a number of times, with what callgrind counts cut at their
-// ends. Run by instructions.py, over the simulated bus. The event thread stays away while transfers follow each
-// other, so that who completes one is no matter of chance.
+// ends. Run by instructions.py, over the simulated bus. The event thread stays away while transfers follow
+// each other, so that who completes one is no matter of chance.
 #include <com_talvane_orvex_comm_ORVEXCommUSBAccess.h>
 #include <valgrind/callgrind.h>
 
