@@ -32,7 +32,8 @@ final class Pages {
     public static void main(String[] args) throws IOException {
         CommandLine line = OrvexUsb.commandLine().setUsageHelpAutoWidth(false).setUsageHelpWidth(WIDEST);
         write(args[0], new Pages().page(line, args[2]));
-        write(args[1], AutoComplete.bash(line.getCommandName(), line));
+        // A completion is read by a running shell, so it does not name one to run it with.
+        write(args[1], AutoComplete.bash(line.getCommandName(), line).replaceFirst("^#!.*\\R", ""));
     }
 
     private static void write(String file, String text) throws IOException {
