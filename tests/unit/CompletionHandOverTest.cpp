@@ -107,12 +107,12 @@ TEST_F(EventsLeftToWaiters, AfterADescriptorWasRead) {
 }
 
 TEST_F(EventsLeftToWaiters, ByTheEventThread) {
-    openTool();
     FakeClock clock;
     std::atomic<int> pauses{0};
     clock.beforeSleep = [&, test = std::this_thread::get_id()](const timespec& pause) {
         pauses += std::this_thread::get_id() != test && pause.tv_nsec == 10'000'000 ? 1 : 0;
     };
+    openTool();
     EXPECT_TRUE(eventually([&] {
         announceWait();
         libusb_interrupt_event_handler(context);
