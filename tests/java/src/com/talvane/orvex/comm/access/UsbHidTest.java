@@ -108,15 +108,21 @@ class UsbHidTest extends AccessTest {
         assertEquals(64, bus.received("hid", 0x01).get(2).length);
     }
 
-    @Test
-    void aCloseEndsAReadOfAnotherThread() throws Exception {
-        UsbDevice hid = opened();
+    /** A read without an end by time, on a thread that has begun with it. */
+    private static Future<Integer> startedRead(UsbDevice hid, byte[] buffer) throws InterruptedException {
         CountDownLatch started = new CountDownLatch(1);
         Future<Integer> read = onAnotherThread(() -> {
             started.countDown();
-            return readReports(hid, new byte[64], UsbDevice.FOREVER);
+            return readReports(hid, buffer, UsbDevice.FOREVER);
         });
         started.await();
+        return read;
+    }
+
+    @Test
+    void aCloseEndsAReadOfAnotherThread() throws Exception {
+        UsbDevice hid = opened();
+        Future<Integer> read = startedRead(hid, new byte[64]);
         hid.close();
         failure(IllegalStateException.class, read);
         hid.open();
@@ -125,13 +131,8 @@ class UsbHidTest extends AccessTest {
     @Test
     void aReadGoesOnBesideAnOpenElsewhere() throws Exception {
         UsbDevice hid = opened();
-        CountDownLatch started = new CountDownLatch(1);
         byte[] got = new byte[64];
-        Future<Integer> read = onAnotherThread(() -> {
-            started.countDown();
-            return readReports(hid, got, UsbDevice.FOREVER);
-        });
-        started.await();
+        Future<Integer> read = startedRead(hid, got);
         device(PAIR).open();
         assertEquals(64, hid.writeReports(pattern(64), 0, 64, AMPLE));
         assertEquals(64, result(read));
@@ -141,12 +142,7 @@ class UsbHidTest extends AccessTest {
     @Test
     void aReadOfADeviceThatIsPulledTellsThatItIsGone() throws Exception {
         UsbDevice hid = opened();
-        CountDownLatch started = new CountDownLatch(1);
-        Future<Integer> read = onAnotherThread(() -> {
-            started.countDown();
-            return readReports(hid, new byte[64], UsbDevice.FOREVER);
-        });
-        started.await();
+        Future<Integer> read = startedRead(hid, new byte[64]);
         bus.unplug("hid");
         failure(UsbDeviceGoneException.class, read);
         assertThrows(UsbDeviceGoneException.class, () -> hid.writeReports(new byte[1], 0, 1, AMPLE));
