@@ -17,6 +17,7 @@ import time
 import xml.etree.ElementTree as ElementTree
 from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass, field
+from itertools import chain
 from pathlib import Path
 
 ROOT = Path.cwd()
@@ -441,29 +442,27 @@ def round_trips():
     return [Case("round trips bring every byte back", state, tail(read(log)))]
 
 
-# The runs of each floor, one group after the other. Those of one group run side by side: they mostly wait.
+HOUSE, ASAN, TSAN = ("house", house), ("asan", unit_asan), ("tsan", unit_tsan)
+# The runs of each floor, in lanes: those of one lane come one after the other, and the lanes are side by side, as the
+# runs of the java and system floors mostly wait.
 FLOORS = {
-    "unit": [[("house", house)], [("asan", unit_asan)], [("tsan", unit_tsan)], [("coverage", coverage)]],
+    "unit": [[HOUSE, ASAN, TSAN, ("coverage", coverage)]],
     "java": [
-        [("release", java_simulated)],
-        [("macOS side", java_macos_side), ("documents", documents)],
-        [("asan", java_asan)],
+        [("release", java_simulated), ("asan", java_asan)],
+        [("macOS side", java_macos_side), ("documents", documents), ("package", package_unpacked)],
     ],
     "system": [
-        [("round trips", round_trips)],
-        [("remote", remote_devices), ("package installed", package_installed)],
-        [("kernel bus", system_selftest), ("java on kernel", java_on_kernel)],
+        [("java on kernel", java_on_kernel)],
+        [("round trips", round_trips), ("remote", remote_devices), ("package installed", package_installed),
+         ("kernel bus", system_selftest)],
     ],
 }
+if newest_java():
+    FLOORS["java"][1].append(("newest JDK", java_newest))
 if MACOS:
-    del FLOORS["system"]  # needs a Linux kernel
-    FLOORS["unit"].pop()  # the fakes that some tests need are not linked there
-    FLOORS["java"].pop()  # the JVM of macOS cannot be made to load the sanitizer first
-    FLOORS["java"][1].pop()  # the documents have the library paths of Linux
-else:
-    FLOORS["java"].append([("package", package_unpacked)])
-    if newest_java():
-        FLOORS["java"][-1].append(("newest JDK", java_newest))
+    # The fakes that some unit tests need are not linked there; its JVM cannot be made to load the sanitizer first, and
+    # the documents have the library paths of Linux, as the package has; the system floor needs a Linux kernel.
+    FLOORS = {"unit": [[HOUSE, ASAN, TSAN]], "java": [[("release", java_simulated), ("macOS side", java_macos_side)]]}
 
 
 def perform(floor, build, work):
@@ -500,9 +499,9 @@ def summarise(runs):
     return 0 if failed == skipped == 0 else 1
 
 
-def side_by_side(floor, group):
-    with ThreadPoolExecutor(len(group)) as pool:
-        return list(pool.map(lambda run: perform(floor, *run), group))
+def side_by_side(floor, lanes):
+    with ThreadPoolExecutor(len(lanes)) as pool:
+        return list(chain(*pool.map(lambda lane: [perform(floor, *run) for run in lane], lanes)))
 
 
 def end_all(number, _frame):
@@ -516,8 +515,7 @@ def main(floors):
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, end_all)
     shutil.rmtree(RESULTS, ignore_errors=True)
-    groups = [(floor, group) for floor in floors or FLOORS for group in FLOORS[floor]]
-    return summarise([run for floor, group in groups for run in side_by_side(floor, group)])
+    return summarise([run for floor in floors or FLOORS for run in side_by_side(floor, FLOORS[floor])])
 
 
 if __name__ == "__main__":

@@ -172,6 +172,7 @@ class ToolJobsTest extends ToolFixture {
     }
 
     @ParameterizedTest
+    @Tag("memory")
     @ValueSource(strings = {
         "bench", "bench --index 0 --count 0", "bench --index 0 --seconds 0", "bench --index 0 --size 0",
         "bench --index 0 --out 256", "reset", "reset --index 0 --endpoint 256", "reset --index 0 --timeout 1",

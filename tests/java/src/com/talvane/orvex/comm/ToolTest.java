@@ -166,6 +166,7 @@ class ToolTest extends ToolFixture {
     }
 
     @ParameterizedTest
+    @Tag("memory")
     @ValueSource(strings = {
         "", "xyzzy", "echo", "echo --serial a --index 1", "echo --index -1", "echo --index 0 --size 0",
         "echo --index 0 --size 1 --text a", "list -V 0x10000", "list -V x", "list -V #1F", "list -V 0x", "list -V 0x+5",

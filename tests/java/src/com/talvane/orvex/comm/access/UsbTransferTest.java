@@ -150,11 +150,7 @@ class UsbTransferTest extends AccessTest {
         assertThrowsGone(reader);
         await("a write tells, too", () -> isGone(bench));
         bench.close();
-        bus.plug("bench");
-        await("it is back", () -> unchecked(() -> {
-            list().update();
-            return list().find(BENCH).isPresent();
-        }));
+        plugBack();
         assertEquals(1, write(bench.open(), 0x01, new byte[1]));
     }
 
@@ -180,13 +176,18 @@ class UsbTransferTest extends AccessTest {
                 instanceof UsbDeviceGoneException;
     }
 
+    /** Plugs in again what was pulled; the list has seen it leave before it comes back. */
+    private void plugBack() {
+        await("it left", () -> !unchecked(() -> list().update()).left().isEmpty());
+        bus.plug("bench");
+        await("it is back", () -> !unchecked(() -> list().update()).came().isEmpty());
+    }
+
     @Test
     void aDeviceThatWasPluggedInAnewHasToBeOpenedAnew() throws UsbException {
         UsbDevice bench = open(BENCH);
         bus.unplug("bench");
-        await("it left", () -> !unchecked(() -> list().update()).left().isEmpty());
-        bus.plug("bench");
-        await("it is back", () -> !unchecked(() -> list().update()).came().isEmpty());
+        plugBack();
         assertThrows(UsbDeviceGoneException.class, () -> write(bench, 0x01, new byte[1]));
         bench.close();
         assertEquals(1, write(bench.open(), 0x01, new byte[1]));
