@@ -1,8 +1,16 @@
-# The Debian package, written by cpack; script/package is the way to run it.
-install(FILES deb/copyright DESTINATION ${documents} COMPONENT debian EXCLUDE_FROM_ALL)
-install(FILES deb/changelog DESTINATION ${documents} RENAME changelog.Debian COMPONENT debian EXCLUDE_FROM_ALL)
-install(FILES deb/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME orvex-usb-access
-  COMPONENT debian EXCLUDE_FROM_ALL)
+# The Debian packages, written by cpack; script/package is the way to run it.
+
+# What every package of Debian has to bring.
+function(orvex_debian_papers package component)
+  set(documents ${CMAKE_INSTALL_DATADIR}/doc/${package})
+  install(FILES deb/copyright DESTINATION ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
+  install(FILES deb/changelog DESTINATION ${documents} RENAME changelog.Debian COMPONENT ${component} EXCLUDE_FROM_ALL)
+  install(FILES deb/${package}.lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+    RENAME ${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+endfunction()
+
+orvex_debian_papers(orvex-usb-access debian)
+orvex_debian_papers(orvex-usb-simulator debian_simulator)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_INSTALL_CMAKE_PROJECTS
@@ -26,3 +34,4 @@ set(CPACK_DEBIAN_PACKAGE_DEPENDS "default-jre-headless (>= 2:1.17) | java17-runt
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/deb/postinst)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)
+configure_file(deb/simulator.cmake.in ${CMAKE_BINARY_DIR}/CPackSimulatorConfig.cmake @ONLY)

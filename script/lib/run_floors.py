@@ -48,6 +48,8 @@ SANITIZERS = {
 }
 LEAST_LINES, LEAST_BRANCHES = 100.0, 95.0  # percent of src that the unit tests have to reach
 HID_SUITES = ".*Hid.*Test"
+KERNEL_HALF = r".*(\.access\.|Hid|Tool|Endurance).*Test"
+MEMCHECK = ["valgrind", "--quiet", "--error-exitcode=9", "--leak-check=full", "--errors-for-leak-kinds=definite"]
 JNI_COMPLAINTS = re.compile(r"(WARNING in native method|WARNING: JNI local refs|FATAL ERROR).*")
 # A heap that neither grows nor shrinks, and one compiler: what the process gains is then what the tests have left.
 STEADY_JVM = ["-Xms128m", "-Xmx128m", "-XX:+AlwaysPreTouch", "-XX:TieredStopAtLevel=1"]
@@ -189,7 +191,7 @@ def ctest(preset, targets, choice):
     demand(["cmake", "--preset", preset], folder / f"{preset}-build.log", BUILD_DEADLINE)
     demand(["cmake", "--build", "--preset", preset, "--target", *targets], folder / f"{preset}-build.log", BUILD_DEADLINE)
     report, log = folder / f"{preset}.xml", folder / f"{preset}.log"
-    command = ["ctest", "--test-dir", f"build/{preset}", "-j2", "--no-tests=error", "--output-on-failure"]
+    command = ["ctest", "--test-dir", f"build/{preset}", f"-j{2 * os.cpu_count()}", "--no-tests=error", "--output-on-failure"]
     command += ["--timeout", ONE_UNIT_TEST_DEADLINE, "--output-junit", report, *choice]
     status = execute(command, log, UNIT_DEADLINE, SANITIZERS)
     return cases_of([report] if report.exists() else [], log, status)
@@ -274,19 +276,24 @@ def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()
     ]
 
 
-def script_case(folder, name, script, *arguments):
+def command_case(folder, name, *command, **environment):
     log = folder / f"{name}.log"
-    status = execute([sys.executable, "-B", script, *arguments], log, ONE_UNIT_TEST_DEADLINE)
+    status = execute(command, log, ONE_UNIT_TEST_DEADLINE, environment)
     return Case(name, "passed" if status == 0 else "failed", tail(read(log)))
 
 
 def of_what_is_shipped(folder):
-    """The library exports the native methods and nothing else; its hot paths take as many instructions as ever."""
-    yield script_case(folder, "exports", "tests/house/exports.py", LIBRARY)
+    """The library exports the native methods and nothing else; its hot paths take as many instructions as ever, and
+    Memcheck has nothing to say about them."""
+    python = [sys.executable, "-B"]
+    yield command_case(folder, "exports", *python, "tests/house/exports.py", LIBRARY)
     if not MACOS:
         build_release(folder, "hot_paths", "sim_libusb")
-        programs = [RELEASE / "tests/instructions/hot_paths", LIBRARY, RELEASE / "sim/lib"]
-        yield script_case(folder, "instructions", "tests/instructions/instructions.py", *programs)
+        program, simulation = RELEASE / "tests/instructions/hot_paths", RELEASE / "sim/lib"
+        yield command_case(folder, "instructions", *python, "tests/instructions/instructions.py", program, LIBRARY,
+                           simulation)
+        yield command_case(folder, "memcheck", *MEMCHECK, program, LD_LIBRARY_PATH=str(simulation),
+                           SIMBUS_SCENARIO="bench/scenario.json")
 
 
 def on_simulated_bus(folder, suite, log, build=RELEASE, environment=None):
@@ -379,16 +386,16 @@ def in_machine(deadline, shared, *command, scenario=SCENARIO):
     return [*machine, "tests/system/with-kernel-bus", scenario, "--", *command]
 
 
-def java_on_kernel():
+def java_on_kernel(choice):
     """The same suite where a stock kernel, udev and libusb have the devices. What needs the memory bus stays out, what
-    needs a kernel is in."""
-    folder = RESULTS / "system"
+    needs a kernel is in. There are two machines, each with about half of the suite's time."""
+    folder = RESULTS / "system" / choice
     build_release(folder, "orvex_java_tests")
     reports, log = folder / "reports", folder / "junit.log"
     reports.mkdir(parents=True)
     # With the default collector a JVM can crash under emulation.
     jvm = ["-XX:+UseSerialGC"]
-    suite = junit(reports, jvm, without=["memory", "loading", "newest"])
+    suite = junit(reports, jvm, [f"--{choice}-classname={KERNEL_HALF}"], without=["memory", "loading", "newest"])
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite), log, SYSTEM_DEADLINE + 10)
     return cases_of(reports.glob("TEST-*.xml"), log, status)
 
@@ -400,25 +407,24 @@ def system_selftest():
     return told_cases(["tests/system/selftest", RELEASE], folder / "selftest.log", SYSTEM_DEADLINE)
 
 
-def package(folder):
-    """The Debian package, freshly made of the release build."""
+def packages(folder):
+    """The folder of the Debian packages, freshly made of the release build."""
     with building:
         demand(["script/package"], folder / "package-build.log", BUILD_DEADLINE)
-    return next((ROOT / "build/package").glob("*.deb"))
+    return ROOT / "build/package"
 
 
 def package_unpacked():
-    """The Debian package as it is, and what is in it, used from a folder."""
+    """The Debian packages as they are, and what is in them, used from a folder."""
     folder = RESULTS / "java"
-    command = [sys.executable, "-B", "tests/packaging/unpacked.py", package(folder), RELEASE]
+    command = [sys.executable, "-B", "tests/packaging/unpacked.py", packages(folder), RELEASE]
     return told_cases(command, folder / "package.log", PACKAGE_DEADLINE)
 
 
 def package_installed():
-    """The Debian package installed in the virtual machine, where udev and the kernel decide who may use a device."""
+    """The Debian packages installed in the virtual machine, where udev and the kernel decide who may use a device."""
     folder = RESULTS / "system"
-    deb = package(folder)
-    command = [sys.executable, "-B", ROOT / "tests/packaging/installed.py", deb]
+    command = [sys.executable, "-B", ROOT / "tests/packaging/installed.py", packages(folder)]
     return told_cases(in_machine(PACKAGE_DEADLINE, folder, *command, scenario=DEMO), folder / "package.log",
                       PACKAGE_DEADLINE + 10)
 
@@ -452,8 +458,9 @@ FLOORS = {
         [("macOS side", java_macos_side), ("documents", documents), ("package", package_unpacked)],
     ],
     "system": [
-        [("java on kernel", java_on_kernel)],
-        [("round trips", round_trips), ("remote", remote_devices), ("package installed", package_installed),
+        [("java on kernel", lambda: java_on_kernel("exclude")), ("round trips", round_trips),
+         ("remote", remote_devices)],
+        [("the rest of it", lambda: java_on_kernel("include")), ("package installed", package_installed),
          ("kernel bus", system_selftest)],
     ],
 }

@@ -1,4 +1,4 @@
-"""Installs a Debian package and uses what it brought: usage installed.py DEB, in the virtual machine, as root.
+"""Installs the Debian packages and uses what they brought: usage installed.py FOLDER, in the virtual machine, as root.
 
 The kernel's bus has the devices of sim/scenarios/demo.json, and SIMBUS_SOCKET names its control socket. Prints lines
 of checks.py.
@@ -12,28 +12,14 @@ import time
 from pathlib import Path
 
 from checks import exit_status, expect, output_of
+from doctor import FAULTS
+from machine import NOBODY, as_user, hid_device, node, usb_device
 
 ROOT = Path(__file__).resolve().parents[2]
-PACKAGE = "orvex-usb-access"
+PACKAGES = ["orvex-usb-access", "orvex-usb-simulator"]
 RULES = "/usr/lib/udev/rules.d/70-orvex-usb.rules"
-NOBODY = 65534
 DEADLINE = 30  # seconds
 OPEN, NOT_OPEN = ("660", "plugdev", True), ("664", "root", False)
-
-
-def usb_device(serial):
-    """The folder of a device in sysfs, or None."""
-    told = (file for file in Path("/sys/bus/usb/devices").glob("*/serial") if file.read_text().strip() == serial)
-    return next((file.parent for file in told), None)
-
-
-def hid_device():
-    """The folder of the one tool with a HID driver."""
-    return next(path for path in Path("/sys/class/hidraw").iterdir() if ":6A5C:" in str(path.resolve()))
-
-
-def node(device):
-    return "/dev/" + re.search("^DEVNAME=(.*)", (device / "uevent").read_text(), re.MULTILINE).group(1)
 
 
 def rights(device):
@@ -50,23 +36,17 @@ def expect_rights(device, wanted):
     expect(found == wanted, f"{device}: {found} and not {wanted}")
 
 
-def as_user(group, *command, status=0):
-    """What a command says to a user who is in that group and in no other."""
-    user = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", f"--groups={group}", "--inh-caps=-all"]
-    return output_of(*user, *command, status=status)
-
-
 def without_rules(_):
     """Without the package the nodes of the tools are root's."""
     expect_rights(usb_device("ECHO0001"), NOT_OPEN)
     expect_rights(hid_device(), ("600", "root", False))
 
 
-def installs(deb):
-    """dpkg installs the package."""
-    output_of("dpkg", "--install", "--no-triggers", deb)
-    told = output_of("dpkg-query", "--show", "--showformat=${db:Status-Status}", PACKAGE)
-    expect(told == "installed", told)
+def installs(folder):
+    """dpkg installs the packages."""
+    output_of("dpkg", "--install", "--no-triggers", *(next(Path(folder).glob(f"{name}_*.deb")) for name in PACKAGES))
+    told = output_of("dpkg-query", "--show", "--showformat=${db:Status-Status} ", *PACKAGES)
+    expect(told.split() == ["installed"] * len(PACKAGES), told)
 
 
 def understood_by_udev(_):
@@ -108,8 +88,15 @@ def keeps_others_out(_):
         as_user(NOBODY, "test", "-r", node(device), status=1)
 
 
+def simulates_for_anybody(_):
+    """A user without any rights has the simulated devices, and moves bytes through one."""
+    said = as_user(NOBODY, "orvex-usb", "--simulate", "list")
+    expect(all(serial in said for serial in ("ECHO0001", "COMP0001", "HID00001")), said)
+    as_user(NOBODY, "orvex-usb", "--simulate", "echo", "--serial", "ECHO0001")
+
+
 CHECKS = [without_rules, installs, understood_by_udev, opens_present_tools, leaves_others, opens_new_tools,
-          keeps_others_out]
+          keeps_others_out, simulates_for_anybody, *FAULTS]
 
 if __name__ == "__main__":
     sys.exit(exit_status(CHECKS, *sys.argv[1:]))

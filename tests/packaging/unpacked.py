@@ -1,6 +1,6 @@
-"""Looks at a Debian package and into it, and uses what is in it from a folder: usage unpacked.py DEB BUILD.
+"""Looks at the Debian packages and into them, and uses what is in them from a folder: usage unpacked.py FOLDER BUILD.
 
-BUILD is the folder of the build that it was made from, whose simulated bus is used. Prints lines of checks.py.
+BUILD is the folder of the build that they were made from. Prints lines of checks.py.
 """
 
 import re
@@ -11,8 +11,9 @@ from pathlib import Path
 from checks import exit_status, expect, output_of
 
 ROOT = Path(__file__).resolve().parents[2]
-# Every file of the package; * stands for the name of the processor and system.
-FILES = """
+# Every file of the packages; * stands for the name of the processor and system.
+FILES = {
+    "orvex-usb-access": """
 usr/bin/orvex-usb
 usr/lib/*/jni/libUSBAccessLink.so
 usr/lib/*/jni/libUSBAccessLink_3_47.so
@@ -28,29 +29,57 @@ usr/share/doc/orvex-usb-access/docs/threading.md
 usr/share/java/orvex-usb-access-3.47.jar
 usr/share/java/orvex-usb-access.jar
 usr/share/lintian/overrides/orvex-usb-access
-""".split()
+""",
+    "orvex-usb-simulator": """
+usr/lib/*/orvex-usb/orvex-usb-access.jar
+usr/lib/*/orvex-usb/sim/demo.json
+usr/lib/*/orvex-usb/sim/lib/libhidapi-hidraw.so.0
+usr/lib/*/orvex-usb/sim/lib/libsimbus.so
+usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so.0
+usr/lib/*/orvex-usb/sim/usbip/simbus-usbip
+usr/share/doc/orvex-usb-simulator/changelog.Debian.gz
+usr/share/doc/orvex-usb-simulator/copyright
+usr/share/doc/orvex-usb-simulator/docs/remote-usb.md
+usr/share/doc/orvex-usb-simulator/docs/simulated-bus.md
+usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/run
+usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/scenario.json
+usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/src/example/Monitor.java
+usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/test/example/MonitorTest.java
+usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/test/example/SimulatedBus.java
+usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/test/example/ToolProcess.java
+usr/share/doc/orvex-usb-simulator/sim/bus/README.md
+usr/share/lintian/overrides/orvex-usb-simulator
+""",
+}
 # What is there when the build has it.
 MANUAL = "usr/share/man/man1/orvex-usb.1.gz"
 OPTIONAL = {MANUAL, "usr/share/bash-completion/completions/orvex-usb"}
+PROGRAMS = re.compile(r"/bin/|/usbip/|/tool-with-tests/run$")
 # Of the C and C++ runtime; NOTICE names it as a whole.
 RUNTIME = ("libc.", "libm.", "libgcc_s.", "libstdc++.", "ld-linux")
 
 
-class Package:
-    """A package, and the folder into which it is unpacked; a name with a space shows what is not quoted."""
+class Packages:
+    """The packages, and the folder into which they are unpacked; a name with a space shows what is not quoted."""
 
-    def __init__(self, deb, build, scratch):
-        self.deb, self.build, self.scratch = deb, build, scratch
+    def __init__(self, folder, build, scratch):
+        self.debs = {name: next(folder.glob(f"{name}_*.deb")) for name in FILES}
+        self.build, self.scratch = build, scratch
         self.root, self.home = scratch / "a root", scratch / "home"
         self.home.mkdir()
-        output_of("dpkg-deb", "-x", deb, self.root)
-        # What the package depends on is the system's.
+        for deb in self.debs.values():
+            output_of("dpkg-deb", "-x", deb, self.root)
+        # What the packages depend on is the system's.
         (self.root / "usr/share/java/picocli.jar").symlink_to("/usr/share/java/picocli.jar")
         self.library = next(self.root.glob("usr/lib/*/jni/libUSBAccessLink_3_47.so"))
+        self.release = next(self.root.glob("usr/lib/*/orvex-usb"))
 
-    def on_simulated_bus(self, *command):
-        bus = {"LD_LIBRARY_PATH": str(self.build / "sim/lib"), "SIMBUS_SCENARIO": str(self.build / "sim/demo.json")}
-        return output_of(*command, HOME=str(self.home), JAVA_TOOL_OPTIONS=f'"-Duser.home={self.home}"', **bus)
+    def run(self, *command, **environment):
+        return output_of(*command, HOME=str(self.home), JAVA_TOOL_OPTIONS=f'"-Duser.home={self.home}"', **environment)
+
+    def on_simulated_bus(self, simulator, *command):
+        bus = {"LD_LIBRARY_PATH": str(simulator / "lib"), "SIMBUS_SCENARIO": str(simulator / "demo.json")}
+        return self.run(*command, **bus)
 
     def expect_tools(self, said):
         expect(all(serial in said for serial in ("ECHO0001", "ECHO0002", "COMP0001", "HID00001")), said)
@@ -58,57 +87,74 @@ class Package:
         expect(not unpacked, f"the copy in the jar was used, not the library of the package: {unpacked}")
 
 
-def has_no_faults(package):
-    """lintian finds neither errors nor warnings in the package."""
-    without = [] if (package.root / MANUAL).exists() else ["--suppress-tags", "no-manual-page"]
-    said = output_of("lintian", "--allow-root", "--fail-on", "error,warning", *without, package.deb)
+def have_no_faults(packages):
+    """lintian finds neither errors nor warnings in the packages."""
+    without = [] if (packages.root / MANUAL).exists() else ["--suppress-tags", "no-manual-page"]
+    said = output_of("lintian", "--allow-root", "--fail-on", "error,warning", *without, *packages.debs.values())
     expect(not said.strip(), said)
 
 
-def is_reproducible(package):
-    """A second package, made elsewhere at another time, has the same bytes."""
-    output_of("sh", "-c", 'umask 077 && "$@"', "sh", ROOT / "script/package", "--output", package.scratch / "again",
+def are_reproducible(packages):
+    """Packages that are made again, elsewhere and at another time, have the same bytes."""
+    output_of("sh", "-c", 'umask 077 && "$@"', "sh", ROOT / "script/package", "--output", packages.scratch / "again",
               TZ="UTC-9", LC_ALL="C")
-    again = package.scratch / "again" / package.deb.name
-    expect(again.read_bytes() == package.deb.read_bytes(), f"{package.deb} has other bytes each time")
+    for deb in packages.debs.values():
+        again = packages.scratch / "again" / deb.name
+        expect(again.read_bytes() == deb.read_bytes(), f"{deb} has other bytes each time")
 
 
-def holds_what_it_should(package):
-    """The package holds its files, readable for all and root's, and no others."""
-    listed = [line.split(maxsplit=5) for line in output_of("dpkg-deb", "-c", package.deb).splitlines()]
-    files = {words[5].split(" -> ")[0].removeprefix("./") for words in listed if words[0][0] != "d"}
-    found = {re.sub(r"^usr/lib/[^/]+/jni", "usr/lib/*/jni", name) for name in files - OPTIONAL}
-    expect(found == set(FILES), f"differs: {sorted(found ^ set(FILES))}")
-    for mode, owner, *_, name in listed:
-        wanted = {"d": "drwxr-xr-x", "l": "lrwxrwxrwx"}.get(mode[0], "-rwxr-xr-x" if "/bin/" in name else "-rw-r--r--")
-        expect((mode, owner) == (wanted, "root/root"), f"{name} is {mode} {owner}")
+def hold_what_they_should(packages):
+    """The packages hold their files, readable for all and root's, and no others."""
+    for name, deb in packages.debs.items():
+        listed = [line.split(maxsplit=5) for line in output_of("dpkg-deb", "-c", deb).splitlines()]
+        files = {words[5].split(" -> ")[0].removeprefix("./") for words in listed if words[0][0] != "d"}
+        found = {re.sub(r"^usr/lib/[^/]+/(jni|orvex-usb)/", r"usr/lib/*/\1/", file) for file in files - OPTIONAL}
+        expect(found == set(FILES[name].split()), f"differs: {sorted(found ^ set(FILES[name].split()))}")
+        for mode, owner, *_, file in listed:
+            plain = "-rwxr-xr-x" if PROGRAMS.search(file) else "-rw-r--r--"
+            wanted = {"d": "drwxr-xr-x", "l": "lrwxrwxrwx"}.get(mode[0], plain)
+            expect((mode, owner) == (wanted, "root/root"), f"{file} is {mode} {owner}")
 
 
-def names_its_dependencies(package):
+def name_their_dependencies(packages):
     """Each library that is linked stands in NOTICE, and its package in the dependencies."""
-    needed = re.findall(r"NEEDED.*\[(.*)\]", output_of("readelf", "-d", package.library))
-    depends = output_of("dpkg-deb", "-f", package.deb, "Depends")
-    notice = (package.root / "usr/share/doc/orvex-usb-access/NOTICE").read_text()
+    needed = re.findall(r"NEEDED.*\[(.*)\]", output_of("readelf", "-d", packages.library))
+    depends = output_of("dpkg-deb", "-f", packages.debs["orvex-usb-access"], "Depends")
+    notice = (packages.root / "usr/share/doc/orvex-usb-access/NOTICE").read_text()
     for name in (name for name in needed if not name.startswith(RUNTIME)):
         software = re.split(r"[-.]", name)[0]
         told = re.search(rf"^  (lib)?{software.removeprefix('lib')}\b", notice, re.MULTILINE)
         expect(told, f"{name} is not in NOTICE")
         expect(software in depends, f"{name} is not in the dependencies: {depends}")
     expect("java17-runtime-headless" in depends and "libpicocli-java" in depends, depends)
+    of_simulator = output_of("dpkg-deb", "-f", packages.debs["orvex-usb-simulator"], "Depends")
+    expect("libstdc++6" in of_simulator and "orvex-usb-access (= 3.47-1)" in of_simulator, of_simulator)
 
 
-def tool_finds_devices(package):
+def tool_finds_devices(packages):
     """The tool of the package finds its jar and library, and lists the devices."""
-    said = package.on_simulated_bus(package.root / "usr/bin/orvex-usb", "list")
-    package.expect_tools(said)
+    packages.expect_tools(packages.on_simulated_bus(packages.build / "sim", packages.root / "usr/bin/orvex-usb", "list"))
 
 
-def java_finds_devices(package):
-    """A Java program with the jar and the library of the package lists the devices."""
-    said = package.on_simulated_bus("java", f"-Djava.library.path={package.library.parent}", "-cp",
-                                    package.root / "usr/share/java/orvex-usb-access.jar",
-                                    ROOT / "tests/packaging/ListTools.java")
-    package.expect_tools(said)
+def tool_simulates(packages):
+    """With the simulator's package the tool has simulated devices by itself."""
+    packages.expect_tools(packages.run(packages.root / "usr/bin/orvex-usb", "--simulate", "list"))
+
+
+def java_finds_devices(packages):
+    """A Java program with the jar and the library of the package lists the devices of the simulator's package."""
+    said = packages.on_simulated_bus(packages.release / "sim", "java",
+                                     f"-Djava.library.path={packages.library.parent}", "-cp",
+                                     packages.root / "usr/share/java/orvex-usb-access.jar",
+                                     ROOT / "tests/packaging/ListTools.java")
+    packages.expect_tools(said)
+
+
+def example_is_tested(packages):
+    """The example project's tests pass on the simulator's package."""
+    example = packages.root / "usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/run"
+    said = output_of(example, packages.release, XDG_CACHE_HOME=str(packages.home))
+    expect(re.search(r"[1-9]\d* tests successful", said) and " 0 tests failed" in said, said)
 
 
 def signing_stays_on_macos(_):
@@ -119,13 +165,13 @@ def signing_stays_on_macos(_):
     expect("usage:" in output_of(script, "--help"), "no help")
 
 
-CHECKS = [holds_what_it_should, names_its_dependencies, tool_finds_devices, java_finds_devices, has_no_faults,
-          is_reproducible, signing_stays_on_macos]
+CHECKS = [hold_what_they_should, name_their_dependencies, tool_finds_devices, tool_simulates, java_finds_devices,
+          example_is_tested, have_no_faults, are_reproducible, signing_stays_on_macos]
 
 
-def main(deb, build):
+def main(folder, build):
     with tempfile.TemporaryDirectory() as scratch:
-        return exit_status(CHECKS, Package(Path(deb).resolve(), Path(build).resolve(), Path(scratch)))
+        return exit_status(CHECKS, Packages(Path(folder).resolve(), Path(build).resolve(), Path(scratch)))
 
 
 if __name__ == "__main__":

@@ -2,6 +2,7 @@ package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import com.talvane.orvex.comm.tool.KernelDevice.Interface;
+import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.Collection;
 import java.util.List;
@@ -92,8 +93,7 @@ final class Doctor {
             findings.add(Finding.bad(device.label() + ": there is no node " + device.node(), "have udev make it:",
                     "    sudo udevadm trigger --subsystem-match=usb"));
         } else if (!host.isUsable().test(device.node())) {
-            findings.add(Finding.bad(device.label() + ": no permission to use " + device.node(),
-                    UdevRules.remedy(UdevRules.usb(device.vendorId()), "usb")));
+            findings.add(refused(device, device.node(), UdevRules.usb(device.vendorId()), "usb"));
         } else {
             findings.add(Finding.good(device.label() + ": " + device.node() + " can be used"));
         }
@@ -126,8 +126,16 @@ final class Doctor {
         }
         each.hidNodes().forEach(node -> findings.add(host.isUsable().test(node)
                 ? Finding.good(device.label() + ": " + node + " can be used")
-                : Finding.bad(device.label() + ": no permission to use " + node,
-                        UdevRules.remedy(UdevRules.hid(device.vendorId()), "hidraw"))));
+                : refused(device, node, UdevRules.hid(device.vendorId()), "hidraw")));
+    }
+
+    /** A node that this user may not use: there is a group for it, or else a rule helps. */
+    private Finding refused(KernelDevice device, Path node, String rule, String subsystem) {
+        List<String> remedy = host.groupWithAccess(node)
+                .map(group -> List.of("the group " + group + " may; become a member, and log in again:",
+                        "    sudo adduser \"$USER\" " + group))
+                .orElseGet(() -> UdevRules.remedy(rule, subsystem));
+        return Finding.bad(device.label() + ": no permission to use " + node, remedy);
     }
 
     private Finding heldBy(Interface each, KernelDevice device) {

@@ -4,8 +4,11 @@ import java.io.IOException;
 import java.io.UncheckedIOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.PosixFileAttributes;
+import java.nio.file.attribute.PosixFilePermission;
 import java.util.List;
 import java.util.Optional;
+import java.util.Set;
 import java.util.function.Predicate;
 import java.util.stream.Stream;
 
@@ -19,6 +22,9 @@ import java.util.stream.Stream;
 record Host(Path root, Predicate<Path> isUsable) {
     /** System property: another root, to look at what was copied from another machine. */
     static final String PROPERTY = "orvex.usb.root";
+
+    private static final Set<PosixFilePermission> GROUP_ACCESS =
+            Set.of(PosixFilePermission.GROUP_READ, PosixFilePermission.GROUP_WRITE);
 
     Host(Path root) {
         this(root, node -> Files.isReadable(node) && Files.isWritable(node));
@@ -63,6 +69,17 @@ record Host(Path root, Predicate<Path> isUsable) {
             return Files.readSymbolicLink(link).equals(node);
         } catch (IOException | UnsupportedOperationException e) {
             return false; // closed meanwhile
+        }
+    }
+
+    /** The group whose members may use a node, if there is one but root's own. */
+    Optional<String> groupWithAccess(Path node) {
+        try {
+            PosixFileAttributes attributes = Files.readAttributes(node, PosixFileAttributes.class);
+            return Optional.of(attributes.group().getName())
+                    .filter(group -> !group.equals("root") && attributes.permissions().containsAll(GROUP_ACCESS));
+        } catch (IOException | UnsupportedOperationException e) {
+            return Optional.empty();
         }
     }
 

@@ -13,7 +13,10 @@ import java.util.stream.Stream;
 import javax.management.JMException;
 import javax.management.ObjectName;
 
-/** What this process holds of the machine, and native code of Java's objects (global references). */
+/**
+ * What this process holds of the machine, and native code of Java's objects (global references). Memory is that of its
+ * own: what it sees of files is the kernel's, and grows with each part of a library that is used for the first time.
+ */
 record Footprint(int threads, int descriptors, int residentKb, int references) {
     private static final Path STATUS = Path.of("/proc/self/status");
     private static final Pattern REFERENCES = Pattern.compile("JNI global refs: (\\d+)");
@@ -23,7 +26,7 @@ record Footprint(int threads, int descriptors, int residentKb, int references) {
         System.gc();
         int references = globalReferences();
         try (Stream<Path> open = Files.list(Path.of("/proc/self/fd"))) {
-            return new Footprint(status("Threads:"), (int) open.count(), status("VmRSS:"), references);
+            return new Footprint(status("Threads:"), (int) open.count(), status("RssAnon:"), references);
         }
     }
 

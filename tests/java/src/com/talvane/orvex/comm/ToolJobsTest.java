@@ -127,6 +127,17 @@ class ToolJobsTest extends ToolFixture {
         assertTrue(out.contains("\nout      50 bytes,") && out.contains("\nin       50 bytes,"), out);
     }
 
+    /** An interrupt endpoint takes transfers of both kinds, a bulk endpoint only those of its own. */
+    @ParameterizedTest
+    @ValueSource(strings = {
+        "bench --serial BENCH00001 --out 1 --count 1", "bench --serial BENCH00001 --in 0x83 --count 1",
+        "write --serial BENCH00001 --out 1 --data 00", "read --serial BENCH00001 --in 0x83"
+    })
+    void interruptTransfersAreForInterruptEndpoints(String line) {
+        good(line);
+        assertFails(line + " --interrupt", " endpoint 0x");
+    }
+
     @Test
     @Tag("memory")
     void benchEndsInTime() {

@@ -10,12 +10,15 @@ import com.talvane.orvex.comm.UsbAccessCode;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
+import java.util.Map;
 import java.util.concurrent.Future;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
 /** Opens, closes and resets beside transfers of other threads. */
 class UsbCloseTest extends AccessTest {
+    private static final int NOT_OPEN = UsbAccessCode.NOT_OPEN.code();
+
     @Test
     void closingAgainDoesNothingAndADeviceOpensAgain() throws UsbException {
         UsbDevice bench = device(BENCH);
@@ -69,6 +72,21 @@ class UsbCloseTest extends AccessTest {
     }
 
     @Test
+    void whatWaitsForItsTurnOfAnEarlierOpeningDoesNotStartInALaterOne() throws UsbException {
+        UsbDevice bench = device(BENCH);
+        Connection earlier = new Connection(session(), bench, new Connection.ReportFormat(64, 0), Map.of());
+        earlier.open();
+        earlier.end();
+        earlier.close();
+        bench.open();
+        byte[] bytes = new byte[1];
+        assertEquals(NOT_OPEN, earlier.write(session().usb::usbWriteBulkPipe, 0x01, AMPLE, bytes));
+        assertEquals(NOT_OPEN, earlier.read(session().usb::usbReadBulkPipe, 0x81, AMPLE, bytes));
+        assertEquals(List.of(), bus.received("bench", 0x01));
+        assertEquals(1, write(bench, 0x01, bytes));
+    }
+
+    @Test
     void theEndOfTheSessionEndsWhatOtherThreadsWaitFor() throws Exception {
         UsbDevice bench = open(BENCH);
         UsbDevice pair = open(PAIR);
@@ -104,10 +122,28 @@ class UsbCloseTest extends AccessTest {
         device(PAIR).open();
         await("the read was taken up again", () -> bus.pending("bench", 0x84) > 0);
         bench.close();
-        assertEquals(128, result(read));
-        for (int i = 0; i < 128; i++) {
+        assertCounted(128, result(read), buffer);
+    }
+
+    /** What the endpoint gives: the place of each byte. */
+    private static void assertCounted(int wanted, int moved, byte[] buffer) {
+        assertEquals(wanted, moved);
+        for (int i = 0; i < wanted; i++) {
             assertEquals((byte) i, buffer[i]);
         }
+    }
+
+    @Test
+    @Tag("memory")
+    void whatAReadHadGotIsKeptWhenItCannotGoOn() throws Exception {
+        bus.endpoint("bench", 0x84, "{\"limit\": 64}");
+        UsbDevice bench = open(BENCH);
+        UsbDevice pair = device(PAIR);
+        byte[] buffer = new byte[200];
+        Future<Integer> read = whileWaiting("bench", 0x84, () -> read(bench, 0x84, buffer));
+        bus.failNext("libusb_submit_transfer", -1);
+        pair.open();
+        assertCounted(64, result(read), buffer);
     }
 
     @Test

@@ -91,6 +91,14 @@ class DoctorTest {
     }
 
     @Test
+    void aGroupThatMayUseTheNodeIsNamed() throws IOException {
+        plugTool();
+        fake.forbid(node);
+        String group = fake.giveToGroup(node);
+        assertWrong(LABEL + "no permission to use " + node, "    sudo adduser \"$USER\" " + group, ofTool());
+    }
+
+    @Test
     void aNodeThatIsNotThereIsTold() throws IOException {
         plugTool();
         Files.delete(node);

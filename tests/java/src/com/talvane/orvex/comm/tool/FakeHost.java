@@ -3,6 +3,8 @@ package com.talvane.orvex.comm.tool;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.PosixFileAttributeView;
+import java.nio.file.attribute.PosixFilePermissions;
 import java.util.HashSet;
 import java.util.Set;
 
@@ -64,8 +66,19 @@ public final class FakeHost {
     }
 
     /** Takes the permission for a node away; root would have it whatever its mode is. */
-    void forbid(Path node) {
+    void forbid(Path node) throws IOException {
         forbidden.add(node);
+        Files.setPosixFilePermissions(node, PosixFilePermissions.fromString("rw-------"));
+    }
+
+    /** Lets the members of a group have a node; root's own would not count. */
+    String giveToGroup(Path node) throws IOException {
+        Files.setPosixFilePermissions(node, PosixFilePermissions.fromString("rw-rw----"));
+        PosixFileAttributeView view = Files.getFileAttributeView(node, PosixFileAttributeView.class);
+        if (view.readAttributes().group().getName().equals("root")) {
+            view.setGroup(node.getFileSystem().getUserPrincipalLookupService().lookupPrincipalByGroupName("daemon"));
+        }
+        return view.readAttributes().group().getName();
     }
 
     Host host() {
