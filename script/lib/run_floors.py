@@ -191,8 +191,9 @@ def ctest(preset, targets, choice):
     demand(["cmake", "--preset", preset], folder / f"{preset}-build.log", BUILD_DEADLINE)
     demand(["cmake", "--build", "--preset", preset, "--target", *targets], folder / f"{preset}-build.log", BUILD_DEADLINE)
     report, log = folder / f"{preset}.xml", folder / f"{preset}.log"
-    command = ["ctest", "--test-dir", f"build/{preset}", f"-j{2 * os.cpu_count()}", "--no-tests=error", "--output-on-failure"]
-    command += ["--timeout", ONE_UNIT_TEST_DEADLINE, "--output-junit", report, *choice]
+    # Twice as many as there are cores: many of the tests wait most of their time.
+    command = ["ctest", "--test-dir", f"build/{preset}", f"-j{2 * os.cpu_count()}", "--no-tests=error"]
+    command += ["--output-on-failure", "--timeout", ONE_UNIT_TEST_DEADLINE, "--output-junit", report, *choice]
     status = execute(command, log, UNIT_DEADLINE, SANITIZERS)
     return cases_of([report] if report.exists() else [], log, status)
 
@@ -260,6 +261,7 @@ def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()
     """The command that runs the JUnit suite, without the tests that have one of these tags."""
     return [
         java,
+        "-Xcheck:jni",
         *STEADY_JVM,
         *jvm,
         f"-Dorvex.usb.library={library}",
@@ -296,6 +298,14 @@ def of_what_is_shipped(folder):
                            SIMBUS_SCENARIO="bench/scenario.json")
 
 
+def junit_cases(reports, log, status):
+    cases = cases_of(reports.glob("TEST-*.xml"), log, status)
+    complaints = [found.group() for found in JNI_COMPLAINTS.finditer(read(log))]
+    if complaints:
+        cases.append(Case("-Xcheck:jni is silent", "failed", "\n".join(complaints[:10]) + f"\nsee {log}"))
+    return cases
+
+
 def on_simulated_bus(folder, suite, log, build=RELEASE, environment=None):
     """The cases of a JUnit suite in a JVM that checks its native calls, over the drop-in libraries of a build."""
     with tempfile.TemporaryDirectory() as scratch:
@@ -305,11 +315,7 @@ def on_simulated_bus(folder, suite, log, build=RELEASE, environment=None):
             "SIMBUS_SOCKET": f"{scratch}/simbus",
         }
         status = execute(suite, log, JAVA_DEADLINE, {**bus, **(environment or {})})
-    cases = cases_of((folder / "reports").glob("TEST-*.xml"), log, status)
-    complaints = [found.group() for found in JNI_COMPLAINTS.finditer(read(log))]
-    if complaints:
-        cases.append(Case("-Xcheck:jni is silent", "failed", "\n".join(complaints[:10]) + f"\nsee {log}"))
-    return cases
+    return junit_cases(folder / "reports", log, status)
 
 
 def java_simulated():
@@ -317,7 +323,7 @@ def java_simulated():
     folder = RESULTS / "java"
     build_release(folder, "orvex_java_tests")
     left_out = [f"--exclude-classname={HID_SUITES}"] if MACOS else []
-    suite = junit(folder / "reports", ["-Xcheck:jni"], left_out, without=["kernel", "newest"])
+    suite = junit(folder / "reports", launcher=left_out, without=["kernel", "newest"])
     return [*on_simulated_bus(folder, suite, folder / "junit.log"), *of_what_is_shipped(folder)]
 
 
@@ -334,7 +340,7 @@ def java_macos_side():
     folder = RESULTS / "java-macos"
     build_release(folder, "orvex_java_tests", "USBAccessLink_macos")
     library = RELEASE / "macos" / LIBRARY.name
-    suite = junit(folder / "reports", ["-Xcheck:jni"], [f"--include-classname={HID_SUITES}"], library)
+    suite = junit(folder / "reports", launcher=[f"--include-classname={HID_SUITES}"], library=library)
     return on_simulated_bus(folder, suite, folder / "junit.log")
 
 
@@ -374,8 +380,7 @@ def java_newest():
     """The suite in the newest JDK, which warns of native code that nobody allowed."""
     folder = RESULTS / "java-newest"
     build_release(folder, "orvex_java_tests")
-    jvm = ["-Xcheck:jni", "--enable-native-access=ALL-UNNAMED"]
-    suite = junit(folder / "reports", jvm, java=newest_java(), without=["kernel"])
+    suite = junit(folder / "reports", ["--enable-native-access=ALL-UNNAMED"], java=newest_java(), without=["kernel"])
     return on_simulated_bus(folder, suite, folder / "junit.log")
 
 
@@ -397,7 +402,7 @@ def java_on_kernel(choice):
     jvm = ["-XX:+UseSerialGC"]
     suite = junit(reports, jvm, [f"--{choice}-classname={KERNEL_HALF}"], without=["memory", "loading", "newest"])
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite), log, SYSTEM_DEADLINE + 10)
-    return cases_of(reports.glob("TEST-*.xml"), log, status)
+    return junit_cases(reports, log, status)
 
 
 def system_selftest():

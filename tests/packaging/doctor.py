@@ -108,6 +108,8 @@ def names_the_driver(_):
         (driver / "unbind").write_text(other)
     remedy = f"echo -n {interface} | sudo tee {driver}/unbind"
     expect_told(doctor(), f"{ECHO1}interface 0 is held by the kernel driver usbserial_generic", remedy)
+    refused = output_of("orvex-usb", "echo", "--serial", "ECHO0001", status=1)
+    expect("open ECHO0001: -108: " in refused, refused)
     output_of("sh", "-c", remedy.replace("sudo ", ""))
     finds_nothing(_)
 

@@ -8,7 +8,10 @@ import java.util.Collection;
 import java.util.List;
 import java.util.stream.IntStream;
 
-/** A session with one device list, for as long as a command runs. Closing it gives back both. */
+/**
+ * A session with one device list, for as long as a command runs. Closing it gives back both. It uses the raw class:
+ * whoever looks for a fault wants to see what that answers.
+ */
 final class Session implements AutoCloseable {
     private static final String SIMULATED = "ORVEX_USB_SIMULATED";
 
