@@ -48,7 +48,7 @@ SANITIZERS = {
 }
 LEAST_LINES, LEAST_BRANCHES = 100.0, 95.0  # percent of src that the unit tests have to reach
 HID_SUITES = ".*Hid.*Test"
-KERNEL_HALF = r".*(\.access\.|Hid|Tool|Endurance).*Test"
+KERNEL_HALF = r".*(\.access\.|Hid|Endurance).*Test"
 MEMCHECK = ["valgrind", "--quiet", "--error-exitcode=9", "--leak-check=full", "--errors-for-leak-kinds=definite"]
 JNI_COMPLAINTS = re.compile(r"(WARNING in native method|WARNING: JNI local refs|FATAL ERROR).*")
 # A heap that neither grows nor shrinks, and one compiler: what the process gains is then what the tests have left.
@@ -466,7 +466,7 @@ FLOORS = {
     "system": [
         [("java on kernel", lambda: java_on_kernel("exclude", processors=1)), ("kernel bus", system_selftest),
          ("remote", remote_devices)],
-        [("HID, tool, stress", lambda: java_on_kernel("include", processors=2)), ("round trips", round_trips),
+        [("HID and stress", lambda: java_on_kernel("include", processors=2)), ("round trips", round_trips),
          ("package installed", package_installed)],
     ],
 }
