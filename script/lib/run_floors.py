@@ -430,7 +430,8 @@ def package_unpacked():
 def package_installed():
     """The Debian packages installed in the virtual machine, where udev and the kernel decide who may use a device."""
     folder = RESULTS / "system"
-    command = [sys.executable, "-B", ROOT / "tests/packaging/installed.py", packages(folder)]
+    packages(folder)
+    command = [sys.executable, "-B", "tests/packaging/installed.py"]
     return told_cases(in_machine(PACKAGE_DEADLINE, folder, *command, scenario=DEMO), folder / "package.log",
                       PACKAGE_DEADLINE + 10)
 
