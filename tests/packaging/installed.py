@@ -116,9 +116,14 @@ def simulates_for_anybody(_):
 
 
 def copied_rules_work(_):
-    """The commands for copying the rules by hand say that a tool is for the person at the machine."""
+    """Without the package, the commands for copying the rules by hand give a tool to the person at the machine."""
+    output_of("dpkg", "--remove", "--no-triggers", *PACKAGES)
+    output_of("udevadm", "control", "--reload")
+    output_of("udevadm", "trigger", "--settle", "--action=change", "--subsystem-match=usb")
+    expect(not rights(usb_device("HID00001"))[2], "the rules outlive the package")
     said = said_by_commands("docs/platforms.md", "cp packaging/udev")
     expect(re.search("CURRENT_TAGS=.*:uaccess:", said), said)
+    expect(rights(usb_device("HID00001")) == OPEN, said)
 
 
 CHECKS = [without_rules, installs, understood_by_udev, opens_present_tools, leaves_others, opens_new_tools,
