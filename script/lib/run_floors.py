@@ -455,6 +455,14 @@ def round_trips():
     return [Case("round trips bring every byte back", state, tail(read(log)))]
 
 
+def pulled_devices():
+    """Devices that are pulled before every call into the kernel that the library makes for them."""
+    folder = RESULTS / "system"
+    build_release(folder, "pulls")
+    return told_cases(in_machine(SYSTEM_DEADLINE, folder, RELEASE / "tests/system/pulls", scenario=DEMO),
+                      folder / "pulls.log", SYSTEM_DEADLINE + 10)
+
+
 HOUSE, ASAN, TSAN = ("house", house), ("asan", unit_asan), ("tsan", unit_tsan)
 # The runs of each floor, in lanes: those of one lane come one after the other, and the lanes are side by side, as the
 # runs of the java and system floors mostly wait.
@@ -468,7 +476,7 @@ FLOORS = {
         [("java on kernel", lambda: java_on_kernel("exclude", processors=1)), ("kernel bus", system_selftest),
          ("remote", remote_devices)],
         [("HID and stress", lambda: java_on_kernel("include", processors=2)), ("round trips", round_trips),
-         ("package installed", package_installed)],
+         ("pulls", pulled_devices), ("package installed", package_installed)],
     ],
 }
 if newest_java():

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "BusControl.h"
+#include "Expect.h"
 
 namespace {
 
@@ -27,26 +28,9 @@ using Packet = std::vector<unsigned char>;
 constexpr unsigned char out = 0x01;
 constexpr unsigned char in = 0x81;
 constexpr unsigned packetSize = 64;
-constexpr unsigned generous = 20000;  // ms; an emulated machine may be slow, but nothing here takes that long
-
-void expect(bool holds, const std::string& what) {
-    if (!holds) {
-        throw std::runtime_error(what);
-    }
-}
 
 void expectCode(int got, int wanted, const std::string& what) {
     expect(got == wanted, what + " gave " + libusb_error_name(got) + ", not " + libusb_error_name(wanted));
-}
-
-// Asks again and again until the answer is yes; for what the kernel and udev do without telling.
-template <typename Question>
-void waitFor(const std::string& what, Question question) {
-    const auto deadline = Clock::now() + milliseconds(generous);
-    while (!question()) {
-        expect(Clock::now() < deadline, "waited too long for " + what);
-        std::this_thread::sleep_for(milliseconds(5));
-    }
 }
 
 class Probe {

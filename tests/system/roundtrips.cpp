@@ -6,17 +6,16 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "ListedDevice.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
-#include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "MacOSXUSBAccess/session/Session.h"
 
 namespace {
@@ -38,14 +37,6 @@ struct Lane {
 };
 constexpr Lane kLanes[] = {
     {"ECHO0001", 1, false}, {"ECHO0001", 2, true}, {"ECHO0002", 1, false}, {"ECHO0002", 2, true}};
-
-tagUSB_DEVICE_ACCESS_ENTRY* findDevice(uint32_t list, const char* serial) {
-    tagUSB_DEVICE_ACCESS_ENTRY* entry = LibUSB_EnumerateDeviceList(list, nullptr);
-    while (entry != nullptr && std::strcmp(entry->sSerialNumber, serial) != 0) {
-        entry = LibUSB_EnumerateDeviceList(list, entry);
-    }
-    return entry;
-}
 
 bool roundTrip(tagUSB_DEVICE_ACCESS_ENTRY& device, const Lane& lane, uint8_t stamp) {
     uint8_t sent[kBytes];
