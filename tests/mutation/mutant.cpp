@@ -8,20 +8,20 @@ namespace {
 
 constexpr int kMost = 20'000;
 
-/// Tells at the end of the process which numbers were asked for.
-struct Visits {
-    ~Visits() {
-        if (const char* path = std::getenv("ORVEX_MUTANT_VISITS")) {
-            std::ofstream file(path);
-            for (int number = 0; number < kMost; ++number) {
-                if (asked[number].load(std::memory_order_relaxed)) {
-                    file << number << '\n';
-                }
+std::atomic<bool> g_asked[kMost] = {};
+
+/// Tells which numbers were asked for: at the end of the process, behind the destructors of all statics. A
+/// test may run in several processes, so each adds its own.
+[[gnu::destructor]] void tellVisits() {
+    if (const char* path = std::getenv("ORVEX_MUTANT_VISITS")) {
+        std::ofstream file(path, std::ios::app);
+        for (int number = 0; number < kMost; ++number) {
+            if (g_asked[number].load(std::memory_order_relaxed)) {
+                file << number << '\n';
             }
         }
     }
-    std::atomic<bool> asked[kMost] = {};
-};
+}
 
 int chosen() {
     const char* number = std::getenv("ORVEX_MUTANT");
@@ -33,8 +33,7 @@ int chosen() {
 bool mutant(int number);
 
 bool mutant(int number) {
-    static Visits visits;
     static const int on = chosen();
-    visits.asked[number].store(true, std::memory_order_relaxed);
+    g_asked[number].store(true, std::memory_order_relaxed);
     return number == on;
 }

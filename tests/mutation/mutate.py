@@ -109,7 +109,7 @@ def visits(test, found):
     if not attempt(test, {"ORVEX_MUTANT_VISITS": str(file)}, 120):
         sys.exit(f"fails without any change: {test.program} {test.name}")
     seconds = time.monotonic() - begin
-    for number in map(int, file.read_text().split()):
+    for number in set(map(int, file.read_text().split())):
         found[number].tests.append((seconds, test))
 
 

@@ -167,11 +167,19 @@ TEST_F(HidAccess, CloseStopsTheThreadThenTheCallersLoopThenTheDevice) {
 }
 
 TEST_F(HidAccess, CloseRightAfterOpenWaitsUntilTheThreadRuns) {
+    std::atomic<int> looks{0};
+    FakeClock clock;
+    clock.getTimeOfDay = [&](timeval& time) {
+        ++looks;
+        time = {1'000, 0};
+        return 0;
+    };
     Gate gate;
     hid.onStartInput = [&] { gate.pass(); };
     ASSERT_EQ(0, access->Open());
+    const int before = looks;
     BackgroundCall closing([this] { return access->Close(); });
-    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1 && looks > before + 2; })) << "it waits";
     EXPECT_FALSE(closing.hasReturned());
     EXPECT_EQ(kNoReadThread, threadState());
     gate.open();

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <libusb.h>
 
+#include <set>
+
 #include "CallOrder.h"
 #include "Gate.h"
 #include "IoTest.h"
@@ -217,6 +219,18 @@ TEST_F(OpenGuards, AListReleaseKeepsARecordAsideWhoseTransferDoesNotComeBack) {
     endSession();
     EXPECT_EQ(0, read->result()) << "the session's end cut it off";
     EXPECT_EQ(nullptr, entry.hDevice);
+}
+
+TEST_F(OpenGuards, EveryEndpointAddressHasALaneOfItsOwn) {
+    openTool();
+    std::set<EndpointLane*> lanes;
+    for (const unsigned direction : {0x00U, 0x80U}) {
+        for (unsigned number = 0; number < 16; ++number) {
+            EXPECT_TRUE(lanes.insert(laneOf(tool(), static_cast<uint8_t>(direction | number))).second)
+                << direction << " " << number;
+        }
+    }
+    EXPECT_EQ(0U, lanes.count(nullptr));
 }
 
 /// A thread that is refused looks at the record first: until it has left, nobody may delete it.

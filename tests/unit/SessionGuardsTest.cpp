@@ -211,6 +211,19 @@ TEST_F(EndedSession, KeepsAContextThatATransferDoesNotLeave) {
     expectsViolations = true;  // handle, transfers and context are given up on purpose
 }
 
+TEST_F(EndedSession, KeepsAContextThatATransferOfARecordKeptAsideDoesNotLeave) {
+    openTool();
+    const auto read = blockedRead();
+    bus.failCall("libusb_cancel_transfer", 1, LIBUSB_ERROR_OTHER, 1'000'000);
+    ASSERT_EQ(0, LibUSB_ReleaseDeviceList(0));
+    endSession();
+    EXPECT_EQ(0U, callsOf("libusb_exit"));
+    EXPECT_FALSE(read->hasReturned());
+    bus.unplug("tool");
+    EXPECT_EQ(0, read->result());
+    expectsViolations = true;  // handle, transfers and context are given up on purpose
+}
+
 class SessionGuardsDeathTest : public JniTest {
  protected:
     void SetUp() override {
