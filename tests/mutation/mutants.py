@@ -10,7 +10,7 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 from clang.cindex import CursorKind as Kind
-from clang.cindex import Index, TypeKind
+from clang.cindex import Diagnostic, Index, TypeKind
 
 SWAPS = {
     "<": ["<=", ">="], "<=": ["<", ">"], ">": [">=", "<="], ">=": [">", "<"], "==": ["!="], "!=": ["=="],
@@ -85,6 +85,9 @@ class Finder:
     def collect(self, command):
         arguments = [word for word in command["arguments"] if not word.endswith((".o", ".cpp"))]
         unit = Index.create().parse(command["file"], args=arguments)
+        wrong = [str(problem) for problem in unit.diagnostics if problem.severity >= Diagnostic.Error]
+        if wrong:  # what comes behind would be missed
+            raise ValueError("\n".join(wrong))
         for cursor in unit.cursor.get_children():
             if self.file_of(cursor) is not None:
                 self.visit(cursor, None)

@@ -60,6 +60,7 @@ def configure():
             "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -w", "-DBUILD_TESTING=ON"])
     lists = SOURCES / "CMakeLists.txt"
     lists.write_text(lists.read_text().replace("add_library(usbaccess OBJECT", f"add_library(usbaccess OBJECT\n  {ROOT}/tests/mutation/mutant.cpp"))
+    demand(["ninja", "-C", BUILD, "orvex_native_header_file"])  # which the sources include
 
 
 def build(finder, found):
