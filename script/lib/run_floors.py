@@ -16,9 +16,10 @@ import threading
 import time
 import xml.etree.ElementTree as ElementTree
 from concurrent.futures import ThreadPoolExecutor
-from dataclasses import dataclass, field
 from itertools import chain
 from pathlib import Path
+
+from runs import Case, NotRun, Run, cases_of, demand, end_all, execute, junit_cases, read, summarise, tail, told_cases
 
 ROOT = Path.cwd()
 RESULTS = ROOT / "build/test-results"
@@ -50,139 +51,10 @@ LEAST_LINES, LEAST_BRANCHES = 100.0, 95.0  # percent of src that the unit tests 
 HID_SUITES = ".*Hid.*Test"
 KERNEL_HALF = r".*(\.access\.|Hid|Endurance).*Test"
 MEMCHECK = ["valgrind", "--quiet", "--error-exitcode=9", "--leak-check=full", "--errors-for-leak-kinds=definite"]
-JNI_COMPLAINTS = re.compile(r"(WARNING in native method|WARNING: JNI local refs|FATAL ERROR).*")
 # A heap that neither grows nor shrinks, and one compiler: what the process gains is then what the tests have left.
 STEADY_JVM = ["-Xms128m", "-Xmx128m", "-XX:+AlwaysPreTouch", "-XX:TieredStopAtLevel=1"]
 
-
 building = threading.Lock()  # runs that go on side by side share the build folders
-running = set()  # processes
-
-
-class NotRun(Exception):
-    """A run that has no result to count."""
-
-
-@dataclass
-class Case:
-    name: str
-    state: str  # passed, failed or skipped
-    detail: str = ""  # why it failed or was skipped
-
-
-@dataclass
-class Run:
-    floor: str
-    build: str
-    cases: list = field(default_factory=list)
-    seconds: float = 0.0
-
-    def count(self, state):
-        return sum(case.state == state for case in self.cases)
-
-
-def tail(text, lines=25):
-    return "\n".join(text.rstrip().splitlines()[-lines:])
-
-
-def end_group(process):
-    """Ends a command with all that it started."""
-    for how, patience in ((signal.SIGTERM, 5), (signal.SIGKILL, None)):
-        try:
-            os.killpg(process.pid, how)
-            process.wait(patience)
-        except ProcessLookupError:
-            break
-        except subprocess.TimeoutExpired:
-            pass
-
-
-def execute(command, log, deadline, environment=None):
-    """Runs a command with its output in the log; gives back its exit status. NotRun when the deadline passes."""
-    log.parent.mkdir(parents=True, exist_ok=True)
-    with open(log, "wb") as output:
-        process = subprocess.Popen(
-            [str(word) for word in command],
-            stdin=subprocess.DEVNULL,
-            stdout=output,
-            stderr=subprocess.STDOUT,
-            env={**os.environ, **(environment or {})},
-            start_new_session=True,
-        )
-        running.add(process)
-        try:
-            return process.wait(deadline)
-        except subprocess.TimeoutExpired:
-            raise NotRun(f"not done after {deadline} s: {log}\n{tail(read(log))}") from None
-        finally:
-            end_group(process)
-            running.discard(process)
-
-
-def read(log):
-    return log.read_text(errors="replace")
-
-
-def demand(command, log, deadline):
-    """Runs a command that has to succeed."""
-    if execute(command, log, deadline) != 0:
-        raise NotRun(f"failed: {' '.join(map(str, command))}: {log}\n{tail(read(log), 40)}")
-
-
-def skip_reason(case, skipped):
-    """GoogleTest prints the reason after a line that ends in "Skipped"; JUnit hands it over; others print it last."""
-    said = (case.findtext("system-out") or "").rstrip()
-    googletest = re.search(r"Skipped\n(.*)", said)
-    if googletest:
-        return googletest.group(1).strip()
-    own = (skipped.text or skipped.get("message") or "").strip()
-    if not own.startswith("SKIP_"):
-        return own or "no reason given"
-    return tail(said, 1) or "no reason given"
-
-
-def case_of(element):
-    name = element.get("name")
-    if element.get("classname") not in (None, "", name):
-        name = f"{element.get('classname').rsplit('.', 1)[-1]}.{name}"
-    bad = element.find("failure") if element.find("failure") is not None else element.find("error")
-    if bad is not None:
-        # A stack trace tells most at its top, a program's output at its end.
-        trace, output = (bad.text or "").strip(), element.findtext("system-out") or ""
-        said = "\n".join(trace.splitlines()[:10]) if trace else tail(output)
-        return Case(name, "failed", said or f"no output in {float(element.get('time') or 0):.0f} s")
-    skipped = element.find("skipped")
-    # CTest calls a test whose program is missing skipped, too; that one has failed.
-    if element.get("status") == "notrun" and not (skipped.get("message") or "").startswith("SKIP_"):
-        return Case(name, "failed", f"not run: {skipped.get('message')}")
-    if skipped is not None or element.get("status") == "disabled":
-        return Case(name, "skipped", "disabled" if skipped is None else skip_reason(element, skipped))
-    return Case(name, "passed")
-
-
-def checked(cases, log, status):
-    """The cases of a run, when they agree with its exit status."""
-    if not cases:
-        raise NotRun(f"no test ran: {log}\n{tail(read(log))}")
-    if status != 0 and all(case.state != "failed" for case in cases):
-        cases.append(Case("exit status", "failed", f"ended with status {status}: {log}\n{tail(read(log))}"))
-    return cases
-
-
-def cases_of(reports, log, status):
-    cases = [case_of(element) for report in reports for element in ElementTree.parse(report).iter("testcase")]
-    return checked(cases, log, status)
-
-
-def told_cases(command, log, deadline):
-    """The cases of a program that tells them itself.
-
-    It prints "ok NAME" or "not ok NAME" for each check, and after it what there is to say, in lines with "# ".
-    """
-    status = execute(command, log, deadline)
-    checks = re.findall(r"^(not )?ok (.*)\n((?:# .*\n)*)", read(log), re.MULTILINE)
-    cases = [Case(name, "failed" if bad else "passed", tail(said)) for bad, name, said in checks]
-    return checked(cases, log, status)
 
 
 def ctest(preset, targets, choice):
@@ -205,8 +77,6 @@ def house():
 
 UNIT_TESTS = ["unit_tests_macos"] if MACOS else ["unit_tests", "unit_tests_macos"]
 SIM_TESTS = ["sim_tests"] if MACOS else ["sim_tests", "usbip_tests"]
-
-
 FUZZ_TARGETS = [] if MACOS else ["fuzz_targets"]
 
 
@@ -302,14 +172,6 @@ def of_what_is_shipped(folder):
                            simulation)
         yield command_case(folder, "memcheck", *MEMCHECK, program, LD_LIBRARY_PATH=str(simulation),
                            SIMBUS_SCENARIO="bench/scenario.json")
-
-
-def junit_cases(reports, log, status):
-    cases = cases_of(reports.glob("TEST-*.xml"), log, status)
-    complaints = [found.group() for found in JNI_COMPLAINTS.finditer(read(log))]
-    if complaints:
-        cases.append(Case("-Xcheck:jni is silent", "failed", "\n".join(complaints[:10]) + f"\nsee {log}"))
-    return cases
 
 
 def on_simulated_bus(folder, suite, log, build=RELEASE, environment=None):
@@ -506,37 +368,9 @@ def perform(floor, build, work):
     return run
 
 
-def details(runs, state):
-    return [(run, case) for run in runs for case in run.cases if case.state == state]
-
-
-def summarise(runs):
-    for run, case in details(runs, "failed"):
-        print(f"\nFAILED {run.floor}, {run.build}: {case.name}")
-        print("\n".join(f"    {line}" for line in case.detail.splitlines()))
-    for run, case in details(runs, "skipped"):
-        print(f"\nskipped {run.floor}, {run.build}: {case.name}: {case.detail}")
-    print(f"\n{'floor':8} {'build':17} {'passed':>8} {'failed':>8} {'skipped':>8} {'seconds':>8}")
-    for run in runs:
-        print(f"{run.floor:8} {run.build:17} {run.count('passed'):8} {run.count('failed'):8} "
-              f"{run.count('skipped'):8} {run.seconds:8.0f}")
-    passed, failed, skipped = (len(details(runs, state)) for state in ("passed", "failed", "skipped"))
-    if skipped:
-        print(f"\nNot everything was tested: {skipped} skipped.")
-    print(f"\n{passed} passed, {failed} failed, {skipped} skipped", flush=True)
-    return 0 if failed == skipped == 0 else 1
-
-
 def side_by_side(floor, lanes):
     with ThreadPoolExecutor(len(lanes)) as pool:
         return list(chain(*pool.map(lambda lane: [perform(floor, *run) for run in lane], lanes)))
-
-
-def end_all(number, _frame):
-    """Ended from outside it ends what it started, too."""
-    for process in list(running):
-        end_group(process)
-    os._exit(128 + number)  # the threads that wait for these processes have nothing more to say
 
 
 def main(floors):
