@@ -141,9 +141,8 @@ def equivalents():
 
 
 def survivors(log):
-    """The changes that an earlier run's output lists as survived."""
-    told = "survived: "
-    return {unnumbered(line[len(told) :]) for line in log.read_text().splitlines() if line.startswith(told)}
+    """The changes that an earlier run's output lists as not killed; its progress may stand before them."""
+    return {unnumbered(change) for change in re.findall(r"(?:survived|unvisited): (.*)", log.read_text())}
 
 
 def table(found):
