@@ -47,7 +47,7 @@ class FaultSweep : public JniTest {
             finish();
         };
         bus.loadScenario(scenarioOf(devices));
-        const std::vector<FaultPoint> points = pointsOf(rehearse());
+        const std::vector<FaultPoint> points = shareOf(pointsOf(rehearse()));
         for (const FaultPoint& point : points) {
             probe(point);
             if (HasFailure()) {
@@ -112,6 +112,8 @@ class FaultSweep : public JniTest {
     jint timeoutMs() const { return static_cast<jint>(patience_.count()); }
 
     bool sweepsLibusb = true;
+    size_t share = 0;  ///< which of the shares of the fault points this test takes
+    size_t shares = 1;
     jint list = -1;
     FakeByteArray bytes{std::vector<jbyte>(512)};
 
@@ -155,6 +157,13 @@ class FaultSweep : public JniTest {
         }
         return points;
     }
+    std::vector<FaultPoint> shareOf(const std::vector<FaultPoint>& points) const {
+        std::vector<FaultPoint> chosen;
+        for (size_t i = share; i < points.size(); i += shares) {
+            chosen.push_back(points[i]);
+        }
+        return chosen;
+    }
     void probe(const FaultPoint& point) {
         SCOPED_TRACE(point.call + ", call " + std::to_string(point.nth) + ", code " +
                      std::to_string(point.code));
@@ -192,6 +201,21 @@ class FaultSweep : public JniTest {
 };
 
 using HidFaultSweep = FaultSweep;
+
+/// For a scenario that takes long: four tests, each with every fourth of the fault points.
+class FaultSweepInQuarters : public FaultSweep, public ::testing::WithParamInterface<size_t> {
+ protected:
+    FaultSweepInQuarters() {
+        share = GetParam();
+        shares = 4;
+    }
+};
+
+using HidFaultSweepInQuarters = FaultSweepInQuarters;
+
+const auto kQuarters = ::testing::Range(size_t{0}, size_t{4});
+INSTANTIATE_TEST_SUITE_P(Points, FaultSweepInQuarters, kQuarters);
+INSTANTIATE_TEST_SUITE_P(Points, HidFaultSweepInQuarters, kQuarters);
 
 /// Two interfaces, the second of which is listed by itself.
 const std::string kComposite = R"({"interfaces":[{"number":0,"class":3},
@@ -262,7 +286,7 @@ TEST_F(FaultSweep, CancelAndCloseDuringATransfer) {
         });
 }
 
-TEST_F(FaultSweep, ADeviceGoesAndComesBack) {
+TEST_P(FaultSweepInQuarters, ADeviceGoesAndComesBack) {
     const std::vector<std::string> devices{deviceJson("tool"), deviceJson("other", R"({"plugged":false})")};
     sweep(
         devices, [this] { startWithOpenDevice(); },
@@ -314,7 +338,7 @@ TEST_F(HidFaultSweep, Reports) {
         });
 }
 
-TEST_F(HidFaultSweep, ADeviceGoesAndComesBack) {
+TEST_P(HidFaultSweepInQuarters, ADeviceGoesAndComesBack) {
     sweepsLibusb = false;  // whose calls are those of a plain device
     const std::vector<std::string> devices{hidJson("tool"), hidJson("other", R"({"plugged":false})")};
     sweep(
