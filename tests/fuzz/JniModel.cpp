@@ -299,7 +299,9 @@ Expected JniModel::hidTransfer(const ModelRecord& record, const ModelTransfer& t
     if (transfer.writes) {
         return std::max(transfer.length, 0);
     }
-    if (!record.knowsReports && transfer.length > 0) {
+    // A read that asks for other packets than the ring has slots may take what was there before.
+    const bool otherSlots = transfer.isExtended && transfer.packetSize != kReportBytes;
+    if ((otherSlots || !record.knowsReports) && transfer.length > 0) {
         return Expected({-150, transfer.length}, -1);
     }
     const bool enough = transfer.length > 0 && transfer.length <= record.reports * kReportBytes;
