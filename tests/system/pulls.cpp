@@ -43,6 +43,10 @@ class KernelCalls {
     }
 
     /// What the call was, before which something was done; empty when there were fewer calls.
+    std::string said() {
+        const std::lock_guard lock(mutex_);
+        return said_;
+    }
     std::string endWatch() {
         const std::lock_guard lock(mutex_);
         left_ = 0;
@@ -142,6 +146,7 @@ struct Answers {
     int32_t wrote = 0;
     int32_t read = 0;
     int32_t closed = 0;
+    bool pulledInOpen = false;
 
     bool allWell() const { return opened == 0 && wrote == kBytes && read == kBytes && closed == 0; }
 };
@@ -215,6 +220,8 @@ class Pulls {
             return false;
         }
         expectAllowed(device, answers);
+        const bool opens = device.closesUnopened || !answers.pulledInOpen || !untilGone;
+        expect(opens || answers.opened != 0, "a device that was gone was opened");
         updateUntilPresent(record, 0);
         bus_({{"op", "plug"}, {"device", device.id}});
         updateUntilPresent(record, 1);
@@ -226,6 +233,7 @@ class Pulls {
         uint8_t received[kBytes] = {};
         Answers answers;
         answers.opened = LibUSB_OpenDevice(&record);
+        answers.pulledInOpen = !g_calls.said().empty();
         if (answers.opened == 0) {
             answers.wrote = device.write(&record, 1, kBytes, kTimeoutMs, sent);
         }
