@@ -25,7 +25,7 @@ FLOORS = [
 ]
 
 # The ground that every room stands on: plain record types and field access, no behaviour.
-GROUND = ["MacOSXUSBAccess/records/DeviceRecords.h", "MacOSXUSBAccess/records/SharedField.h"]
+GROUND = [f"MacOSXUSBAccess/records/{name}.h" for name in ("DeviceRecords", "Immortal", "SharedField")]
 
 # What appears in code, and the only rooms or files where it may.
 BOUND = [

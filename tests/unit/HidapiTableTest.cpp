@@ -117,7 +117,7 @@ TEST_F(HidapiTable, TheReadThreadSleepsByItselfOnlyWhenTheDeviceHasGone) {
     clock.beforeSleep = [&, test = std::this_thread::get_id()](const timespec& period) {
         const std::thread::id self = std::this_thread::get_id();
         if (self != test && self != g_eventLoopThread.get_id()) {
-            EXPECT_EQ(1'000'000, period.tv_nsec);
+            EXPECT_EQ(5'000'000, period.tv_nsec);
             ++sleeps;
         }
     };

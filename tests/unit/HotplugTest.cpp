@@ -313,18 +313,19 @@ TEST_F(Hotplug, ANullContextIsNotWatched) {
     EXPECT_THAT(bus.calls(), IsEmpty());
 }
 
-TEST_F(Hotplug, AContextThatComesWhileTheLoopPausesIsNoError) {
+TEST_F(Hotplug, ALoopWithoutAContextSleepsUntilItIsWanted) {
     startEmpty();
     const uint32_t list = createList({kVendor});
     deinitHotplugUsb();
     FakeClock clock;
+    std::atomic<int> pauses{0};
     clock.beforeSleep = [&, test = std::this_thread::get_id()](const timespec& /*pause*/) {
-        if (std::this_thread::get_id() != test) {
-            initHotplugUsb(context);
-        }
+        pauses += std::this_thread::get_id() == test ? 0 : 1;
     };
     const auto lines = debugLinesOf([&] {
         EXPECT_EQ(0, initHotplugUsb(nullptr));
+        EXPECT_FALSE(eventually([&] { return pauses > 0; }, std::chrono::milliseconds(100)));
+        EXPECT_EQ(-1, initHotplugUsb(context));
         plugAndWait("tool", list);
         deinitHotplugUsb();
     });

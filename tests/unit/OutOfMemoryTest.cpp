@@ -9,11 +9,15 @@
 #include "HidPlatformTest.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "JniTest.h"
+#include "LibUSBJNILink/OpenDeviceMap.h"
 #include "ListTest.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "hid/HIDAccess.h"
+#include "hid/HidDeviceOperations.h"
 
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
@@ -24,8 +28,6 @@ using OutOfMemory = ListTest;
 using OutOfMemoryInJava = JniTest;
 using HidOutOfMemory = HidPlatformTest;
 
-constexpr auto kNoMemory = static_cast<uint32_t>(LIBUSB_ERROR_NO_MEM);
-
 const std::string kComposite = rawConfiguration(
     configurationBytes({interfaceBytes(0, 3), interfaceBytes(1), endpointBytes(0x85), endpointBytes(0x05)}));
 
@@ -35,11 +37,13 @@ TEST_F(OutOfMemory, AListThatCannotBeMadeTakesNoHandle) {
     startSession({deviceJson("a")});
     const uint32_t next = g_NextDeviceListHandle;
     const int32_t id = kVendor;
-    for (const bool several : {true, false}) {
+    {
         const FailingAllocation list(sizeof(tagUSB_DEVICE_LIST));
-        EXPECT_EQ(kNoMemory, several ? LibUSB_CreateDeviceList2(context, 1, &id)
-                                     : LibUSB_CreateDeviceList(context, kVendor));
-        EXPECT_TRUE(FailingAllocation::happened());
+        EXPECT_THROW(LibUSB_CreateDeviceList2(context, 1, &id), std::bad_alloc);
+    }
+    {
+        const FailingAllocation list(sizeof(tagUSB_DEVICE_LIST));
+        EXPECT_THROW(LibUSB_CreateDeviceList(context, kVendor), std::bad_alloc);
     }
     EXPECT_EQ(next, g_NextDeviceListHandle);
     EXPECT_TRUE(g_hotPlugCallback.empty());
@@ -51,38 +55,61 @@ TEST_F(OutOfMemory, ATemporaryListThatCannotBeMadeIsTold) {
     const int32_t id = kVendor;
     int32_t status = 0;
     const FailingAllocation list(sizeof(tagUSB_DEVICE_LIST));
-    EXPECT_EQ(nullptr, CreateInternalDeviceList2(context, 1, &id, &status));
+    EXPECT_THROW(CreateInternalDeviceList2(context, 1, &id, &status), std::bad_alloc);
     EXPECT_EQ(-102, status);
 }
 
-TEST_F(OutOfMemory, ADeviceWithoutMemoryForItsRecordIsLeftOut) {
-    startSession({deviceJson("a"), deviceJson("b"), deviceJson("c")});
-    std::vector<libusb_device*> devices = libusbsDevices();
-    devices.erase(devices.begin() + 1);
-    const FailingAllocation second(sizeof(DeviceRecord), 2);
-    EXPECT_EQ(devices, devicesOf(createList({kVendor})));
-    EXPECT_TRUE(FailingAllocation::happened());
+TEST_F(OutOfMemory, AListThatCannotBeFilledLeavesNothingBehind) {
+    struct Need {
+        std::size_t bytes;
+        int times;
+    };
+    FakeHid hid;
+    hid.devices = {{kVendor, 0x1001, "Talvane", "Echo Tool", "b"}};
+    startSession({deviceJson("a", kComposite), deviceJson("b")});
+    createList({kVendor + 1});
+    const auto watched = g_hotPlugCallback;
+    const int32_t ids[] = {kVendor, kVendor + 1};
+    // The list; an id that is not watched yet and a count; two devices and an interface; what is HID.
+    for (const Need& need :
+         {Need{sizeof(tagUSB_DEVICE_LIST), 1}, Need{kMapNodeBytes - sizeof(void*), 1}, Need{kMapNodeBytes, 1},
+          Need{sizeof(DeviceRecord), 3}, Need{sizeof(HidDeviceInfo), 1}, Need{sizeof(HIDAccessRecord), 1}}) {
+        for (int nth = 1; nth <= need.times; ++nth) {
+            const FailingAllocation missing(need.bytes, nth);
+            EXPECT_THROW(LibUSB_CreateDeviceList2(context, 2, ids), std::bad_alloc)
+                << need.bytes << ", " << nth;
+            EXPECT_EQ(watched, g_hotPlugCallback);
+            EXPECT_TRUE(g_refCount.empty());
+            EXPECT_EQ(callsOf("libusb_open"), callsOf("libusb_close")) << need.bytes << ", " << nth;
+            EXPECT_EQ(nullptr, find_device_list(context, kVendor)) << "no event is lost to it";
+        }
+    }
+    EXPECT_THAT(serialsOf(createList({kVendor, kVendor + 1})), ElementsAre("b", "a", "a_01"));
 }
 
-TEST_F(OutOfMemory, ADeviceWithoutMemoryForItsChildIsNotSplit) {
-    startSession({deviceJson("a", kComposite)});
-    const FailingAllocation child(sizeof(DeviceRecord), 2);
-    const uint32_t list = createList({kVendor});
-    EXPECT_TRUE(FailingAllocation::happened());
-    ASSERT_THAT(recordsOf(list), SizeIs(1));
-    EXPECT_EQ(kPlainDevice, record(list, 0).familyStatus);
-    EXPECT_EQ(nullptr, record(list, 0).pCompositeChild);
+TEST_F(OutOfMemory, ASingleCallListThatCannotBeFilledLeavesNothingBehind) {
+    startSession({deviceJson("a", kComposite), deviceJson("b")});
+    for (const int record : {1, 2, 3}) {
+        const FailingAllocation any(sizeof(DeviceRecord), record);
+        EXPECT_THROW(LibUSB_CreateDeviceList(context, kVendor), std::bad_alloc);
+        EXPECT_EQ(nullptr, find_device_list(context, kVendor));
+    }
+    EXPECT_THAT(serialsOf(createSingleCallList(kVendor)), ElementsAre("b", "a", "a_01"));
 }
 
-TEST_F(OutOfMemory, AnUpdateWithoutMemoryIsTriedAgain) {
+TEST_F(OutOfMemory, AnUpdateWithoutMemoryChangesNothingAndIsTriedAgain) {
     startSession({deviceJson("a"), deviceJson("b", R"({"plugged":false})")});
     const uint32_t list = createList({kVendor});
-    unplugAndWait("a", list);
-    {
-        const FailingAllocation enumerated(sizeof(tagUSB_DEVICE_LIST));
-        update(list);
-        EXPECT_TRUE(FailingAllocation::happened());
+    bus.unplug("a");
+    plugAndWait("b", list);
+    for (const std::size_t bytes : {sizeof(tagUSB_DEVICE_LIST), sizeof(DeviceRecord)}) {
+        const FailingAllocation enumerated(bytes);
+        EXPECT_THROW(LibUSB_UpdateDeviceList(list, 0), std::bad_alloc);
+        EXPECT_EQ(1U, record(list, 0).isPresent);
+        EXPECT_TRUE(isFlagged(list));
+        EXPECT_THAT(serialsOf(list), ElementsAre("a"));
     }
+    bus.unplug("b");
     EXPECT_EQ(1U, record(list, 0).isPresent);
     EXPECT_TRUE(isFlagged(list));
     bus.plug("b");
@@ -110,28 +137,31 @@ TEST_F(OutOfMemory, AnOpenWithoutMemoryForARecordIsUndone) {
     EXPECT_EQ(0, LibUSB_OpenDevice(&entry));
 }
 
-TEST_F(OutOfMemory, ADeviceWithoutMemoryForItsHidAccessIsNotMarked) {
+TEST_F(OutOfMemory, AReplugWithoutMemoryForTheCountHoldsTheDeviceAllTheSame) {
+    startSession({deviceJson("a")});
+    bus.failCall("libusb_open", 1, LIBUSB_ERROR_ACCESS, 2);  // its texts are not asked for
+    const uint32_t list = createList({kVendor});
+    bus.unplug("a");
+    plugAndWait("a", list);
+    {
+        const FailingAllocation count(kMapNodeBytes);
+        update(list);
+        EXPECT_TRUE(FailingAllocation::happened());
+    }
+    EXPECT_TRUE(g_refCount.empty());
+    EXPECT_EQ(1U, record(list, 0).isPresent);
+    EXPECT_EQ(0, LibUSB_OpenDevice(&record(list, 0)));
+    EXPECT_EQ(0, LibUSB_CloseDevice(&record(list, 0)));
+}
+
+TEST_F(OutOfMemory, TheHidUnitsContextIsTakenBack) {
     FakeHid hid;
     hid.devices = {{kVendor, 0x1001, "Talvane", "Echo Tool", "a"}};
     startSession({deviceJson("a")});
     const FailingAllocation access(sizeof(HIDAccessRecord));
-    const tagUSB_DEVICE_ACCESS_ENTRY& entry = record(createList({kVendor}), 0);
-    EXPECT_TRUE(FailingAllocation::happened());
-    EXPECT_EQ(0, entry.isHid);
-    EXPECT_EQ(nullptr, entry.pHIDAccess);
-    EXPECT_EQ(10, entry.endpointCount) << "it stays what it was";
-}
-
-TEST_F(OutOfMemory, WithoutMemoryForTheListOfHidDevicesNoneIsMarked) {
-    FakeHid hid;
-    hid.devices = {{kVendor, 0x1001, "Talvane", "Echo Tool", "a"}};
-    startSession({deviceJson("a")});
-    const FailingAllocation listed(sizeof(HidDeviceInfo));
-    tagUSB_DEVICE_ACCESS_ENTRY& entry = record(createList({kVendor}), 0);
-    EXPECT_EQ(0, entry.isHid);
-    EXPECT_TRUE(FailingAllocation::happened());
-    const FailingAllocation again(sizeof(HidDeviceInfo));
-    EXPECT_EQ(0, HID_MarkHidDevicesInList(entry.pDeviceList)) << "as when the platform cannot be asked";
+    const int32_t id = kVendor;
+    EXPECT_THROW(LibUSB_CreateDeviceList2(context, 1, &id), std::bad_alloc);
+    EXPECT_EQ(nullptr, hidUsbContext());
 }
 
 TEST_F(HidOutOfMemory, AnOpenWithoutMemoryForTheDeviceIsUndone) {
@@ -193,11 +223,55 @@ TEST_F(OutOfMemoryInJava, ACallWithAnArrayThatIsLongEnoughTakesNoMemory) {
 TEST_F(OutOfMemoryInJava, AnEventThreadWithoutMemoryEndsTheStartedContext) {
     {
         const FailingAllocation thread(FailingAllocation::kAnySize);
-        EXPECT_EQ(-99, call(usbInitialize));
+        EXPECT_EQ(-11, call(usbInitialize));
         EXPECT_TRUE(FailingAllocation::happened());
     }
     EXPECT_EQ(-1, g_SessionId);
     EXPECT_FALSE(g_eventLoopRunning.load());
     EXPECT_EQ(1U, callsOf("libusb_exit"));
     EXPECT_EQ(0, call(usbInitialize)) << "and the next start works";
+}
+
+TEST_F(OutOfMemoryInJava, AnOpenDeviceThatCannotBeEnteredIsClosedAgain) {
+    openSession({deviceJson("tool")});
+    const jint list = listOfVendor();
+    for (const bool mapIsThere : {false, true}) {
+        // The index's node, or before that the list's.
+        const std::size_t bytes = mapIsThere ? kMapNodeBytes : 32 + 8 + sizeof(OpenDevices);
+        const FailingAllocation entry(bytes, mapIsThere ? 32 + 1 : 1);
+        EXPECT_EQ(-11, call(usbOpenDevice, list, 0));
+        EXPECT_TRUE(FailingAllocation::happened());
+        EXPECT_EQ(0, bus.tally("transfers not freed"));
+        EXPECT_EQ(callsOf("libusb_open"), callsOf("libusb_close"));
+        EXPECT_EQ(-114, call(usbCloseDevice, list, 0));
+    }
+    EXPECT_EQ(0, call(usbOpenDevice, list, 0));
+}
+
+TEST_F(OutOfMemoryInJava, ALookUpThatCannotInsertFindsNothing) {
+    openSession({deviceJson("tool")});
+    FakeByteArray bytes({1});
+    const FailingAllocation list(FailingAllocation::kAnySize);
+    EXPECT_EQ(-114, call(usbReadBulkPipe, 4711, 0, 0x81, 1, 1000, bytes.java()));
+    EXPECT_TRUE(FailingAllocation::happened());
+    EXPECT_EQ(0U, g_DevMap.count(4711));
+}
+
+TEST_F(OutOfMemoryInJava, AListWithoutMemoryIsAnsweredWithMinusEleven) {
+    openSession({deviceJson("tool")});
+    FakeIntArray ids({kVendor});
+    {
+        const FailingAllocation record(sizeof(DeviceRecord));
+        EXPECT_EQ(-11, call(usbCreateDeviceList2, 0, ids.java()));
+    }
+    {
+        const FailingAllocation record(sizeof(DeviceRecord));
+        EXPECT_EQ(-11, call(usbCreateDeviceList, 0, kVendor));
+    }
+    const jint list = listOfVendor();
+    unplugAndWait("tool", static_cast<uint32_t>(list));
+    const FailingAllocation temporary(sizeof(tagUSB_DEVICE_LIST));
+    EXPECT_EQ(-11, call(usbUpdateDeviceList, list, 0));
+    EXPECT_EQ(0, call(usbUpdateDeviceList, list, 0));
+    EXPECT_EQ('0', infoLine(list, 0).front());
 }

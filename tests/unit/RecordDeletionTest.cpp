@@ -87,10 +87,10 @@ TEST_F(RecordDeletion, ARecordKeptAsideStaysAsLongAsItHasTransferRecords) {
     ASSERT_TRUE(createTransferRecords(*entry));
     keepRecordAside(*entry);
     const DeletionCount records(sizeof(DeviceRecord));
-    deleteIfKeptAside(*entry);
+    finishCloses();
     ASSERT_EQ(0, DeletionCount::count());
     freeTransferRecords(*entry);
-    deleteIfKeptAside(*entry);
+    finishCloses();
     EXPECT_EQ(1, DeletionCount::count());
 }
 

@@ -1,6 +1,5 @@
 #include "HidHandling/HidDetection.h"
 
-#include <new>
 #include <vector>
 
 #include "MacOSXUSBAccess/records/DescriptorWalk.h"
@@ -35,21 +34,16 @@ tagUSB_DEVICE_ACCESS_ENTRY* findUnmarked(const tagUSB_DEVICE_LIST& list, const H
     return entry;
 }
 
-/// False when there is no memory for a HIDAccess; the record stays what it was.
-bool mark(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+void mark(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     if (entry.pHIDAccess == nullptr) {
         entry.pHIDAccess =
             newHIDAccess(static_cast<uint16_t>(entry.idVendor), static_cast<uint16_t>(entry.idProduct),
                          entry.sSerialNumber, kHidPacketSize, kHidFillValue);
     }
-    if (entry.pHIDAccess == nullptr) {
-        return false;
-    }
     entry.isHid = 1;
     entry.packetSize = kHidPacketSize;
     entry.exPacketSize = kHidPacketSize;
     entry.fillValue = kHidFillValue;
-    return true;
 }
 
 /// False when the configuration cannot be read, or a descriptor of length 0 stands before its first
@@ -73,28 +67,32 @@ bool rebuildConfiguration(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return !walk.atZeroLength();
 }
 
-bool listDevices(std::vector<HidDeviceInfo>& devices) {
-    try {
-        return hidOperations().list(devices);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-}
+/// The context in which the platform may use libusb, for as long as this object lives.
+class HidUsbContext {
+ public:
+    explicit HidUsbContext(libusb_context* context) { setHidUsbContext(context); }
+    ~HidUsbContext() { setHidUsbContext(nullptr); }
+    HidUsbContext(const HidUsbContext&) = delete;
+    HidUsbContext& operator=(const HidUsbContext&) = delete;
+};
 
 }  // namespace
 
 int32_t HID_MarkHidDevicesInList(tagUSB_DEVICE_LIST* list) {
     std::vector<HidDeviceInfo> devices;
-    if (!listDevices(devices)) {
+    if (!hidOperations().list(devices)) {
         return 0;
     }
-    setHidUsbContext(list->pContext);
+    const HidUsbContext context(list->pContext);
     for (const HidDeviceInfo& device : devices) {
         tagUSB_DEVICE_ACCESS_ENTRY* entry = findUnmarked(*list, device);
-        if (entry != nullptr && mark(*entry) && !rebuildConfiguration(*entry)) {
+        if (entry == nullptr) {
+            continue;
+        }
+        mark(*entry);
+        if (!rebuildConfiguration(*entry)) {
             clearConfiguration(*entry);
         }
     }
-    setHidUsbContext(nullptr);
     return 1;
 }

@@ -2,24 +2,58 @@
 
 #include <libusb.h>
 
-#include <chrono>
+#include <condition_variable>
+#include <mutex>
 
 #include "DebugUtil/DebugLog.h"
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/Immortal.h"
 
-std::map<int32_t, int32_t> g_hotPlugCallback;
+namespace {
+
+Immortal<std::map<int32_t, int32_t>> g_callbacks;
+/// A thread object that is destroyed before it was joined would end the program.
+Immortal<std::thread> g_thread;
+
+}  // namespace
+
+std::map<int32_t, int32_t>& g_hotPlugCallback = g_callbacks.object;
 std::atomic<bool> g_eventLoopRunning{false};
-std::thread g_eventLoopThread;
+std::thread& g_eventLoopThread = g_thread.object;
 
 namespace {
 
 constexpr timeval kEventPeriod{1, 0};
 
-/// The context whose events the loop handles; null while it idles.
-std::atomic<libusb_context*> g_loopContext{nullptr};
+/// What the event loop has to do, and where it sleeps when that is nothing.
+struct LoopOrders {
+    std::mutex stopping;  ///< held by who stops the loop, until its thread has ended
+    std::mutex mutex;     ///< held for each change of the context and of g_eventLoopRunning
+    std::condition_variable changed;
+    libusb_context* context = nullptr;  ///< whose events are handled; null while there is none
+};
+Immortal<LoopOrders> g_loop;
 
-/// A program that ends without a release must not end in the thread object's own destructor.
+/// Changes the orders, and wakes the loop that has none.
+template <class Change>
+void order(Change change) {
+    {
+        const std::lock_guard lock(g_loop.object.mutex);
+        change(g_loop.object);
+    }
+    g_loop.object.changed.notify_all();
+}
+
+/// The loop's context; sleeps while there is none, until the loop is stopped: then null.
+libusb_context* nextContext() {
+    LoopOrders& loop = g_loop.object;
+    std::unique_lock lock(loop.mutex);
+    loop.changed.wait(lock, [&] { return loop.context != nullptr || !g_eventLoopRunning.load(); });
+    return loop.context;
+}
+
+/// No event thread may outlive its code: it is stopped when the library is unloaded without a release.
 struct EventLoopOwner {
     ~EventLoopOwner() { deinitHotplugUsb(); }
 } g_eventLoopOwner;
@@ -33,16 +67,17 @@ void deregister(libusb_context* context, int32_t vendorId, int32_t callbackHandl
 }  // namespace
 
 void hotplugEventLoop(libusb_context* context) {
-    g_loopContext.store(context);
-    g_eventLoopRunning.exchange(true);
+    order([context](LoopOrders& loop) {
+        loop.context = context;
+        g_eventLoopRunning.exchange(true);
+    });
     while (g_eventLoopRunning.load()) {
         if (leaveEventsToWaiters()) {
             continue;
         }
-        // Looked at once: a context that is adopted during the pass has nothing to do with its result.
-        libusb_context* current = g_loopContext.load();
-        const int result = handleEventsFor(current, kEventPeriod);
-        if (result < 0 && current != nullptr) {
+        libusb_context* current = nextContext();
+        const int result = current == nullptr ? LIBUSB_SUCCESS : handleEventsFor(current, kEventPeriod);
+        if (result < 0) {
             debug_log("libusb_handle_events() failed: %s", libusb_error_name(result));
         }
     }
@@ -50,8 +85,8 @@ void hotplugEventLoop(libusb_context* context) {
 
 int32_t initHotplugUsb(libusb_context* context) {
     if (g_eventLoopRunning.load()) {
-        libusb_context* idle = nullptr;
-        g_loopContext.compare_exchange_strong(idle, context);
+        order(
+            [context](LoopOrders& loop) { loop.context = loop.context == nullptr ? context : loop.context; });
         return -1;
     }
     g_eventLoopThread = std::thread(hotplugEventLoop, context);
@@ -62,11 +97,16 @@ int32_t initHotplugUsb(libusb_context* context) {
 }
 
 void deinitHotplugUsb() {
+    // A program may end beside a release: whoever comes second waits until the thread has ended, too.
+    const std::lock_guard stopping(g_loop.object.stopping);
     if (!g_eventLoopRunning.load()) {
         return;
     }
-    g_eventLoopRunning.exchange(false);
-    libusb_context* context = g_loopContext.load();
+    libusb_context* context = nullptr;
+    order([&](const LoopOrders& loop) {
+        g_eventLoopRunning.exchange(false);
+        context = loop.context;
+    });
     if (context != nullptr) {
         libusb_interrupt_event_handler(context);
     }
@@ -87,7 +127,8 @@ int hotplug_callback(libusb_context* context, libusb_device* device, int /*event
 }
 
 int32_t registerForHotplug(libusb_context* context, int32_t vendorId) {
-    if (g_hotPlugCallback.count(vendorId) != 0) {
+    const auto [place, isNew] = g_hotPlugCallback.try_emplace(vendorId);
+    if (!isNew) {
         return -1;
     }
     const auto onEvent = [](libusb_context* of, libusb_device* device, libusb_hotplug_event event,
@@ -101,10 +142,11 @@ int32_t registerForHotplug(libusb_context* context, int32_t vendorId) {
                   context, LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0,
                   vendorId, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, onEvent, nullptr, &handle);
     if (result != LIBUSB_SUCCESS) {
+        g_hotPlugCallback.erase(place);
         debug_log("Error registering hotplug callback");
         return -1;
     }
-    g_hotPlugCallback[vendorId] = handle;
+    place->second = handle;
     debug_log("[registerForHotplug]: registered callback %d for vendor: %x", handle,
               static_cast<unsigned int>(vendorId));
     return 0;
@@ -117,6 +159,11 @@ int32_t unregisterForHotplug(libusb_context* context, int32_t vendorId) {
     }
     deregister(context, vendorId, found->second);
     return 0;
+}
+
+void forgetHotplug(libusb_context* context, int32_t vendorId) {
+    unregisterForHotplug(context, vendorId);
+    g_hotPlugCallback.erase(vendorId);
 }
 
 void releaseHotplugCallbacks(libusb_context* context) {

@@ -13,9 +13,9 @@
 // again. Start, stop, registration and release are called from one thread; the callback runs on whichever
 // thread handles events.
 
-extern std::map<int32_t, int32_t> g_hotPlugCallback;  ///< libusb's callback handle by vendor id
-extern std::atomic<bool> g_eventLoopRunning;          ///< true while the event thread loops
-extern std::thread g_eventLoopThread;                 ///< the event thread; stopped and joined at unload
+extern std::map<int32_t, int32_t>& g_hotPlugCallback;  ///< libusb's callback handle by vendor id
+extern std::atomic<bool> g_eventLoopRunning;           ///< true while the event thread loops
+extern std::thread& g_eventLoopThread;                 ///< the event thread; stopped and joined at unload
 
 /// Starts the event thread and returns once it runs: 0. When it runs already: -1, and a loop that idles for
 /// want of a context adopts this one. A null context starts an idle loop. Throws std::system_error when no
@@ -30,10 +30,13 @@ void hotplugEventLoop(libusb_context* context);
 /// read, which ends this registration.
 int hotplug_callback(libusb_context* context, libusb_device* device, int event, void* userData);
 
-/// Watches a vendor id: 0, or -1 when it is watched already (silently) or libusb refuses (logged).
+/// Watches a vendor id: 0, or -1 when it is watched already (silently) or libusb refuses (logged). Throws
+/// std::bad_alloc before libusb is asked.
 int32_t registerForHotplug(libusb_context* context, int32_t vendorId);
 /// Ends the watch of one vendor id at libusb; the id stays in the map and is never registered again before
 /// the release: meant. 0, or -1 for an id that is not watched.
 int32_t unregisterForHotplug(libusb_context* context, int32_t vendorId);
+/// Ends the watch of one vendor id and forgets it, so that it can be registered again.
+void forgetHotplug(libusb_context* context, int32_t vendorId);
 /// Ends all watches in ascending order of vendor id.
 void releaseHotplugCallbacks(libusb_context* context);

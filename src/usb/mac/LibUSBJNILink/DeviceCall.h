@@ -4,11 +4,13 @@
 
 #include <cstdint>
 
+#include "LibUSBJNILink/EntryFrame.h"
 #include "LibUSBJNILink/OpenDeviceMap.h"
 #include "LibUSBJNILink/PinnedBytes.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 
-// The frame of every call on one device: find the record, pin the Java array, call, unpin, return the result.
+// The frame of every call on one device, within that of every method: find the record, pin the Java array,
+// call, unpin, return the result.
 
 constexpr jint kNoDeviceRecord = -114;
 
@@ -19,7 +21,7 @@ inline tagUSB_DEVICE_ACCESS_ENTRY* findListedDevice(jint listHandle, jint index)
 /// Calls `function(record)`, or answers -114 when there is no record.
 template <class Function>
 jint callOn(tagUSB_DEVICE_ACCESS_ENTRY* entry, Function function) {
-    return entry == nullptr ? kNoDeviceRecord : function(*entry);
+    return answer([&] { return entry == nullptr ? kNoDeviceRecord : function(*entry); });
 }
 
 /// Calls `function(record, bytes)` on the array's bytes. `touched(record, array)` tells how many bytes the

@@ -63,63 +63,72 @@ jint copyVendorIds(JNIEnv* env, jintArray array, int32_t (&ids)[kMaxVendorIds]) 
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCreateDeviceList(JNIEnv* /*env*/, jobject /*self*/,
                                                                         jint sessionId, jint vendorId) {
-    if (sessionId != g_SessionId) {
-        return kWrongSession;
-    }
-    return static_cast<jint>(LibUSB_CreateDeviceList(g_pContext, static_cast<uint32_t>(vendorId)));
+    return answer([&] {
+        return sessionId != g_SessionId
+                   ? kWrongSession
+                   : static_cast<jint>(LibUSB_CreateDeviceList(g_pContext, static_cast<uint32_t>(vendorId)));
+    });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCreateDeviceList2(JNIEnv* env, jobject /*self*/,
                                                                          jint sessionId,
                                                                          jintArray vendorIds) {
-    if (sessionId != g_SessionId) {
-        return kWrongSession;
-    }
-    int32_t ids[kMaxVendorIds] = {};
-    const jint count = copyVendorIds(env, vendorIds, ids);
-    return static_cast<jint>(LibUSB_CreateDeviceList2(g_pContext, count, ids));
+    return answer([&] {
+        if (sessionId != g_SessionId) {
+            return kWrongSession;
+        }
+        int32_t ids[kMaxVendorIds] = {};
+        const jint count = copyVendorIds(env, vendorIds, ids);
+        return static_cast<jint>(LibUSB_CreateDeviceList2(g_pContext, count, ids));
+    });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbUpdateDeviceList(JNIEnv* /*env*/, jobject /*self*/,
                                                                         jint listHandle, jint unused) {
-    return LibUSB_UpdateDeviceList(static_cast<uint32_t>(listHandle), static_cast<uint32_t>(unused));
+    return answer([&] {
+        return LibUSB_UpdateDeviceList(static_cast<uint32_t>(listHandle), static_cast<uint32_t>(unused));
+    });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReleaseDeviceList(JNIEnv* /*env*/, jobject /*self*/,
                                                                          jint listHandle) {
-    return LibUSB_ReleaseDeviceList(static_cast<uint32_t>(listHandle));
+    return answer([&] { return LibUSB_ReleaseDeviceList(static_cast<uint32_t>(listHandle)); });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceListCount(JNIEnv* /*env*/, jobject /*self*/,
                                                                           jint listHandle) {
-    tagUSB_DEVICE_ACCESS_ENTRY* entry = nullptr;
-    jint count = -1;
-    do {
-        entry = LibUSB_EnumerateDeviceList(static_cast<uint32_t>(listHandle), entry);
-        ++count;
-    } while (entry != nullptr);
-    return count;
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = nullptr;
+        jint count = -1;
+        do {
+            entry = LibUSB_EnumerateDeviceList(static_cast<uint32_t>(listHandle), entry);
+            ++count;
+        } while (entry != nullptr);
+        return count;
+    });
 }
 
 jstring Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceInfo(JNIEnv* env, jobject /*self*/,
                                                                         jint listHandle, jint index) {
     InformationLine line;
-    const tagUSB_DEVICE_ACCESS_ENTRY* entry = findListedDevice(listHandle, index);
-    if (entry != nullptr) {
-        line.format(*entry);
-    }
+    callOn(findListedDevice(listHandle, index), [&](const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+        line.format(entry);
+        return 0;
+    });
     return javaText(env, line);
 }
 
 jstring Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetChangeInfo(JNIEnv* env, jobject /*self*/,
                                                                         jint listHandle, jint index) {
     InformationLine line;
-    tagUSB_DEVICE_ACCESS_ENTRY* entry =
-        LibUSB_GetDeviceFromChangeList(static_cast<uint32_t>(listHandle), static_cast<uint32_t>(index));
-    if (entry != nullptr && entry->reportedPresent != entry->isPresent) {
-        line.format(*entry);
-        entry->reportedPresent = entry->isPresent;
-        entry->changeReported = 1;
-    }
+    callOn(LibUSB_GetDeviceFromChangeList(static_cast<uint32_t>(listHandle), static_cast<uint32_t>(index)),
+           [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+               if (entry.reportedPresent != entry.isPresent) {
+                   line.format(entry);
+                   entry.reportedPresent = entry.isPresent;
+                   entry.changeReported = 1;
+               }
+               return 0;
+           });
     return javaText(env, line);
 }

@@ -3,13 +3,28 @@
 #include "LibUSBJNILink/DeviceCall.h"
 #include "MacOSXUSBAccess/io/ControlTransfers.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
+#include "MacOSXUSBAccess/records/RecordLifetime.h"
+
+namespace {
+
+/// A device that cannot be entered does not stay open: nobody could close it.
+void enterOrClose(jint listHandle, jint index, tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    try {
+        enterOpenDevice(listHandle, index, &entry);
+    } catch (...) {
+        LibUSB_CloseDevice(&entry);
+        throw;
+    }
+}
+
+}  // namespace
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbOpenDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                   jint listHandle, jint index) {
     return callOn(findListedDevice(listHandle, index), [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         const jint result = LibUSB_OpenDevice(&entry);
         if (result == 0) {
-            enterOpenDevice(listHandle, index, &entry);
+            enterOrClose(listHandle, index, entry);
         }
         return result;
     });
@@ -17,6 +32,7 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbOpenDevice(JNIEnv* /*env*
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCloseDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                    jint listHandle, jint index) {
+    finishCloses();  // also of a device that an earlier close has forgotten
     return callOn(findOpenDevice(listHandle, index), [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         const jint result = LibUSB_CloseDevice(&entry);
         forgetOpenDevice(listHandle, index);  // whatever the close answered

@@ -1,8 +1,9 @@
 #include "hid/HIDAccess.h"
 
 #include <cstdio>
-#include <new>
+#include <mutex>
 
+#include "MacOSXUSBAccess/records/Immortal.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
 #include "hid/HidDeviceOperations.h"
 #include "hid/TickCount.h"
@@ -31,14 +32,61 @@ void waitWhile(Condition waiting) {
     }
 }
 
+/// The open objects. Each is taken out by the one thread that closes it.
+struct OpenObjects {
+    std::mutex mutex;
+    HIDAccessRecord* first = nullptr;
+
+    void add(HIDAccessRecord& access) {
+        const std::lock_guard lock(mutex);
+        access.nextOpen = first;
+        first = &access;
+    }
+    /// False when it is not among them.
+    bool take(const HIDAccessRecord& access) {
+        const std::lock_guard lock(mutex);
+        HIDAccessRecord** place = &first;
+        while (*place != nullptr && *place != &access) {
+            place = &(*place)->nextOpen;
+        }
+        const bool found = *place != nullptr;
+        if (found) {
+            *place = access.nextOpen;
+        }
+        return found;
+    }
+    HIDAccessRecord* any() {
+        const std::lock_guard lock(mutex);
+        return first;
+    }
+};
+Immortal<OpenObjects> g_open;
+
+/// Closes what is open when the library is unloaded: no read thread may outlive its code.
+struct OpenObjectsOwner {
+    ~OpenObjectsOwner() {
+        while (HIDAccessRecord* access = g_open.object.any()) {
+            access->Close();
+        }
+    }
+} g_openObjectsOwner;
+
+/// Asks the read thread to stop and waits until it has ended. False when it does not end in time.
+bool endReadThread(HIDAccess& access) {
+    waitWhile([&] { return loadShared(access.threadState) == kNoReadThread; });
+    // A thread that has ended by itself stays ended; the others are asked to stop.
+    for (int32_t state : {kNoReadThread, kReadThreadRuns}) {
+        compareExchangeShared(access.threadState, state, kReadThreadStops);
+    }
+    waitWhile([&] { return loadShared(access.threadState) != kReadThreadEnded; });
+    return loadShared(access.threadState) == kReadThreadEnded;
+}
+
 }  // namespace
 
 HIDAccess* newHIDAccess(uint16_t vendorId, uint16_t productId, const char* serialNumber, int32_t packetSize,
                         int32_t fillValue) {
-    auto* access = new (std::nothrow) HIDAccessRecord{};
-    if (access == nullptr) {
-        return nullptr;
-    }
+    auto* access = new HIDAccessRecord{};
     access->idVendor = vendorId;
     access->idProduct = productId;
     std::snprintf(access->sSerialNumber, sizeof access->sSerialNumber, "%s",
@@ -81,21 +129,16 @@ int HIDAccess::Open() {
         storeShared(ppDeviceInterface, nullptr);
         return kNoThread;
     }
+    g_open.object.add(privateSide(*this));
     return 0;
 }
 
 int HIDAccess::Close() {
-    HidDevice* device = loadShared(ppDeviceInterface);
-    if (device == nullptr) {
+    if (!g_open.object.take(privateSide(*this))) {
         return kNotOpen;
     }
-    waitWhile([this] { return loadShared(threadState) == kNoReadThread; });
-    // A thread that has ended by itself stays ended; the others are asked to stop.
-    for (int32_t state : {kNoReadThread, kReadThreadRuns}) {
-        compareExchangeShared(threadState, state, kReadThreadStops);
-    }
-    waitWhile([this] { return loadShared(threadState) != kReadThreadEnded; });
-    const bool ended = loadShared(threadState) == kReadThreadEnded;
+    HidDevice* device = loadShared(ppDeviceInterface);
+    const bool ended = endReadThread(*this);
     // The loop of the calling thread is stopped, not the read thread's, which has left its own by now: meant.
     hidOperations().stopCallersLoop();
     // Read by an addition of 0: whichever comes second, this look at the writes or a write's own count, that

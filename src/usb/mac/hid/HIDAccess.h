@@ -27,14 +27,16 @@ extern int64_t g_hidThreadWaitMs;
 /// called on the callers' threads: Open and Close one at a time, one Read and one Write at once beside the
 /// read thread.
 ///
-/// The object lives as long as its record. newHIDAccess makes it, deleteHIDAccess ends it.
+/// The object lives as long as its record. newHIDAccess makes it, deleteHIDAccess ends it. Objects that are
+/// open when the library is unloaded are closed then: their read threads run its code.
 class HIDAccess {
  public:
     /// Opens the device and starts its read thread. Returns 0, -105 already open, -131 not found, -107 not
     /// openable, -140 the thread could not be started.
     int Open();
     /// Stops the read thread and closes the device; waits actively for the thread, and for writes that are
-    /// under way. Returns 0, or -109 when not open.
+    /// under way. A device that they do not leave in time stays open. Returns 0, or -109 when not open or
+    /// when another thread is closing it.
     int Close();
 
     /// Copies the device's configuration descriptor, read from the platform, to `buffer` (`size` bytes). The
@@ -86,13 +88,14 @@ class HIDAccess {
 struct HIDAccessRecord final : HIDAccess {
     std::atomic<int32_t> writes;   ///< threads now inside Write: they may be using the device
     std::atomic<int32_t> threads;  ///< read threads that have not ended: they are using the object
+    HIDAccessRecord* nextOpen;     ///< chain of the open objects
 };
 
 inline HIDAccessRecord& privateSide(HIDAccess& access) {
     return static_cast<HIDAccessRecord&>(access);
 }
 
-/// A closed object for the device, its ring empty. Null when there is no memory.
+/// A closed object for the device, its ring empty.
 HIDAccess* newHIDAccess(uint16_t vendorId, uint16_t productId, const char* serialNumber, int32_t packetSize,
                         int32_t fillValue);
 /// Frees a closed object. One that is open, or that a thread is still using, stays as it is for good. Null is

@@ -152,10 +152,13 @@ int HIDAccess::Write(unsigned char* buffer, int size, int timeout) {
     if (loadShared(ppDeviceInterface) == nullptr) {
         return kNotOpen;
     }
-    const int32_t reportSize = loadShared(packetSize);
     const int32_t pad = loadShared(fillValue) & 0xFF;
     int32_t sent = 0;
-    while (sent < size && reportSize > 0) {
+    while (sent < size) {
+        const int32_t reportSize = loadShared(packetSize);
+        if (reportSize <= 0) {
+            break;
+        }
         const int32_t share = std::min(reportSize, size - sent);
         std::memcpy(report, buffer + sent, static_cast<size_t>(share));
         std::memset(report + share, pad, static_cast<size_t>(reportSize - share));

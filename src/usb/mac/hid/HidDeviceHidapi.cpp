@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <set>
 #include <thread>
@@ -28,11 +27,8 @@ struct HidDevice {
 
 namespace {
 
-/// hidapi keeps the error text of its last search or open in one place for all threads.
-std::mutex g_searchMutex;
-
 constexpr int32_t kNotReadable = -131;
-constexpr int kPeriodMs = 1;
+constexpr int kPeriodMs = 5;  // a report ends it at once
 
 using HidDeviceList = std::unique_ptr<hid_device_info, decltype(&hid_free_enumeration)>;
 
@@ -55,7 +51,6 @@ std::optional<std::string> textOf(const wchar_t* text) {
 }
 
 bool listDevices(std::vector<HidDeviceInfo>& devices) {
-    const std::lock_guard lock(g_searchMutex);
     if (hid_init() != 0) {
         return false;
     }
@@ -92,7 +87,6 @@ void closeDevice(HidDevice* device) {
 HidOpenResult openDevice(uint16_t vendorId, uint16_t productId, const char* serialNumber,
                          HidDevice** device) {
     *device = nullptr;
-    const std::lock_guard lock(g_searchMutex);
     const HidDeviceList list = enumerate(vendorId, productId);
     const hid_device_info* found = list.get();
     while (found != nullptr && !isWanted(*found, vendorId, productId, serialNumber)) {

@@ -58,7 +58,7 @@ struct HidDeviceOperations {
     bool (*startInput)(HidDevice* device, uint8_t* buffer, int32_t length, HidReportCallback callback,
                        void* context);
 
-    /// Handles the device's events for one short period (about a millisecond) on the read thread, sleeping
+    /// Handles the device's events for one short period (0.5 to 5 milliseconds) on the read thread, sleeping
     /// while there are none. False when the platform reports that its event loop was stopped: the read thread
     /// then ends. An unplugged device goes on without events.
     bool (*runPeriod)(HidDevice* device);

@@ -4,6 +4,7 @@
 
 #include "DebugUtil/DebugLog.h"
 #include "HidHandling/HidDispatch.h"
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "MacOSXUSBAccess/records/LibusbWrappers.h"
 #include "MacOSXUSBAccess/records/RecordLifetime.h"
@@ -113,10 +114,11 @@ int32_t LibUSB_OpenDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         return result;
     }
     entry->kernelDriverDetached = 0;
-    if (loadShared(entry->pDeviceList->pContext) == nullptr) {  // its session has ended
+    if (!isOfRunningSession(*entry->pDeviceList)) {
         storeShared(entry->lastResult, LIBUSB_ERROR_NO_DEVICE);
         return kOpenFailed;
     }
+    finishCloses();  // one of them may have the interface
     if (entry->isHid == 1) {
         HID_CloseDevice(entry);  // what a device that was pulled while open has left
         // The record counts as open whatever this answers: meant. Its reads then time out.
@@ -138,7 +140,8 @@ int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         if (entry->isHid == 1) {
             HID_CloseDevice(entry);  // still open when its device came back or its list was released
         }
-        deleteIfKeptAside(*entry);
+        discardOpenState(*entry);
+        finishCloses();  // deletes the record when its list was released
         return kNotOpen;
     }
     int attachResult = LIBUSB_SUCCESS;
@@ -154,7 +157,7 @@ int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         return result;
     }
     logState("LibUSB_CloseDevice", *entry);
-    // Transfers that do not come back keep their handle; the next open or the list's release tries again.
+    // Transfers that do not come back keep their handle until a later call finds them back.
     if (retireTransfers(*entry)) {
         closeThroughLibusb(*entry, attachResult);
     }

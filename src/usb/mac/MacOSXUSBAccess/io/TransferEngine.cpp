@@ -20,6 +20,8 @@ int32_t refuseNotOpen() {
 }
 
 int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const TransferRequest& request) {
+    startWait(lane);
+    storeShared(lane.record->isPending, 1);
     libusb_transfer& transfer = *lane.record->pTransfer;
     transfer.dev_handle = entry.hDevice;
     transfer.endpoint = request.address;
@@ -32,8 +34,6 @@ int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const Transfer
     }
     transfer.user_data = &entry;
     transfer.callback = InternalTransferCallback;
-    startWait(lane);
-    storeShared(lane.record->isPending, 1);
     return isSubmittable(request) ? libusb_submit_transfer(&transfer) : LIBUSB_ERROR_INVALID_PARAM;
 }
 
@@ -74,8 +74,9 @@ int32_t runTransfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
     EndpointLane& lane = *turn.lane();
     const int result = submit(entry, lane, request);
     if (result != LIBUSB_SUCCESS) {
+        const int32_t failed = failedSubmission(entry, request, result);
         storeShared(lane.record->isPending, 0);
-        return failedSubmission(entry, request, result);
+        return failed;
     }
     waitWhilePending(lane, loadShared(entry.pDeviceList->pContext));
     outcome = {lane.record->status, lane.record->actualLength};

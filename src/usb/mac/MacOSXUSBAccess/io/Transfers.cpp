@@ -97,6 +97,15 @@ int32_t packetCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& req
     return interruptCall(entry, request, check, usbCall, hidCall);
 }
 
+/// What a packet that went out counts for, whatever part of it the device took. Deliberate: a packet that was
+/// taken short counts as full.
+int32_t credit(const TransferRequest& whole, int32_t packetSize, int32_t share, int32_t moved) {
+    if (share < packetSize) {
+        return share;
+    }
+    return moved > whole.length ? whole.length : packetSize;
+}
+
 /// Sends `length` bytes as padded packets through a staging buffer.
 int32_t writePackets(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
                      const TransferRequest& whole, int32_t packetSize, uint8_t fillValue) {
@@ -108,15 +117,22 @@ int32_t writePackets(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry
     request.buffer = packet;
     request.length = packetSize;
     int32_t total = 0;
-    while (total < whole.length) {
-        const int32_t share = std::min(packetSize, whole.length - total);
-        std::copy_n(whole.buffer + total, share, packet);
+    int32_t reallyMoved = 0;
+    int32_t share = 0;
+    for (int32_t offset = 0; offset < whole.length; offset += share) {
+        share = std::min(packetSize, whole.length - offset);
+        std::copy_n(whole.buffer + offset, share, packet);
         std::fill(packet + share, packet + packetSize, fillValue);
         const int32_t moved = transfer(turn, entry, request);
         if (moved < 0) {
             return moved;
         }
-        total += share;
+        total += credit(whole, packetSize, share, moved);
+        reallyMoved += std::min(moved, share);
+        // Whoever closes the record waits for this thread: it may not keep on sending.
+        if (loadShared(entry.isOpen) == 0) {
+            return reallyMoved;
+        }
     }
     return total;
 }

@@ -33,7 +33,9 @@ int32_t LibUSB_ReadBulkPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoin
 /// Sends whole packets of `packetSize` bytes (64 to 1024), the last one padded with the low byte of
 /// `fillValue`, each with the time-out of its own. Returns the bytes of `buffer` that were sent; a packet
 /// that the device took short counts as full, and a packet that fails hides the ones before it: both meant. A
-/// length below 1 returns 0.
+/// length below 1 returns 0. A cancel ends one packet, which counts as sent, and the next one goes out. When
+/// the record is closed meanwhile, the call ends with the packet that is under way and returns the bytes that
+/// were really moved.
 int32_t LibUSB_WriteInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                     int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue);
 /// The packet size is checked (64 to 1024), then neither it nor the fill value plays a part.

@@ -123,9 +123,6 @@ tagUSB_DEVICE_ACCESS_ENTRY* splitOff(tagUSB_DEVICE_ACCESS_ENTRY& parent) {
         return nullptr;
     }
     tagUSB_DEVICE_ACCESS_ENTRY* child = newDeviceRecord(*parent.pDeviceList);
-    if (child == nullptr) {
-        return nullptr;
-    }
     fillIdentity(*child, parent, found.number);
     if (takeSlice(*child, parent, found.at)) {
         readInterfaceString(*child, found.at.byte(8));
@@ -138,17 +135,11 @@ tagUSB_DEVICE_ACCESS_ENTRY* splitOff(tagUSB_DEVICE_ACCESS_ENTRY& parent) {
 }  // namespace
 
 uint32_t HandleCompositeDevices(uint32_t handle, tagUSB_DEVICE_LIST* list) {
-    tagUSB_DEVICE_ACCESS_ENTRY* firstChild = nullptr;
-    tagUSB_DEVICE_ACCESS_ENTRY* lastChild = nullptr;
-    for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list->pFirst; entry != nullptr; entry = entry->pNext) {
+    tagUSB_DEVICE_ACCESS_ENTRY* firstChild = nullptr;  // the children of this call are not looked at
+    for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list->pFirst; entry != firstChild; entry = entry->pNext) {
         tagUSB_DEVICE_ACCESS_ENTRY* child = splitOff(*entry);
-        if (child == nullptr) {
-            continue;
-        }
-        child->pPrev = lastChild;
-        (lastChild == nullptr ? firstChild : lastChild->pNext) = child;
-        lastChild = child;
+        appendRecords(*list, child);
+        firstChild = firstChild == nullptr ? child : firstChild;
     }
-    appendRecords(*list, firstChild);
     return handle;
 }

@@ -191,13 +191,27 @@ void listDevices(tagUSB_DEVICE_LIST& list, ssize_t deviceCount, const Enumeratio
         }
         trace.step("LibUSB_CreateDeviceList2 04");
         tagUSB_DEVICE_ACCESS_ENTRY* entry = newDeviceRecord(list);
-        if (entry != nullptr) {
-            appendRecords(list, entry, last);
-            last = entry;
-            fillRecord(*entry, device, descriptor, style, trace);
-        }
+        appendRecords(list, entry, last);
+        last = entry;
+        fillRecord(*entry, device, descriptor, style, trace);
     }
 }
+
+/// Gives libusb's device array back, also when memory runs out on the way.
+class DeviceArray {
+ public:
+    DeviceArray(libusb_device** devices, bool owned) : devices_(owned ? devices : nullptr) {}
+    ~DeviceArray() {
+        if (devices_ != nullptr) {
+            libusb_free_device_list(devices_, 1);
+        }
+    }
+    DeviceArray(const DeviceArray&) = delete;
+    DeviceArray& operator=(const DeviceArray&) = delete;
+
+ private:
+    libusb_device** devices_;
+};
 
 }  // namespace
 
@@ -208,9 +222,10 @@ void enumerateDevices(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
                                     : libusb_get_device_list(list.pContext, &list.ppDevList);
     trace.number("LibUSB_CreateDeviceList2 libusb_get_device_list:deviceCount=",
                  static_cast<int32_t>(deviceCount));
-    listDevices(list, deviceCount, style, trace);
-    if (deviceCount > 0 || (deviceCount == 0 && style.freesEmptyArray)) {
-        libusb_free_device_list(list.ppDevList, 1);
+    {
+        const bool owned = deviceCount > 0 || (deviceCount == 0 && style.freesEmptyArray);
+        const DeviceArray array(list.ppDevList, owned);
+        listDevices(list, deviceCount, style, trace);
     }
     if (deviceCount > 0) {
         HID_MarkHidDevicesInList(&list);

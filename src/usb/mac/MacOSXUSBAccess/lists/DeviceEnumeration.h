@@ -14,5 +14,6 @@ struct EnumerationStyle {
 /// Makes a record of each wanted device in the list's context, opens each one briefly to read its strings,
 /// descriptors and endpoints, and appends it to the list; then marks the HID devices. A device whose
 /// descriptor cannot be read is left out; one that cannot be opened is listed as "<cannot_open>VVVV:PPPP". A
-/// list without a context stays as it is.
+/// list without a context stays as it is. Throws std::bad_alloc; the list then has some of its records, and
+/// its maker takes it back.
 void enumerateDevices(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style);

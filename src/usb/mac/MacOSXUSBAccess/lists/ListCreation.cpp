@@ -1,21 +1,22 @@
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 
-#include <libusb.h>
-
 #include <algorithm>
+#include <new>
 
 #include "DebugUtil/DebugLog.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "MacOSXUSBAccess/lists/CompositeDevices.h"
 #include "MacOSXUSBAccess/lists/DeviceEnumeration.h"
+#include "MacOSXUSBAccess/lists/ListUpdate.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "MacOSXUSBAccess/records/DeviceReferences.h"
+#include "MacOSXUSBAccess/records/SharedField.h"
 
 namespace {
 
 constexpr uint32_t kEveryVendor = 0xFFFFFFFF;
 constexpr uint32_t kInternalHandle = 4242;
 constexpr int32_t kInternalListFailed = -102;
-constexpr auto kNoMemory = static_cast<uint32_t>(LIBUSB_ERROR_NO_MEM);
 
 EnumerationStyle watchedList() {
     EnumerationStyle style{};
@@ -48,14 +49,39 @@ uint32_t fillList(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     return HandleCompositeDevices(list.handle, &list);
 }
 
-/// Makes a list with the next handle and links it. Null when there is no memory.
-tagUSB_DEVICE_LIST* linkNewList(libusb_context* context, int32_t count, const int32_t* vendorIds) {
-    tagUSB_DEVICE_LIST* list = newDeviceList(context, count, vendorIds);
-    if (list != nullptr) {
-        list->handle = g_NextDeviceListHandle++;
-        appendDeviceList(*list);
-    }
+/// Makes a list with the next handle and links it.
+tagUSB_DEVICE_LIST& linkNewList(libusb_context* context, int32_t count, const int32_t* vendorIds) {
+    tagUSB_DEVICE_LIST& list = *newDeviceList(context, count, vendorIds);
+    list.handle = g_NextDeviceListHandle++;
+    appendDeviceList(list);
     return list;
+}
+
+/// Registers the list's vendor ids for hotplug events and fills it.
+uint32_t watchAndFill(tagUSB_DEVICE_LIST& list) {
+    for (int32_t slot = 0; slot < std::min(list.vidCount, kMaxVendorIds); ++slot) {
+        registerForHotplug(list.pContext, list.vidList[slot]);
+    }
+    return fillList(list, watchedList());
+}
+
+/// Takes back a linked list that could not be filled for want of memory. It stays in the chain, since the
+/// event thread may be looking at it, but as a list of no session and without records.
+void takeBack(tagUSB_DEVICE_LIST& list, bool countsReferences) {
+    libusb_context* context = list.pContext;
+    storeShared(list.pContext, nullptr);
+    for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list.pFirst; entry != nullptr; entry = entry->pNext) {
+        const bool counted = countsReferences && entry->pDevice != nullptr;
+        if (counted && entry->familyStatus != kCompositeChild) {
+            tlvn_libusb_unref_device(entry, entry->pDevice);
+        }
+    }
+    ReleaseInternalDeviceList2(&list);
+    for (const int32_t id : list.vidList) {
+        if (find_device_list(context, static_cast<uint32_t>(id)) == nullptr) {
+            forgetHotplug(context, id);
+        }
+    }
 }
 
 }  // namespace
@@ -70,14 +96,13 @@ uint32_t LibUSB_CreateDeviceList2(libusb_context* context, int32_t count, const 
             "\nLibUSB_CreateDeviceList2 such DeviceList already exists; handle=", existing->handle, 1);
         return existing->handle;
     }
-    tagUSB_DEVICE_LIST* list = linkNewList(context, count, vendorIds);
-    if (list == nullptr) {
-        return kNoMemory;
+    tagUSB_DEVICE_LIST& list = linkNewList(context, count, vendorIds);
+    try {
+        return watchAndFill(list);
+    } catch (const std::bad_alloc&) {
+        takeBack(list, true);
+        throw;
     }
-    for (int32_t slot = 0; slot < std::min(count, kMaxVendorIds); ++slot) {
-        registerForHotplug(list->pContext, list->vidList[slot]);
-    }
-    return fillList(*list, watchedList());
 }
 
 uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId) {
@@ -87,18 +112,26 @@ uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId) {
     if (existing != nullptr) {
         return existing->handle;
     }
-    tagUSB_DEVICE_LIST* list = linkNewList(context, 1, &id);
-    return list == nullptr ? kNoMemory : fillList(*list, plainList(vendorId == kEveryVendor));
+    tagUSB_DEVICE_LIST& list = linkNewList(context, 1, &id);
+    try {
+        return fillList(list, plainList(vendorId == kEveryVendor));
+    } catch (const std::bad_alloc&) {
+        takeBack(list, false);
+        throw;
+    }
 }
 
 tagUSB_DEVICE_LIST* CreateInternalDeviceList2(libusb_context* context, int32_t count,
                                               const int32_t* vendorIds, int32_t* status) {
     *status = kInternalListFailed;
     tagUSB_DEVICE_LIST* list = newDeviceList(context, count, vendorIds);
-    if (list == nullptr) {
-        return nullptr;
-    }
     list->handle = kInternalHandle;
-    *status = static_cast<int32_t>(fillList(*list, plainList(false)));
+    try {
+        *status = static_cast<int32_t>(fillList(*list, plainList(false)));
+    } catch (const std::bad_alloc&) {
+        ReleaseInternalDeviceList2(list);
+        delete list;
+        throw;
+    }
     return list;
 }

@@ -2,11 +2,13 @@
 
 #include "MacOSXUSBAccess/records/DeviceRecords.h"
 
-// Making device lists. On the Java callers' threads, one list operation at a time.
+// Making device lists. On the Java callers' threads, one list operation at a time. Each of these throws
+// std::bad_alloc when there is no memory for all of a list; then there is no list, and what was registered
+// and referenced for it is given back.
 
 /// A list of the devices of `count` vendor ids (at most sixteen are looked at; -1 matches nothing), each of
 /// them watched for hotplug events. A list of the running session with the same ids and at least one record
-/// is reused. Returns the list's handle; LIBUSB_ERROR_NO_MEM's bits when there is no memory for a list.
+/// is reused. Returns the list's handle.
 uint32_t LibUSB_CreateDeviceList2(libusb_context* context, int32_t count, const int32_t* vendorIds);
 
 /// A list of the devices of one vendor, or of all for 0xFFFFFFFF. Not watched for hotplug events itself: it
@@ -15,6 +17,6 @@ uint32_t LibUSB_CreateDeviceList2(libusb_context* context, int32_t count, const 
 uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId);
 
 /// A temporary list for an update: linked nowhere, without counted references or hotplug watch. `status`
-/// receives its handle, 4242, or a negative code. Null when there is no memory for a list.
+/// receives its handle, 4242; -102 when an exception is thrown.
 tagUSB_DEVICE_LIST* CreateInternalDeviceList2(libusb_context* context, int32_t count,
                                               const int32_t* vendorIds, int32_t* status);

@@ -3,6 +3,7 @@
 #include <libusb.h>
 
 #include <cstring>
+#include <new>
 
 #include "DebugUtil/DebugLog.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
@@ -38,7 +39,11 @@ void updateDevice(tagUSB_DEVICE_ACCESS_ENTRY& old, const tagUSB_DEVICE_ACCESS_EN
     storeShared(old.isOpen, 0U);
     tlvn_libusb_unref_device(&old, old.pDevice);
     holdDevice(old, found.pDevice);
-    tlvn_libusb_ref_device(&old, old.pDevice);
+    try {
+        tlvn_libusb_ref_device(&old, old.pDevice);
+    } catch (const std::bad_alloc&) {
+        // The record holds its device without being counted, as those do that an update adds.
+    }
 }
 
 /// A child's counted references do not move.
@@ -101,24 +106,27 @@ void releaseRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     }
 }
 
+/// The list's devices as they are now, in a temporary list.
+tagUSB_DEVICE_LIST* enumerateAgain(tagUSB_DEVICE_LIST& list) {
+    try {
+        int32_t ignored = 0;
+        return CreateInternalDeviceList2(list.pContext, list.vidCount, list.vidList, &ignored);
+    } catch (const std::bad_alloc&) {
+        list.changePending.store(true);  // the change is still to be seen
+        throw;
+    }
+}
+
 }  // namespace
 
 int32_t LibUSB_UpdateDeviceList(uint32_t handle, uint32_t /*unused*/) {
     int32_t status = 0;
     tagUSB_DEVICE_LIST* list = findDeviceList(handle, status);
-    const bool sessionRuns = list != nullptr && list->pContext != nullptr;
-    if (!sessionRuns || !list->changePending.load()) {
+    if (list == nullptr || !isOfRunningSession(*list) || !list->changePending.load()) {
         return status;
     }
     list->changePending.exchange(false);
-    int32_t ignored = 0;
-    tagUSB_DEVICE_LIST* enumerated =
-        CreateInternalDeviceList2(list->pContext, list->vidCount, list->vidList, &ignored);
-    if (enumerated == nullptr) {
-        list->changePending.store(
-            true);  // no memory: nothing was looked at, so the change is still to be seen
-        return 0;
-    }
+    tagUSB_DEVICE_LIST* enumerated = enumerateAgain(*list);
     matchRecords(*list, *enumerated);
     // What is left is new; these records take no counted reference: meant.
     appendRecords(*list, enumerated->pFirst);
@@ -128,6 +136,7 @@ int32_t LibUSB_UpdateDeviceList(uint32_t handle, uint32_t /*unused*/) {
 }
 
 int32_t LibUSB_ReleaseDeviceList(uint32_t handle) {
+    finishCloses();
     int32_t status = 0;
     tagUSB_DEVICE_LIST* list = findDeviceList(handle, status);
     while (list != nullptr && list->pFirst != nullptr) {

@@ -8,7 +8,7 @@
 
 /// Enumerates again when a hotplug event has flagged the list; else does nothing. Records keep their place
 /// for the list's life: those not found are marked absent, new ones are appended. A list of an ended session
-/// stays as it is.
+/// stays as it is. Throws std::bad_alloc; the list is then as it was, and still flagged.
 int32_t LibUSB_UpdateDeviceList(uint32_t handle, uint32_t unused);
 
 /// Closes and deletes all records of the list and drops a counted reference for each. The list stays in the

@@ -22,9 +22,7 @@ constexpr std::chrono::milliseconds kPauseForWaiters{10};
 template <class Round>
 int handOverAfter(libusb_context* context, Round round) {
     const int result = context == nullptr ? LIBUSB_ERROR_INVALID_PARAM : round();
-    if (context != nullptr && g_unseenCompletions.load() > 0) {
-        libusb_interrupt_event_handler(context);
-    }
+    handOverCompletions(context);
     if (result < 0 && result != LIBUSB_ERROR_INTERRUPTED) {
         std::this_thread::sleep_for(kPauseAfterError);
     }
@@ -32,6 +30,12 @@ int handOverAfter(libusb_context* context, Round round) {
 }
 
 }  // namespace
+
+void handOverCompletions(libusb_context* context) {
+    if (context != nullptr && g_unseenCompletions.load() > 0) {
+        libusb_interrupt_event_handler(context);
+    }
+}
 
 int handleEvents(libusb_context* context) {
     return handOverAfter(context, [&] { return libusb_handle_events(context); });

@@ -17,7 +17,10 @@
 // handling interrupts the next handler as long as the count is above zero, before it does anything else: no
 // handler stays asleep while some waiter has not been told. The order matters: looking at the count before
 // event handling instead of after it leaves a waiter asleep as soon as there are two.
-
+//
+// libusb's own blocking requests, those of a listing, handle events as well, round after round until they are
+// answered. The library gets to look at the count only behind the last one: a waiter whose transfer such a
+// round completes may sleep until the request is answered or its time is up, a second at most.
 //
 // A completion that goes from thread to thread costs a hundred times what it costs the waiter to see to it
 // alone. So the event thread stays away while transfers follow each other: their waiters handle all events
@@ -28,6 +31,10 @@
 int handleEvents(libusb_context* context);
 /// The same for at most `period`, through libusb_handle_events_timeout_completed.
 int handleEventsFor(libusb_context* context, timeval period);
+
+/// For a thread that comes back from a call in which libusb handles the context's events by itself. Null is
+/// allowed.
+void handOverCompletions(libusb_context* context);
 
 /// The calling thread is about to wait for a transfer, its own or one inside of libusb.
 void announceWait();

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 #include "DebugUtil/DebugLog.h"
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
 #include "MacOSXUSBAccess/records/DescriptorWalk.h"
+#include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "hid/HIDAccess.h"
 
 namespace {
@@ -18,12 +18,22 @@ constexpr int32_t kNotOpen = -103;
 constexpr int32_t kNotReadable = -131;
 constexpr unsigned int kRequestTimeoutMs = 1000;
 
+/// A request to a device that libusb waits for itself, handling the session's events meanwhile.
+template <class Request>
+int32_t blockingRequest(Request request) {
+    announceWait();
+    const int32_t result = request();
+    handOverCompletions(g_liveContext);
+    return result;
+}
+
 int32_t getDescriptor(libusb_device_handle* handle, int type, uint8_t index, uint16_t language,
                       uint8_t* buffer, uint16_t size) {
-    announceWait();
-    return libusb_control_transfer(handle, LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR,
-                                   static_cast<uint16_t>(type << 8 | index), language, buffer, size,
-                                   kRequestTimeoutMs);
+    return blockingRequest([&] {
+        return libusb_control_transfer(handle, LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR,
+                                       static_cast<uint16_t>(type << 8 | index), language, buffer, size,
+                                       kRequestTimeoutMs);
+    });
 }
 
 tagUSB_ENDPOINT_INFO endpointAt(const DescriptorWalk& walk) {
@@ -98,7 +108,7 @@ int32_t fillConfigBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, int
     const int32_t room = std::max(size, 0);
     std::memset(buffer, 0, static_cast<size_t>(room));
     if (entry->isHid != 0 && entry->pHIDAccess != nullptr) {
-        return entry->pHIDAccess->GetConfigDescriptorBuffer(buffer, room);
+        return blockingRequest([&] { return entry->pHIDAccess->GetConfigDescriptorBuffer(buffer, room); });
     }
     if (entry->hDevice == nullptr) {
         return kNotOpen;
@@ -116,14 +126,13 @@ int32_t fillConfigBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, int
         debug_log("[fillConfigBuffer] more than one configuration: %d, using first one (index 0)",
                   numConfigurations);
     }
-    std::vector<uint8_t> answer(static_cast<size_t>(room));
     const int32_t received =
-        getDescriptor(entry->hDevice, LIBUSB_DT_CONFIG, 0, 0, answer.data(), static_cast<uint16_t>(wanted));
+        getDescriptor(entry->hDevice, LIBUSB_DT_CONFIG, 0, 0, buffer, static_cast<uint16_t>(wanted));
     if (received < 1) {
         debug_log("[fillConfigBuffer] libusb_get_descriptor error: %s", libusb_strerror(received));
+        std::memset(buffer, 0, static_cast<size_t>(room));
         return kNotReadable;
     }
-    std::copy_n(answer.begin(), received, buffer);
     return received;
 }
 

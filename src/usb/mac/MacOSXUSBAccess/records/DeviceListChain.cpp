@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <new>
 
 #include "MacOSXUSBAccess/records/SharedField.h"
 
@@ -43,15 +42,17 @@ tagUSB_DEVICE_LIST* firstListThat(Wanted wanted) {
 }  // namespace
 
 tagUSB_DEVICE_LIST* newDeviceList(libusb_context* context, int32_t count, const int32_t* vendorIds) {
-    auto* list = new (std::nothrow) tagUSB_DEVICE_LIST{};
-    if (list == nullptr) {
-        return nullptr;
-    }
+    auto* list = new tagUSB_DEVICE_LIST{};
     list->pContext = context == g_liveContext ? context : nullptr;
     list->vidCount = count;
     std::fill(std::begin(list->vidList), std::end(list->vidList), kUnusedSlot);
     std::copy_n(vendorIds, std::clamp(count, 0, kMaxVendorIds), list->vidList);
     return list;
+}
+
+bool isOfRunningSession(const tagUSB_DEVICE_LIST& list) {
+    const libusb_context* context = loadShared(list.pContext);
+    return context != nullptr && context == g_liveContext;
 }
 
 void appendDeviceList(tagUSB_DEVICE_LIST& list) {

@@ -16,8 +16,10 @@ constexpr int32_t kNoListAtAll = -104;
 
 /// A list made but not linked: all fields zero, `vidList` holding the first sixteen of `count` ids and then
 /// -1, `vidCount` the count as given. A context that is not the running session's is taken for null, so that
-/// nothing done with the list reaches libusb. Null when there is no memory.
+/// nothing done with the list reaches libusb.
 tagUSB_DEVICE_LIST* newDeviceList(libusb_context* context, int32_t count, const int32_t* vendorIds);
+/// False once the list's session has ended, also when a transfer that does not come back keeps its context.
+bool isOfRunningSession(const tagUSB_DEVICE_LIST& list);
 /// Links a list at the end of the chain. From here on the hotplug thread may see it.
 void appendDeviceList(tagUSB_DEVICE_LIST& list);
 /// The list with this handle. On failure null, and `status` holds kNoListAtAll or kNoSuchList, else 0.

@@ -92,10 +92,10 @@ struct tagUSB_DEVICE_ACCESS_ENTRY {
 struct tagUSB_DEVICE_LIST {
     uint32_t handle;                  ///< Java's name of the list
     std::atomic<bool> changePending;  ///< raised by a hotplug event, taken down by the next update
-    libusb_context*
-        pContext;  ///< context the list was enumerated in; null once its session has ended (shared field)
-    libusb_device** ppDevList;       ///< stale value of the last enumeration
-    int32_t vidCount;                ///< number of ids as given, even above sixteen
+    libusb_context* pContext;   ///< context the list was enumerated in; null once its session has ended and
+                                ///< nothing of the list runs in it any more (shared field)
+    libusb_device** ppDevList;  ///< stale value of the last enumeration
+    int32_t vidCount;           ///< number of ids as given, even above sixteen
     int32_t vidList[kMaxVendorIds];  ///< the ids in the order given, then -1
     tagUSB_DEVICE_ACCESS_ENTRY* pFirst;
     tagUSB_DEVICE_LIST* pPrevList;
@@ -117,6 +117,7 @@ struct DeviceRecord final : tagUSB_DEVICE_ACCESS_ENTRY {
     EndpointLane lanes[kEndpointLanes];
     std::atomic<int32_t> activeCalls;  ///< threads now inside another call of this record than a transfer
     bool heldByCaller;                 ///< opened and not closed since: the open-device map may point here
+    bool closeIsDue;                   ///< a transfer did not come back in time; finishClose looks again
 };
 
 inline DeviceRecord& privateSide(tagUSB_DEVICE_ACCESS_ENTRY& entry) {

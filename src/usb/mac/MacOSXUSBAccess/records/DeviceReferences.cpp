@@ -4,16 +4,19 @@
 
 #include "DebugUtil/DebugLog.h"
 #include "DebugUtil/RecordDump.h"
-
-std::map<libusb_device*, std::atomic<int32_t>> g_refCount;
+#include "MacOSXUSBAccess/records/Immortal.h"
 
 namespace {
+
+Immortal<std::map<libusb_device*, std::atomic<int32_t>>> g_counts;
 
 void* printable(libusb_device* device) {
     return device;
 }
 
 }  // namespace
+
+std::map<libusb_device*, std::atomic<int32_t>>& g_refCount = g_counts.object;
 
 void tlvn_libusb_ref_device(tagUSB_DEVICE_ACCESS_ENTRY* /*entry*/, libusb_device* device) {
     std::atomic<int32_t>& count = g_refCount[device];

@@ -19,9 +19,9 @@
 // Called on the Java callers' threads, one at a time.
 
 /// How often the library has referenced each device. An entry leaves when its count comes to 0.
-extern std::map<libusb_device*, std::atomic<int32_t>> g_refCount;
+extern std::map<libusb_device*, std::atomic<int32_t>>& g_refCount;
 
-/// Takes one counted reference. The entry is not used.
+/// Takes one counted reference. The entry is not used. Throws std::bad_alloc; then nothing is taken.
 void tlvn_libusb_ref_device(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device* device);
 /// Drops one counted reference; a device without one is only logged, with the entry's serial number.
 void tlvn_libusb_unref_device(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device* device);

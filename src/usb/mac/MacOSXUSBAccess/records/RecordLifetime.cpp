@@ -2,7 +2,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <new>
 
 #include "MacOSXUSBAccess/records/Descriptors.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
@@ -20,20 +19,23 @@ void freeRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     delete &privateSide(entry);
 }
 
+/// True while the open-device map may point at the record, or a thread is inside: a read from a HID device
+/// goes on to its time-out after the close.
+bool isInUse(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    return privateSide(entry).heldByCaller || someThreadIsInside(entry);
+}
+
 }  // namespace
 
 tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list) {
-    auto* entry = new (std::nothrow) DeviceRecord{};
-    if (entry != nullptr) {
-        entry->pDeviceList = &list;
-        clearEndpointList(kMaxEndpoints, entry->endpoints);
-    }
+    auto* entry = new DeviceRecord{};
+    entry->pDeviceList = &list;
+    clearEndpointList(kMaxEndpoints, entry->endpoints);
     return entry;
 }
 
 void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    // A read from a HID device goes on to its time-out after the close.
-    const bool inUse = privateSide(entry).heldByCaller || someThreadIsInside(entry);
+    const bool inUse = isInUse(entry);
     if (!severFromSession(entry) || inUse) {
         keepRecordAside(entry);
     } else {
@@ -51,15 +53,22 @@ void keepRecordAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     g_recordsKeptAside = &entry;
 }
 
-void deleteIfKeptAside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    tagUSB_DEVICE_ACCESS_ENTRY** place = &g_recordsKeptAside;
-    while (*place != nullptr && *place != &entry) {
-        place = &(*place)->pNext;
+void finishCloses() {
+    for (tagUSB_DEVICE_LIST* list = g_pDeviceList; list != nullptr; list = list->pNextList) {
+        for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list->pFirst; entry != nullptr; entry = entry->pNext) {
+            finishClose(*entry);
+        }
     }
-    const bool severed = entry.hDevice == nullptr && entry.callbackInfos.empty();
-    if (*place != nullptr && severed && !someThreadIsInside(entry)) {
-        *place = entry.pNext;
-        freeRecord(entry);
+    tagUSB_DEVICE_ACCESS_ENTRY** place = &g_recordsKeptAside;
+    while (*place != nullptr) {
+        tagUSB_DEVICE_ACCESS_ENTRY& entry = **place;
+        if (finishClose(entry) && !isInUse(entry)) {
+            *place = entry.pNext;
+            holdDevice(entry, nullptr);
+            freeRecord(entry);
+        } else {
+            place = &entry.pNext;
+        }
     }
 }
 
@@ -71,10 +80,10 @@ bool severFromSession(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return true;
 }
 
-bool severKeptAside(const libusb_context* context) {
+bool severKeptAside(const tagUSB_DEVICE_LIST& list) {
     bool severed = true;
     for (tagUSB_DEVICE_ACCESS_ENTRY* entry = g_recordsKeptAside; entry != nullptr; entry = entry->pNext) {
-        if (entry->pDeviceList->pContext == context) {
+        if (entry->pDeviceList == &list) {
             severed = severFromSession(*entry) && severed;
         }
     }

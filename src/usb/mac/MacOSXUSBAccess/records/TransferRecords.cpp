@@ -27,6 +27,10 @@ void createTransferRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, int address) {
     }
 }
 
+bool hasOpenState(const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    return entry.hDevice != nullptr || !entry.callbackInfos.empty();
+}
+
 /// Cancels what is in flight; true when nothing is and no thread is inside the record.
 bool cancelPending(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     bool quiet = !someThreadIsInside(entry);
@@ -37,6 +41,26 @@ bool cancelPending(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         }
     }
     return quiet;
+}
+
+void freeTransferRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address) {
+    const auto found = entry.callbackInfos.find(address);
+    if (found != entry.callbackInfos.end()) {
+        libusb_free_transfer(found->second->pTransfer);
+        laneOf(entry, address)->record = nullptr;
+        delete found->second;
+        entry.callbackInfos.erase(found);
+    }
+}
+
+/// For a record whose transfers are quiet.
+void endOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    privateSide(entry).closeIsDue = false;
+    freeTransferRecords(entry);
+    if (entry.hDevice != nullptr) {
+        libusb_close(entry.hDevice);
+        entry.hDevice = nullptr;
+    }
 }
 
 }  // namespace
@@ -71,6 +95,7 @@ bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     const auto deadline = std::chrono::steady_clock::now() + kRetireLimit;
     while (!cancelPending(entry)) {
         if (std::chrono::steady_clock::now() >= deadline) {
+            privateSide(entry).closeIsDue = true;
             return false;
         }
         handleEventsFor(context, kRetirePeriod);
@@ -79,25 +104,26 @@ bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 }
 
 void freeTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    for (const auto& [address, record] : entry.callbackInfos) {
-        libusb_free_transfer(record->pTransfer);
-        laneOf(entry, address)->record = nullptr;
-        delete record;
+    for (int number = 0; number < kEndpointNumbers; ++number) {
+        freeTransferRecord(entry, static_cast<uint8_t>(number));
+        freeTransferRecord(entry, static_cast<uint8_t>(number | LIBUSB_ENDPOINT_IN));
     }
-    entry.callbackInfos.clear();
 }
 
 bool discardOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    if (entry.hDevice == nullptr && entry.callbackInfos.empty()) {
+    if (!hasOpenState(entry)) {
         return true;
     }
     if (!retireTransfers(entry)) {
         return false;
     }
-    freeTransferRecords(entry);
-    if (entry.hDevice != nullptr) {
-        libusb_close(entry.hDevice);
-        entry.hDevice = nullptr;
-    }
+    endOpenState(entry);
     return true;
+}
+
+bool finishClose(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    if (privateSide(entry).closeIsDue && cancelPending(entry)) {
+        endOpenState(entry);
+    }
+    return !hasOpenState(entry);
 }

@@ -74,8 +74,8 @@ bool createTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Takes the record's open state down: no call can begin, transfers in flight are cancelled, and events are
 /// handled until every callback has run and every waiter has left, for at most a few seconds. True when all
-/// is quiet. After false some transfer is still libusb's: handle and transfers stay as they are, and nobody
-/// may free them.
+/// is quiet. After false some transfer is still libusb's: handle and transfers stay as they are until
+/// finishClose or discardOpenState finds them quiet.
 bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Frees the transfer records of a quiet record.
@@ -85,3 +85,7 @@ void freeTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 /// records and the handle. A record without one is left as it is. False when it cannot be ended
 /// (retireTransfers).
 bool discardOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+
+/// Ends, without waiting, the open state that retireTransfers had to leave, if the record is quiet by now.
+/// True when the record has no open state.
+bool finishClose(tagUSB_DEVICE_ACCESS_ENTRY& entry);

@@ -25,18 +25,25 @@ void logLibusbVersion() {
     DN_WriteStrStr("LibUSB_Initialize libusb version:", text, 1);
 }
 
-/// Cuts all records of a context off from it, those kept aside and those of its lists. False when some
-/// transfer does not come back.
+/// Cuts all records of a list off from its context, those kept aside as well. When some transfer does not
+/// come back, the answer is false and the list keeps the context: the transfer's thread waits in it.
+bool severList(tagUSB_DEVICE_LIST& list) {
+    bool severed = severKeptAside(list);
+    for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list.pFirst; entry != nullptr; entry = entry->pNext) {
+        severed = severFromSession(*entry) && severed;
+    }
+    if (severed) {
+        storeShared(list.pContext, nullptr);
+    }
+    return severed;
+}
+
 bool severLists(const libusb_context* context) {
-    bool severed = severKeptAside(context);
+    bool severed = true;
     for (tagUSB_DEVICE_LIST* list = g_pDeviceList; list != nullptr; list = list->pNextList) {
-        if (list->pContext != context) {
-            continue;
+        if (list->pContext == context) {
+            severed = severList(*list) && severed;
         }
-        for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list->pFirst; entry != nullptr; entry = entry->pNext) {
-            severed = severFromSession(*entry) && severed;
-        }
-        storeShared(list->pContext, nullptr);
     }
     return severed;
 }
@@ -50,6 +57,17 @@ void endContext(libusb_context* context) {
         dropCountedReferences();
         libusb_exit(context);
     }
+    finishCloses();
+}
+
+/// Without a thread there is no session: the context ends again.
+void startHotplug(libusb_context** context) {
+    try {
+        initHotplugUsb(g_liveContext);
+    } catch (...) {
+        LibUSB_Release(context);
+        throw;
+    }
 }
 
 }  // namespace
@@ -61,7 +79,7 @@ int32_t LibUSB_Initialize(libusb_context** context) {
     *context = nullptr;
     const int result = libusb_init(context);
     g_liveContext = result == LIBUSB_SUCCESS ? *context : nullptr;
-    initHotplugUsb(g_liveContext);
+    startHotplug(context);
     logLibusbVersion();
     return result;
 }
