@@ -96,7 +96,7 @@ class DescriptorTest extends UsbTest {
     }
 
     @Test
-    void aTextHasOneByteForEachCharacterUpTo0xFF() {
+    void aTextHasOneByteForEachCharacter() {
         bus.plug("latin");
         choose("LATIN017");
         assertEquals(4, get(STRING, 1, 128));
