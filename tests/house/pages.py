@@ -1,8 +1,7 @@
 """Pages that have to tell about everything of a kind do: usage pages.py ROOT, or pages.py --self-test.
 
 docs/threading.md has each native method in its first table of kinds, once; docs/troubleshooting.md has a section for
-each code, and none for what is no code. docs/architecture.md names nothing that the
-library's sources do not have.
+each code, and none for what is no code; docs/architecture.md names nothing that the library's sources do not have.
 """
 
 import re

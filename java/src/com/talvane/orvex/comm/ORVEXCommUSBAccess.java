@@ -25,7 +25,8 @@ package com.talvane.orvex.comm;
  *
  * <p>A result of 0 or more is success: a handle, a count of records or a count of bytes. A negative result is a code
  * of {@link UsbAccessCode}, which has a text for each. Codes of -101 and below are this library's own; -1 to -99 come
- * from libusb, unchanged.
+ * from libusb, unchanged. When there is no memory, calls answer -11 that have no other code for it, and what has to be
+ * looked up counts as not found.
  *
  * <h2>Naming a device</h2>
  *
@@ -96,7 +97,7 @@ package com.talvane.orvex.comm;
  * <li><b>Do not open or close on a thread that draws the user interface.</b> A close waits, with a core busy, for the
  *     thread that collects the reports and for a report that is being sent, up to 20 seconds for each, and so does an
  *     open that has to end an earlier opening first.</li>
- * <li>These times, but for the system's own, are measured by the wall clock: one that is set back makes them
+ * <li>The times of reads, opens and closes are measured by the wall clock: when it is set back, they take that much
  *     longer.</li>
  * </ul>
  *
