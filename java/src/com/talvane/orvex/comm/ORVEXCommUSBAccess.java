@@ -236,8 +236,8 @@ public class ORVEXCommUSBAccess {
      * record; others are added at the end. A device counts as the same when vendor id, product id, release,
      * manufacturer, product and serial number are equal. A device that was pulled and plugged in again while open has
      * to be opened again. Two devices that are equal in all of these, as without serial numbers, are told apart only by
-     * their order on the bus: when one of them was pulled, the other may get its place, and then counts as plugged in
-     * again.
+     * their order on the bus: when one of them was pulled, the other may get its place. That place counts as closed
+     * then; if the other was open, it still is in its old place.
      *
      * <p>A device that cannot be opened at the moment of the update, or one of whose texts cannot be read then, is
      * another device to the list, though it is attached: its record gets presence 0 and another one without the text is
