@@ -1,7 +1,7 @@
 """Pages that have to tell about everything of a kind do: usage pages.py ROOT, or pages.py --self-test.
 
 docs/threading.md has each native method in its first table of kinds, once; docs/troubleshooting.md has a section for
-each code, and none for what is no code.
+each code, and none for what is no code; docs/architecture.md names nothing that the library's sources do not have.
 """
 
 import re
@@ -10,8 +10,10 @@ from collections import Counter
 from pathlib import Path
 
 from contract import CODE, JAVA, methods
+from sources import listed_files
 
 KIND_ROW = re.compile(r"^\| [a-z]+ \| (`usb.*)\|$", re.MULTILINE)
+NAME = re.compile(r"`([A-Za-z_]\w*)`")
 HEADING = re.compile(r"^### (-\d.*)$", re.MULTILINE)
 
 
@@ -32,6 +34,17 @@ def codes_of_sections(text):
     return [number for heading in HEADING.findall(text) for number in re.findall(r"-\d+", heading.split(":")[0])]
 
 
+def unknown_names(page, text, sources):
+    """Names on a page, in code marks, that stand nowhere in the sources."""
+    known = set(re.findall(r"\w+", sources))
+    yield from (f"{page}: {name} is in no source" for name in dict.fromkeys(NAME.findall(text)) if name not in known)
+
+
+def library_sources(root):
+    paths = [path for path in listed_files(root) if path.parts[0] in ("src", "java")]
+    return "\n".join(f"{path}\n{(root / path).read_text()}" for path in paths)
+
+
 def complaints(root):
     codes = [number for _, number, _ in CODE.findall((root / JAVA / "UsbAccessCode.java").read_text())]
     pages = (
@@ -40,6 +53,8 @@ def complaints(root):
     )
     for page, wanted, found_in in pages:
         yield from differences(page, wanted, found_in((root / page).read_text()))
+    architecture = "docs/architecture.md"
+    yield from unknown_names(architecture, (root / architecture).read_text(), library_sources(root))
     print(f"{len(methods(root))} methods, {len(codes)} codes")
 
 
@@ -51,9 +66,10 @@ def self_test():
     found = [
         *differences("kinds", ["usbA", "usbB", "usbC"], methods_of_kinds(KINDS)),
         *differences("sections", ["-4", "-102", "-150"], codes_of_sections(SECTIONS)),
+        *unknown_names("names", "`Here`, `Gone`, `Gone`, Text, `a command`", "class Here;"),
     ]
     wanted = ["kinds: usbC is missing", "kinds: usbB is there 2 times", "sections: -150 is missing",
-              "sections: -101 is unknown"]
+              "sections: -101 is unknown", "names: Gone is in no source"]
     return [] if found == wanted else [f"complained: {found} instead of {wanted}"]
 
 

@@ -12,6 +12,7 @@
 
 namespace {
 
+using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -216,6 +217,20 @@ TEST_F(HidReports, ReadsTimeIsThatOfTheWallClock) {
     EXPECT_EQ(501, looks) << "one to know the end, and one for each millisecond";
 }
 
+TEST_F(HidReports, AClockThatIsSetBackMakesAReadLonger) {
+    open();
+    LookingClock clock;
+    int looks = 0;
+    clock.clock.getTimeOfDay = [&, look = clock.clock.getTimeOfDay](timeval& time) {
+        if (++looks == 300) {
+            clock.milliseconds -= 200;
+        }
+        return look(time);
+    };
+    EXPECT_EQ(-150, read(1, 500));
+    EXPECT_EQ(701, looks) << "one to know the end, and one for each millisecond";
+}
+
 TEST_F(HidReports, ReadGivesWhatCameEvenWhenItsTimeIsUpAtTheFirstLook) {
     open();
     hid.deliver(counting(64));
@@ -339,6 +354,23 @@ TEST_F(HidReports, CloseWaitsForAWriteUnderWayAndEndsIt) {
     EXPECT_EQ(0, closing.result());
     EXPECT_FALSE(hid.isOpen());
     EXPECT_THAT(hid.sent(), SizeIs(1));
+}
+
+TEST_F(HidReports, CloseLeavesADeviceOpenThatAWriteDoesNotLeave) {
+    open();
+    Gate gate;
+    hid.onSend = [&] { gate.pass(); };
+    Bytes bytes(64);
+    BackgroundCall writing([&] { return access->Write(bytes.data(), 64, 1'000); });
+    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    g_hidThreadWaitMs = 500;  // enough for the read thread, which ends
+    EXPECT_EQ(0, access->Close());
+    EXPECT_FALSE(writing.hasReturned());
+    EXPECT_THAT(hid.calls(), Contains("stop"));
+    EXPECT_TRUE(hid.isOpen()) << "the device is not taken from the write";
+    gate.open();
+    EXPECT_EQ(64, writing.result());
+    EXPECT_EQ(-109, access->Close());
 }
 
 }  // namespace

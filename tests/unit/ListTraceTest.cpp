@@ -121,6 +121,12 @@ TEST_F(ListTrace, AStringThatCannotBeReadIsShownAsUnknown) {
                                           Contains("LibUSB_CreateDeviceList2 10 : '?'")));
 }
 
+TEST_F(ListTrace, ATextStandsInItAsItIsSoThatADeviceCanForgeLines) {
+    startSession({deviceJson("tool", R"({"product":"Tool\n[12345] forged \u001b[2J"})")});
+    EXPECT_THAT(traceOf({kVendor}),
+                AllOf(Contains("LibUSB_CreateDeviceList2 09 : 'Tool"), Contains("forged \x1B[2J'")));
+}
+
 TEST_F(ListTrace, ADeviceDescriptorThatCannotBeReadAgainShowsOneFixedCode) {
     startSession({deviceJson("tool")});
     bus.failCall("libusb_get_device_descriptor", 2, LIBUSB_ERROR_IO);

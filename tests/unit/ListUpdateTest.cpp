@@ -244,6 +244,22 @@ TEST_F(ListUpdate, IdenticalDevicesAreMatchedInOrder) {
     EXPECT_EQ(1, getRefCount(second));  // two for a moment, then the absent record's one was dropped
 }
 
+TEST_F(ListUpdate, ADeviceThatGetsThePlaceOfItsTwinStaysOpenInItsOwn) {
+    startSession({deviceJson("a", R"({"serial":"same"})"), deviceJson("b", R"({"serial":"same","bus":2})")});
+    const uint32_t list = createList({kVendor});
+    tagUSB_DEVICE_ACCESS_ENTRY& first = record(list, 0);
+    tagUSB_DEVICE_ACCESS_ENTRY& second = record(list, 1);
+    ASSERT_EQ(0, LibUSB_OpenDevice(&first));
+    ASSERT_EQ(0, LibUSB_OpenDevice(&second));
+    unplugAndUpdate(first.busNumber == 1 ? "a" : "b", list);
+    EXPECT_EQ(1U, first.isPresent);
+    EXPECT_EQ(0U, second.isPresent);
+    EXPECT_EQ(0U, first.isOpen);
+    EXPECT_EQ(-108, LibUSB_OpenDevice(&first));
+    EXPECT_EQ(0, LibUSB_CloseDevice(&second));
+    EXPECT_EQ(0, LibUSB_OpenDevice(&first));
+}
+
 TEST_F(ListUpdate, AFailedEnumerationMarksAllAbsent) {
     startSession({deviceJson("a"), deviceJson("b")});
     const uint32_t list = createList({kVendor});

@@ -123,6 +123,11 @@ TEST_P(Transfers, FillsTheLibusbTransfer) {
     EXPECT_EQ(0, transfer.num_iso_packets);
 }
 
+TEST_P(Transfers, ANegativeTimeOutIsTakenAsAnUnsignedNumber) {
+    run(1, kLength, -1);
+    EXPECT_EQ(0xFFFFFFFFU, libusbTransfer(addressOf(1)).timeout);
+}
+
 TEST_P(Transfers, LeavesTheOutcomeInTheTransferRecord) {
     setBehaviour(hex(addressOf(1)), R"({"limit":10})");
     EXPECT_EQ(countsShortPacketsAsFull() ? kLength : 10, run(1));

@@ -25,15 +25,17 @@ package com.talvane.orvex.comm;
  *
  * <p>A result of 0 or more is success: a handle, a count of records or a count of bytes. A negative result is a code
  * of {@link UsbAccessCode}, which has a text for each. Codes of -101 and below are this library's own; -1 to -99 come
- * from libusb, unchanged.
+ * from libusb, unchanged. When there is no memory, calls answer -11 that have no other code for it, and what has to be
+ * looked up counts as not found.
  *
  * <h2>Naming a device</h2>
  *
  * <p>A device is named by a <i>list handle</i> and an <i>index</i>. Handles count up from 0 for as long as the library
  * is loaded and are never given out twice. An index is a position in its list, from 0 to one below
  * {@link #usbGetDeviceListCount}; it never moves: a device that is pulled keeps its place, is marked absent, and gets
- * it back when it returns with the same identity. New devices are added at the end. Any pair that names nothing is
- * answered with -114. An index of an open device stays valid until it is closed.
+ * it back when it returns with the same identity. New devices are added at the end, and none is forgotten before its
+ * list is released: a device that comes back with another serial number each time takes memory each time. Any pair
+ * that names nothing is answered with -114. An index of an open device stays valid until it is closed.
  *
  * <p>Keep one list for each set of vendor ids, for the whole session. A change on the bus is noted in the first list
  * of the session only that has the vendor id concerned, even when that list is empty or has been released; a second
@@ -58,29 +60,46 @@ package com.talvane.orvex.comm;
  *     on the same endpoint.</li>
  * </ul>
  * A transfer that still runs when its device is closed, its list is released or the session ends is cancelled first;
- * its thread comes back with the bytes moved so far.
+ * its thread comes back with the bytes moved so far. These calls wait for it, for up to 3 seconds on each device; when
+ * it has not come back by then, the device stays claimed (see {@link #usbCloseDevice}).
  *
  * <h2>Transfers</h2>
  *
  * <p>An endpoint is given by its USB address (its low 8 bits count): writes clear the direction bit 0x80, reads set
  * it, so that 0x01 and 0x81 name the same pipe in both. Addresses whose number is above 0x0F are answered with -109.
  *
- * <p>Time-outs are in milliseconds. <b>A time-out of 0 waits for ever.</b>
+ * <p>Time-outs are in milliseconds. <b>A time-out of 0 waits for ever.</b> A negative one is taken as an unsigned
+ * number of 32 bits, which is 24 to 50 days.
  *
  * <p><b>A transfer that ends early is not an error.</b> When the device stalls, is pulled, answers with less, or the
  * transfer is cancelled, the result is the number of bytes moved until then, often 0. Only a transfer that runs out of
  * time answers -150, and bytes that it moved before are then not counted.
  *
+ * <h2>HID devices</h2>
+ *
  * <p>HID devices (type letter {@code h} in the information line) are driven through the operating system's HID
  * service: interrupt transfers only, in whole reports. Bulk and control transfers, cancel and reset on them answer
- * -120. From open to close the library collects the device's reports, about 64,000 bytes of them; when there is no more
- * room the oldest is dropped, and what was not read before a close is there after the next open. A read counts a
- * time-out of 0 or less as run out. <b>While it waits it keeps a processor core busy</b>, and a cancel does not end it:
- * read with short time-outs. Reports are 64 bytes long, or as long as the calls with a packet size say; a device of
- * vendor 0x6A5D starts with 512, until the first call without a packet size. What comes from the device has the length
- * that was set when it was opened: to change the length, make a call with the new one, close and open again. Read
- * everything before: between reports of two lengths the library loses the bounds, and old ones may come round again.
- * Close HID devices before their list is released: the release does not close them.
+ * -120. Close HID devices before their list is released: the release does not close them.
+ * <ul>
+ * <li>From open to close the library collects the device's reports, about 64,000 bytes of them; when there is no more
+ *     room the oldest is dropped, and what was not read before a close is there after the next open.</li>
+ * <li>Reports are 64 bytes long, or as long as the calls with a packet size say; a device of vendor 0x6A5D starts with
+ *     512, until the first call without a packet size. What comes from the device has the length that was set when it
+ *     was opened: to change the length, make a call with the new one, close and open again. Read everything before:
+ *     between reports of two lengths the library loses the bounds, and old ones may come round again.</li>
+ * <li>A shorter report from the device is given as a whole one: what stands behind its bytes is left over from earlier
+ *     reports.</li>
+ * <li>A read counts a time-out of 0 or less as run out. <b>While it waits it keeps a processor core busy</b>, and a
+ *     cancel does not end it: read with short time-outs. Reports that a read has taken before its time ran out are lost
+ *     to the next one. A read of 0 or fewer bytes takes all reports until its time is up and answers -150.</li>
+ * <li>A write leaves each report to the system, which does not look at the time-out: Linux gives up after about 5
+ *     seconds, macOS after 1 to 5 or, with older HID drivers, never.</li>
+ * <li><b>Do not open or close on a thread that draws the user interface.</b> A close waits, with a core busy, for the
+ *     thread that collects the reports and for a report that is being sent, up to 20 seconds for each, and so does an
+ *     open that has to end an earlier opening first.</li>
+ * <li>The times of reads, opens and closes are measured by the wall clock: when it is set back, they take that much
+ *     longer.</li>
+ * </ul>
  *
  * <h2>Buffers</h2>
  *
@@ -99,7 +118,7 @@ package com.talvane.orvex.comm;
  *
  * <p>A class loader that loads this class again gets another copy of the library, with a session, lists and open
  * devices of its own; a file that the property or the path names can be loaded by one class loader only. End the
- * session before a class loader is given up: the library goes with it.
+ * session before a class loader is given up: the library goes with it. HID devices that are open then are closed.
  *
  * <p>A virtual machine that refuses native code wants {@code --enable-native-access=com.talvane.orvex.comm}, or
  * {@code ALL-UNNAMED} when the jar is on the class path.
@@ -107,7 +126,9 @@ package com.talvane.orvex.comm;
  * <h2>Debug output</h2>
  *
  * <p>While the environment variable {@code ORVEXCOMM_DEBUG} is set, to whatever value, the library traces its work to
- * the standard error stream.
+ * the standard error stream. Do not reckon with its time stamps. In lines with {@code [ORVEXCOMM_DBG]} the seconds
+ * count from the first such line and the fraction is the clock's own, so within a second the stamp may run backwards;
+ * in all others milliseconds of the wall clock start again at 0 every 48.5 days.
  */
 public class ORVEXCommUSBAccess {
     static {
@@ -141,7 +162,8 @@ public class ORVEXCommUSBAccess {
      * Ends the session. Close all devices and release all lists first: records that are left over stay countable, but
      * opening them answers -107 and transfers on them answer -109 from then on.
      *
-     * <p>Threads: not while any other method runs. Takes up to about a second, until the listening thread has ended.
+     * <p>Threads: not while any other method runs. Takes up to about a second, until the listening thread has ended,
+     * and up to 3 seconds more for each device with a transfer that does not come back.
      *
      * @param sessionId the id from {@link #usbInitialize}
      * @return 0; or -116 when this is not the id of the open session (nothing changes)
@@ -173,8 +195,8 @@ public class ORVEXCommUSBAccess {
      *
      * @param sessionId the id from {@link #usbInitialize}
      * @param vendorId  the USB vendor id, 0x0000 to 0xFFFF; -1 (0xFFFFFFFF) for the devices of all vendors
-     * @return the list handle, 0 or more, also when no device was found; or -116 when this is not the id of the open
-     *         session
+     * @return the list handle, 0 or more, also when no device was found or libusb could not tell the devices; -11 when
+     *         there is no memory; or -116 when this is not the id of the open session
      */
     public native int usbCreateDeviceList(int sessionId, int vendorId);
 
@@ -195,9 +217,11 @@ public class ORVEXCommUSBAccess {
      *
      * @param sessionId the id from {@link #usbInitialize}
      * @param vendorIds USB vendor ids, each 0x0000 to 0xFFFF; those beyond the sixteenth are left out, -1 matches
-     *                  nothing, an empty array (or null) makes a list without devices. The array is not changed
-     * @return the list handle, 0 or more, also when no device was found; or -116 when this is not the id of the open
-     *         session (the array is not looked at)
+     *                  nothing, an empty array (or null) makes a list without devices; but when the session has a
+     *                  list that is not empty and whose first id is -1, as one of {@link #usbCreateDeviceList} for all
+     *                  vendors, an empty array gives that list. The array is not changed
+     * @return the list handle, 0 or more, also when no device was found or libusb could not tell the devices; -11 when
+     *         there is no memory; or -116 when this is not the id of the open session (the array is not looked at)
      */
     public native int usbCreateDeviceList2(int sessionId, int[] vendorIds);
 
@@ -211,15 +235,21 @@ public class ORVEXCommUSBAccess {
      * <p>Devices that are gone stay in their place with presence 0; devices that are back get presence 1 on their old
      * record; others are added at the end. A device counts as the same when vendor id, product id, release,
      * manufacturer, product and serial number are equal. A device that was pulled and plugged in again while open has
-     * to be opened again. One that cannot be opened at the moment of the update, because it is just leaving, may be
-     * added as another record without its texts, which is absent from the next update on.
+     * to be opened again. Two devices that are equal in all of these, as without serial numbers, are told apart only by
+     * their order on the bus: when one of them was pulled, the other may get its place. That place counts as closed
+     * then; if the other was open, it still is in its old place.
+     *
+     * <p>A device that cannot be opened at the moment of the update, or one of whose texts cannot be read then, is
+     * another device to the list, though it is attached: its record gets presence 0 and another one without the text is
+     * added. The next update that can read it puts that right. When libusb cannot tell the devices at all, the answer
+     * is 0 and all have presence 0 until the next change.
      *
      * <p>Threads: not together with other session, list, open or close calls.
      *
      * @param listHandle the list
      * @param unused     has no effect; pass 0
-     * @return 0, whether or not anything changed; -103 when no list has this handle; -104 when there are no lists at
-     *         all
+     * @return 0, whether or not anything changed; -11 when there is no memory; -103 when no list has this handle; -104
+     *         when there are no lists at all
      */
     public native int usbUpdateDeviceList(int listHandle, int unused);
 
@@ -227,7 +257,8 @@ public class ORVEXCommUSBAccess {
      * Empties a list and frees its records. Close its open devices first. The handle stays known: the list counts 0
      * devices, and may be released again.
      *
-     * <p>Threads: not together with other session, list, open or close calls, nor with transfers on its devices.
+     * <p>Threads: not together with other session, list, open or close calls, nor with transfers on its devices. Takes
+     * up to 3 seconds for each device with a transfer that does not come back.
      *
      * @param listHandle the list
      * @return 0; -103 when no list has this handle; -104 when there are no lists at all
@@ -254,8 +285,8 @@ public class ORVEXCommUSBAccess {
      * <li>vendor id, four upper-case hexadecimal digits</li>
      * <li>product id, likewise</li>
      * <li>release number of the device (bcdDevice), likewise</li>
-     * <li>manufacturer: up to 125 characters, {@code ?} when the device has none; a character above 0xFF is given as
-     *     a question mark</li>
+     * <li>manufacturer: up to 125 characters, {@code ?} when the device has none; characters up to 0xFF arrive as they
+     *     are, one above is given as a question mark</li>
      * <li>product (for an interface of a composite device: the name of the interface)</li>
      * <li>serial number (for an interface of a composite device: followed by an underscore and the number of the
      *     interface in two hexadecimal digits)</li>
@@ -294,15 +325,17 @@ public class ORVEXCommUSBAccess {
     /**
      * Opens a device of a list and claims its interface (interface 0, or that of the composite part). A device in
      * another configuration is set to configuration 1. For a HID device the answer is 0 even when its HID service
-     * cannot be opened: writes then answer -109 and reads -150.
+     * cannot be opened: writes then answer -109 and reads -150. One that was pulled while open and is back is closed
+     * first and then opened anew.
      *
      * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see
      * "Threads" above).
      *
      * @param listHandle the list
      * @param index      the device's position in the list
-     * @return 0; -105 when it is open already (it stays open); -107 when it cannot be opened (no permission, or gone
-     *         since the last update, or its session has ended); -108 when its interface cannot be claimed, because
+     * @return 0; -105 when it is open already (it stays open); -107 when it cannot be opened (no permission, no memory,
+     *         gone since the last update, its session has ended, or a transfer of an earlier opening has still not come
+     *         back); -108 when its interface cannot be claimed, because
      *         another program or a driver holds it; -114 when there is no such device; -130 when configuration 1
      *         cannot be set; -131 when it is absent; -158 when its class is not one that this library drives. After
      *         any of these but -105 the device is closed
@@ -312,6 +345,10 @@ public class ORVEXCommUSBAccess {
     /**
      * Closes an open device. Transfers of other threads that still run on it are cancelled first. Whatever the result,
      * the device counts as not open afterwards.
+     *
+     * <p>A transfer that has not come back after 3 seconds keeps the device: it stays claimed, also when it was a
+     * release of its list that waited. Call this method again later: it tries again. A HID device whose waits (see "HID
+     * devices") were in vain is left open for good rather than taken from a thread; the answer is 0 all the same.
      *
      * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see
      * "Threads" above).
@@ -361,7 +398,8 @@ public class ORVEXCommUSBAccess {
 
     /**
      * Cancels the transfer that another thread waits for. It does not wait until the transfer has ended; the other
-     * thread comes back soon, with the number of bytes moved so far.
+     * thread comes back soon, with the number of bytes moved so far. Of {@link #usbWriteInterruptPipeEx} it cancels one
+     * packet: that counts as sent, and the next one goes out.
      *
      * <p>Threads: any, but not together with open or close calls.
      *
@@ -513,12 +551,13 @@ public class ORVEXCommUSBAccess {
      * @param index      the device's position in the list
      * @param endpoint   the endpoint address; bit 0x80 is cleared. A HID device ignores it
      * @param length     the number of bytes to write, 0 or more
-     * @param timeout    in milliseconds, 0 for ever
+     * @param timeout    in milliseconds, 0 for ever; without effect on a HID device
      * @param buffer     the bytes: at least {@code length} of them
      * @return the number of bytes written, 0 to {@code length}, also after a stall, a cancel or when the device was
      *         pulled; -109 when the device has been plugged in anew meanwhile, or for an endpoint number above 0x0F;
-     *         -112 when the transfer could not be started (also for a negative length) or a report could not be sent;
-     *         -114 when the device is not open; -150 when the time ran out
+     *         -112 when the transfer could not be started (also for a negative length, but to a HID device that sends
+     *         nothing and answers 0) or a report could not be sent; -114 when the device is not open; -150 when the
+     *         time ran out, never from a HID device
      */
     public native int usbWriteInterruptPipe(int listHandle, int index, int endpoint, int length, int timeout,
             byte[] buffer);
@@ -537,8 +576,9 @@ public class ORVEXCommUSBAccess {
      * @param buffer     takes the bytes: at least {@code length}
      * @return the number of bytes read, 0 to {@code length}, also after a stall, a cancel or when the device was
      *         pulled; -109 when the device has been plugged in anew meanwhile, or for an endpoint number above 0x0F;
-     *         -113 when the transfer could not be started (also for a negative length); -114 when the device is not
-     *         open; -150 when the time ran out (bytes that had come are in the buffer, but are not counted)
+     *         -113 when the transfer could not be started (also for a negative length, but not from a HID device);
+     *         -114 when the device is not open; -150 when the time ran out (bytes that had come are in the buffer, but
+     *         are not counted)
      */
     public native int usbReadInterruptPipe(int listHandle, int index, int endpoint, int length, int timeout,
             byte[] buffer);
@@ -547,8 +587,10 @@ public class ORVEXCommUSBAccess {
      * Writes to an interrupt endpoint in packets (to a HID device: reports) of a given size. The last one is filled up
      * to that size.
      *
-     * <p>A packet that the device takes only in part counts as written. When a packet fails, those before it are not
-     * counted, although they were sent.
+     * <p>A packet that the device takes only in part counts as written, and so does one that is cancelled by
+     * {@link #usbCancelPipeTransfer}. When a packet fails, those before it are not counted, although they were sent.
+     * When the device is closed, its list released or the session ended meanwhile, no further packet goes out, and the
+     * result is what really moved: the packets before and what the cancelled one had moved.
      *
      * <p>Threads: one transfer at a time on an endpoint.
      *
@@ -556,7 +598,7 @@ public class ORVEXCommUSBAccess {
      * @param index      the device's position in the list
      * @param endpoint   the endpoint address; bit 0x80 is cleared. A HID device ignores it
      * @param length     the number of bytes to write; with 0 or less nothing is sent
-     * @param timeout    for each packet, in milliseconds, 0 for ever
+     * @param timeout    for each packet, in milliseconds, 0 for ever; without effect on a HID device
      * @param buffer     the bytes: at least {@code length} of them
      * @param packetSize the size of each packet in bytes, 64 to 1024
      * @param fillValue  its low 8 bits fill the last packet
@@ -600,10 +642,10 @@ public class ORVEXCommUSBAccess {
      * <tr><td>2 configuration</td><td>has no effect</td><td>the first configuration with all its interfaces and
      *     endpoints, up to 512 bytes and not more than the active configuration has; for an interface of a composite
      *     device the part of that interface</td></tr>
-     * <tr><td>3 string</td><td>1 manufacturer, 2 product, 3 serial number</td><td>the text in ASCII with a zero byte
-     *     behind it (not a USB string descriptor). The result is the length of the text; when the text does not fit
-     *     with its zero byte, what fits is stored, a zero byte last, and the result is {@code bufferSize}. A
-     *     {@code bufferSize} below 2 then stores nothing</td></tr>
+     * <tr><td>3 string</td><td>1 manufacturer, 2 product, 3 serial number</td><td>the text, a byte for each
+     *     character (ISO 8859-1), with a zero byte behind it (not a USB string descriptor). The result is the length of
+     *     the text; when the text does not fit with its zero byte, what fits is stored, a zero byte last, and the
+     *     result is {@code bufferSize}. A {@code bufferSize} below 2 then stores nothing</td></tr>
      * <tr><td>5 endpoint</td><td>the endpoint address (low 8 bits)</td><td>the 7 bytes of the endpoint descriptor, or
      *     fewer for a {@code bufferSize} of 1 to 6</td></tr>
      * </table>

@@ -155,7 +155,8 @@ public final class UsbDevice implements AutoCloseable {
      * @throws IllegalStateException  when it is open, or the session is closed
      * @throws UsbDeviceGoneException when it is absent
      * @throws UsbBusyException       when another program or a driver has it
-     * @throws UsbException when it cannot be opened: no permission, a class that is not supported, or it left just now
+     * @throws UsbException when it cannot be opened: no permission, a class that is not supported, it left just now, or
+     *                      a transfer of an earlier opening has still not come back
      */
     public UsbDevice open() throws UsbException {
         return open(STANDARD_REPORTS);
@@ -217,7 +218,10 @@ public final class UsbDevice implements AutoCloseable {
      * moved, or throw {@link IllegalStateException} when that is nothing. Closing again does nothing.
      *
      * <p>It waits for what cannot be cancelled: for writes and control requests on other devices until they end, at
-     * most to their time-outs; for HID reads a tenth of a second; for a HID report until the system has taken it.
+     * most to their time-outs; for HID reads a tenth of a second; for a HID report until the system has taken it. When
+     * its own transfers do not come back within 3 seconds, the device stays claimed, and {@link #open} tries again to
+     * end them. The close of a HID device may take 20 seconds and more (see "HID devices" in
+     * {@link com.talvane.orvex.comm.ORVEXCommUSBAccess}).
      */
     @Override
     public void close() {
@@ -371,7 +375,7 @@ public final class UsbDevice implements AutoCloseable {
 
     /**
      * Reads from a HID device: the bytes of as many input reports as that takes; what is left of the last one is
-     * dropped. While it waits it keeps a processor core busy.
+     * dropped. While it waits it keeps a processor core busy, and a wall clock that is set back makes it wait longer.
      *
      * @param buffer  takes the bytes
      * @param offset  where in it
@@ -392,7 +396,8 @@ public final class UsbDevice implements AutoCloseable {
      * @param buffer  holds the bytes
      * @param offset  where in it
      * @param length  how many; with 0 nothing is sent
-     * @param timeout for each report, in milliseconds
+     * @param timeout for each report, in milliseconds; the system does not look at it, see "HID devices" in
+     *                {@link com.talvane.orvex.comm.ORVEXCommUSBAccess}
      * @return the number of bytes: {@code length}
      * @throws UsbDeviceGoneException when the device was pulled
      * @throws UsbException           when a report could not be sent; those before it were

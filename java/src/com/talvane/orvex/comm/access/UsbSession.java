@@ -167,7 +167,7 @@ public final class UsbSession implements AutoCloseable {
 
     /**
      * Closes the devices, releases the lists and ends the session. Transfers of other threads end as with
-     * {@link UsbDevice#close}. Closing again does nothing.
+     * {@link UsbDevice#close}, and it waits as long as that for each device. Closing again does nothing.
      */
     @Override
     public void close() {

@@ -140,6 +140,15 @@ class BulkTransferTest extends UsbTest {
         assertArrayEquals(Arrays.copyOf(pattern(9), 64), buffer);
     }
 
+    @ParameterizedTest(name = "time-out {0}")
+    @ValueSource(ints = {-1, Integer.MIN_VALUE})
+    void aNegativeTimeOutIsAVeryLongOne(int timeout) throws Exception {
+        Device bench = openBench();
+        Future<Integer> read = whileWaiting("bench", 0x81, () -> bench.read(0x81, timeout, new byte[64]));
+        bus.feed("bench", 0x81, pattern(9));
+        assertEquals(9, result(read));
+    }
+
     @Test
     void aStallGivesTheBytesMovedAndNoError() {
         Device bench = openBench();

@@ -95,6 +95,14 @@ class DescriptorTest extends UsbTest {
         assertGot("Bench Tool\0".getBytes(StandardCharsets.US_ASCII));
     }
 
+    @Test
+    void aTextHasOneByteForEachCharacter() {
+        bus.plug("latin");
+        choose("LATIN017");
+        assertEquals(4, get(STRING, 1, 128));
+        assertGot(hex("43 61 66 E9 00"));
+    }
+
     @ParameterizedTest(name = "size {0} gives {1} bytes")
     @CsvSource({"0, 7", "7, 7", "20, 7", "-1, 7", "6, 6", "1, 1"})
     void anEndpointIsFoundByItsAddress(int size, int bytes) {

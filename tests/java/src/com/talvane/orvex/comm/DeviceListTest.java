@@ -82,6 +82,16 @@ class DeviceListTest extends UsbTest {
     }
 
     @Test
+    void noVendorsGiveAListWhoseFirstIdIsMinusOneWhenItHasDevices() {
+        openSession();
+        int all = singleList(ANY_VENDOR);
+        assertEquals(all, list());
+        usb.usbReleaseDeviceList(all);
+        int later = list(ANY_VENDOR, VENDOR);
+        assertEquals(later, list());
+    }
+
+    @Test
     void sixteenVendorsAreTakenAndTheRestIsLeftOut() {
         openSession();
         int[] vendors = new int[20];

@@ -133,6 +133,39 @@ class HidReportsTest extends HidTest {
     }
 
     @Test
+    void aNegativeLengthWritesNothingAndEatsReportsLikeAReadOfNoBytes() {
+        Device hid = openHid();
+        assertEquals(0, usb.usbWriteInterruptPipe(hid.list(), hid.index(), OUT, -1, Device.AMPLE, pattern(3)));
+        assertSent();
+        bus.feed(ID, IN, numbered(1, 4));
+        assertEquals(REPORT, read(hid, new byte[REPORT]));
+        assertEquals(-150, usb.usbReadInterruptPipe(hid.list(), hid.index(), IN, -1, BRIEF, new byte[REPORT]));
+        assertEquals(-150, read(hid, new byte[1], BRIEF));
+    }
+
+    @ParameterizedTest(name = "time-out {0}")
+    @ValueSource(ints = {1, 0, -1})
+    void aWriteDoesNotLookAtItsTimeOut(int timeout) {
+        Device hid = openHid();
+        bus.endpoint(ID, OUT, "{\"delayMs\": 100}");
+        assertEquals(REPORT, usb.usbWriteInterruptPipe(hid.list(), hid.index(), OUT, REPORT, timeout, pattern(REPORT)));
+        assertSent(pattern(REPORT));
+    }
+
+    @Test
+    void behindTheBytesOfAShortReportStandsWhatIsLeftOfEarlierOnes() {
+        Device hid = openHid();
+        byte[] report = new byte[REPORT];
+        bus.feed(ID, IN, pattern(REPORT));
+        assertEquals(REPORT, read(hid, report));
+        bus.feed(ID, IN, new byte[] {99, 98, 97});
+        assertEquals(REPORT, read(hid, report));
+        byte[] expected = pattern(REPORT);
+        System.arraycopy(new byte[] {99, 98, 97}, 0, expected, 0, 3);
+        assertArrayEquals(expected, report);
+    }
+
+    @Test
     void bytesThatCameBeforeTheTimeRanOutAreInTheBuffer() {
         Device hid = openHid();
         bus.feed(ID, IN, pattern(REPORT));

@@ -9,6 +9,9 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
 class ListUpdateTest extends UsbTest {
+    /** Requests of a listing: the languages and the text for each of three texts, and the configuration. */
+    private static final int READS_OF_A_DEVICE = 7;
+
     private void assertWorks(Device device) {
         open(device);
         assertEquals(6, device.write(0x01, pattern(6)));
@@ -197,6 +200,25 @@ class ListUpdateTest extends UsbTest {
             assertWorks(bench);
         }
         assertEquals(1, records(list, "BENCH00001"));
+    }
+
+    @Test
+    @Tag("memory")
+    void aDeviceWithATextThatCannotBeReadIsAbsentAndThereAsAnotherUntilItCanBeRead() {
+        int list = sessionWithList();
+        int before = usb.usbGetDeviceListCount(list);
+        bus.fail("libusb_control_transfer", READS_OF_A_DEVICE + 1, -9);  // the first text of the second device
+        bus.plug("spare");
+        updateUntilListed(list, "SPARE005");
+        Device absent = devices(list).stream().filter(d -> !d.isPresent()).findFirst().orElseThrow();
+        Device twin = devices(list).stream().filter(d -> d.field(5).equals("?")).findFirst().orElseThrow();
+        assertTrue(absent.index() < before && twin.index() >= before);
+        assertTrue(twin.isPresent());
+        assertEquals(absent.field(7), twin.field(7));
+
+        bus.unplug("spare");
+        updateUntilPresent(absent, true);
+        assertFalse(twin.isPresent());
     }
 
     @Test
