@@ -201,6 +201,24 @@ TEST_F(CompletionHandOver, WakesAWaiterThatBecomesTheOnlyHandler) {
     EXPECT_LT(Clock::now() - letGo, std::chrono::seconds(10));
 }
 
+/// libusb itself handles events while it waits for the requests of a listing.
+TEST_F(CompletionHandOver, WakesAWaiterWhoseTransferAListingHasCompleted) {
+    openTool();
+    deinitHotplugUsb();  // no event thread: a handler sleeps for up to a minute
+    Gate gate;
+    holdWaiters(gate);
+    const auto held = blockedRead(0x81);
+    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    bus.feed("tool", 0x81, {1, 2, 3});
+    LibUSB_CreateDeviceList(context, 0xFFFFFFFF);
+    ASSERT_TRUE(hasEnded(0x81));
+    letWaitersPass();
+    const auto letGo = Clock::now();
+    gate.open();
+    EXPECT_EQ(3, held->result());
+    EXPECT_LT(Clock::now() - letGo, std::chrono::seconds(10));
+}
+
 TEST_F(CompletionHandOver, InterruptsNobodyOnceEveryWaiterHasSeenItsEnd) {
     openTool();
     for (int round = 0; round < 5; ++round) {

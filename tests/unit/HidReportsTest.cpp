@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <numeric>
+#include <optional>
 
 #include "BackgroundCall.h"
 #include "FakeClock.h"
@@ -187,6 +188,52 @@ TEST_F(HidReports, ReadAllocatesNothing) {
     EXPECT_EQ(64, access->Read(buffer.data(), 64, 10'000));
     EXPECT_EQ(-150, access->Read(buffer.data(), 64, 1));
     EXPECT_FALSE(FailingAllocation::happened());
+}
+
+TEST_F(HidReports, WriteAllocatesNothing) {
+    open();
+    Bytes bytes(130);
+    std::optional<FailingAllocation> first;  // from here to the device; taking the report, the test allocates
+    hid.onSend = [&] {
+        EXPECT_FALSE(first.has_value() && FailingAllocation::happened());
+        first.reset();
+    };
+    first.emplace(FailingAllocation::kAnySize);
+    EXPECT_EQ(130, access->Write(bytes.data(), 130, 1'000));
+    EXPECT_FALSE(first.has_value());
+}
+
+TEST_F(HidReports, ReadOfNothingTakesItsTimeOut) {
+    open();
+    hid.deliverNumber(1);
+    const LookingClock clock;
+    const int64_t before = clock.milliseconds;
+    EXPECT_EQ(-150, read(0, 500));
+    EXPECT_EQ(before + 501, clock.milliseconds) << "one to know the end, and one for each millisecond";
+}
+
+TEST_F(HidReports, EachReportOfAWriteHasTheSizeThatTheObjectHasThen) {
+    open();
+    int sends = 0;
+    hid.onSend = [&] { storeShared(access->packetSize, ++sends == 1 ? 128 : 64); };
+    EXPECT_EQ(200, write(counting(200)));
+    const auto sent = hid.sent();
+    ASSERT_THAT(sent, ElementsAre(SizeIs(64), SizeIs(128), SizeIs(64)));
+    EXPECT_EQ(part(counting(200), 64, 192), sent[1]);
+    EXPECT_EQ(part(counting(200), 192, 200), part(sent[2], 0, 8));
+    EXPECT_THAT(part(sent[2], 8, 64), Each(0x5A));
+}
+
+TEST_F(HidReports, TheMakersSecondVendorReadsWholeReportsOf512BytesAfterAnOpen) {
+    access.reset(newHIDAccess(0x6A5D, kHidProduct, "HID0002", 64, 0x5A));
+    ASSERT_EQ(0, access->Open());
+    waitForState(kReadThreadRuns);
+    hid.deliver(counting(512));
+    hid.deliver(counting(512, 1));
+    EXPECT_EQ(512, read(512));
+    EXPECT_EQ(counting(512), part(received, 0, 512));
+    EXPECT_EQ(512, read(512));
+    EXPECT_EQ(counting(512, 1), part(received, 0, 512));
 }
 
 TEST_F(HidReports, ReadThatGetsTooLittleTimesOutAndKeepsWhatItCopied) {

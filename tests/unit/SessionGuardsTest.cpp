@@ -4,8 +4,11 @@
 #include <pthread.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 
+#include "Gate.h"
+#include "HidPlatformTest.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "IoTest.h"
 #include "JniTest.h"
@@ -251,6 +254,26 @@ TEST_F(EndedSession, KeepsAContextThatATransferOfARecordKeptAsideDoesNotLeave) {
     expectsViolations = true;  // handle, transfers and context are given up on purpose
 }
 
+void (*g_endsWithOpenHidDevices)(int64_t open) = nullptr;
+
+/// Made before all other globals, this one is the last to go.
+struct LastLook {
+    ~LastLook() {
+        if (g_endsWithOpenHidDevices != nullptr) {
+            g_endsWithOpenHidDevices(simbus::Bus::instance().tally("hid devices open"));
+        }
+    }
+};
+[[gnu::init_priority(101)]] LastLook g_lastLook;
+
+class HidSessionGuardsDeathTest : public HidPlatformTest {
+ protected:
+    void SetUp() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        HidPlatformTest::SetUp();
+    }
+};
+
 class SessionGuardsDeathTest : public JniTest {
  protected:
     void SetUp() override {
@@ -265,6 +288,40 @@ TEST_F(SessionGuardsDeathTest, AProgramMayEndWithoutARelease) {
         const jint list = listOfVendor();
         const jint opened = call(usbOpenDevice, list, 0);
         std::exit(opened == 0 ? 7 : 1);
+    };
+    EXPECT_EXIT(program(), ::testing::ExitedWithCode(7), "");
+}
+
+TEST_F(SessionGuardsDeathTest, AProgramMayEndWhileAnotherThreadIsInARelease) {
+    const auto program = [&] {
+        openSession({deviceJson("tool")});
+        listOfVendor();
+        Gate gate;  // the event thread does not end before the program has begun to end
+        bus.onCall("libusb_handle_events_timeout_completed", [&gate] { gate.pass(); });
+        if (!eventually([&] {
+                libusb_interrupt_event_handler(g_pContext);
+                return gate.arrivals() == 1;
+            })) {
+            std::exit(1);
+        }
+        std::thread([this] { call(usbRelease, 0); }).detach();
+        if (!eventually([] { return !g_eventLoopRunning.load(); })) {
+            std::exit(1);
+        }
+        std::thread([&gate] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            gate.open();
+        }).detach();
+        std::exit(7);
+    };
+    EXPECT_EXIT(program(), ::testing::ExitedWithCode(7), "");
+}
+
+TEST_F(HidSessionGuardsDeathTest, AProgramThatEndsClosesItsHidDevices) {
+    const auto program = [&] {
+        HidPlatformTest::openTool();
+        g_endsWithOpenHidDevices = [](int64_t open) { _exit(open == 0 ? 7 : 1); };
+        std::exit(1);
     };
     EXPECT_EXIT(program(), ::testing::ExitedWithCode(7), "");
 }
