@@ -44,27 +44,33 @@ void expectNoCopyFlag(const jboolean* isCopy) {
 }
 
 jsize arrayLength(JNIEnv*, jarray array) {
+    g_fake->calls.emplace_back("GetArrayLength");
     return lengths().at(array);
 }
 
 jbyte* byteElements(JNIEnv*, jbyteArray array, jboolean* isCopy) {
+    g_fake->calls.emplace_back("GetByteArrayElements");
     expectNoCopyFlag(isCopy);
     return pin(static_cast<FakeByteArray*>(array)->bytes);
 }
 jint* intElements(JNIEnv*, jintArray array, jboolean* isCopy) {
+    g_fake->calls.emplace_back("GetIntArrayElements");
     expectNoCopyFlag(isCopy);
     return pin(static_cast<FakeIntArray*>(array)->values);
 }
 
 void releaseBytes(JNIEnv*, jbyteArray array, jbyte* elements, jint mode) {
+    g_fake->calls.emplace_back("ReleaseByteArrayElements");
     unpin(static_cast<FakeByteArray*>(array)->bytes, elements, mode);
 }
 
 void releaseInts(JNIEnv*, jintArray array, jint* elements, jint mode) {
+    g_fake->calls.emplace_back("ReleaseIntArrayElements");
     unpin(static_cast<FakeIntArray*>(array)->values, elements, mode);
 }
 
 jstring newString(JNIEnv*, const char* text) {
+    g_fake->calls.emplace_back("NewStringUTF");
     g_fake->strings.emplace_back(text);
     return nullptr;
 }

@@ -25,6 +25,7 @@ class FakeJni {
     FakeJni();
     JNIEnv* env() { return &env_; }
 
+    std::vector<std::string> calls;    ///< the names of all calls, as they came
     int pins = 0;                      ///< Get...ArrayElements that gave elements
     int releases = 0;                  ///< Release...ArrayElements
     std::vector<jint> modes;           ///< mode of each release
