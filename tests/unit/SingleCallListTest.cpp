@@ -96,6 +96,15 @@ TEST_F(SingleCallList, ReusesAWatchedListOfItsVendorAlone) {
     EXPECT_EQ(watched, createSingleCallList(kVendor));
 }
 
+TEST_F(SingleCallList, IsReusedByTheCallForSeveralVendorsAndStillWatchesNothing) {
+    const uint32_t list = createSingleCallList(kVendor);
+    EXPECT_EQ(list, createList({kVendor}));
+    EXPECT_TRUE(g_hotPlugCallback.empty());
+    EXPECT_EQ(0U, callsOf("libusb_hotplug_register_callback"));
+    EXPECT_EQ(1U, callsOf("libusb_get_device_list"));
+    EXPECT_TRUE(g_refCount.empty());
+}
+
 TEST_F(SingleCallList, DoesNotReuseAListOfSeveralVendors) {
     const uint32_t several = createList({kVendor, kSecondVendor});
     EXPECT_EQ(several + 1, createSingleCallList(kVendor));
