@@ -209,6 +209,25 @@ TEST_F(CompositeUpdate, AnInterfaceThatAppearedGoesWithoutItsParent) {
     expectPartnersAreListed();
 }
 
+TEST_F(CompositeUpdate, ADeviceThatLooksLikeAPartNeverBecomesOne) {
+    addDevice(deviceJson("double", R"({"serial":"tool_01","product":"Trace Port"})"));
+    const uint32_t list = createList({kVendor, kSecondVendor});
+    ASSERT_EQ(3U, recordsOf(list).size());
+    tagUSB_DEVICE_ACCESS_ENTRY& whole = recordNamed(list, "tool");
+    tagUSB_DEVICE_ACCESS_ENTRY& alike = recordNamed(list, "tool_01");
+    tagUSB_DEVICE_ACCESS_ENTRY& part = record(list, 2);
+    ASSERT_EQ(kPlainDevice, alike.familyStatus);
+    unplugAndWait("double", list_);
+    for (int round = 0; round < 2; ++round) {
+        listOf(list).changePending = true;
+        update(list);
+        EXPECT_THAT(presenceOf(recordsOf(list)), ElementsAre(1, 1, 1)) << "one part is taken for both";
+        EXPECT_EQ(nullptr, alike.pCompositeParent);
+        EXPECT_EQ(&part, whole.pCompositeChild);
+        EXPECT_EQ(&whole, part.pCompositeParent);
+    }
+}
+
 TEST_F(CompositeUpdate, AReplugCanBeRepeated) {
     for (int round = 0; round < 3; ++round) {
         unplugAndUpdate("tool", list_);
