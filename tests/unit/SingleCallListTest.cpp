@@ -89,11 +89,14 @@ TEST_F(SingleCallList, IsReusedForTheSameVendor) {
     EXPECT_NE(list, all);
     EXPECT_EQ(all, createSingleCallList(kEveryVendor));
     EXPECT_EQ(2U, callsOf("libusb_get_device_list"));
+    EXPECT_EQ(0U, callsOf("libusb_hotplug_register_callback"));
 }
 
 TEST_F(SingleCallList, ReusesAWatchedListOfItsVendorAlone) {
     const uint32_t watched = createList({kVendor});
     EXPECT_EQ(watched, createSingleCallList(kVendor));
+    EXPECT_EQ(1U, callsOf("libusb_get_device_list"));
+    EXPECT_EQ(1U, callsOf("libusb_hotplug_register_callback"));
 }
 
 TEST_F(SingleCallList, IsReusedByTheCallForSeveralVendorsAndStillWatchesNothing) {

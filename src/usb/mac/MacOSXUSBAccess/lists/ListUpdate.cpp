@@ -42,6 +42,7 @@ void updateDevice(tagUSB_DEVICE_ACCESS_ENTRY& old, const tagUSB_DEVICE_ACCESS_EN
 }
 
 /// A child's counted references do not move.
+/// Deliberate: a child counts as present with its parent, even when its interface is gone or looks different.
 void updateChild(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_ENTRY& foundParent) {
     child.isPresent = 1;
     const bool split = foundParent.pCompositeChild != nullptr;
