@@ -25,11 +25,12 @@ class FakeJni {
     FakeJni();
     JNIEnv* env() { return &env_; }
 
-    std::vector<std::string> calls;    ///< the names of all calls, as they came
     int pins = 0;                      ///< Get...ArrayElements that gave elements
     int releases = 0;                  ///< Release...ArrayElements
     std::vector<jint> modes;           ///< mode of each release
     std::vector<std::string> strings;  ///< text of each NewStringUTF
+    std::vector<std::string> calls;    ///< names of the calls since notesCalls was set, in order
+    bool notesCalls = false;           ///< off, so that a test of memory meets the library's use of it alone
     bool outOfMemory = false;          ///< Get...ArrayElements give null
     bool pinsByCopy = false;           ///< Get...ArrayElements give a copy, which the release copies back
 
