@@ -30,7 +30,7 @@ class CompositeDevices : public ListTest {
     uint32_t listWith(const DescriptorBytes& configuration, const std::string& overrides = "{}") {
         startSession({deviceJson("tool", merged({R"({"strings":{"9":"Trace Port"}})",
                                                  rawConfiguration(configuration), overrides}))});
-        return createList({kVendor, kSecondVendor, 0x1234});
+        return createList({kVendor, kSecondVendor});
     }
     uint32_t listWithStandardTool(const std::string& overrides = "{}") {
         return listWith(kStandardTool, overrides);
@@ -125,9 +125,19 @@ TEST_F(CompositeDevices, BothVendorIdsOfTheMakerAreSplit) {
     EXPECT_THAT(recordsOf(listWithStandardTool(R"({"vendorId":"0x6A5D"})")), SizeIs(2));
 }
 
-TEST_F(CompositeDevices, OtherVendorsAreNeverSplit) {
-    EXPECT_THAT(recordsOf(listWithStandardTool(R"({"vendorId":"0x1234"})")), SizeIs(1));
+/// The vendor ids next to the maker's two, and one far away.
+class OtherVendors : public CompositeDevices, public ::testing::WithParamInterface<int32_t> {};
+
+TEST_P(OtherVendors, AreNeverSplit) {
+    const int32_t vendor = GetParam();
+    startSession({deviceJson("tool", merged({rawConfiguration(kStandardTool),
+                                             R"({"vendorId":)" + std::to_string(vendor) + "}"}))});
+    const uint32_t list = createList({vendor});
+    EXPECT_THAT(serialsOf(list), ElementsAre("tool"));
+    EXPECT_EQ(kPlainDevice, record(list, 0).familyStatus);
 }
+
+INSTANTIATE_TEST_SUITE_P(CompositeDevices, OtherVendors, ::testing::Values(0x6A5B, 0x6A5E, 0x1234));
 
 TEST_F(CompositeDevices, TheFirstInterfaceNeverQualifies) {
     const uint32_t list =

@@ -34,6 +34,27 @@ TEST_F(DeviceListMethods, CreatesAListOfSeveralVendors) {
     EXPECT_THAT(jni.modes, ElementsAre(0));
 }
 
+TEST_F(DeviceListMethods, AsksForTheLengthOfTheArrayBeforeItTakesTheElements) {
+    openSession({deviceJson("one")});
+    const std::vector<std::string> inOrder = {"GetArrayLength", "GetIntArrayElements",
+                                              "ReleaseIntArrayElements"};
+    jni.notesCalls = true;
+    listOfVendor();
+    EXPECT_EQ(inOrder, jni.calls);
+    jni.calls.clear();
+    FakeIntArray none({});
+    call(usbCreateDeviceList2, 0, none.java());
+    EXPECT_EQ(inOrder, jni.calls);
+}
+
+TEST_F(DeviceListMethods, DoesNotTouchTheArrayOfAnotherSession) {
+    openSession({deviceJson("one")});
+    FakeIntArray ids({kVendor});
+    jni.notesCalls = true;
+    EXPECT_EQ(-116, call(usbCreateDeviceList2, 1, ids.java()));
+    EXPECT_THAT(jni.calls, ElementsAre());
+}
+
 TEST_F(DeviceListMethods, CreatesAListOfOneVendor) {
     openSession({deviceJson("one"), deviceJson("two", R"({"vendorId":"0x1234"})")});
     const jint list = call(usbCreateDeviceList, 0, 0x1234);

@@ -9,6 +9,12 @@ namespace {
 
 FakeJni* g_fake = nullptr;
 
+void note(const char* call) {
+    if (g_fake->notesCalls) {
+        g_fake->calls.emplace_back(call);
+    }
+}
+
 /// Length of each array made so far; JNI asks for it without saying what the elements are.
 std::map<jarray, jsize>& lengths() {
     static std::map<jarray, jsize> all;
@@ -44,27 +50,33 @@ void expectNoCopyFlag(const jboolean* isCopy) {
 }
 
 jsize arrayLength(JNIEnv*, jarray array) {
+    note("GetArrayLength");
     return lengths().at(array);
 }
 
 jbyte* byteElements(JNIEnv*, jbyteArray array, jboolean* isCopy) {
+    note("GetByteArrayElements");
     expectNoCopyFlag(isCopy);
     return pin(static_cast<FakeByteArray*>(array)->bytes);
 }
 jint* intElements(JNIEnv*, jintArray array, jboolean* isCopy) {
+    note("GetIntArrayElements");
     expectNoCopyFlag(isCopy);
     return pin(static_cast<FakeIntArray*>(array)->values);
 }
 
 void releaseBytes(JNIEnv*, jbyteArray array, jbyte* elements, jint mode) {
+    note("ReleaseByteArrayElements");
     unpin(static_cast<FakeByteArray*>(array)->bytes, elements, mode);
 }
 
 void releaseInts(JNIEnv*, jintArray array, jint* elements, jint mode) {
+    note("ReleaseIntArrayElements");
     unpin(static_cast<FakeIntArray*>(array)->values, elements, mode);
 }
 
 jstring newString(JNIEnv*, const char* text) {
+    note("NewStringUTF");
     g_fake->strings.emplace_back(text);
     return nullptr;
 }

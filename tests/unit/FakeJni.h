@@ -29,6 +29,8 @@ class FakeJni {
     int releases = 0;                  ///< Release...ArrayElements
     std::vector<jint> modes;           ///< mode of each release
     std::vector<std::string> strings;  ///< text of each NewStringUTF
+    std::vector<std::string> calls;    ///< names of the calls since notesCalls was set, in order
+    bool notesCalls = false;           ///< off, so that a test of memory meets the library's use of it alone
     bool outOfMemory = false;          ///< Get...ArrayElements give null
     bool pinsByCopy = false;           ///< Get...ArrayElements give a copy, which the release copies back
 

@@ -60,6 +60,22 @@ TEST_F(HidDetection, ADeviceIsMarkedByItsIdsAndSerialNumber) {
     EXPECT_EQ(0U, entry.exFillValue);
 }
 
+TEST_F(HidDetection, LooksForHidDevicesOnceLibusbHasItsArrayBack) {
+    startSession({deviceJson("tool")});
+    uint64_t arraysOut = 0;
+    int looks = 0;
+    hid.onList = [&] {
+        ++looks;
+        arraysOut += callsOf("libusb_get_device_list") - callsOf("libusb_free_device_list");
+    };
+    const uint32_t list = createList({kVendor});
+    createSingleCallList(0xFFFFFFFF);
+    listOf(list).changePending = true;
+    update(list);
+    EXPECT_EQ(3, looks);
+    EXPECT_EQ(0U, arraysOut);
+}
+
 TEST_F(HidDetection, AMarkedDeviceGetsAClosedHidAccess) {
     hid.devices = {hidDevice("tool")};
     const auto& entry = record(listOfTool(), 0);

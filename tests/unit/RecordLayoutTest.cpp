@@ -1,9 +1,13 @@
-// The order of the fields in the records.
+// The order of the fields in the records, and their types, which are looked at when this is compiled.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <type_traits>
 
 #include "MacOSXUSBAccess/records/DeviceRecords.h"
 #include "hid/HIDAccess.h"
@@ -14,6 +18,56 @@ void expectInOrder(std::initializer_list<const void*> fields) {
     const auto wrong = std::adjacent_find(fields.begin(), fields.end(), std::greater_equal<>());
     EXPECT_EQ(fields.end(), wrong) << "field " << wrong - fields.begin() << " stands behind the next one";
 }
+
+template <class Record, class Type, class... Fields>
+constexpr bool haveType(Fields Record::*... /*fields*/) {
+    return (std::is_same_v<Type, Fields> && ...);
+}
+
+using List = tagUSB_DEVICE_LIST;
+static_assert(haveType<List, uint32_t>(&List::handle));
+static_assert(haveType<List, std::atomic<bool>>(&List::changePending) && sizeof(List::changePending) == 1);
+static_assert(haveType<List, libusb_context*>(&List::pContext));
+static_assert(haveType<List, libusb_device**>(&List::ppDevList));
+static_assert(haveType<List, int32_t>(&List::vidCount));
+static_assert(haveType<List, int32_t[16]>(&List::vidList));
+static_assert(haveType<List, tagUSB_DEVICE_ACCESS_ENTRY*>(&List::pFirst));
+static_assert(haveType<List, List*>(&List::pPrevList, &List::pNextList));
+
+using Entry = tagUSB_DEVICE_ACCESS_ENTRY;
+static_assert(haveType<Entry, Entry*>(&Entry::pPrev, &Entry::pNext, &Entry::pCompositeParent,
+                                      &Entry::pCompositeChild));
+static_assert(haveType<Entry, List*>(&Entry::pDeviceList));
+static_assert(haveType<Entry, libusb_device*>(&Entry::pDevice));
+static_assert(haveType<Entry, libusb_device_handle*>(&Entry::hDevice));
+static_assert(haveType<Entry, HIDAccess*>(&Entry::pHIDAccess));
+static_assert(haveType<Entry, uint64_t>(&Entry::reserved));
+static_assert(haveType<Entry, int32_t>(&Entry::familyStatus, &Entry::isHid, &Entry::interfaceNumber,
+                                       &Entry::deviceDescriptorLength, &Entry::configDescriptorLength,
+                                       &Entry::endpointCount, &Entry::lastResult));
+static_assert(haveType<Entry, uint32_t>(&Entry::isOpen, &Entry::idVendor, &Entry::idProduct,
+                                        &Entry::bcdDevice, &Entry::isUnsupportedClass,
+                                        &Entry::kernelDriverDetached, &Entry::packetSize,
+                                        &Entry::exPacketSize, &Entry::fillValue, &Entry::exFillValue,
+                                        &Entry::initFlag, &Entry::changeReported, &Entry::isPresent,
+                                        &Entry::reportedPresent));
+static_assert(haveType<Entry, uint8_t>(&Entry::busNumber));
+static_assert(haveType<Entry, char[128]>(&Entry::sManufacturer, &Entry::sProduct, &Entry::sSerialNumber));
+static_assert(haveType<Entry, uint8_t[32]>(&Entry::deviceDescriptor));
+static_assert(haveType<Entry, uint8_t[512]>(&Entry::configDescriptor));
+static_assert(haveType<Entry, tagUSB_ENDPOINT_INFO[16]>(&Entry::endpoints));
+static_assert(haveType<Entry, std::map<uint8_t, tagUSB_CALLBACK_INFO*>>(&Entry::callbackInfos));
+
+using Endpoint = tagUSB_ENDPOINT_INFO;
+static_assert(haveType<Endpoint, int32_t>(&Endpoint::address, &Endpoint::direction, &Endpoint::attributes,
+                                          &Endpoint::maxPacketSize));
+static_assert(sizeof(Endpoint) == 16);
+
+using Transfer = tagUSB_CALLBACK_INFO;
+static_assert(haveType<Transfer, libusb_transfer*>(&Transfer::pTransfer));
+static_assert(haveType<Transfer, int32_t>(&Transfer::isPending, &Transfer::status, &Transfer::length,
+                                          &Transfer::actualLength));
+static_assert(sizeof(Transfer) == sizeof(void*) + 16);
 
 }  // namespace
 

@@ -89,11 +89,23 @@ TEST_F(SingleCallList, IsReusedForTheSameVendor) {
     EXPECT_NE(list, all);
     EXPECT_EQ(all, createSingleCallList(kEveryVendor));
     EXPECT_EQ(2U, callsOf("libusb_get_device_list"));
+    EXPECT_EQ(0U, callsOf("libusb_hotplug_register_callback"));
 }
 
 TEST_F(SingleCallList, ReusesAWatchedListOfItsVendorAlone) {
     const uint32_t watched = createList({kVendor});
     EXPECT_EQ(watched, createSingleCallList(kVendor));
+    EXPECT_EQ(1U, callsOf("libusb_get_device_list"));
+    EXPECT_EQ(1U, callsOf("libusb_hotplug_register_callback"));
+}
+
+TEST_F(SingleCallList, IsReusedByTheCallForSeveralVendorsAndStillWatchesNothing) {
+    const uint32_t list = createSingleCallList(kVendor);
+    EXPECT_EQ(list, createList({kVendor}));
+    EXPECT_TRUE(g_hotPlugCallback.empty());
+    EXPECT_EQ(0U, callsOf("libusb_hotplug_register_callback"));
+    EXPECT_EQ(1U, callsOf("libusb_get_device_list"));
+    EXPECT_TRUE(g_refCount.empty());
 }
 
 TEST_F(SingleCallList, DoesNotReuseAListOfSeveralVendors) {

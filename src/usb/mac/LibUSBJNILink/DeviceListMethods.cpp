@@ -49,11 +49,14 @@ jstring javaText(JNIEnv* env, const InformationLine& line) {
 
 /// Copies up to sixteen ids to `ids` and returns how many; 0 for a null array.
 jint copyVendorIds(JNIEnv* env, jintArray array, int32_t (&ids)[kMaxVendorIds]) {
-    jint* elements = array == nullptr ? nullptr : env->GetIntArrayElements(array, nullptr);
-    if (elements == nullptr) {
+    if (array == nullptr) {
         return 0;
     }
     const jint count = std::clamp(env->GetArrayLength(array), 0, kMaxVendorIds);
+    jint* elements = env->GetIntArrayElements(array, nullptr);
+    if (elements == nullptr) {
+        return 0;
+    }
     std::copy_n(elements, count, ids);
     env->ReleaseIntArrayElements(array, elements, 0);
     return count;

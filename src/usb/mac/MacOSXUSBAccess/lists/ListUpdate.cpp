@@ -47,6 +47,7 @@ void updateDevice(tagUSB_DEVICE_ACCESS_ENTRY& old, const tagUSB_DEVICE_ACCESS_EN
 }
 
 /// A child's counted references do not move.
+/// Deliberate: a child counts as present with its parent, even when its interface is gone or looks different.
 void updateChild(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_ENTRY& foundParent) {
     child.isPresent = 1;
     const bool split = foundParent.pCompositeChild != nullptr;
@@ -57,12 +58,16 @@ void updateChild(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_E
     }
 }
 
-/// Deletes a found record whose place `survivor` keeps; a partner that is left points at the survivor.
+/// Deletes a found record whose place `survivor` keeps. A partner that was found with it and is left points
+/// at the survivor; a record of the list, which took such a partner's place, keeps the partner it had.
 void deleteDuplicate(tagUSB_DEVICE_ACCESS_ENTRY& found, tagUSB_DEVICE_ACCESS_ENTRY& survivor) {
-    if (found.pCompositeChild != nullptr) {
+    const auto isLeft = [&found](const tagUSB_DEVICE_ACCESS_ENTRY* partner) {
+        return partner != nullptr && partner->pDeviceList == found.pDeviceList;
+    };
+    if (isLeft(found.pCompositeChild)) {
         found.pCompositeChild->pCompositeParent = &survivor;
     }
-    if (found.pCompositeParent != nullptr) {
+    if (isLeft(found.pCompositeParent)) {
         found.pCompositeParent->pCompositeChild = &survivor;
     }
     deleteDeviceRecord(found);

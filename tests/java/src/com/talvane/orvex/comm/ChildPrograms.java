@@ -21,6 +21,8 @@ final class ChildPrograms {
         ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
         switch (args[0]) {
             case "fresh" -> fresh(usb);
+            case "everyMethod" -> EveryMethod.answers(usb, 0, 0).forEach((method, answer) ->
+                    System.out.println(method + "=" + answer));
             case "version" -> say("version", usb.usbGetLibVersion());
             case "session" -> session(usb);
             case "leaveOpen" -> openBench(usb);

@@ -3,6 +3,7 @@ package com.talvane.orvex.comm;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 
+import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HexFormat;
 import java.util.List;
@@ -13,6 +14,15 @@ class CompositeDeviceTest extends UsbTest {
     private static final String WHOLE = ":=6A5D:=2001:=0100:=Talvane:=Composite Tool:=COMP0003:=x:=b:=1:=0:=end";
     private static final String PART = ":=6A5D:=2001:=0100:=Talvane:=Data Port:=COMP0003_01:=x:=b:=2:=1:=end";
 
+    /** Two interfaces, of which the second is listed as a part of its own when it is vendor-specific. */
+    private static final String INTERFACES = """
+            {"interfaces": [
+                {"number": 0, "class": 255, "subClass": 0, "endpoints": [
+                    {"address": "0x01", "type": "bulk", "behaviour": "echo"},
+                    {"address": "0x81", "type": "bulk", "behaviour": "echo"}]},
+                {"number": 1, "class": 255, "subClass": %d, "string": "%s", "endpoints": [
+                    {"address": "0x02", "type": "bulk", "behaviour": "echo"},
+                    {"address": "0x82", "type": "bulk", "behaviour": "echo"}]}]}""";
     private static final int ROUNDS = 100;
 
     private static void assertWorks(Device device, int endpoint) {
@@ -131,5 +141,117 @@ class CompositeDeviceTest extends UsbTest {
         assertEquals(1, lines(list).stream().filter(l -> l.equals("1" + PART)).count());
         assertWorks(open(whole), 0x01);
         assertWorks(open(part), 0x02);
+    }
+
+    private static String withPart(String name) {
+        return INTERFACES.formatted(255, name);
+    }
+
+    private static String withoutPart() {
+        return INTERFACES.formatted(0, "Data Port");
+    }
+
+    /** Pulls a device, and plugs it in again as another description says. */
+    private void comeBack(String id, Device whole, String patch) {
+        bus.unplug(id);
+        updateUntilPresent(whole, false);
+        bus.change(id, patch);
+        bus.plug(id);
+        updateUntilPresent(whole, true);
+    }
+
+    /** Another device comes and goes: two updates at least that are none of the composite device's business. */
+    private void anotherComesAndGoes(int list) {
+        bus.plug("spare");
+        updateUntil("the other is there", list, () -> isPresent(list, "SPARE005"));
+        bus.unplug("spare");
+        updateUntilPresent(find(list, "SPARE005"), false);
+    }
+
+    private boolean isPresent(int list, String serial) {
+        return devices(list).stream().anyMatch(d -> d.field(7).equals(serial) && d.isPresent());
+    }
+
+    private static List<Boolean> presence(List<Device> devices) {
+        return devices.stream().map(Device::isPresent).toList();
+    }
+
+    private Device named(int list, String product) {
+        return devices(list).stream().filter(d -> d.field(6).equals(product)).findFirst().orElseThrow();
+    }
+
+    @Test
+    void aPartThatComesBackWithAnotherNameStaysBesideTheOldOne() {
+        int list = sessionWithList();
+        Device whole = find(list, "COMP0003");
+        Device part = find(list, "COMP0003_01");
+        comeBack("composite", whole, withPart("New Port"));
+        Device renamed = named(list, "New Port");
+        for (int i = 0; i < 2; i++) {
+            anotherComesAndGoes(list);
+            assertEquals(List.of(true, true, true), presence(List.of(whole, part, renamed)));
+        }
+        assertWorks(open(renamed), 0x02);
+        bus.unplug("composite");
+        updateUntilPresent(whole, false);
+        assertEquals(List.of(false, false), presence(List.of(part, renamed)));
+    }
+
+    @Test
+    void aPartThatAppearsLaterLeavesWithoutTheWholeDevice() {
+        bus.change("spread", withoutPart());
+        bus.plug("spread");
+        int list = sessionWithList();
+        Device whole = find(list, "SPREAD16");
+        assertEquals("0", whole.field(10));
+        comeBack("spread", whole, withPart("Late Port"));
+        Device part = named(list, "Late Port");
+        anotherComesAndGoes(list);
+        assertEquals(List.of(true, true), presence(List.of(whole, part)));
+        comeBack("spread", whole, withoutPart());
+        anotherComesAndGoes(list);
+        assertEquals(List.of(true, false), presence(List.of(whole, part)));
+    }
+
+    /** Plugs two composite tools in that have no serial numbers, so that their parts look alike. */
+    private List<Device> listOfTwins() {
+        for (String id : List.of("spread", "loner")) {
+            bus.change(id, withPart("Twin Port"));
+            bus.change(id, """
+                    {"vendorId": "0x6A5D", "productId": "0x2002", "serial": null, "product": "%s"}""".formatted(id));
+            bus.plug(id);
+        }
+        List<Device> twins = new ArrayList<>();
+        await("both are listed with their parts", () -> {
+            usb.usbRelease(0);
+            twins.clear();
+            devices(sessionWithList()).stream().filter(d -> d.field(3).equals("2002")).forEach(twins::add);
+            return twins.stream().filter(d -> d.field(6).equals("Twin Port")).count() == 2;
+        });
+        assertEquals(List.of("?", "?", "?_01", "?_01"), twins.stream().map(d -> d.field(7)).toList());
+        return twins;
+    }
+
+    /** Pulls one of two that look alike; what is present then stays so over further updates. */
+    private List<Device> assertPresenceWithout(int pulled, Boolean... expected) {
+        List<Device> twins = listOfTwins();
+        bus.unplug(twins.get(pulled).field(6));
+        updateUntilPresent(twins.get(pulled), false);
+        for (int i = 0; i < 2; i++) {
+            anotherComesAndGoes(twins.get(0).list());
+            assertEquals(List.of(expected), presence(twins));
+        }
+        return twins;
+    }
+
+    @Test
+    void ofTwoAlikeTheLaterTakesItsPartAlong() {
+        assertPresenceWithout(1, true, false, true, false);
+    }
+
+    @Test
+    void ofTwoAlikeTheEarlierLeavesItsPartToTheOther() {
+        List<Device> twins = assertPresenceWithout(0, false, true, true, true);
+        assertWorks(open(twins.get(2)), 0x02);
     }
 }

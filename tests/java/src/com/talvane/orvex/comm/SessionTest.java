@@ -4,6 +4,9 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import java.util.Map;
+import java.util.TreeMap;
+import java.util.stream.Collectors;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
@@ -130,5 +133,59 @@ class SessionTest extends UsbTest {
         assertEquals(-99, usb.usbInitialize());
         assertEquals(-116, usb.usbRelease(0));
         assertEquals(0, usb.usbInitialize());
+    }
+
+    /** What every method but usbInitialize answers without a session: the same but for some. */
+    private static void assertAnswers(String ofMost, Map<String, String> ofSome, Map<String, String> answers) {
+        Map<String, String> expected = new TreeMap<>(answers);
+        expected.replaceAll((method, answer) -> ofMost);
+        expected.putAll(Map.of("usbGetLibVersion", "347", "usbRelease", "-116", "usbCreateDeviceList", "-116",
+                "usbCreateDeviceList2", "-116", "usbGetChangeInfo", ""));
+        expected.putAll(ofSome);
+        assertEquals(expected, new TreeMap<>(answers));
+        assertEquals(27, answers.size());
+    }
+
+    @Test
+    void beforeTheFirstSessionNoMethodFindsAnything() throws Exception {
+        ChildVm.Outcome child = new ChildVm().run("everyMethod");
+        assertEquals(0, child.status(), child.err());
+        Map<String, String> answers = child.out().lines().map(line -> line.split("=", 2))
+                .collect(Collectors.toMap(line -> line[0], line -> line[1]));
+        assertAnswers("-114", Map.of("usbUpdateDeviceList", "-104", "usbReleaseDeviceList", "-104",
+                "usbGetDeviceListCount", "0", "usbGetDeviceInfo", ""), answers);
+    }
+
+    @Test
+    void afterASessionNoMethodFindsAListThatNeverWas() {
+        sessionWithList();
+        assertEquals(0, usb.usbRelease(0));
+        assertAnswers("-114", Map.of("usbUpdateDeviceList", "-103", "usbReleaseDeviceList", "-103",
+                "usbGetDeviceListCount", "0", "usbGetDeviceInfo", ""), EveryMethod.answers(usb, 1_000_000, 0));
+    }
+
+    /** What the list still tells of its first tool when its session has ended. */
+    private static Map<String, String> stillKnown(Device bench, Map<String, String> more) {
+        Map<String, String> answers = new TreeMap<>(Map.of("usbUpdateDeviceList", "0", "usbReleaseDeviceList", "0",
+                "usbGetDeviceListCount", "4", "usbGetDeviceInfo", bench.line(), "usbGetDeviceDescriptor", "18",
+                "usbGetEndpointList", "14", "usbOpenDevice", "-107", "usbRestartDevice", "-120"));
+        answers.putAll(more);
+        return answers;
+    }
+
+    @Test
+    void afterASessionItsListsAreReadableAndNothingOpens() {
+        Device bench = find(sessionWithList(), "BENCH00001");
+        Map<String, String> expected = stillKnown(bench, Map.of());
+        assertEquals(0, usb.usbRelease(0));
+        assertAnswers("-114", expected, EveryMethod.answers(usb, bench.list(), bench.index()));
+    }
+
+    @Test
+    void afterASessionWhatWasOpenIsNot() {
+        Device bench = openBench();
+        Map<String, String> expected = stillKnown(bench, Map.of("usbResetPipe", "-120"));
+        assertEquals(0, usb.usbRelease(0));
+        assertAnswers("-109", expected, EveryMethod.answers(usb, bench.list(), bench.index()));
     }
 }
