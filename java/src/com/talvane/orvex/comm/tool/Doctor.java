@@ -164,8 +164,8 @@ final class Doctor {
                 ? Finding.bad(named(entry) + ": macOS does not let a login over ssh open a HID device",
                         "use it from a terminal on the Mac's own screen")
                 : Finding.good(named(entry) + ": macOS has it as a HID device, for the user at the Mac's screen",
-                        "if it cannot be opened all the same (-107), and works like a keyboard: have Input Monitoring,",
-                        "in the privacy settings, switched on for the program that starts Java, such as the terminal"));
+                        "if writes to it answer -109 all the same, and it works like a keyboard:",
+                        "switch on Input Monitoring, in the privacy settings, for the program that starts Java"));
     }
 
     private void tellUnsupported(DeviceInfo entry) {
