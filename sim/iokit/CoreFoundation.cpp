@@ -104,13 +104,15 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex 
     return sim::createString(encoding == kCFStringEncodingMacRoman ? sim::utf8OfMacRoman(text) : text);
 }
 
-// Writes what fits, and says when that is not all of it.
+// A text that does not fit leaves an empty one.
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding) {
     const std::string text = sim::textOf(string).value_or("");
-    // A text that does not fit leaves a buffer without end: nobody promises more.
-    const std::size_t count = std::min(text.size() + 1, static_cast<std::size_t>(bufferSize));
-    std::memcpy(buffer, text.c_str(), count);
-    return count == text.size() + 1;
+    const bool fits = text.size() < static_cast<std::size_t>(bufferSize);
+    std::memcpy(buffer, text.c_str(), fits ? text.size() + 1 : 0);
+    if (!fits && bufferSize > 0) {
+        buffer[0] = '\0';
+    }
+    return fits;
 }
 
 CFTypeID CFNumberGetTypeID() {
@@ -132,13 +134,14 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
     return sim::createNumber(intValue);
 }
 
-// False when the number does not fit; the value is cut then.
+// False when the number does not fit; the value is cut then. Numbers from 0x8000 to 0xFFFF fit 16 bits, as
+// negative ones: those who read them as unsigned ones rely on it.
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
     const std::int64_t content = sim::numberOf(number).value_or(0);
     if (type == kCFNumberShortType || type == kCFNumberSInt16Type) {
         const auto cut = static_cast<SInt16>(content);
         std::memcpy(value, &cut, sizeof cut);
-        return cut == content;
+        return cut == content || static_cast<UInt16>(cut) == content;
     }
     const auto cut = static_cast<SInt32>(content);
     std::memcpy(value, &cut, sizeof cut);

@@ -4,12 +4,11 @@
 
 #include <atomic>
 #include <cstring>
-#include <deque>
-#include <mutex>
 #include <thread>
 
 #include "Objects.h"
 #include "Registry.h"
+#include "ReportQueue.h"
 
 namespace sim {
 
@@ -42,10 +41,28 @@ struct WithTable {
     }
 };
 
+// A reference of a service, dropped at the end of the plug-in or interface that holds it.
+class ServiceReference {
+ public:
+    explicit ServiceReference(io_service_t takenOver) : service_(takenOver) {}
+    ~ServiceReference() { IOObjectRelease(service_); }
+    ServiceReference(const ServiceReference&) = delete;
+    ServiceReference& operator=(const ServiceReference&) = delete;
+
+    static io_service_t retained(io_service_t service) {
+        IOObjectRetain(service);
+        return service;
+    }
+
+ private:
+    const io_service_t service_;
+};
+
 // A HID device's interface. While it is open and input was asked for, a thread takes its reports from the
 // driver and signals the event source.
 struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceObject> {
-    explicit HidInterfaceObject(HidInterface at) : interface(std::move(at)) {}
+    HidInterfaceObject(HidInterface at, io_service_t ofService)
+        : interface(std::move(at)), service(ServiceReference::retained(ofService)) {}
     ~HidInterfaceObject() {
         stop();
         if (source != nullptr) {
@@ -61,12 +78,11 @@ struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceOb
             std::uint8_t report[8192];
             while (runs) {
                 const int count = opening->read(report, sizeof report, std::chrono::milliseconds(1));
-                if (count > 0) {
-                    const std::lock_guard lock(mutex);
-                    reports.emplace_back(report, report + count);
-                    signalSource(source);
-                } else if (count < 0) {
+                if (count < 0) {
                     return;  // unplugged
+                }
+                if (count > 0 && reports.put({report, report + count})) {
+                    signalSource(source);
                 }
             }
         });
@@ -79,18 +95,9 @@ struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceOb
     }
     // On the thread whose run loop has the source.
     void hand() {
-        for (;;) {
-            simbus::Bytes report;
-            {
-                const std::lock_guard lock(mutex);
-                if (reports.empty()) {
-                    return;
-                }
-                report = std::move(reports.front());
-                reports.pop_front();
-            }
-            const std::size_t count = std::min(report.size(), bufferLength);
-            std::memcpy(buffer, report.data(), count);
+        for (auto report = reports.take(); report; report = reports.take()) {
+            const std::size_t count = std::min(report->size(), bufferLength);
+            std::memcpy(buffer, report->data(), count);
             callback(context, kIOReturnSuccess, handle(), kIOHIDReportTypeInput, 0, buffer,
                      static_cast<CFIndex>(count));
             countReportTaken();
@@ -98,6 +105,7 @@ struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceOb
     }
 
     const HidInterface interface;
+    const ServiceReference service;
     std::unique_ptr<HidOpening> opening;
     CFRunLoopSourceRef source = nullptr;
     std::uint8_t* buffer = nullptr;
@@ -106,8 +114,7 @@ struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceOb
     void* context = nullptr;
     std::thread pump;
     std::atomic<bool> runs{false};
-    std::mutex mutex;
-    std::deque<simbus::Bytes> reports;
+    ReportQueue reports;
 };
 
 IOReturn openHid(void* self, IOOptionBits options) {
@@ -160,10 +167,19 @@ IOReturn setCallback(void* self, std::uint8_t* report, CFIndex length, IOHIDRepo
     return kIOReturnSuccess;
 }
 
+// With a callback the system would send later and answer at once. Without one it does not look at the
+// time-out; a tally has that of the latest report.
 IOReturn sendReport(void* self, IOHIDReportType type, std::uint32_t id, const std::uint8_t* report,
-                    CFIndex length, std::uint32_t, IOHIDReportCallback, void*, IOOptionBits options) {
+                    CFIndex length, std::uint32_t timeout, IOHIDReportCallback callback, void* context,
+                    IOOptionBits options) {
     SIM_CALL_POINT("IOHIDDeviceDeviceInterface.setReport");
     expectNoOptions("IOHIDDeviceDeviceInterface.setReport", options);
+    auto& bus = simbus::Bus::instance();
+    if (callback != nullptr || context != nullptr) {
+        bus.addViolation("IOHIDDeviceDeviceInterface.setReport: callback");
+    }
+    constexpr const char* kTimeout = "time-out of the latest setReport";
+    bus.addToTally(kTimeout, timeout - bus.tally(kTimeout));
     auto& object = HidInterfaceObject::of(self);
     if (fault || object.opening == nullptr || type != kIOHIDReportTypeOutput || id != 0) {
         return fault.value_or(kIOReturnNotOpen);
@@ -190,11 +206,13 @@ const IOHIDDeviceDeviceInterface& HidInterfaceObject::functions() {
 
 // A USB device's interface, for its descriptors only.
 struct UsbDeviceObject : WithTable<IOUSBDeviceInterface, UsbDeviceObject> {
-    explicit UsbDeviceObject(simbus::DeviceInfoPtr at) : device(std::move(at)) {}
+    UsbDeviceObject(simbus::DeviceInfoPtr at, io_service_t ofService)
+        : device(std::move(at)), service(ofService) {}
 
     static const IOUSBDeviceInterface& functions();
 
     const simbus::DeviceInfoPtr device;
+    const ServiceReference service;  // the program's: see queryPlugIn
     simbus::Bytes configuration;
 };
 
@@ -239,24 +257,32 @@ const IOUSBDeviceInterface& UsbDeviceObject::functions() {
 }
 
 struct PlugIn : WithTable<IOCFPlugInInterface, PlugIn> {
-    explicit PlugIn(Service at) : service(std::move(at)) {}
+    PlugIn(Service at, io_service_t under)
+        : service(std::move(at)), name(under), reference(ServiceReference::retained(under)) {}
 
     static const IOCFPlugInInterface& functions();
 
     const Service service;
+    const io_service_t name;
+    std::optional<ServiceReference> reference;
 };
 
 HRESULT queryPlugIn(void* self, REFIID id, LPVOID* result) {
     SIM_CALL_POINT("IOCFPlugInInterface.QueryInterface");
-    const Service& service = PlugIn::of(self).service;
+    PlugIn& plugIn = PlugIn::of(self);
+    const Service& service = plugIn.service;
     *result = nullptr;
     if (fault) {
         return *fault;
     }
     if (service.hid && isId(id, kIOHIDDeviceDeviceInterfaceID)) {
-        *result = (new HidInterfaceObject({service.device, *service.hid}))->handle();
+        *result = (new HidInterfaceObject({service.device, *service.hid}, plugIn.name))->handle();
     } else if (!service.hid && isId(id, kIOUSBDeviceInterfaceID)) {
-        *result = (new UsbDeviceObject(service.device))->handle();
+        // The system does this for all interfaces of USB devices with an id below 245: the plug-in gives its
+        // reference back when such an interface is asked for, and the interface drops the program's at its
+        // end.
+        plugIn.reference.reset();
+        *result = (new UsbDeviceObject(service.device, plugIn.name))->handle();
     }
     return *result == nullptr ? HRESULT{-1} : HRESULT{0};
 }
@@ -293,6 +319,6 @@ extern "C" kern_return_t IOCreatePlugInInterfaceForService(io_service_t object, 
     if (!known) {
         return kIOReturnError;
     }
-    *theInterface = (new sim::PlugIn(*service))->handle();
+    *theInterface = (new sim::PlugIn(*service, object))->handle();
     return KERN_SUCCESS;
 }

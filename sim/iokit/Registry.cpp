@@ -15,6 +15,7 @@ namespace {
 
 struct Handle {
     Counted counted;
+    std::uint32_t references = 1;
     std::optional<Service> service;
     std::vector<Service> toCome;  // of an iterator, the next one last
 };
@@ -22,13 +23,49 @@ struct Handle {
 std::mutex g_mutex;
 std::map<io_object_t, Handle> g_handles;
 
-io_object_t newHandle(std::optional<Service> service, std::vector<Service> toCome = {}) {
+// With g_mutex held.
+io_object_t newHandle(std::optional<Service> service, std::vector<Service> toCome) {
     static io_object_t last = 0x1000;
-    const std::lock_guard lock(g_mutex);
     Handle& handle = g_handles[++last];
     handle.service = std::move(service);
     handle.toCome = std::move(toCome);
     return last;
+}
+
+io_iterator_t newIterator(std::vector<Service> services) {
+    const std::lock_guard lock(g_mutex);
+    return newHandle(std::nullopt, std::move(services));
+}
+
+bool areSame(const Service& one, const Service& other) {
+    return one.device->connection == other.device->connection &&
+           one.hid.has_value() == other.hid.has_value() && (!one.hid || one.hid->number == other.hid->number);
+}
+
+// A program has a service under one name, however often it asks for it: each time that is one more reference.
+io_service_t referTo(const Service& service) {
+    const std::lock_guard lock(g_mutex);
+    for (auto& [name, handle] : g_handles) {
+        if (handle.service && areSame(*handle.service, service)) {
+            ++handle.references;
+            return name;
+        }
+    }
+    return newHandle(service, {});
+}
+
+// What the program has under this name, or null; with g_mutex held.
+Handle* find(io_object_t object) {
+    const auto found = g_handles.find(object);
+    return found == g_handles.end() ? nullptr : &found->second;
+}
+// The same for a function that wants one: none is a slip of its caller.
+Handle* find(io_object_t object, const char* function) {
+    Handle* handle = find(object);
+    if (handle == nullptr) {
+        simbus::Bus::instance().addViolation(std::string(function) + ": no such object");
+    }
+    return handle;
 }
 
 std::uint16_t wordAt(const simbus::Bytes& bytes, std::size_t at) {
@@ -60,9 +97,11 @@ CFTypeRef createProperty(const Service& service, const std::string& key) {
     return content ? createString(utf8Of(*content)) : nullptr;
 }
 
+// Of numbers the system compares the low 16 bits.
 bool equal(CFTypeRef one, CFTypeRef other) {
+    constexpr std::int64_t kCompared = 0xFFFF;
     return (textOf(one) && textOf(one) == textOf(other)) ||
-           (numberOf(one) && numberOf(one) == numberOf(other));
+           (numberOf(one) && numberOf(other) && ((*numberOf(one) ^ *numberOf(other)) & kCompared) == 0);
 }
 
 bool matches(const Service& service, const Dictionary& wanted) {
@@ -79,6 +118,12 @@ bool matches(const Service& service, const Dictionary& wanted) {
     return true;
 }
 
+// A device is on the bus before its HID driver has registered. How long, a test decides: by failing this.
+bool hasRegistered() {
+    SIM_CALL_POINT("hid driver registered");
+    return !fault;
+}
+
 std::vector<Service> servicesOf(const std::string& serviceClass) {
     std::vector<Service> services;
     for (const auto& device : simbus::Bus::instance().devices()) {
@@ -86,7 +131,9 @@ std::vector<Service> servicesOf(const std::string& serviceClass) {
             services.push_back({device, std::nullopt});
         } else if (serviceClass == "IOHIDDevice") {
             for (const simbus::HidInterface& interface : device->hidInterfaces) {
-                services.push_back({device, interface});
+                if (hasRegistered()) {
+                    services.push_back({device, interface});
+                }
             }
         }
     }
@@ -110,8 +157,8 @@ std::vector<Service> findServices(CFDictionaryRef matching) {
 
 std::optional<Service> serviceOf(io_object_t object) {
     const std::lock_guard lock(g_mutex);
-    const auto found = g_handles.find(object);
-    return found == g_handles.end() ? std::nullopt : found->second.service;
+    const Handle* handle = find(object);
+    return handle == nullptr ? std::nullopt : handle->service;
 }
 
 }  // namespace sim
@@ -128,7 +175,7 @@ CFMutableDictionaryRef IOServiceMatching(const char* name) {
 io_service_t IOServiceGetMatchingService(mach_port_t, CFDictionaryRef matching) {
     SIM_CALL_POINT("IOServiceGetMatchingService");
     const auto found = sim::findServices(matching);
-    return fault || found.empty() ? IO_OBJECT_NULL : sim::newHandle(found.front());
+    return fault || found.empty() ? IO_OBJECT_NULL : sim::referTo(found.front());
 }
 
 kern_return_t IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef matching, io_iterator_t* existing) {
@@ -138,7 +185,7 @@ kern_return_t IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef matching
         *existing = IO_OBJECT_NULL;
         return *fault;
     }
-    *existing = sim::newHandle(std::nullopt, {found.rbegin(), found.rend()});
+    *existing = sim::newIterator({found.rbegin(), found.rend()});
     return KERN_SUCCESS;
 }
 
@@ -146,23 +193,42 @@ io_object_t IOIteratorNext(io_iterator_t iterator) {
     std::optional<sim::Service> next;
     {
         const std::lock_guard lock(sim::g_mutex);
-        const auto found = sim::g_handles.find(iterator);
-        if (found == sim::g_handles.end() || found->second.toCome.empty()) {
+        sim::Handle* handle = sim::find(iterator);
+        if (handle == nullptr || handle->toCome.empty()) {
             return IO_OBJECT_NULL;
         }
-        next = found->second.toCome.back();
-        found->second.toCome.pop_back();
+        next = handle->toCome.back();
+        handle->toCome.pop_back();
     }
-    return sim::newHandle(next);
+    return sim::referTo(*next);
+}
+
+kern_return_t IOObjectRetain(io_object_t object) {
+    const std::lock_guard lock(sim::g_mutex);
+    sim::Handle* handle = sim::find(object, "IOObjectRetain");
+    if (handle == nullptr) {
+        return kIOReturnError;
+    }
+    ++handle->references;
+    return KERN_SUCCESS;
 }
 
 kern_return_t IOObjectRelease(io_object_t object) {
     const std::lock_guard lock(sim::g_mutex);
-    if (sim::g_handles.erase(object) == 0) {
-        simbus::Bus::instance().addViolation("IOObjectRelease: no such object");
+    sim::Handle* handle = sim::find(object, "IOObjectRelease");
+    if (handle == nullptr) {
         return kIOReturnError;
     }
+    if (--handle->references == 0) {
+        sim::g_handles.erase(object);
+    }
     return KERN_SUCCESS;
+}
+
+std::uint32_t IOObjectGetUserRetainCount(io_object_t object) {
+    const std::lock_guard lock(sim::g_mutex);
+    const sim::Handle* handle = sim::find(object);
+    return handle == nullptr ? 0 : handle->references;
 }
 
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef,

@@ -51,7 +51,7 @@ Faults makeFaults() {
     add(faults, kFails, kEachCall,
         {"libusb_alloc_transfer", "hid_init", "hid_enumerate", "hid_open_path", "hid_write",
          "CFStringCreateWithBytes", "CFNumberCreate", "IOServiceMatching", "IOServiceGetMatchingService",
-         "IORegistryEntryCreateCFProperty"});
+         "IORegistryEntryCreateCFProperty", "hid driver registered"});
     add(faults, kFails, kFirstPolls, {"hid_read_timeout"});
     add(faults, kIoKitCodes, kEachCall,
         {"IOServiceGetMatchingServices", "IOCreatePlugInInterfaceForService",
@@ -66,7 +66,8 @@ Faults makeFaults() {
          "libusb_free_device_list", "libusb_ref_device", "libusb_unref_device", "libusb_get_bus_number",
          "libusb_get_device_address", "libusb_close", "libusb_free_transfer",
          "libusb_hotplug_deregister_callback", "libusb_interrupt_event_handler", "CFRunLoopStop",
-         "IOHIDDeviceDeviceInterface.close", "hid open", "hid report taken", "hid write"});
+         "IOHIDDeviceDeviceInterface.close", "hid open", "hid report queued", "hid report taken",
+         "hid write"});
     return faults;
 }
 

@@ -2,9 +2,12 @@
 #include <IOKit/hid/IOHIDKeys.h>
 #include <gmock/gmock.h>
 
+#include <future>
+
 #include "HidHandling/HidDetection.h"
 #include "HidHandling/HidServicesIOKit.h"
 #include "HidPlatformTest.h"
+#include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/records/SharedField.h"
 #include "hid/HIDAccess.h"
 #include "hid/HidDeviceOperations.h"
@@ -13,6 +16,31 @@
 namespace {
 
 using ::testing::SizeIs;
+
+/// The device "high" with its reports on the run loop of the test's own thread.
+class OnThisThreadsLoop {
+ public:
+    explicit OnThisThreadsLoop(std::function<void()> onReport) : onReport_(std::move(onReport)) {
+        EXPECT_EQ(HidOpenResult::opened, hidOperations().open(kVendor, 0x8001, "?", &device_));
+        const auto arrived = [](void* self, const uint8_t*, int32_t) {
+            static_cast<OnThisThreadsLoop*>(self)->onReport_();
+        };
+        EXPECT_TRUE(hidOperations().startInput(device_, buffer_, sizeof buffer_, arrived, this));
+    }
+    ~OnThisThreadsLoop() {
+        hidOperations().stopInput(device_);
+        hidOperations().close(device_);
+    }
+    OnThisThreadsLoop(const OnThisThreadsLoop&) = delete;
+    OnThisThreadsLoop& operator=(const OnThisThreadsLoop&) = delete;
+
+    bool runPeriod() const { return hidOperations().runPeriod(device_); }
+
+ private:
+    HidDevice* device_ = nullptr;
+    uint8_t buffer_[64] = {};
+    std::function<void()> onReport_;
+};
 
 class IoKit : public HidPlatformTest {
  protected:
@@ -68,11 +96,12 @@ TEST_F(IoKit, TheSerialNumberIsLeftOutOfTheMatchForAnyDevice) {
     deleteHIDAccess(any);
 }
 
-TEST_F(IoKit, AnIdOf0x8000OrAboveFindsNoService) {
+TEST_F(IoKit, AnIdOf0x8000OrAboveFindsItsServices) {
     HIDAccess* high = newHIDAccess(kVendor, 0x8001, "?", 64, 0);
     uint8_t buffer[64];
-    EXPECT_EQ(-131, high->Open());
-    EXPECT_EQ(-131, high->GetConfigDescriptorBuffer(buffer, 64));
+    EXPECT_EQ(0, high->Open());
+    EXPECT_EQ(0, high->Close());
+    EXPECT_EQ(41, high->GetConfigDescriptorBuffer(buffer, 64));
     deleteHIDAccess(high);
 }
 
@@ -100,11 +129,21 @@ TEST_F(IoKit, AStoppedRunLoopEndsTheReadThread) {
     EXPECT_EQ(0, access->Close());
 }
 
-TEST_F(IoKit, CloseStopsTheCallersOwnRunLoop) {
+TEST_F(IoKit, CloseStopsTheRunLoopFromWhichItIsCalled) {
     EXPECT_EQ(0, access->Open());
-    bus.clearCalls();
+    const OnThisThreadsLoop other([this] { EXPECT_EQ(0, access->Close()); });
+    bus.feed("high", 0x81, {1});
+    bool runs = true;
+    EXPECT_TRUE(
+        eventually([&] { return !(runs = other.runPeriod()) || access->ppDeviceInterface == nullptr; }));
+    EXPECT_FALSE(runs) << "the period in which the device was closed";
+}
+
+TEST_F(IoKit, CloseDoesNotStopTheNextRunOfALoopThatIsIdle) {
+    EXPECT_EQ(0, access->Open());
     EXPECT_EQ(0, access->Close());
     EXPECT_EQ(1U, callsOf("CFRunLoopStop"));
+    EXPECT_TRUE(OnThisThreadsLoop([] {}).runPeriod());
 }
 
 TEST_F(IoKit, CloseClosesTheInterface) {
@@ -122,6 +161,39 @@ TEST_F(IoKit, AReportThatCannotBeSentIsTold) {
     EXPECT_EQ(-112, access->Write(bytes, 64, 100));
     EXPECT_EQ(64, access->Write(bytes, 64, 100));
     EXPECT_EQ(0, access->Close());
+}
+
+TEST_F(IoKit, AReportIsSentWithTheCallersTimeOut) {
+    uint8_t bytes[64] = {};
+    EXPECT_EQ(0, access->Open());
+    EXPECT_EQ(64, access->Write(bytes, 64, 1234));
+    EXPECT_EQ(1234, bus.tally("time-out of the latest setReport"));
+    EXPECT_EQ(0, access->Close());
+}
+
+TEST_F(IoKit, AConfigurationReadLeavesTheReferencesOfOthersAlone) {
+    ServiceMatch match("IOUSBDevice");
+    match.requireId(CFSTR("idProduct"), 0x1001);
+    const IOOwned libusbs(match.first());
+    uint8_t buffer[64];
+    for (const char* function :
+         {"nothing", "nothing", "IOCreatePlugInInterfaceForService", "IOCFPlugInInterface.QueryInterface",
+          "IOUSBDeviceInterface.GetNumberOfConfigurations",
+          "IOUSBDeviceInterface.GetConfigurationDescriptorPtr"}) {
+        bus.failCall(function, 1, kIOReturnError);
+        access->GetConfigDescriptorBuffer(buffer, 64);
+        bus.clearFaults();
+        EXPECT_EQ(1U, IOObjectGetUserRetainCount(libusbs.get())) << function;
+    }
+}
+
+TEST_F(IoKit, AnOpenDeviceHoldsItsService) {
+    const IOOwned services(ServiceMatch(kIOHIDDeviceKey).all());
+    const IOOwned tool(IOIteratorNext(services.get()));
+    EXPECT_EQ(0, access->Open());
+    EXPECT_EQ(2U, IOObjectGetUserRetainCount(tool.get()));
+    EXPECT_EQ(0, access->Close());
+    EXPECT_EQ(1U, IOObjectGetUserRetainCount(tool.get()));
 }
 
 TEST_F(IoKit, EachFailureOfAConfigurationReadIsNotReadable) {
@@ -162,17 +234,21 @@ TEST_F(IoKit, WithoutTheServicesThereIsNoList) {
 }
 
 TEST_F(IoKit, PropertiesAreReadAsNumbersAndTexts) {
+    addDevice(hidJson("zero", R"({"productId":0})"));
     const IOOwned services(ServiceMatch(kIOHIDDeviceKey).all());
     const IOOwned tool(IOIteratorNext(services.get()));
     const IOOwned high(IOIteratorNext(services.get()));
+    const IOOwned zero(IOIteratorNext(services.get()));
     int16_t number = 77;
     char text[kPropertyTextBytes];
     EXPECT_EQ(0, GetIntProperty(tool.get(), CFSTR(kIOHIDProductIDKey), &number));
     EXPECT_EQ(0x1001, number);
-    EXPECT_EQ(-1, GetIntProperty(high.get(), CFSTR(kIOHIDProductIDKey), &number)) << "does not fit";
+    EXPECT_EQ(-1, GetIntProperty(high.get(), CFSTR(kIOHIDProductIDKey), &number)) << "read as a negative one";
     EXPECT_EQ(-1, GetIntProperty(tool.get(), CFSTR(kIOHIDProductKey), &number)) << "a text";
     EXPECT_EQ(-1, GetIntProperty(tool.get(), CFSTR("Nothing"), &number));
     EXPECT_EQ(0x1001, number);
+    EXPECT_EQ(0, GetIntProperty(zero.get(), CFSTR(kIOHIDProductIDKey), &number));
+    EXPECT_EQ(0, number);
     EXPECT_EQ(0, GetStringProperty(tool.get(), CFSTR(kIOHIDManufacturerKey), text));
     EXPECT_STREQ("Caf\xC3\xA9 \xE2\x82\xAC", text);
     EXPECT_EQ(-1, GetStringProperty(high.get(), CFSTR(kIOHIDSerialNumberKey), text));
@@ -181,14 +257,92 @@ TEST_F(IoKit, PropertiesAreReadAsNumbersAndTexts) {
     EXPECT_STREQ("?", text);
 }
 
-TEST_F(IoKit, ATextIsCutAt127Bytes) {
-    addDevice(hidJson("long", R"({"productId":"0x2222","serial":")" + std::string(126, 's') +
-                                  R"(","product":")" + std::string(120, 'p') + R"(\u20ac\u20ac\u20ac"})"));
+TEST_F(IoKit, ATextOfMoreThan127BytesIsEmpty) {
+    const std::string fits = std::string(118, 'p') + "\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC";
+    addDevice(hidJson("long", R"({"serial":")" + std::string(126, 's') + R"(","manufacturer":")" + fits +
+                                  R"(","product":"p)" + fits + R"("})"));
     std::vector<HidDeviceInfo> devices;
     EXPECT_TRUE(hidOperations().list(devices));
     ASSERT_THAT(devices, SizeIs(3));
     EXPECT_EQ(std::string(126, 's'), devices[2].serialNumber);
-    EXPECT_EQ(127U, devices[2].product->size());
+    EXPECT_EQ(fits, devices[2].manufacturer);
+    EXPECT_EQ("", devices[2].product);
+}
+
+class IoKitReports : public HidPlatformTest {
+ protected:
+    /// Holds the read thread back, as a busy machine does, until `action` has ended.
+    void whileTheReadThreadIsHeldBack(const std::function<void()>& action) {
+        std::promise<void> ended;
+        const auto end = ended.get_future().share();
+        bus.onCall("CFRunLoopRunInMode", [end] { end.wait(); });
+        action();
+        bus.clearHooks();
+        ended.set_value();
+    }
+    /// Has the device send these reports, each with its number in the first byte.
+    void send(int first, int count) {
+        for (int i = first; i < first + count; ++i) {
+            std::vector<uint8_t> report(64);
+            report[0] = static_cast<uint8_t>(i);
+            bus.feed("tool", 0x81, report);
+            EXPECT_TRUE(eventually([&] { return callsOf("hid report queued") > static_cast<uint64_t>(i); }));
+        }
+    }
+    int64_t dropped() { return bus.tally("hid reports dropped") - before_; }
+    void expectNext(int number) {
+        EXPECT_EQ(64, read(64));
+        EXPECT_EQ(number, received[0]);
+    }
+
+ private:
+    const int64_t before_ = bus.tally("hid reports dropped");
+};
+
+TEST_F(IoKitReports, TheSystemDropsWhatItsQueueDoesNotHoldAndTheRestIsRead) {
+    constexpr int kHeld = 170;  // of 64 bytes
+    openTool();
+    bus.clearCalls();
+    whileTheReadThreadIsHeldBack([this] {
+        send(0, kHeld + 30);
+        EXPECT_TRUE(eventually([this] { return dropped() == 30; }));
+    });
+    for (int number = 0; number < kHeld; ++number) {
+        expectNext(number);
+    }
+    EXPECT_EQ(-150, read(64, 10));
+    send(kHeld + 30, 1);
+    expectNext(kHeld + 30);
+}
+
+TEST_F(IoKitReports, AReportThatTheSystemDropsIsMissingInTheMiddle) {
+    openTool();
+    bus.clearCalls();
+    bus.failCall("hid report queued", 2, kIOReturnError);
+    send(0, 3);
+    expectNext(0);
+    expectNext(2);
+    EXPECT_EQ(1, dropped());
+}
+
+/// HID drivers that register after their devices have come.
+class IoKitLateDrivers : public HidPlatformTest {
+ protected:
+    void holdDriversBack() { bus.failCall("hid driver registered", 1, kIOReturnError, 1'000'000); }
+    void letDriversRegister() { bus.clearFaults(); }
+};
+
+TEST_F(IoKitLateDrivers, ADeviceWhoseDriverIsLateIsAPlainOneToThatListForGood) {
+    startSession({hidJson("other"), hidJson("tool", R"({"plugged":false})")});
+    const uint32_t list = createList({kVendor});
+    holdDriversBack();
+    plugAndUpdate("tool", list);
+    letDriversRegister();
+    EXPECT_EQ(0, recordNamed(list, "tool").isHid);
+    EXPECT_EQ(-108, LibUSB_OpenDevice(&recordNamed(list, "tool")));
+    unplugAndUpdate("other", list);
+    EXPECT_EQ(0, recordNamed(list, "tool").isHid);
+    EXPECT_EQ(1, recordNamed(createList({kVendor, kSecondVendor}), "tool").isHid);
 }
 
 }  // namespace

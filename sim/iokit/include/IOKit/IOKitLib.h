@@ -1,4 +1,5 @@
-// Stand-in for the system's header: only what this library uses, with the system's names, types and values.
+// Stand-in for the system's header: only what this library and its tests use, with the system's names, types
+// and values.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -30,7 +31,10 @@ io_service_t IOServiceGetMatchingService(mach_port_t mainPort, CFDictionaryRef m
 kern_return_t IOServiceGetMatchingServices(mach_port_t mainPort, CFDictionaryRef matching,
                                            io_iterator_t* existing);
 io_object_t IOIteratorNext(io_iterator_t iterator);
+kern_return_t IOObjectRetain(io_object_t object);
 kern_return_t IOObjectRelease(io_object_t object);
+/// References that this program has of the object.
+std::uint32_t IOObjectGetUserRetainCount(io_object_t object);
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
                                           CFAllocatorRef allocator, IOOptionBits options);
 

@@ -48,7 +48,10 @@ int GetIntProperty(io_service_t service, CFStringRef key, int16_t* value) {
         return -1;
     }
     int16_t number = 0;
-    if (!CFNumberGetValue(static_cast<CFNumberRef>(property.get()), kCFNumberSInt16Type, &number)) {
+    const bool read =
+        CFNumberGetValue(static_cast<CFNumberRef>(property.get()), kCFNumberSInt16Type, &number) != 0;
+    // The system hands out 0x8000 to 0xFFFF as negative numbers, where it could say that they do not fit.
+    if (!read || number < 0) {
         return -1;
     }
     *value = number;
@@ -56,15 +59,15 @@ int GetIntProperty(io_service_t service, CFStringRef key, int16_t* value) {
 }
 
 int GetStringProperty(io_service_t service, CFStringRef key, char* text) {
-    std::memset(text, 0, kPropertyTextBytes);
     const CFOwned<CFTypeRef> property = propertyOf(service, key);
     if (property == nullptr || CFGetTypeID(property.get()) != CFStringGetTypeID()) {
-        text[0] = '?';
+        std::memcpy(text, "?", sizeof "?");
         return -1;
     }
-    CFStringGetCString(static_cast<CFStringRef>(property.get()), text, kPropertyTextBytes,
-                       kCFStringEncodingUTF8);
-    text[kPropertyTextBytes - 1] = '\0';
+    if (!CFStringGetCString(static_cast<CFStringRef>(property.get()), text, kPropertyTextBytes,
+                            kCFStringEncodingUTF8)) {
+        text[0] = '\0';
+    }
     return 0;
 }
 

@@ -132,6 +132,8 @@ void stopCallersLoop() {
     CFRunLoopStop(CFRunLoopGetCurrent());
 }
 
+/// Without a callback the system sends the report before it returns, and does not look at the time-out: how
+/// long that may take is up to the device's driver.
 bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_t timeoutMs) {
     IOHIDDeviceDeviceInterface** interface = device->interface.get();
     return (*interface)
@@ -140,17 +142,30 @@ bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_
 }
 
 /// The serial number is not part of the match: with two devices alike the descriptor may be either's.
+///
+/// Who releases the service: the plug-in has a reference of its own. A query for an interface with an id
+/// below 245, as ours is, gives that reference back at once, and the interface still drops one at its end: it
+/// is ours then that it drops. So ours is given away with a successful query, and is still ours to release
+/// where there was no plug-in or no interface. A release too many would take the service from libusb, which
+/// knows it under the same name.
 InterfaceOwned<IOUSBDeviceInterface> findUsbDevice(uint16_t vendorId, uint16_t productId) {
-    ServiceMatch match(kIOUSBDeviceClassName);
+    // kIOUSBDeviceClassName names another class, IOUSBHostDevice, since the headers of macOS 10.15.
+    ServiceMatch match("IOUSBDevice");
     match.requireId(CFSTR(kUSBVendorID), vendorId);
     match.requireId(CFSTR(kUSBProductID), productId);
-    const IOOwned service(match.first());
+    IOOwned service(match.first());
     if (!service) {
         return nullptr;
     }
     const InterfaceOwned<IOCFPlugInInterface> plugIn = createPlugIn(service, kIOUSBDeviceUserClientTypeID);
-    return plugIn == nullptr ? nullptr
-                             : queryInterface<IOUSBDeviceInterface>(plugIn, kIOUSBDeviceInterfaceID);
+    if (plugIn == nullptr) {
+        return nullptr;
+    }
+    auto device = queryInterface<IOUSBDeviceInterface>(plugIn, kIOUSBDeviceInterfaceID);
+    if (device != nullptr) {
+        service.giveAway();
+    }
+    return device;
 }
 
 int32_t readConfigDescriptor(uint16_t vendorId, uint16_t productId, uint8_t* buffer, int32_t size) {

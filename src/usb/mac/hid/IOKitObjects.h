@@ -33,6 +33,8 @@ class IOOwned {
 
     io_object_t get() const { return object_; }
     explicit operator bool() const { return object_ != IO_OBJECT_NULL; }
+    /// Somebody else releases the object from now on.
+    void giveAway() { object_ = IO_OBJECT_NULL; }
 
  private:
     io_object_t object_;
@@ -84,7 +86,8 @@ class ServiceMatch {
             CFDictionarySetValue(dictionary_.get(), key, value);
         }
     }
-    /// The number goes in as a signed 16-bit one, so an id of 0x8000 or above finds no service.
+    /// The number goes in as a signed 16-bit one, and is a negative one from 0x8000 on. The system compares
+    /// the low 16 bits, so it finds services of such ids, too.
     void requireId(CFStringRef key, uint16_t id) {
         require(key,
                 CFOwned<CFNumberRef>(CFNumberCreate(kCFAllocatorDefault, kCFNumberShortType, &id)).get());

@@ -3,7 +3,8 @@
 
 #include <IOKit/IOCFPlugIn.h>
 
-#define kIOUSBDeviceClassName "IOUSBDevice"
+// The newer class's name since the system's headers of macOS 10.15; this registry knows "IOUSBDevice" alone.
+#define kIOUSBDeviceClassName "IOUSBHostDevice"
 #define kUSBVendorID "idVendor"
 #define kUSBProductID "idProduct"
 

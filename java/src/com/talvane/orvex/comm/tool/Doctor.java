@@ -10,8 +10,8 @@ import java.util.Optional;
 import java.util.stream.Collectors;
 
 /**
- * Holds what the library lists against what Linux shows: what does not fit is why a device cannot be used. No device is
- * opened or claimed for it.
+ * Holds what the library lists against what Linux shows: what does not fit is why a device cannot be used. Of macOS it
+ * knows whom the system lets open HID devices. No device is opened or claimed for it.
  */
 final class Doctor {
     /** The driver of an interface that a program has claimed. */
@@ -36,6 +36,9 @@ final class Doctor {
             findings.add(Finding.bad("no device of the vendors " + vendorIds() + " is listed", plugIn()));
         } else {
             entries().stream().filter(entry -> entry.line().isUnopenable()).forEach(this::tellUnopenable);
+        }
+        if (host.isMac()) {
+            entries().stream().filter(entry -> entry.line().isHid()).forEach(this::tellHidOfMac);
         }
         entries().stream().filter(entry -> entry.line().kind() == UsbDeviceInfo.Kind.UNSUPPORTED)
                 .forEach(this::tellUnsupported);
@@ -155,10 +158,18 @@ final class Doctor {
                 "end the program that uses it; pull it and plug it in again"));
     }
 
+    /** Only an open shows whether the system allows it; that it allows none to a login over ssh is known before. */
+    private void tellHidOfMac(DeviceInfo entry) {
+        findings.add(host.isRemote()
+                ? Finding.bad(named(entry) + ": macOS does not let a login over ssh open a HID device",
+                        "use it from a terminal on the Mac's own screen")
+                : Finding.good(named(entry) + ": macOS has it as a HID device, for the user at the Mac's screen",
+                        "if writes to it answer -109 all the same, and it works like a keyboard:",
+                        "switch on Input Monitoring, in the privacy settings, for the program that starts Java"));
+    }
+
     private void tellUnsupported(DeviceInfo entry) {
-        findings.add(Finding.bad(
-                String.format("%s (%04X:%04X): its class is one that the library does not drive", entry.label(),
-                        entry.line().vendorId(), entry.line().productId()),
+        findings.add(Finding.bad(named(entry) + ": its class is one that the library does not drive",
                 "it is left to the system's driver; this shows its class:",
                 "    orvex-usb describe --vendor " + vendorIds() + " --index " + entry.index()));
     }
@@ -170,6 +181,10 @@ final class Doctor {
                 .filter(line -> line.isUnopenable() || device.serial().isEmpty()
                         || line.serial().equals(device.serial()) || line.serial().startsWith(device.serial() + "_"))
                 .toList();
+    }
+
+    private static String named(DeviceInfo entry) {
+        return String.format("%s (%04X:%04X)", entry.label(), entry.line().vendorId(), entry.line().productId());
     }
 
     private static boolean hasIds(UsbDeviceInfo line, KernelDevice device) {

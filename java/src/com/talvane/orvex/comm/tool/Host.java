@@ -18,20 +18,20 @@ import java.util.stream.Stream;
  *
  * @param root     the folder that has {@code sys}, {@code dev} and {@code proc} in it
  * @param isUsable whether this process may read and write a node
+ * @param isMac    whether the system is macOS
+ * @param isRemote whether this process was started in a login over ssh
  */
-record Host(Path root, Predicate<Path> isUsable) {
+record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote) {
     /** System property: another root, to look at what was copied from another machine. */
     static final String PROPERTY = "orvex.usb.root";
 
     private static final Set<PosixFilePermission> GROUP_ACCESS =
             Set.of(PosixFilePermission.GROUP_READ, PosixFilePermission.GROUP_WRITE);
 
-    Host(Path root) {
-        this(root, node -> Files.isReadable(node) && Files.isWritable(node));
-    }
-
     static Host here() {
-        return new Host(Path.of(System.getProperty(PROPERTY, "/")));
+        return new Host(Path.of(System.getProperty(PROPERTY, "/")),
+                node -> Files.isReadable(node) && Files.isWritable(node),
+                System.getProperty("os.name").startsWith("Mac"), System.getenv("SSH_CONNECTION") != null);
     }
 
     /** Whether the system has a sysfs, be it with a USB bus or without. */

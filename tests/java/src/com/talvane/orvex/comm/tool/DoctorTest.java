@@ -235,6 +235,33 @@ class DoctorTest {
     }
 
     @Test
+    void onAMacAHidDeviceIsForTheUserAtTheScreen() throws IOException {
+        fake.becomeMac();
+        List<Finding> findings = findings(line("TOOL0001", 'h', 0, 0), line("TOOL0002", 'b', 0, 0));
+        assertEquals(List.of(LABEL + "macOS has it as a HID device, for the user at the Mac's screen"),
+                texts(findings));
+        assertTrue(findings.get(0).isGood());
+        assertTrue(String.join(" ", findings.get(0).remedy()).contains("Input Monitoring"), findings::toString);
+    }
+
+    @Test
+    void onAMacALoginOverSshCannotOpenAHidDevice() throws IOException {
+        fake.becomeMac();
+        fake.logInOverSsh();
+        assertWrong(LABEL + "macOS does not let a login over ssh open a HID device",
+                "use it from a terminal on the Mac's own screen", findings(line("TOOL0001", 'h', 0, 0)));
+        assertEquals(List.of(), findings(line("TOOL0002", 'b', 0, 0)));
+    }
+
+    @Test
+    void aLoginOverSshIsNothingToLinux() throws IOException {
+        fake.logInOverSsh();
+        fake.addHidNode(fake.addInterface(plugTool(), 0, "03", "usbhid"), "hidraw3");
+        List<Finding> findings = findings(line("TOOL0001", 'h', 0, 0));
+        assertTrue(findings.stream().allMatch(Finding::isGood), findings::toString);
+    }
+
+    @Test
     void aDeviceThatLeavesWhileItIsLookedAtIsNone() throws IOException {
         Files.delete(plugTool().resolve("devnum"));
         assertTrue(wrong(findings()).text().startsWith("of the 0 devices on the bus"));

@@ -12,6 +12,8 @@ import java.util.Set;
 public final class FakeHost {
     private final Path root;
     private final Set<Path> forbidden = new HashSet<>();
+    private boolean isMac;
+    private boolean isRemote;
 
     /** A machine without a USB bus. */
     public FakeHost(Path root) throws IOException {
@@ -81,7 +83,18 @@ public final class FakeHost {
         return view.readAttributes().group().getName();
     }
 
+    /** A Mac, which has none of these folders. */
+    void becomeMac() throws IOException {
+        Files.delete(root.resolve("sys/bus"));
+        isMac = true;
+    }
+
+    /** From now on this process belongs to a login over ssh. */
+    void logInOverSsh() {
+        isRemote = true;
+    }
+
     Host host() {
-        return new Host(root, node -> Files.exists(node) && !forbidden.contains(node));
+        return new Host(root, node -> Files.exists(node) && !forbidden.contains(node), isMac, isRemote);
     }
 }
