@@ -1,9 +1,14 @@
 package com.talvane.orvex.comm;
 
 import com.talvane.orvex.comm.tool.ToolRun;
+import java.io.IOException;
+import java.lang.ref.WeakReference;
 import java.net.URL;
 import java.net.URLClassLoader;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.concurrent.TimeUnit;
+import java.util.stream.Stream;
 
 /** Programs for {@link ChildVm}: what can only be seen in a process of its own. */
 final class ChildPrograms {
@@ -15,7 +20,7 @@ final class ChildPrograms {
     /**
      * Runs a program.
      *
-     * @param args its name
+     * @param args its name, and what that program wants to know
      */
     public static void main(String[] args) throws Exception {
         ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
@@ -29,6 +34,7 @@ final class ChildPrograms {
             case "openUnopenable" -> openUnopenable(usb);
             case "otherLoaders" -> otherLoaders(usb);
             case "leaveReading" -> leaveReading(usb);
+            case "forgetHid" -> forgetHid(args[1]);
             default -> throw new IllegalArgumentException(args[0]);
         }
     }
@@ -78,6 +84,35 @@ final class ChildPrograms {
             }
         }
         say("release", usb.usbRelease(0));
+    }
+
+    /** Gives up a class loader whose library has a HID device open, and waits until the library has left memory. */
+    private static void forgetHid(String how) throws Exception {
+        try (Bus bus = Bus.connect()) {
+            bus.plug(HidTest.ID);
+        }
+        URL[] jars = {ChildVm.productJar().toUri().toURL(), ChildVm.testsJar().toUri().toURL()};
+        WeakReference<ClassLoader> loader = new WeakReference<>(forgottenLoader(jars, how));
+        System.out.println("libraries: " + libraries());
+        while (loader.get() != null || libraries() > 1) {
+            System.gc();
+            TimeUnit.MILLISECONDS.sleep(1);
+        }
+        System.out.println("libraries: " + libraries());
+    }
+
+    private static ClassLoader forgottenLoader(URL[] jars, String how) throws Exception {
+        ClassLoader loader = new URLClassLoader(jars, ClassLoader.getPlatformClassLoader());
+        loader.loadClass(ForgottenHid.class.getName()).getMethod("open", String.class).invoke(null, how);
+        return loader;
+    }
+
+    /** How many copies of the native library this process has in memory. */
+    private static long libraries() throws IOException {
+        try (Stream<String> maps = Files.lines(Path.of("/proc/self/maps"))) {
+            return maps.filter(map -> map.contains("libUSBAccessLink_3_47"))
+                    .map(map -> map.substring(map.indexOf('/'))).distinct().count();
+        }
     }
 
     /** Opens the tool with an endpoint of every kind, in a session that nobody releases. */

@@ -14,7 +14,7 @@ import java.util.concurrent.TimeUnit;
 final class ChildVm {
     private static final String TOOL = "com.talvane.orvex.comm.tool.OrvexUsb";
     /** The jar of the tests; its manifest names the others. */
-    private static final List<String> ON_CLASS_PATH = List.of("-cp", jarOf(ChildVm.class).toString());
+    private static final List<String> ON_CLASS_PATH = List.of("-cp", testsJar().toString());
     private static final String NATIVE_ACCESS = "--enable-native-access=";
     private static final int FIRST_TO_WARN_OF_NATIVE_ACCESS = 24;
 
@@ -82,8 +82,10 @@ final class ChildVm {
     }
 
     /** Runs one of the programs of {@link ChildPrograms}. */
-    Outcome run(String program) throws Exception {
-        return run(java(ON_CLASS_PATH, ChildPrograms.class.getName(), program));
+    Outcome run(String program, String... arguments) throws Exception {
+        List<String> command = java(ON_CLASS_PATH, ChildPrograms.class.getName(), program);
+        command.addAll(List.of(arguments));
+        return run(command);
     }
 
     /** Runs the command-line tool. */
@@ -150,6 +152,10 @@ final class ChildVm {
     /** The jar that is shipped. */
     static Path productJar() {
         return jarOf(ORVEXCommUSBAccess.class);
+    }
+
+    static Path testsJar() {
+        return jarOf(ChildVm.class);
     }
 
     private static Path jarOf(Class<?> type) {

@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import java.nio.file.Path;
 import java.util.Arrays;
 import java.util.HexFormat;
 import java.util.concurrent.CountDownLatch;
@@ -12,11 +13,17 @@ import java.util.concurrent.Future;
 import java.util.function.BooleanSupplier;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.ValueSource;
 
 /** HID devices in lists, opened and closed, plugged and unplugged. */
 class HidDeviceTest extends HidTest {
     private static final String LINE = ":=6A5C:=1020:=0100:=Talvane:=HID Tool:=HIDT0021:=x:=h:=0:=0:=end";
     private static final byte[] CONTROL = HexFormat.of().parseHex("8006000100001200" + "00".repeat(18));
+
+    @TempDir
+    private Path folder;
 
     private static void assertEchoes(Device hid) {
         byte[] echo = new byte[REPORT];
@@ -36,6 +43,17 @@ class HidDeviceTest extends HidTest {
     @Test
     void theInformationLineTellsThatItIsAHidDevice() {
         assertEquals("1" + LINE, plugHid().line());
+    }
+
+    @ParameterizedTest
+    @Tag("linux")
+    @ValueSource(strings = {"raw", "released", "safe"})
+    void aClassLoaderThatIsGivenUpWithAnOpenDeviceTakesItsReadThreadAlong(String how) throws Exception {
+        openSession();
+        ChildVm.Outcome child = new ChildVm().without(NativeLibrary.PATH_PROPERTY).with("-Duser.home=" + folder)
+                .withoutEnvironment("XDG_CACHE_HOME").withBus(bus.socketForChild(folder)).run("forgetHid", how);
+        assertEquals("libraries: 2\nlibraries: 1\n", child.out(), child.err());
+        assertEquals(0, child.status(), child.err());
     }
 
     @Test

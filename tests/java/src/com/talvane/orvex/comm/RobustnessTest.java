@@ -126,6 +126,51 @@ class RobustnessTest extends UsbTest {
         assertEquals(-109, bench.read(0x84, new byte[1]));
     }
 
+    /** Of 1,000 packets to an endpoint that takes none. */
+    private Future<Integer> blockedPackets(Device bench) {
+        return whileWaiting("bench", 0x07, () -> usb.usbWriteInterruptPipeEx(
+                bench.list(), bench.index(), 0x07, 64_000, 0, new byte[64_000], 64, 0));
+    }
+
+    @Test
+    void closeDuringAPacketWriteEndsItWithWhatWasMoved() throws Exception {
+        Device bench = openBench();
+        Future<Integer> write = blockedPackets(bench);
+        assertEquals(0, bench.close());
+        assertEquals(0, result(write));
+        assertEquals(0, bench.open());
+        assertEquals(4, bench.write(0x01, pattern(4)));
+    }
+
+    @Test
+    void releasingTheListDuringAPacketWriteEndsIt() throws Exception {
+        Device bench = openBench();
+        Future<Integer> write = blockedPackets(bench);
+        assertEquals(0, usb.usbReleaseDeviceList(bench.list()));
+        assertEquals(0, result(write));
+        open(find(list(VENDOR), "BENCH00001"));
+    }
+
+    @Test
+    void endingTheSessionDuringAPacketWriteEndsIt() throws Exception {
+        Device bench = openBench();
+        Future<Integer> write = blockedPackets(bench);
+        assertEquals(0, usb.usbRelease(0));
+        assertEquals(0, result(write));
+    }
+
+    @Test
+    void cancelDuringAPacketWriteEndsOnePacketWhichCountsAsSent() throws Exception {
+        Device bench = openBench();
+        Future<Integer> write = whileWaiting("bench", 0x07, () -> usb.usbWriteInterruptPipeEx(
+                bench.list(), bench.index(), 0x07, 100, 0, new byte[100], 64, 0));
+        await("both packets are cancelled", () -> {
+            bench.cancel(0x07);
+            return write.isDone();
+        });
+        assertEquals(100, result(write));
+    }
+
     @Test
     void aDeviceOfAReleasedListIsNotOpen() {
         Device bench = openBench();
