@@ -1,18 +1,21 @@
-/* Nobody sleeps over a finished transfer: two threads that wait for their transfers, and the event thread.
+/* Nobody sleeps over a finished transfer: two threads that wait for their transfers, the event thread, and a listing,
+   whose requests libusb waits for itself.
 
    Follows CompletionHandOver, TransferEngine and the event handling of libusb: one thread handles events at a time and
    sleeps until there is something to do; the others sleep until it leaves. No sleep ends by time, so a thread that the
    library would wake only at the end of a handler's period stays asleep here for ever. Waiters start over as often as
    they like, the device finishes transfers in any order or stops for good, the event thread runs or does not. That it
-   pauses while others wait needs no step of its own: a thread may always be slow.
+   pauses while others wait needs no step of its own: a thread may always be slow. The listing's request is always
+   answered, by the device or by its time-out.
 
    Seeded mistakes: NO_HAND_OVER, LOOK_BEFORE (at the count, instead of after event handling), LATE_COUNT (isPending is
-   taken down first). */
+   taken down first), SILENT_LISTING (that does not look at the count behind its requests). */
 
 #define WAITERS 2
-#define EVENT_THREAD 2 /* threads are the waiters 0 and 1, and this one */
-#define THREADS 3
-#define NOBODY 3
+#define EVENT_THREAD 2 /* threads are the waiters 0 and 1, this one and the next */
+#define LISTING 3
+#define THREADS 4
+#define NOBODY 4
 
 /* libusb's context */
 byte handler = NOBODY; /* holds the events lock */
@@ -26,6 +29,11 @@ bool finished[WAITERS];  /* by the device; the next handler has to tell */
 bool isPending[WAITERS];
 bool completedElsewhere[WAITERS];
 byte unseenCompletions;
+
+/* the request of the listing */
+bool requested; /* with the device */
+bool answered;  /* by the device or the time-out; the next handler has to tell */
+bool hasAnswer; /* the listing knows */
 
 inline lockWaiters() { atomic { !waitersLocked -> waitersLocked = true } }
 inline unlockWaiters() { waitersLocked = false }
@@ -47,13 +55,14 @@ inline finishPending(t) {
 
 /* One pass of the handler. What it found when it woke up is all that it deals with. */
 inline handleOnce() {
-    bool trigger, first, second;
+    bool trigger, first, second, third;
 endHandles:
     atomic {
-        interrupted || finished[0] || finished[1] ->
+        interrupted || finished[0] || finished[1] || answered ->
         trigger = interrupted;
         first = finished[0];
-        second = finished[1]
+        second = finished[1];
+        third = answered
     }
     if
     :: trigger -> interrupted = false
@@ -66,7 +75,20 @@ endHandles:
     if
     :: second -> finished[1] = false; finishPending(1)
     :: else
+    fi;
+    if
+    :: third -> answered = false; hasAnswer = true
+    :: else
     fi
+}
+
+/* The thread that got the events lock: one pass, and everybody who sleeps behind it is woken. */
+inline handleAsTheOne() {
+    handleOnce();
+    handler = NOBODY;
+    lockWaiters();
+    atomic { asleep[0] = false; asleep[1] = false; asleep[2] = false; asleep[3] = false };
+    unlockWaiters()
 }
 
 /* libusb_handle_events. */
@@ -77,11 +99,7 @@ inline libusbHandleEvents() {
     :: else ->
         if
         :: atomic { handler == NOBODY -> handler = me };
-            handleOnce();
-            handler = NOBODY;
-            lockWaiters();
-            atomic { asleep[0] = false; asleep[1] = false; asleep[2] = false };
-            unlockWaiters();
+            handleAsTheOne();
             handledOrSlept = true
         :: handler != NOBODY ->
             lockWaiters();
@@ -94,6 +112,25 @@ endSleeps:
                 handledOrSlept = true
             :: handler == NOBODY -> unlockWaiters()
             fi
+        fi
+    od
+}
+
+/* libusb_control_transfer: libusb looks for the answer once more before it sleeps. */
+inline libusbRequest() {
+    hasAnswer = false;
+    requested = true;
+    do
+    :: hasAnswer -> break
+    :: atomic { !hasAnswer && handler == NOBODY -> handler = me };
+        handleAsTheOne()
+    :: !hasAnswer && handler != NOBODY ->
+        lockWaiters();
+        if
+        :: atomic { handler != NOBODY && !hasAnswer -> asleep[me] = true; waitersLocked = false };
+endWaits:
+            !asleep[me]
+        :: handler == NOBODY || hasAnswer -> unlockWaiters()
         fi
     od
 }
@@ -140,6 +177,25 @@ proctype EventThread(byte me) {
     od
 }
 
+/* In the place of one of the waiters, or there would be more states than can be searched. */
+proctype Listing(byte me) {
+    do
+    :: true ->
+        libusbRequest();
+#ifndef SILENT_LISTING
+        interruptWhenUnseen()
+#endif
+    :: true -> break /* no more requests */
+    od
+}
+
+proctype Answers() {
+endAnswers:
+    do
+    :: atomic { requested -> requested = false; answered = true }
+    od
+}
+
 proctype TheDevice() {
     do
     :: atomic { submitted[0] -> submitted[0] = false; finished[0] = true }
@@ -160,11 +216,14 @@ active proctype Stillness() {
 init {
     atomic {
         run TheDevice();
-        run Waiter(0);
-        run Waiter(1);
         if
         :: run EventThread(EVENT_THREAD)
-        :: true /* nobody but the waiters handles events */
+        :: true /* nobody but the others handles events */
+        fi;
+        if
+        :: run Waiter(0); run Waiter(1)
+        :: run Waiter(0); run Listing(LISTING); run Answers()
+        :: run Waiter(1); run Listing(LISTING); run Answers()
         fi
     }
 }

@@ -10,19 +10,13 @@
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "MacOSXUSBAccess/records/Immortal.h"
 
+std::atomic<bool> g_eventLoopRunning{false};
+
 namespace {
 
 Immortal<std::map<int32_t, int32_t>> g_callbacks;
 /// A thread object that is destroyed before it was joined would end the program.
 Immortal<std::thread> g_thread;
-
-}  // namespace
-
-std::map<int32_t, int32_t>& g_hotPlugCallback = g_callbacks.object;
-std::atomic<bool> g_eventLoopRunning{false};
-std::thread& g_eventLoopThread = g_thread.object;
-
-namespace {
 
 constexpr timeval kEventPeriod{1, 0};
 
@@ -65,6 +59,9 @@ void deregister(libusb_context* context, int32_t vendorId, int32_t callbackHandl
 }
 
 }  // namespace
+
+std::map<int32_t, int32_t>& g_hotPlugCallback = g_callbacks.object;
+std::thread& g_eventLoopThread = g_thread.object;
 
 void hotplugEventLoop(libusb_context* context) {
     order([context](LoopOrders& loop) {

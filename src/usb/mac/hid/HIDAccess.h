@@ -54,9 +54,9 @@ class HIDAccess {
     /// until the time is up: meant.
     int Read(unsigned char* buffer, int size, int timeout);
 
-    /// Sends `size` bytes as output reports of packetSize bytes, the last one padded with fillValue, each
-    /// within `timeout` milliseconds. Returns `size`, 0 for a size below 1, -109 not open, -112 when a report
-    /// could not be sent.
+    /// Sends `size` bytes as output reports of packetSize bytes, the last one padded with fillValue. Each
+    /// goes to the platform with `timeout` (milliseconds), which none of them looks at. Returns `size`, 0 for
+    /// a size below 1, -109 not open, -112 when a report could not be sent.
     int Write(unsigned char* buffer, int size, int timeout);
 
     /// Takes one report out of the ring: copies the lesser of packetSize and `size` bytes and returns their

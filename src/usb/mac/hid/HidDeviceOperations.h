@@ -69,9 +69,10 @@ struct HidDeviceOperations {
     /// Stops the event loop of the calling thread (not of the read thread), where the platform has one.
     void (*stopCallersLoop)();
 
-    /// Sends one output report of `length` bytes, report id 0, within about `timeoutMs` milliseconds where
-    /// the platform can bound it. False on failure, also for a device that was unplugged; the write ends with
-    /// -112 then. On the caller's thread, beside the read thread.
+    /// Sends one output report of `length` bytes, report id 0, and waits until the system has it. `timeoutMs`
+    /// (milliseconds) is for a platform that can bound that; neither of the two can. False on failure, also
+    /// for a device that was unplugged; the write ends with -112 then. On the caller's thread, beside the
+    /// read thread.
     bool (*sendReport)(HidDevice* device, const uint8_t* report, int32_t length, int32_t timeoutMs);
 
     /// Copies the first configuration descriptor of the first USB device with these ids, whatever its serial

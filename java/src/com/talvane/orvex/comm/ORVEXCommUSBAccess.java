@@ -325,20 +325,21 @@ public class ORVEXCommUSBAccess {
     /**
      * Opens a device of a list and claims its interface (interface 0, or that of the composite part). A device in
      * another configuration is set to configuration 1. For a HID device the answer is 0 even when its HID service
-     * cannot be opened: writes then answer -109 and reads -150. One that was pulled while open and is back is closed
-     * first and then opened anew.
+     * cannot be opened: writes then answer -109 and reads -150. (macOS opens HID devices only for the user at the
+     * Mac's own screen, not over ssh, and those that work like a keyboard only with the permission Input Monitoring.)
+     * One that was pulled while open and is back is closed first and then opened anew.
      *
      * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see
      * "Threads" above).
      *
      * @param listHandle the list
      * @param index      the device's position in the list
-     * @return 0; -105 when it is open already (it stays open); -107 when it cannot be opened (no permission, no memory,
-     *         gone since the last update, its session has ended, or a transfer of an earlier opening has still not come
-     *         back); -108 when its interface cannot be claimed, because
-     *         another program or a driver holds it; -114 when there is no such device; -130 when configuration 1
-     *         cannot be set; -131 when it is absent; -158 when its class is not one that this library drives. After
-     *         any of these but -105 the device is closed
+     * @return 0; -11 when there is no memory to note that it is open; -105 when it is open already (it stays open);
+     *         -107 when it cannot be opened (no permission, no memory for its transfers, gone since the last update,
+     *         its session has ended, or a transfer of an earlier opening has still not come back); -108 when its
+     *         interface cannot be claimed, because another program or a driver holds it; -114 when there is no such
+     *         device; -130 when configuration 1 cannot be set; -131 when it is absent; -158 when its class is not one
+     *         that this library drives. After any of these but -105 the device is closed
      */
     public native int usbOpenDevice(int listHandle, int index);
 
@@ -347,8 +348,10 @@ public class ORVEXCommUSBAccess {
      * the device counts as not open afterwards.
      *
      * <p>A transfer that has not come back after 3 seconds keeps the device: it stays claimed, also when it was a
-     * release of its list that waited. Call this method again later: it tries again. A HID device whose waits (see "HID
-     * devices") were in vain is left open for good rather than taken from a thread; the answer is 0 all the same.
+     * release of its list that waited. This method tries again when it is called later, also when it answers -114
+     * because the device counts as closed, and so do {@link #usbOpenDevice} and {@link #usbReleaseDeviceList}. A HID
+     * device whose waits (see "HID devices") were in vain is left open for good rather than taken from a thread; the
+     * answer is 0 all the same.
      *
      * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see
      * "Threads" above).
