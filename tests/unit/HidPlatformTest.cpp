@@ -320,4 +320,16 @@ TEST_F(HidPlatform, BothHalvesOfACompositeHidDeviceWorkAtOnce) {
     EXPECT_EQ(0, LibUSB_CloseDevice(&child));
 }
 
+TEST_F(HidPlatform, DevicesMayBeClosedInAnyOrder) {
+    startSession({hidJson("a"), hidJson("b"), hidJson("c")});
+    const uint32_t list = createList({kVendor});
+    for (const uint32_t index : {0U, 1U, 2U}) {
+        ASSERT_EQ(0, LibUSB_OpenDevice(&record(list, index)));
+    }
+    for (const uint32_t index : {1U, 0U, 2U}) {
+        EXPECT_EQ(0, LibUSB_CloseDevice(&record(list, index)));
+    }
+    EXPECT_EQ(0, bus.tally("hid devices open"));
+}
+
 }  // namespace
