@@ -27,6 +27,7 @@ final class ChildPrograms {
             case "openUnopenable" -> openUnopenable(usb);
             case "otherLoaders" -> otherLoaders(usb);
             case "leaveReading" -> leaveReading(usb);
+            case "withoutMemory" -> AllocationSweep.run(usb);
             default -> throw new IllegalArgumentException(args[0]);
         }
     }

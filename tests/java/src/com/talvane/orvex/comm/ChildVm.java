@@ -152,6 +152,11 @@ final class ChildVm {
         return jarOf(ORVEXCommUSBAccess.class);
     }
 
+    /** The file of this name that the build has put beside the jar of the tests. */
+    static Path besideTheTests(String name) {
+        return jarOf(ChildVm.class).resolveSibling(name);
+    }
+
     private static Path jarOf(Class<?> type) {
         return Path.of(type.getProtectionDomain().getCodeSource().getLocation().getPath());
     }
