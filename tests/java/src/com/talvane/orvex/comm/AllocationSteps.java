@@ -19,7 +19,7 @@ final class AllocationSteps {
     private static final int[] ONE_VENDOR = {UsbTest.VENDOR};
     private static final int[] OTHER_VENDOR = {UsbTest.OTHER_VENDOR};
     private static final String BENCH = "BENCH00001";
-    private static final String HID = "HIDT0021";
+    private static final String HID = AllocationSweep.HID_SERIAL;
     private static final int LENGTH = 64;
 
     private final AllocationSweep sweep;

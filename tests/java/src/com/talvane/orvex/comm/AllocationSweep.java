@@ -7,6 +7,7 @@ import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
+import java.util.TreeMap;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.locks.LockSupport;
 import java.util.function.BooleanSupplier;
@@ -23,12 +24,15 @@ import java.util.stream.IntStream;
 final class AllocationSweep {
     static final int[] VENDORS = {UsbTest.VENDOR, UsbTest.OTHER_VENDOR};
     private static final long DEADLINE_SECONDS = 20;
-    /** Longer than what a string of C++ holds without memory of its own. */
-    private static final String HID_NAME = "{\"product\": \"HID Tool with a long name\"}";
+    /** Texts that are longer than what a string of C++ holds without memory of its own. */
+    static final String HID_SERIAL = "HIDT0021-with-a-long-serial-number";
+    private static final String HID_TEXTS =
+            String.format("{\"product\": \"HID Tool with a long name\", \"serial\": \"%s\"}", HID_SERIAL);
     private static final List<String> PLUGGED_AT_FIRST = List.of("bench", "pair", "composite", "stranger");
     private static final List<String> TO_GIVE_BACK = List.of("transfers not freed", "hid devices open");
     /** Calls of libusb, and those that take them back. */
     private static final Map<String, String> TAKEN_BACK_BY = Map.of(
+            "libusb_init", "libusb_exit",
             "libusb_open", "libusb_close",
             "libusb_ref_device", "libusb_unref_device",
             "libusb_hotplug_register_callback", "libusb_hotplug_deregister_callback");
@@ -123,7 +127,7 @@ final class AllocationSweep {
     /** The devices in an order that does not depend on what was there before: lists follow it. */
     private void plugDevices() {
         bus.reset();
-        bus.change("hid", HID_NAME);
+        bus.change("hid", HID_TEXTS);
         PLUGGED_AT_FIRST.forEach(bus::unplug);
         PLUGGED_AT_FIRST.forEach(bus::plug);
         bus.plug("hid");
@@ -132,26 +136,26 @@ final class AllocationSweep {
 
     /** Does a step with one of its allocations failing and, when it fails by that, once more. */
     private Outcome tryOnce(Step step, Rehearsal rehearsal, int failing) {
-        Map<String, Integer> held = held();
+        Map<String, Integer> before = held();
         MissingMemory.watch(failing);
         String answer = step.action().get();
         int allocations = MissingMemory.endWatch();
         check(allocations >= failing, "was not reached");
         if (rehearsal != null && !answer.equals(rehearsal.outcome().answer())) {
             check(step.shortages().contains(answer), "answers " + answer);
-            Map<String, Integer> still = held();
-            check(held.keySet().stream().allMatch(call -> still.get(call) <= held.get(call)),
-                    "holds " + still + " and before " + held);
+            held().forEach((what, count) -> check(count <= before.get(what), "keeps " + what));
             answer = step.action().get();
             check(answer.equals(rehearsal.outcome().answer()), "again, answers " + answer);
         }
         return new Outcome(answer, allocations);
     }
 
-    /** How often each of these calls was made and not taken back. */
+    /** What the library has of libusb and HID at the moment, and how much of each. */
     private Map<String, Integer> held() {
-        return TAKEN_BACK_BY.entrySet().stream().collect(Collectors.toMap(
-                Map.Entry::getKey, call -> bus.calls(call.getKey()) - bus.calls(call.getValue())));
+        Map<String, Integer> held = new TreeMap<>();
+        TAKEN_BACK_BY.forEach((call, back) -> held.put(call, bus.calls(call) - bus.calls(back)));
+        TO_GIVE_BACK.forEach(things -> held.put(things, bus.tally(things)));
+        return held;
     }
 
     /** What a caller sees from now on: the lists, a device that is plugged in, and whether devices work. */
@@ -168,7 +172,7 @@ final class AllocationSweep {
         devices().forEach(device -> seen.add("close " + device.close()));
         Device pair = find("PAIR0002");
         check(pair.open() == 0 && pair.write(0x01, new byte[64]) == 64 && pair.close() == 0, "a device does not work");
-        Device hid = find("HIDT0021");
+        Device hid = find(HID_SERIAL);
         check(hid.open() == 0 && hid.writeInterrupt(0x01, new byte[64]) == 64 && hid.close() == 0,
                 "a HID device does not work");
         return seen;
