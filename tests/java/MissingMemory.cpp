@@ -29,7 +29,7 @@ bool isFrom(const Dl_info& object, const char* name) {
 _Unwind_Reason_Code lookAtCaller(_Unwind_Context* frame, void* ofLibrary) {
     Dl_info object{};
     const auto at = static_cast<std::uintptr_t>(_Unwind_GetIP(frame));
-    if (dladdr(reinterpret_cast<void*>(at), &object) == 0) {
+    if (dladdr(reinterpret_cast<void*>(at), &object) == 0) {  // NOLINT(performance-no-int-to-ptr)
         return _URC_END_OF_STACK;
     }
     if (isFrom(object, "/libstdc++") || isFrom(object, "/libmissing_memory")) {
