@@ -333,11 +333,11 @@ public class ORVEXCommUSBAccess {
      *
      * @param listHandle the list
      * @param index      the device's position in the list
-     * @return 0; -11 when there is no memory; -105 when it is open already (it stays open); -107 when it cannot be opened
-     *         (no permission, no memory for its transfers, gone since the last update, its session has ended, or a
-     *         transfer of an earlier opening has still not come back); -108 when its interface cannot be claimed,
-     *         because another program or a driver holds it; -114 when there is no such device; -130 when configuration
-     *         1 cannot be set; -131 when it is absent; -158 when its class is not one that this library drives. After
+     * @return 0; -105 when it is open already (it stays open); -107 when it cannot be opened (no permission, no memory,
+     *         gone since the last update, its session has ended, or a transfer of an earlier opening has still not come
+     *         back); -108 when its interface cannot be claimed, because
+     *         another program or a driver holds it; -114 when there is no such device; -130 when configuration 1
+     *         cannot be set; -131 when it is absent; -158 when its class is not one that this library drives. After
      *         any of these but -105 the device is closed
      */
     public native int usbOpenDevice(int listHandle, int index);

@@ -18,7 +18,7 @@ class AllocationSweepTest {
 
     @Test
     void noAllocationThatFailsEndsTheVirtualMachineOrLeavesAnythingHalfMade() throws Exception {
-        Path memory = ChildVm.besideTheTests("libmissing_memory.so");
+        Path memory = ChildVm.testsJar().resolveSibling("libmissing_memory.so");
         ChildVm.Outcome sweep = new ChildVm().withBus(folder.resolve("bus"))
                 .withEnvironment("LD_PRELOAD", memory.toString()).run("withoutMemory");
         assertEquals(0, sweep.status(), () -> sweep.out() + sweep.err());

@@ -23,11 +23,11 @@ final class ChildPrograms {
             case "fresh" -> fresh(usb);
             case "version" -> say("version", usb.usbGetLibVersion());
             case "session" -> session(usb);
+            case "withoutMemory" -> AllocationSweep.run(usb);
             case "leaveOpen" -> openBench(usb);
             case "openUnopenable" -> openUnopenable(usb);
             case "otherLoaders" -> otherLoaders(usb);
             case "leaveReading" -> leaveReading(usb);
-            case "withoutMemory" -> AllocationSweep.run(usb);
             default -> throw new IllegalArgumentException(args[0]);
         }
     }

@@ -14,7 +14,7 @@ import java.util.concurrent.TimeUnit;
 final class ChildVm {
     private static final String TOOL = "com.talvane.orvex.comm.tool.OrvexUsb";
     /** The jar of the tests; its manifest names the others. */
-    private static final List<String> ON_CLASS_PATH = List.of("-cp", jarOf(ChildVm.class).toString());
+    private static final List<String> ON_CLASS_PATH = List.of("-cp", testsJar().toString());
     private static final String NATIVE_ACCESS = "--enable-native-access=";
     private static final int FIRST_TO_WARN_OF_NATIVE_ACCESS = 24;
 
@@ -152,9 +152,8 @@ final class ChildVm {
         return jarOf(ORVEXCommUSBAccess.class);
     }
 
-    /** The file of this name that the build has put beside the jar of the tests. */
-    static Path besideTheTests(String name) {
-        return jarOf(ChildVm.class).resolveSibling(name);
+    static Path testsJar() {
+        return jarOf(ChildVm.class);
     }
 
     private static Path jarOf(Class<?> type) {
