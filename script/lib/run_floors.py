@@ -149,7 +149,7 @@ def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()
         "--details=verbose",  # as it goes on, so that the log of a run that hangs tells where
         "--disable-banner",
         "--disable-ansi-colors",
-        *(f"--exclude-tag={tag}" for tag in [*without, *(["linux"] if MACOS else [])]),
+        *(f"--exclude-tag={tag}" for tag in [*without, *(["linux", "preload"] if MACOS else [])]),
         *launcher,
     ]
 
@@ -228,8 +228,10 @@ def java_asan():
         "ASAN_OPTIONS": "halt_on_error=1:detect_leaks=0:handle_segv=0:verify_asan_link_order=0",
     }
     jvm = ["-XX:+UseSerialGC", "-Dorvex.test.growthKb=1000000"]
-    # How the library is found has nothing for the sanitizer, and the jar holds the one without it.
-    suite = junit(folder / "reports", jvm, library=build / LIBRARY.name, without=["kernel", "loading", "newest"])
+    # How the library is found has nothing for the sanitizer, and the jar holds the one without it. Two libraries that
+    # take the place of operator new cannot be in one process.
+    without = ["kernel", "loading", "newest", "preload"]
+    suite = junit(folder / "reports", jvm, library=build / LIBRARY.name, without=without)
     return on_simulated_bus(folder, suite, folder / "junit.log", build, environment)
 
 
@@ -248,7 +250,8 @@ def java_newest():
     """The suite in the newest JDK, which warns of native code that nobody allowed."""
     folder = RESULTS / "java-newest"
     build_release(folder, "orvex_java_tests")
-    suite = junit(folder / "reports", ["--enable-native-access=ALL-UNNAMED"], java=newest_java(), without=["kernel"])
+    suite = junit(folder / "reports", ["--enable-native-access=ALL-UNNAMED"], java=newest_java(),
+                  without=["kernel", "preload"])
     return on_simulated_bus(folder, suite, folder / "junit.log")
 
 
@@ -269,7 +272,8 @@ def java_on_kernel(choice, processors):
     reports.mkdir(parents=True)
     # With the default collector a JVM can crash under emulation.
     jvm = ["-XX:+UseSerialGC"]
-    suite = junit(reports, jvm, [f"--{choice}-classname={KERNEL_HALF}"], without=["memory", "loading", "newest"])
+    without = ["memory", "loading", "newest", "preload"]
+    suite = junit(reports, jvm, [f"--{choice}-classname={KERNEL_HALF}"], without=without)
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite, processors=processors), log, SYSTEM_DEADLINE + 10)
     return junit_cases(reports, log, status)
 

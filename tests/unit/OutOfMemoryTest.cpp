@@ -206,6 +206,26 @@ TEST_F(OutOfMemoryInJava, AControlTransferWithoutMemoryForALongerArrayFails) {
     EXPECT_TRUE(FailingAllocation::happened());
 }
 
+TEST_F(OutOfMemoryInJava, AQueryWithoutMemoryForALongerArrayDoesNotPretendThatItGave) {
+    openSession({deviceJson("tool")});
+    const jint list = listOfVendor();
+    FakeByteArray array({7});
+    {
+        const FailingAllocation copy(FailingAllocation::kAnyNoThrow);
+        EXPECT_EQ(-11, call(usbGetDeviceDescriptor, list, 0, 1, 0, 18, array.java()));
+        EXPECT_TRUE(FailingAllocation::happened());
+    }
+    {
+        const FailingAllocation copy(FailingAllocation::kAnyNoThrow);
+        EXPECT_EQ(-11, call(usbGetEndpointList, list, 0, array.java()));
+        EXPECT_TRUE(FailingAllocation::happened());
+    }
+    EXPECT_EQ(7, array.bytes[0]);
+    EXPECT_EQ(jni.pins, jni.releases);
+    EXPECT_EQ(18, call(usbGetDeviceDescriptor, list, 0, 1, 0, 18, array.java()));
+    EXPECT_EQ(18, array.bytes[0]);
+}
+
 TEST_F(OutOfMemoryInJava, ACallWithAnArrayThatIsLongEnoughTakesNoMemory) {
     openSession({deviceJson("tool", R"({"control":[{"requestType":"0xC0","request":1,"reply":"0102"}]})")});
     const jint list = listOfVendor();

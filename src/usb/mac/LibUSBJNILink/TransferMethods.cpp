@@ -59,6 +59,22 @@ jint transferExCall(TransferExFunction function, JNIEnv* env, jint listHandle, j
                     });
 }
 
+/// The frame of both queries. Null bytes would ask for the number alone: a query that was to give bytes and
+/// has no memory for the copy of a short array is not made.
+template <class Touched, class Query>
+jint queryCall(JNIEnv* env, jint listHandle, jint index, jbyteArray buffer, Touched touched, Query query) {
+    bool wantsBytes = false;
+    return callWithBytes(
+        env, findListedDevice(listHandle, index), buffer,
+        [&](const tagUSB_DEVICE_ACCESS_ENTRY& entry, const PinnedBytes& pinned) {
+            wantsBytes = pinned.bytes() != nullptr;
+            return touched(entry);
+        },
+        [&](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
+            return wantsBytes && bytes == nullptr ? kNoMemory : query(entry, bytes);
+        });
+}
+
 }  // namespace
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbWriteControlPipe(JNIEnv* env, jobject /*self*/,
@@ -156,11 +172,9 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCancelPipeTransfer(JNIEnv
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceDescriptor(
     JNIEnv* env, jobject /*self*/, jint listHandle, jint index, jint descriptorType, jint descriptorIndex,
     jint bufferSize, jbyteArray buffer) {
-    return callWithBytes(
-        env, findListedDevice(listHandle, index), buffer,
-        [&](const tagUSB_DEVICE_ACCESS_ENTRY&, PinnedBytes&) {
-            return descriptorQueryBytes(descriptorType, bufferSize);
-        },
+    return queryCall(
+        env, listHandle, index, buffer,
+        [&](const tagUSB_DEVICE_ACCESS_ENTRY&) { return descriptorQueryBytes(descriptorType, bufferSize); },
         [&](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
             return LibUSB_GetDeviceDescriptor(&entry, bytes, descriptorType, descriptorIndex, bufferSize);
         });
@@ -169,11 +183,9 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceDescriptor(
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetEndpointList(JNIEnv* env, jobject /*self*/,
                                                                        jint listHandle, jint index,
                                                                        jbyteArray buffer) {
-    return callWithBytes(
-        env, findListedDevice(listHandle, index), buffer,
-        [](const tagUSB_DEVICE_ACCESS_ENTRY& entry, PinnedBytes&) {
-            return entry.endpointCount * kEndpointListEntryBytes;
-        },
+    return queryCall(
+        env, listHandle, index, buffer,
+        [](const tagUSB_DEVICE_ACCESS_ENTRY& entry) { return entry.endpointCount * kEndpointListEntryBytes; },
         [](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
             return LibUSB_GetEndpointList(&entry, bytes);
         });

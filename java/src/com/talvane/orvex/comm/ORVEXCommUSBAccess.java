@@ -661,8 +661,9 @@ public class ORVEXCommUSBAccess {
      * @param descriptorIndex by type, as above
      * @param bufferSize      the greatest number of bytes to store, by type, as above
      * @param buffer          takes the bytes: at least 18 for type 1, 7 for type 5, {@code bufferSize} for others
-     * @return the number of bytes, by type, as above; -114 when there is no such device, for type 4 and any other type,
-     *         and for a string index outside 1 to 3; -131 when the device could not be read when it was listed, or has
+     * @return the number of bytes, by type, as above; -11 when the buffer is too short and there is no memory to make up
+     *         for it; -114 when there is no such device, for type 4 and any other type, and for a string index outside
+     *         1 to 3; -131 when the device could not be read when it was listed, or has
      *         no such endpoint
      */
     public native int usbGetDeviceDescriptor(int listHandle, int index, int descriptorType, int descriptorIndex,
@@ -679,7 +680,8 @@ public class ORVEXCommUSBAccess {
      * @param index      the device's position in the list
      * @param buffer     takes the bytes: at least 8 for each endpoint, 128 are always enough; null to be told the
      *                   number only
-     * @return the number of endpoints, 0 to 16; or -114 when there is no such device
+     * @return the number of endpoints, 0 to 16; -11 when the buffer is too short and there is no memory to make up for
+     *         it; or -114 when there is no such device
      */
     public native int usbGetEndpointList(int listHandle, int index, byte[] buffer);
 }

@@ -152,6 +152,12 @@ public final class Bus implements AutoCloseable {
         return elements(ask(op("violations")), "violations").map(JsonElement::getAsString).toList();
     }
 
+    /** How many things of a kind, as "transfers not freed", the drop-in libraries have handed out. Memory only. */
+    int tally(String things) {
+        JsonElement count = ask(op("violations")).getAsJsonObject("tallies").get(things);
+        return count == null ? 0 : count.getAsInt();
+    }
+
     @Override
     public void close() {
         try {

@@ -30,6 +30,7 @@ final class ChildPrograms {
                     System.out.println(method + "=" + answer));
             case "version" -> say("version", usb.usbGetLibVersion());
             case "session" -> session(usb);
+            case "withoutMemory" -> AllocationSweep.run(usb);
             case "leaveOpen" -> openBench(usb);
             case "openUnopenable" -> openUnopenable(usb);
             case "otherLoaders" -> otherLoaders(usb);
