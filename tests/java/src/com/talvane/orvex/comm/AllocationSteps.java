@@ -25,8 +25,6 @@ final class AllocationSteps {
     private final AllocationSweep sweep;
     private final ORVEXCommUSBAccess usb;
     private final List<Step> steps = new ArrayList<>();
-    /** Shorter than what is moved: the library works on a copy. */
-    private final byte[] small = new byte[1];
     private Device device;
     private int unknownList = 1_000_000;
 
@@ -203,9 +201,23 @@ final class AllocationSteps {
         }
     }
 
+    /** In an array that is too short the library works on a copy; otherwise it allocates nothing. */
     private void transfers() {
+        transfers("", new byte[1], NOT_WRITTEN, NOT_READ);
+        transfers(", a whole array", new byte[LENGTH + 1], NONE, NONE);
         byte[] store = {0x40, 1, 0, 0, 0, 0, 4, 0};
         byte[] ask = {(byte) 0xC0, 2, 0x34, 0x12, 0x56, 0, 3, 0};
+        controls("", store, NOT_WRITTEN, ask, NOT_READ);
+        controls(", a whole array", Arrays.copyOf(store, LENGTH), NONE, Arrays.copyOf(ask, LENGTH), NONE);
+    }
+
+    private void controls(String what, byte[] store, Set<String> notWritten, byte[] ask, Set<String> notRead) {
+        Runnable open = () -> withOpen(BENCH);
+        add("usbWriteControlPipe" + what, notWritten, open, () -> device.controlWrite(store));
+        add("usbReadControlPipe" + what, notRead, open, () -> device.controlRead(ask));
+    }
+
+    private void transfers(String what, byte[] bytes, Set<String> notWritten, Set<String> notRead) {
         Runnable open = () -> withOpen(BENCH);
         Runnable openHid = () -> withOpen(HID);
         Runnable openAndFeed = () -> {
@@ -216,29 +228,32 @@ final class AllocationSteps {
             withOpen(HID);
             device.writeInterrupt(0x01, new byte[LENGTH]);
         };
-        add("usbWriteControlPipe", NOT_WRITTEN, open, () -> device.controlWrite(store));
-        add("usbReadControlPipe", NOT_READ, open, () -> device.controlRead(ask));
-        add("usbWriteBulkPipe", NOT_WRITTEN, open, () -> usb.usbWriteBulkPipe(
-                device.list(), device.index(), 0x03, LENGTH, Device.AMPLE, small));
-        add("usbReadBulkPipe", NOT_READ, open, () -> usb.usbReadBulkPipe(
-                device.list(), device.index(), 0x83, LENGTH, Device.AMPLE, small));
-        add("usbWriteBulkPipeEx", NOT_WRITTEN, open, () -> usb.usbWriteBulkPipeEx(
-                device.list(), device.index(), 0x03, LENGTH, Device.AMPLE, small, LENGTH, 0));
-        add("usbReadBulkPipeEx", NOT_READ, open, () -> usb.usbReadBulkPipeEx(
-                device.list(), device.index(), 0x83, LENGTH, Device.AMPLE, small, LENGTH, 0));
-        interruptTransfers("", 0x06, open, 0x82, openAndFeed);
-        interruptTransfers(", HID", 0x01, openHid, 0x81, openHidAndFeed);
+        add("usbWriteBulkPipe" + what, notWritten, open, () -> usb.usbWriteBulkPipe(
+                device.list(), device.index(), 0x03, LENGTH, Device.AMPLE, bytes));
+        add("usbReadBulkPipe" + what, notRead, open, () -> usb.usbReadBulkPipe(
+                device.list(), device.index(), 0x83, LENGTH, Device.AMPLE, bytes));
+        add("usbWriteBulkPipeEx" + what, notWritten, open, () -> usb.usbWriteBulkPipeEx(
+                device.list(), device.index(), 0x03, LENGTH, Device.AMPLE, bytes, LENGTH, 0));
+        add("usbReadBulkPipeEx" + what, notRead, open, () -> usb.usbReadBulkPipeEx(
+                device.list(), device.index(), 0x83, LENGTH, Device.AMPLE, bytes, LENGTH, 0));
+        interruptWrites(what, 0x06, bytes, notWritten, open);
+        interruptReads(what, 0x82, bytes, notRead, openAndFeed);
+        interruptWrites(", HID" + what, 0x01, bytes, notWritten, openHid);
+        interruptReads(", HID" + what, 0x81, bytes, notRead, openHidAndFeed);
     }
 
-    private void interruptTransfers(String what, int out, Runnable open, int in, Runnable openAndFeed) {
-        add("usbWriteInterruptPipe" + what, NOT_WRITTEN, open, () -> usb.usbWriteInterruptPipe(
-                device.list(), device.index(), out, LENGTH, Device.AMPLE, small));
-        add("usbReadInterruptPipe" + what, NOT_READ, openAndFeed, () -> usb.usbReadInterruptPipe(
-                device.list(), device.index(), in, LENGTH, Device.AMPLE, small));
-        add("usbWriteInterruptPipeEx" + what, NOT_WRITTEN, open, () -> usb.usbWriteInterruptPipeEx(
-                device.list(), device.index(), out, LENGTH + 1, Device.AMPLE, small, LENGTH, 0));
-        add("usbReadInterruptPipeEx" + what, NOT_READ, openAndFeed, () -> usb.usbReadInterruptPipeEx(
-                device.list(), device.index(), in, LENGTH, Device.AMPLE, small, LENGTH, 0));
+    private void interruptWrites(String what, int out, byte[] bytes, Set<String> notWritten, Runnable open) {
+        add("usbWriteInterruptPipe" + what, notWritten, open, () -> usb.usbWriteInterruptPipe(
+                device.list(), device.index(), out, LENGTH, Device.AMPLE, bytes));
+        add("usbWriteInterruptPipeEx" + what, notWritten, open, () -> usb.usbWriteInterruptPipeEx(
+                device.list(), device.index(), out, LENGTH + 1, Device.AMPLE, bytes, LENGTH, 0));
+    }
+
+    private void interruptReads(String what, int in, byte[] bytes, Set<String> notRead, Runnable openAndFeed) {
+        add("usbReadInterruptPipe" + what, notRead, openAndFeed, () -> usb.usbReadInterruptPipe(
+                device.list(), device.index(), in, LENGTH, Device.AMPLE, bytes));
+        add("usbReadInterruptPipeEx" + what, notRead, openAndFeed, () -> usb.usbReadInterruptPipeEx(
+                device.list(), device.index(), in, LENGTH, Device.AMPLE, bytes, LENGTH, 0));
     }
 
     /** A look-up of a list handle that was never seen takes note of it. */

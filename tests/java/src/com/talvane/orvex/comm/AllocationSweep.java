@@ -47,7 +47,8 @@ final class AllocationSweep {
      * What is tried.
      *
      * @param name      the method, and behind a comma what is special
-     * @param shortages what it may answer without memory besides what it answers with it
+     * @param shortages what it may answer without memory besides what it answers with it; none for a step that
+     *                  allocates nothing
      * @param before    what is done first
      * @param action    the call or the calls whose allocations fail; gives the answer
      * @param undo      takes the action back, so that it can be done again in the same session; null when nothing can
@@ -93,7 +94,7 @@ final class AllocationSweep {
     private void tryStep(Step step) {
         Rehearsal rehearsal = perform(step, null, 0, 0);
         int last = rehearsal.outcome().allocations();
-        check(step.shortages().isEmpty() || last > 0, step.name() + " allocates nothing");
+        check(step.shortages().isEmpty() == (last == 0), step.name() + " allocates " + last + " times");
         int each = step.undo() == null ? 1 : Math.max(last, 1);
         for (int first = 1; first <= last; first += each) {
             perform(step, rehearsal, first, first + each - 1);
