@@ -17,8 +17,6 @@ from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass
 from pathlib import Path
 
-import mutants
-
 ROOT = Path.cwd()
 COPY = ROOT / "build/mutate/tree"
 BUILD = ROOT / "build/mutate/build"
@@ -67,7 +65,7 @@ def build(finder, found):
     """Changes that the compiler refuses are taken out, file by file and line by line."""
     for _ in range(8):
         for file in finder.edits:
-            text = mutants.rewritten(finder, file)
+            text = finder.rewritten(file)
             if not (COPY / file).exists() or (COPY / file).read_text() != text:
                 (COPY / file).write_text(text)
         done = run(["ninja", "-C", BUILD, "-k", "0", "unit_tests", "unit_tests_macos"])
@@ -169,9 +167,10 @@ def parse_arguments():
 
 def main():
     options = parse_arguments()
+    from mutants import find  # not before: it wants libclang, which --help does without
     copy_tree()
     configure()
-    finder, found = mutants.find(COPY, BUILD, SOURCES)
+    finder, found = find(COPY, BUILD, SOURCES)
     print(f"{len(found)} changes; building", flush=True)
     build(finder, found)
     tests = [*tests_of("unit_tests", "*"), *tests_of("unit_tests_macos", "*Hid*:IoKit*")]
