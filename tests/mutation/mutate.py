@@ -17,6 +17,8 @@ from concurrent.futures import ThreadPoolExecutor
 from dataclasses import dataclass
 from pathlib import Path
 
+import mutants
+
 ROOT = Path.cwd()
 COPY = ROOT / "build/mutate/tree"
 BUILD = ROOT / "build/mutate/build"
@@ -156,21 +158,20 @@ def table(found):
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(prog="script/mutate", description=__doc__.split("\n")[0])
-    parser.add_argument("--only", metavar="TEXT", help="only the files whose name has this text in it")
-    parser.add_argument("--again", metavar="FILE", type=Path, help="only what survived in the run whose output this is")
-    parser.add_argument("--sample", metavar="N", type=int, help="only N changes, drawn at random")
-    parser.add_argument("--seed", type=int, default=1, help="for the drawing (1)")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="tests at once")
+    parser = argparse.ArgumentParser(prog="mutate", add_help=False)  # script/mutate tells what they are
+    parser.add_argument("--only")
+    parser.add_argument("--again", type=Path)
+    parser.add_argument("--sample", type=int)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--jobs", type=int, default=os.cpu_count())
     return parser.parse_args()
 
 
 def main():
     options = parse_arguments()
-    from mutants import find  # not before: it wants libclang, which --help does without
     copy_tree()
     configure()
-    finder, found = find(COPY, BUILD, SOURCES)
+    finder, found = mutants.find(COPY, BUILD, SOURCES)
     print(f"{len(found)} changes; building", flush=True)
     build(finder, found)
     tests = [*tests_of("unit_tests", "*"), *tests_of("unit_tests_macos", "*Hid*:IoKit*")]
