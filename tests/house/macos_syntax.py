@@ -5,13 +5,13 @@ takes is found. The C and C++ libraries are this machine's: their headers come w
 Exit status 77, with the reason, when clang is not installed.
 """
 
-import shutil
 import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-CLANG = "clang++-14"
+import tools
+
 TARGETS = ["arm64-apple-macos12", "x86_64-apple-macos12"]
 ROOMS = ["hid", "HidHandling"]
 OTHER_SYSTEMS = ["HidDeviceHidapi.cpp"]
@@ -27,18 +27,19 @@ def system_folders():
 
 
 def main(root, libusb):
-    if shutil.which(CLANG) is None:
-        print(f"{CLANG} is not installed")
+    clang = tools.find("clang++")
+    if clang is None:
         return 77
     library = root / "src/usb/mac"
     files = [file for room in ROOMS for file in sorted((library / room).glob("*.cpp")) if file.name not in OTHER_SYSTEMS]
-    for_this_machines_libraries = ["-nostdlibinc", "-U__nonnull", "-D__x86_64__", "-D_GNU_SOURCE"]
+    # Without the major version the C library does not take the compiler for one with the machine's 128-bit numbers.
+    for_this_machines_libraries = ["-nostdlibinc", "-U__nonnull", "-U__clang_major__", "-D__x86_64__", "-D_GNU_SOURCE"]
     folders = [root / "sim/iokit/include", libusb, *system_folders()]
     searched = [f"-I{library}", *(word for folder in folders for word in ("-isystem", str(folder)))]
 
     def complaints(job):
         target, file = job
-        command = [CLANG, "-target", target, *FLAGS, *for_this_machines_libraries, *searched, str(file)]
+        command = [clang, "-target", target, *FLAGS, *for_this_machines_libraries, *searched, str(file)]
         done = subprocess.run(command, capture_output=True, text=True, check=False)
         return done.stderr if done.returncode != 0 else ""
 

@@ -1,13 +1,13 @@
 """Runs a command over all files of one kind: usage over_files.py ROOT cpp|shell|yaml COMMAND...
 
-Exit status: that of the command; 77, with the reason, when the command is not installed.
+Exit status: that of the command; 77, with the reason, when the command is not there as tools.py wants it.
 """
 
-import shutil
 import subprocess
 import sys
 from pathlib import Path
 
+import tools
 from sources import cpp_files, listed_files
 
 
@@ -23,9 +23,9 @@ def is_yaml(file):
     return file.suffix in (".yml", ".yaml")
 
 
-def main(root, kind, *command):
-    if shutil.which(command[0]) is None:
-        print(f"{command[0]} is not installed")
+def main(root, kind, name, *arguments):
+    program = tools.find(name)
+    if program is None:
         return 77
     if kind == "cpp":
         files = cpp_files(root, "src", "sim", "tests")
@@ -35,7 +35,7 @@ def main(root, kind, *command):
     print(f"{len(files)} files")
     if not files:
         return 1
-    return subprocess.run([*command, *files], cwd=root, check=False).returncode
+    return subprocess.run([program, *arguments, *files], cwd=root, check=False).returncode
 
 
 if __name__ == "__main__":

@@ -1,20 +1,19 @@
 """Lints src and sim with the compile commands of a build: usage tidy.py ROOT BUILD.
 
 A source that was clean is looked at again only when it, a file that it includes, its compile command or the rules have
-changed. Exit status 77, with the reason, when clang-tidy is not installed.
+changed. Exit status 77, with the reason, when clang-tidy is not there as tools.py wants it.
 """
 
 import hashlib
 import json
 import os
 import shlex
-import shutil
 import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-TIDY = "clang-tidy-14"
+import tools
 
 
 def included_files(entry):
@@ -35,12 +34,12 @@ def fingerprint(entry, rules):
     return digest.hexdigest()
 
 
-def lint(entry, build, rules):
+def lint(tidy, entry, build, rules):
     """What clang-tidy has to say about one source; nothing when it is clean."""
     clean = build / "tidy-clean" / fingerprint(entry, rules)
     if clean.exists():
         return ""
-    command = [TIDY, "--quiet", "-p", str(build), entry["file"]]
+    command = [tidy, "--quiet", "-p", str(build), entry["file"]]
     done = subprocess.run(command, capture_output=True, text=True, check=False)
     if done.returncode == 0:
         clean.touch()
@@ -49,18 +48,18 @@ def lint(entry, build, rules):
 
 
 def main(root, build):
-    if shutil.which(TIDY) is None:
-        print(f"{TIDY} is not installed")
+    tidy = tools.find("clang-tidy")
+    if tidy is None:
         return 77
     (build / "tidy-clean").mkdir(exist_ok=True)
-    version = subprocess.run([TIDY, "--version"], capture_output=True, check=True).stdout
+    version = subprocess.run([tidy, "--version"], capture_output=True, check=True).stdout
     rules = version + (root / ".clang-tidy").read_bytes()
     commands = json.loads((build / "compile_commands.json").read_text())
     tops = (f"{root}/src/", f"{root}/sim/")
     # One for each source: a source that several targets compile would say the same again.
     entries = {entry["file"]: entry for entry in commands if entry["file"].startswith(tops)}
     with ThreadPoolExecutor(os.cpu_count()) as pool:
-        findings = [text for text in pool.map(lambda e: lint(e, build, rules), entries.values()) if text]
+        findings = [text for text in pool.map(lambda e: lint(tidy, e, build, rules), entries.values()) if text]
     print("".join(findings) + f"{len(entries)} sources, {len(findings)} with findings")
     return 1 if findings or not entries else 0
 

@@ -76,6 +76,13 @@ class Finder:
     def piece(self, file, start, end):
         return self.text(file)[start:end].decode()
 
+    def rewritten(self, file):
+        """The file's text with all changes in it."""
+        edits = sorted(self.edits.get(file, {}).values(), key=lambda edit: (edit.start, -edit.end))
+        text = self.text(file)
+        # Declared on the first line that is empty, so that all others keep their numbers.
+        return render(text, 0, len(text), edits).replace("\n\n", "\nbool mutant(int number);\n", 1)
+
     def file_of(self, cursor):
         if cursor.location.file is None:
             return None
@@ -231,10 +238,3 @@ def switched(edit, original):
         else:
             out = f"(mutant({mutant.number}) ? ({one_line(alternative)}) : ({out}))"
     return out
-
-
-def rewritten(finder, file):
-    edits = sorted(finder.edits.get(file, {}).values(), key=lambda edit: (edit.start, -edit.end))
-    text = finder.text(file)
-    # Declared on the first line that is empty, so that all others keep their numbers.
-    return render(text, 0, len(text), edits).replace("\n\n", "\nbool mutant(int number);\n", 1)

@@ -67,7 +67,7 @@ def build(finder, found):
     """Changes that the compiler refuses are taken out, file by file and line by line."""
     for _ in range(8):
         for file in finder.edits:
-            text = mutants.rewritten(finder, file)
+            text = finder.rewritten(file)
             if not (COPY / file).exists() or (COPY / file).read_text() != text:
                 (COPY / file).write_text(text)
         done = run(["ninja", "-C", BUILD, "-k", "0", "unit_tests", "unit_tests_macos"])
@@ -158,12 +158,12 @@ def table(found):
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(prog="script/mutate", description=__doc__.split("\n")[0])
-    parser.add_argument("--only", metavar="TEXT", help="only the files whose name has this text in it")
-    parser.add_argument("--again", metavar="FILE", type=Path, help="only what survived in the run whose output this is")
-    parser.add_argument("--sample", metavar="N", type=int, help="only N changes, drawn at random")
-    parser.add_argument("--seed", type=int, default=1, help="for the drawing (1)")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="tests at once")
+    parser = argparse.ArgumentParser(prog="mutate", add_help=False)  # script/mutate tells what they are
+    parser.add_argument("--only")
+    parser.add_argument("--again", type=Path)
+    parser.add_argument("--sample", type=int)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--jobs", type=int, default=os.cpu_count())
     return parser.parse_args()
 
 

@@ -49,13 +49,13 @@ std::vector<std::string> ListTest::serialsOf(uint32_t list) {
     return serials;
 }
 
-tagUSB_DEVICE_ACCESS_ENTRY& ListTest::recordNamed(uint32_t list, const std::string& serial) {
+tagUSB_DEVICE_ACCESS_ENTRY& ListTest::recordNamed(uint32_t list, std::string_view serial) {
     for (tagUSB_DEVICE_ACCESS_ENTRY* entry : recordsOf(list)) {
         if (serial == entry->sSerialNumber) {
             return *entry;
         }
     }
-    throw std::out_of_range("no record " + serial + " in list " + std::to_string(list));
+    throw std::out_of_range("no record " + std::string(serial) + " in list " + std::to_string(list));
 }
 
 std::vector<libusb_device*> ListTest::devicesOf(uint32_t list) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -32,7 +33,7 @@ class ListTest : public UsbTest {
     /// Their serial numbers.
     static std::vector<std::string> serialsOf(uint32_t list);
     /// The record with this serial number; fails the test when there is none.
-    static tagUSB_DEVICE_ACCESS_ENTRY& recordNamed(uint32_t list, const std::string& serial);
+    static tagUSB_DEVICE_ACCESS_ENTRY& recordNamed(uint32_t list, std::string_view serial);
     /// The records' devices.
     static std::vector<libusb_device*> devicesOf(uint32_t list);
     /// The devices of kVendor in the order in which libusb has them; of every vendor for -1.

@@ -12,6 +12,8 @@ import java.util.concurrent.TimeUnit;
 /** The tool as its users start it, but on the simulated bus. */
 final class ToolProcess implements AutoCloseable {
     private static final int DEADLINE_SECONDS = 30;
+    // Without it Java 24 and newer print warnings among the tool's lines.
+    private static final String NATIVE_CODE_IS_WELCOME = "--enable-native-access=ALL-UNNAMED";
 
     private final Process process;
     private final BlockingQueue<String> lines = new LinkedBlockingQueue<>();
@@ -19,7 +21,7 @@ final class ToolProcess implements AutoCloseable {
     /** `release` is the release build of the library; the tool's bus listens at `socket`. */
     ToolProcess(Path release, Path scenario, Path socket, String... arguments) throws IOException {
         ProcessBuilder start = new ProcessBuilder(Path.of(System.getProperty("java.home"), "bin", "java").toString(),
-                "-cp", System.getProperty("java.class.path"), Monitor.class.getName());
+                NATIVE_CODE_IS_WELCOME, "-cp", System.getProperty("java.class.path"), Monitor.class.getName());
         start.command().addAll(List.of(arguments));
         start.environment().put("LD_LIBRARY_PATH", release.resolve("sim/lib").toString());
         start.environment().put("SIMBUS_SCENARIO", scenario.toString());

@@ -1,0 +1,82 @@
+"""What script/bootstrap and script/fresh say and do on machines that are not as they should be: usage machines.py ROOT.
+
+Copies of them run with fakes of javac and of Debian's tools first in PATH, which tell what was called: one line says
+what is wrong and how to mend it, and nothing has been installed by then.
+"""
+
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+PROGRAMS = {
+    "javac": 'echo "javac ${FAKE_JDK-17.0.1}"',
+    "dpkg-query": 'case " ${FAKE_MISSING-} " in *" $4 "*) exit 1 ;; esac; printf installed',
+    "apt-get": 'echo "apt-get $*" >>"$FAKE_CALLS"; case "$*" in *"${FAKE_BAD-nothing}"*) echo $FAKE_SAID; exit 9 ;; esac',
+    "apt-cache": 'case " ${FAKE_UNKNOWN-} " in *" $3 "*) exit 100 ;; esac',
+    "dpkg": "echo amd64",
+    "sudo": "exit 1",
+}
+
+
+class Machine:
+    def __init__(self, root, folder):
+        self.folder, self.calls = folder, folder / "calls"
+        for name in ("script/bootstrap", "script/fresh", "script/lib/common.sh"):
+            (folder / name).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(root / name, folder / name)
+        (folder / "bin").mkdir()
+        for name, text in PROGRAMS.items():
+            (folder / "bin" / name).write_text(f"#!/bin/sh\n{text}\n")
+            (folder / "bin" / name).chmod(0o755)
+        folder.chmod(0o755)
+
+    def run(self, script, *arguments, user=(), **fakes):
+        """Exit status, what it said to standard error, and the calls of apt-get."""
+        self.calls.write_text("")
+        environment = {"PATH": f"{self.folder}/bin:/usr/bin:/bin", "FAKE_CALLS": str(self.calls)}
+        environment |= {f"FAKE_{name}": text for name, text in fakes.items()}
+        command = [*user, self.folder / "script" / script, *arguments]
+        done = subprocess.run(command, env=environment, capture_output=True, text=True, check=False)
+        return done.returncode, done.stderr, self.calls.read_text()
+
+
+def complaints(machine):
+    def expect(what, outcome, status, said, installed=False):
+        code, error, calls = outcome
+        if code != status or said not in error or error.count("\n") != (1 if status else 0):
+            yield f"{what}: exit status {code}, said {error!r}"
+        if installed != any("install" in call and "download" not in call for call in calls.splitlines()):
+            yield f"{what}: called {calls!r}"
+
+    def build_set(**how):
+        return machine.run("bootstrap", "build", **how)
+
+    yield from expect("nothing missing", build_set(), 0, "")
+    yield from expect("something missing", build_set(MISSING="cmake"), 0, "", installed=True)
+    yield from expect("an emulator for the build", build_set(MISSING="qemu-system-x86 clang lintian"), 0, "")
+    yield from expect("an old JDK", build_set(JDK="11.0.2", MISSING="cmake"), 1, "is JDK 11, and 17 or newer is")
+    yield from expect("a very old JDK", build_set(JDK="1.8.0_41"), 1, "is JDK 8, and")
+    no_network = build_set(MISSING="cmake", UNKNOWN="cmake", BAD="update", SAID="Err:1 Could not resolve 'a.mirror'")
+    yield from expect("no network", no_network, 1, "cannot be reached")
+    yield from expect("an unknown release", build_set(MISSING="cmake g++", UNKNOWN="g++"), 1, "does not have g++:")
+    yield from expect("a failed download", build_set(MISSING="cmake", BAD="download-only"), 1, "cannot be fetched")
+    yield from expect("a wrong suite", machine.run("fresh", "sid"), 1, "unknown suite: sid; known are bookworm")
+    yield from expect("another processor", machine.run("fresh", "trixie", "riscv64"), 1, "only amd64 can be had here")
+    if os.geteuid() == 0:
+        nobody = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
+        yield from expect("no root", build_set(user=nobody, MISSING="cmake"), 1, "as root: apt-get install cmake")
+        yield from expect("no root for fresh", machine.run("fresh", "trixie", user=nobody), 1, "sudo script/fresh trixie")
+
+
+def main(root):
+    with tempfile.TemporaryDirectory() as scratch:
+        found = list(complaints(Machine(root, Path(scratch))))
+    print("\n".join(found) or "ok")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(Path(sys.argv[1])))

@@ -1,0 +1,25 @@
+"""The programs that house checks run, some of them in one version only, since others judge differently."""
+
+import re
+import shutil
+import subprocess
+
+VERSIONS = {"clang-format": "14", "clang-tidy": "14"}
+
+
+def find(name):
+    """The command for a program; None, after saying why, when it is not there.
+
+    What begins with "not run here: " is no gap in the test run: the system has the program in another version.
+    """
+    version = VERSIONS.get(name)
+    command = f"{name}-{version}" if version else name
+    if shutil.which(command):
+        return command
+    if version is None or shutil.which(name) is None:
+        print(f"{name} is not installed")
+        return None
+    said = subprocess.run([name, "--version"], capture_output=True, text=True, check=True).stdout
+    found = re.search(r"version (\S+)", said)
+    print(f"not run here: {name} {version} is wanted, this is {found.group(1) if found else 'another one'}")
+    return None
