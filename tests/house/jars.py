@@ -17,7 +17,7 @@ from pathlib import Path
 JARS = [f"orvex-usb-access{kind}.jar" for kind in ("", "-sources", "-javadoc")]
 POM = "META-INF/maven/com.talvane.orvex/orvex-usb-access/pom.xml"
 MANIFEST = "META-INF/MANIFEST.MF"
-LOADER = "java/src/com/talvane/orvex/comm/BundledLibrary.java"
+LOADER = "java/src/com/talvane/orvex/comm/LibraryInJar.java"
 LIBRARY = "META-INF/native/{}/libUSBAccessLink_3_47.{}"
 
 
