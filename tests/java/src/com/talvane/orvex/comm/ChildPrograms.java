@@ -110,10 +110,13 @@ final class ChildPrograms {
             all.await();
             return opened + " " + type.getMethod("usbRelease", int.class).invoke(access, 0);
         })).limit(loaders).toList();
-        for (Future<String> answer : answers) {
-            System.out.println(answer.get(60, TimeUnit.SECONDS));
+        try {
+            for (Future<String> answer : answers) {
+                System.out.println(answer.get(60, TimeUnit.SECONDS));
+            }
+        } finally {
+            pool.shutdownNow(); // one that failed is not waited for by the others
         }
-        pool.shutdown();
     }
 
     /** Gives up a class loader whose library has a HID device open, and waits until the library has left memory. */

@@ -53,6 +53,7 @@ class DoctorToolTest extends ToolFixture {
     }
 
     @Test
+    @Tag("memory")
     @Tag("linux")
     void theFilesInUseAreTold() throws Exception {
         machine.device(1, 0x1001, "BENCH00001");
