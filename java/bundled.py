@@ -1,7 +1,8 @@
 """Gathers what the jar brings for machines without libusb and hidapi: usage bundled.py OUTPUT ROOT LIBRARY...
 
 Writes into the folder OUTPUT a copy of each LIBRARY under its soname, as Debian's package below ROOT has it, the
-package's copyright file, the licence that this one refers to, and libraries.properties, which names the versions.
+package's copyright file, the licence that this one refers to (the same on every Debian), and libraries.properties, which
+names the versions.
 """
 
 import gzip
@@ -11,7 +12,7 @@ import sys
 from pathlib import Path
 
 PACKAGES = {"libusb-1.0.so.0": "libusb-1.0-0", "libhidapi-hidraw.so.0": "libhidapi-hidraw0"}
-LICENCES = ["LGPL-2.1"]
+LICENCES = [Path("/usr/share/common-licenses/LGPL-2.1")]
 HEAD = """\
 # Libraries of others in this folder, unmodified as Debian ships them, by the name of the file: source package, version.
 # licences/ has the terms of each. Its sources: "apt-get source PACKAGE=VERSION" on Debian, or
@@ -41,7 +42,7 @@ def gather(output, root, libraries):
         shutil.copyfile(root / "usr/share/doc" / package / "copyright", output / "licences" / f"{package}.copyright")
         lines.append(f"{library.name}={source_of(root, package)}\n")
     for licence in LICENCES:
-        shutil.copyfile(root / "usr/share/common-licenses" / licence, output / "licences" / licence)
+        shutil.copyfile(licence, output / "licences" / licence.name)
     (output / "libraries.properties").write_text(HEAD + "".join(lines))
 
 
