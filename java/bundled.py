@@ -1,8 +1,8 @@
 """Gathers what the jar brings for machines without libusb and hidapi: usage bundled.py OUTPUT ROOT LIBRARY...
 
 Writes into the folder OUTPUT a copy of each LIBRARY under its soname, as Debian's package below ROOT has it, the
-package's copyright file, the licence that this one refers to (the same on every Debian), and libraries.properties, which
-names the versions.
+package's copyright file, the licence that this one refers to (the same on every Debian), and libraries.properties,
+which names the versions.
 """
 
 import gzip
@@ -28,8 +28,8 @@ def source_of(root, package):
         with gzip.open(changelog, "rt", encoding="utf-8") as lines:
             name, version = next(lines).split()[:2]
         return f"{name} {version.strip('()')}"
-    query = ["dpkg-query", f"--admindir={root}/var/lib/dpkg", "-W", "-f", "${source:Package} ${source:Version}", package]
-    return subprocess.run(query, capture_output=True, text=True, check=True).stdout
+    query = ["dpkg-query", f"--admindir={root}/var/lib/dpkg", "-W", "-f", "${source:Package} ${source:Version}"]
+    return subprocess.run([*query, package], capture_output=True, text=True, check=True).stdout
 
 
 def gather(output, root, libraries):

@@ -63,7 +63,9 @@ def too_new(library, unasked=()):
     """What a library for Linux needs of its runtimes that older systems do not have."""
     limits = next(limits for name, limits in NEWEST.items() if Path(library).name.startswith(name))
     needed = set(re.findall(r"Name: ([A-Z]+)_([0-9.]+)  Flags", dynamic(library, "--version-info")))
-    for runtime, version in sorted(needed) if needed else [("versions", "none found")]:
+    if not needed:
+        yield f"{library}: no versions found"
+    for runtime, version in sorted(needed):
         newest = limits.get(runtime, "0")
         if runtime not in unasked and numbers(version) > numbers(newest):
             yield f"{library}: needs {runtime}_{version}, newer than {newest}"

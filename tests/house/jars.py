@@ -140,7 +140,8 @@ def bundled_problems(jar):
         problems = [f"not in the jar: {name}" for name in BUNDLED if f"{folder}/{name}" not in names]
         text = "" if problems else archive.read(f"{folder}/{BUNDLED[0]}").decode()
     for library, source in (("libusb-1.0.so.0", "libusb-1.0"), ("libhidapi-hidraw.so.0", "hidapi")):
-        if not problems and not re.search(rf"^{re.escape(library)}={source} (\d+:)?\d+\.\d+\.\d+-\d", text, re.MULTILINE):
+        version = re.search(rf"^{re.escape(library)}={source} (\d+:)?\d+\.\d+\.\d+-\d", text, re.MULTILINE)
+        if not problems and not version:
             problems.append(f"{BUNDLED[0]} has no version of {source}: {text}")
     return problems
 
