@@ -30,6 +30,9 @@ foreach(processor ${processors})
   list(APPEND natives META-INF/native/${system}-${processor}/$<TARGET_FILE_NAME:USBAccessLink>=${shipped})
 endforeach()
 
+include(bundled.cmake)
+set(ORVEX_BUNDLED ${bundled} PARENT_SCOPE)
+
 add_custom_command(
   OUTPUT ${jar_base}.jar
   COMMAND ${ship}
@@ -37,6 +40,7 @@ add_custom_command(
     META-INF/maven/com.talvane.orvex/orvex-usb-access/pom.xml=${jar_base}.pom
     META-INF/NOTICE=${PROJECT_SOURCE_DIR}/NOTICE
   DEPENDS orvex_classes ${ORVEX_CLASSES_JAR} USBAccessLink ${jar_base}.pom ${PROJECT_SOURCE_DIR}/NOTICE ${packer}
+    ${bundle}
   VERBATIM)
 add_custom_target(orvex_jar ALL DEPENDS ${jar_base}.jar)
 

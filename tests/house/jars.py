@@ -1,10 +1,11 @@
 """What is handed on to Java programs: usage jars.py ROOT BUILD.
 
 The jars come out of a second build with the same bytes; the version is the same wherever it is told; the jars of two
-platforms can be merged, and those that do not belong together cannot.
+platforms can be merged, and those that do not belong together cannot; copies of libusb and hidapi come with it.
 """
 
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -16,7 +17,7 @@ from pathlib import Path
 JARS = [f"orvex-usb-access{kind}.jar" for kind in ("", "-sources", "-javadoc")]
 POM = "META-INF/maven/com.talvane.orvex/orvex-usb-access/pom.xml"
 MANIFEST = "META-INF/MANIFEST.MF"
-LOADER = "java/src/com/talvane/orvex/comm/BundledLibrary.java"
+LOADER = "java/src/com/talvane/orvex/comm/LibraryInJar.java"
 LIBRARY = "META-INF/native/{}/libUSBAccessLink_3_47.{}"
 
 
@@ -94,11 +95,14 @@ def versions_differ(root, build):
 
 def merge_problems(packed, jar):
     """Merges the jar with one of a Mac, and then with what does not belong to it."""
-    linux = next(name for name in zipfile.ZipFile(jar).namelist() if name.startswith("META-INF/native/linux"))
+    natives = {name for name in zipfile.ZipFile(jar).namelist() if name.startswith("META-INF/native/linux")}
+    linux = next(name for name in natives if "libUSBAccessLink" in name)
     mac = LIBRARY.format("macos-aarch64", "dylib")
 
     def of_mac(entries):
-        entries[mac] = b"dylib, " + entries.pop(linux)[:9]
+        entries[mac] = b"dylib, " + entries[linux][:9]
+        for name in natives:
+            del entries[name]
         entries[MANIFEST] = entries[MANIFEST].replace(b"Created-By: ", b"Created-By: another ")
 
     def put(name, old, new):
@@ -109,7 +113,7 @@ def merge_problems(packed, jar):
     problems = [done.stderr for done in (packed.run("merge", merged, jar, other),) if done.returncode != 0]
     with zipfile.ZipFile(merged) as archive:
         names = set(archive.namelist())
-    problems += [f"not in the merged jar: {name}" for name in {linux, mac} - names]
+    problems += [f"not in the merged jar: {name}" for name in sorted({*natives, mac} - names)]
     packed.run("merge", turned, jar, merged)
     if turned.read_bytes() != merged.read_bytes():
         problems.append("merged again, the jar has other bytes")
@@ -124,9 +128,28 @@ def merge_problems(packed, jar):
     return problems
 
 
+BUNDLED = ["libraries.properties", "libusb-1.0.so.0", "libhidapi-hidraw.so.0", "licences/LGPL-2.1",
+           "licences/libusb-1.0-0.copyright", "licences/libhidapi-hidraw0.copyright"]
+
+
+def bundled_problems(jar):
+    """Beside its library the jar has those of others, with their terms, and one file that names their versions."""
+    with zipfile.ZipFile(jar) as archive:
+        names = archive.namelist()
+        folder = next(name for name in names if "libUSBAccessLink" in name).rpartition("/")[0]
+        problems = [f"not in the jar: {name}" for name in BUNDLED if f"{folder}/{name}" not in names]
+        text = "" if problems else archive.read(f"{folder}/{BUNDLED[0]}").decode()
+    for library, source in (("libusb-1.0.so.0", "libusb-1.0"), ("libhidapi-hidraw.so.0", "hidapi")):
+        version = re.search(rf"^{re.escape(library)}={source} (\d+:)?\d+\.\d+\.\d+-\d", text, re.MULTILINE)
+        if not problems and not version:
+            problems.append(f"{BUNDLED[0]} has no version of {source}: {text}")
+    return problems
+
+
 def complaints(root, build):
     yield from second_build_differs(build)
     yield from versions_differ(root, build)
+    yield from bundled_problems(build / JARS[0])
     with tempfile.TemporaryDirectory() as folder:
         packed = Packed(root, Path(folder))
         yield from order_shows(packed, build / JARS[0])

@@ -56,7 +56,7 @@ MANUAL = "usr/share/man/man1/orvex-usb.1.gz"
 OPTIONAL = {MANUAL, "usr/share/bash-completion/completions/orvex-usb"}
 PROGRAMS = re.compile(r"/bin/|/usbip/|/tool-with-tests/run$")
 # Of the C and C++ runtime; NOTICE names it as a whole.
-RUNTIME = ("libc.", "libm.", "libgcc_s.", "libstdc++.", "ld-linux")
+RUNTIME = ("libc.", "libm.", "libpthread.", "libgcc_s.", "libstdc++.", "ld-linux")
 
 
 class Packages:

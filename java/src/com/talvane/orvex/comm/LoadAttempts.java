@@ -14,6 +14,8 @@ final class LoadAttempts {
     private final List<Throwable> reasons = new ArrayList<>();
     private final StringBuilder story = new StringBuilder();
     private boolean taken;
+    private boolean withoutUdev;
+    private boolean withoutDependency;
 
     /** A step on the way to the loaded library. */
     interface Step {
@@ -34,6 +36,8 @@ final class LoadAttempts {
         } catch (UnsatisfiedLinkError e) {
             note(place, e.getMessage(), e);
             taken |= isTaken(e);
+            withoutUdev |= BundledLibrary.isMissing("libudev.so.1", e);
+            withoutDependency |= BundledLibrary.isDependencyMissing(e);
         }
         return false;
     }
@@ -62,10 +66,19 @@ final class LoadAttempts {
                 + "there, check that libusb-1.0 is installed and that the library is built for "
                 + System.getProperty("os.name") + " " + System.getProperty("os.arch") + ". The copy in the jar needs "
                 + "a folder that belongs to the user alone and may hold programs (not mounted noexec).";
-        return taken
-                ? advice + " A virtual machine loads a file for one class loader only: load the class in one that all "
-                        + "users of it share, or leave both properties to the copy in the jar, which serves several."
-                : advice;
+        if (taken) {
+            advice += " A virtual machine loads a file for one class loader only: load the class in one that all "
+                    + "users of it share, or leave both properties to the copy in the jar, which serves several.";
+        }
+        if (withoutUdev) {
+            advice += " libudev is missing, which the system has to have: install it (Debian: "
+                    + "sudo apt-get install libudev1).";
+        }
+        if (withoutDependency && !NativeLibrary.mayFallBack()) {
+            advice += " The copies of libusb and hidapi in the jar were not tried, since the system property "
+                    + NativeLibrary.FALLBACK_PROPERTY + " is not 'true'.";
+        }
+        return advice;
     }
 
     /** The failure when this virtual machine was told not to let the caller load native code. */

@@ -11,6 +11,9 @@ final class NativeLibrary {
     /** System property: the absolute path of the library's file. When it is set, no other place is tried. */
     static final String PATH_PROPERTY = "orvex.usb.library";
 
+    /** System property: with any value but "true", what the copy in the jar needs is never taken from the jar. */
+    static final String FALLBACK_PROPERTY = "orvex.usb.fallback";
+
     private static final String NAME = "USBAccessLink";
 
     private NativeLibrary() {
@@ -44,6 +47,11 @@ final class NativeLibrary {
                 + PATH_PROPERTY + " is not set)";
         return attempts.succeeds(what, () -> System.loadLibrary(NAME))
                 || !liesIn(folders) && BundledLibrary.load(attempts);
+    }
+
+    /** Whether libusb and hidapi may come from the jar when the system has none. */
+    static boolean mayFallBack() {
+        return Boolean.parseBoolean(System.getProperty(FALLBACK_PROPERTY, "true"));
     }
 
     /** The name by which the virtual machine looks for the library. */

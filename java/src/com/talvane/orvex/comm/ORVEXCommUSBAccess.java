@@ -113,8 +113,12 @@ package com.talvane.orvex.comm;
  * <p>The first use of this class loads the native library: the file that the system property
  * {@code orvex.usb.library} names by its absolute path, and then no other; or else {@code USBAccessLink} in
  * {@code java.library.path}; or else, when it does not lie there, the copy in the jar, which is unpacked into a folder
- * that belongs to the user alone (in the user's cache, the folder of the login or the temporary folder). It needs
- * libusb-1.0 to be installed.
+ * that belongs to the user alone (in the user's cache, the folder of the login or the temporary folder).
+ *
+ * <p>The library needs libusb-1.0, and on Linux hidapi. When on Linux the copy in the jar does not find one of the two,
+ * the jar's copy of that is unpacked and loaded as well; with any value but {@code true} the system property
+ * {@code orvex.usb.fallback} forbids it. A library that the property {@code orvex.usb.library} or
+ * {@code java.library.path} has chosen gets none. libudev has to be installed.
  *
  * <p>A class loader that loads this class again gets another copy of the library, with a session, lists and open
  * devices of its own; a file that the property or the path names can be loaded by one class loader only. End the

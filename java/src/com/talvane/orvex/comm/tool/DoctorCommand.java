@@ -33,7 +33,8 @@ final class DoctorCommand implements Callable<Integer> {
     /** What the library lists; its session is over afterwards, so what holds a device then is somebody else. */
     private Optional<List<DeviceInfo>> list(List<Finding> findings) {
         try {
-            findings.add(Finding.good("native library, version " + OrvexUsb.Version.ofLibrary()));
+            String version = OrvexUsb.Version.ofLibrary();
+            findings.add(Finding.good("native library, version " + version, LoadedFiles.ofLibrary()));
             try (Session session = new Session(from.vendors())) {
                 List<DeviceInfo> devices = session.devices();
                 findings.add(Finding.good("the library lists " + devices.size() + " devices and parts of devices"));

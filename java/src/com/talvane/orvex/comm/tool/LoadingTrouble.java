@@ -19,13 +19,13 @@ final class LoadingTrouble {
     private static final List<Cause> CAUSES = List.of(
             new Cause("wrong ELF class|incompatible architecture|Possible cause: can't load", PROCESSOR,
                     "take the library for this processor, or a Java for that of the library"),
-            new Cause("META-INF/native/\\S+ is not in the jar",
+            new Cause("META-INF/native/\\S+/libUSBAccessLink\\S+ is not in the jar",
                     "the jar has no library for this processor and system, " + System.getProperty("os.arch"),
                     "take a jar that was built for them, or start Java with -Dorvex.usb.library=FILE"),
-            new Cause("libusb-1\\.0\\S*: cannot open shared object", "libusb-1.0 is missing",
-                    "sudo apt-get install libusb-1.0-0"),
-            new Cause("libhidapi\\S*: cannot open shared object", "hidapi is missing",
-                    "sudo apt-get install libhidapi-hidraw0"),
+            // A name without a path was not found; that is said in the user's language.
+            new Cause(": libudev\\.so\\S*: ", "libudev is missing", "sudo apt-get install libudev1"),
+            new Cause(": libusb-1\\.0\\.so\\S*: ", "libusb-1.0 is missing", "sudo apt-get install libusb-1.0-0"),
+            new Cause(": libhidapi-hidraw\\.so\\S*: ", "hidapi is missing", "sudo apt-get install libhidapi-hidraw0"),
             new Cause("Library not loaded: \\S*libusb", "libusb-1.0 is missing", "brew install libusb"));
 
     private LoadingTrouble() {

@@ -7,6 +7,11 @@ import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.List;
+import java.util.concurrent.CyclicBarrier;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
 import java.util.concurrent.TimeUnit;
 import java.util.stream.Stream;
 
@@ -23,6 +28,10 @@ final class ChildPrograms {
      * @param args its name, and what that program wants to know
      */
     public static void main(String[] args) throws Exception {
+        if (args[0].equals("loadersAtOnce")) {
+            loadersAtOnce(); // the first to load the library
+            return;
+        }
         ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
         switch (args[0]) {
             case "fresh" -> fresh(usb);
@@ -85,6 +94,30 @@ final class ChildPrograms {
             }
         }
         say("release", usb.usbRelease(0));
+    }
+
+    /** The class in three class loaders at the same time, each with a session beside those of the others. */
+    private static void loadersAtOnce() throws Exception {
+        int loaders = 3;
+        URL[] jar = {ChildVm.productJar().toUri().toURL()};
+        CyclicBarrier all = new CyclicBarrier(loaders);
+        ExecutorService pool = Executors.newFixedThreadPool(loaders);
+        List<Future<String>> answers = Stream.generate(() -> pool.submit(() -> {
+            Class<?> type = new URLClassLoader(jar, ClassLoader.getPlatformClassLoader())
+                    .loadClass(ORVEXCommUSBAccess.class.getName());
+            all.await();
+            Object access = type.getConstructor().newInstance();
+            Object opened = type.getMethod("usbInitialize").invoke(access);
+            all.await();
+            return opened + " " + type.getMethod("usbRelease", int.class).invoke(access, 0);
+        })).limit(loaders).toList();
+        try {
+            for (Future<String> answer : answers) {
+                System.out.println(answer.get(60, TimeUnit.SECONDS));
+            }
+        } finally {
+            pool.shutdownNow(); // one that failed is not waited for by the others
+        }
     }
 
     /** Gives up a class loader whose library has a HID device open, and waits until the library has left memory. */

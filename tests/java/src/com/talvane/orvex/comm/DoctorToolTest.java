@@ -6,6 +6,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import com.talvane.orvex.comm.tool.FakeHost;
 import com.talvane.orvex.comm.tool.ToolRun;
 import java.nio.file.Path;
+import java.util.List;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Tag;
@@ -44,10 +45,25 @@ class DoctorToolTest extends ToolFixture {
         machine.device(1, 0x1001, "BENCH00001");
         machine.device(2, 0x1002, "PAIR0002");
         String out = good("doctor -V 0x6A5C").out();
-        assertTrue(out.startsWith("ok     native library, version 3.47\n"
-                + "ok     the library lists 2 devices and parts of devices\n"
-                + "ok     of the 2 devices on the bus 2 are of the vendors 0x6A5C\n"), out);
-        assertTrue(out.lines().allMatch(line -> line.startsWith("ok     ")), out);
+        List<String> found = out.lines().filter(line -> !line.startsWith("   ")).toList();
+        assertEquals(List.of("ok     native library, version 3.47",
+                "ok     the library lists 2 devices and parts of devices",
+                "ok     of the 2 devices on the bus 2 are of the vendors 0x6A5C"), found.subList(0, 3));
+        assertTrue(found.stream().allMatch(line -> line.startsWith("ok     ")), out);
+    }
+
+    @Test
+    @Tag("memory")
+    @Tag("linux")
+    void theFilesInUseAreTold() throws Exception {
+        machine.device(1, 0x1001, "BENCH00001");
+        machine.device(2, 0x1002, "PAIR0002");
+        List<String> files = good("doctor -V 0x6A5C").out().lines().skip(1).takeWhile(line -> line.startsWith("   "))
+                .map(String::strip).toList();
+        assertEquals(List.of(Path.of(System.getProperty("orvex.usb.library")).toRealPath().toString()),
+                files.subList(0, 1));
+        assertEquals(List.of("libhidapi-hidraw.so.0", "libusb-1.0.so.0"), files.stream().skip(1)
+                .map(file -> Path.of(file).getFileName().toString().replaceFirst("(\\.so\\.0).*", "$1")).toList());
     }
 
     @Test

@@ -273,6 +273,14 @@ class DoctorTest {
                 + " | sudo apt-get install libusb-1.0-0",
         "x.so: libhidapi-hidraw.so.0: cannot open shared object file: No such file or directory. | hidapi is missing"
                 + " | sudo apt-get install libhidapi-hidraw0",
+        "x.so: libusb-1.0.so.0: Kann die Shared-Object-Datei nicht \u00F6ffnen: Datei oder Verzeichnis nicht"
+                + " gefunden. | libusb-1.0 is missing | sudo apt-get install libusb-1.0-0",
+        "x.so: libusb-1.0.so.0: cannot open shared object file; its copy in the jar: libusb-1.0.so.0: libudev.so.1:"
+                + " cannot open shared object file | libudev is missing | sudo apt-get install libudev1",
+        "x.so: /usr/lib/libusb-1.0.so.0: file too short | cannot be loaded | Tried this: x.so: /usr/lib/libusb-1.0.so.0:",
+        "x.so: libusb-1.0.so.0: cannot open shared object file; its copy in the jar: java.io.FileNotFoundException:"
+                + " META-INF/native/linux-riscv64/libusb-1.0.so.0 is not in the jar | libusb-1.0 is missing"
+                + " | sudo apt-get install libusb-1.0-0",
         "Library not loaded: /opt/homebrew/opt/libusb/lib/libusb-1.0.0.dylib | libusb-1.0 is missing"
                 + " | brew install libusb",
         "x.so: wrong ELF class: ELFCLASS32 (Possible cause: architecture word width mismatch) | another processor"
