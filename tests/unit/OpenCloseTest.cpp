@@ -59,6 +59,32 @@ std::string closeLine(const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 
 }  // namespace
 
+TEST_F(OpenClose, CloseFreesBothDirectionsOfAnEndpointNumberBeforeTheNextNumber) {
+    openTool();
+    std::vector<uint8_t> left;  // addresses whose transfer has not been freed
+    std::vector<uint8_t> order;
+    const auto look = [&] {
+        for (const uint8_t address : std::exchange(left, {})) {
+            if (tool().callbackInfos.count(address) == 0) {
+                order.push_back(address);
+            } else {
+                left.push_back(address);
+            }
+        }
+    };
+    for (const auto& [address, transferRecord] : tool().callbackInfos) {
+        left.push_back(address);
+    }
+    bus.onCall("libusb_free_transfer", look);
+    EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
+    look();
+    std::vector<uint8_t> expected;
+    for (uint8_t number = 0; number < 16; ++number) {
+        expected.insert(expected.end(), {number, static_cast<uint8_t>(number | 0x80U)});
+    }
+    EXPECT_EQ(expected, order);
+}
+
 TEST_F(OpenClose, OpensInOrderAndMakes32TransferRecords) {
     auto& entry = listTool();
     entry.kernelDriverDetached = 1;
