@@ -19,7 +19,9 @@ from concurrent.futures import ThreadPoolExecutor
 from itertools import chain
 from pathlib import Path
 
-from runs import Case, NotRun, Run, cases_of, demand, end_all, execute, junit_cases, read, summarise, tail, told_cases
+from runs import (
+    NOT_RUN_HERE, Case, NotRun, Run, cases_of, demand, end_all, execute, junit_cases, read, summarise, tail, told_cases,
+)  # fmt: skip
 
 ROOT = Path.cwd()
 RESULTS = ROOT / "build/test-results"
@@ -159,7 +161,10 @@ def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()
 def command_case(folder, name, *command, **environment):
     log = folder / f"{name}.log"
     status = execute(command, log, ONE_UNIT_TEST_DEADLINE, environment)
-    return Case(name, "passed" if status == 0 else "failed", tail(read(log)))
+    said = tail(read(log))
+    if status == 77 and said.startswith(NOT_RUN_HERE):
+        return Case(name, "not run", said)
+    return Case(name, "passed" if status == 0 else "failed", said)
 
 
 def of_what_is_shipped(folder):

@@ -2,8 +2,7 @@
 #include <IOKit/hid/IOHIDKeys.h>
 #include <gmock/gmock.h>
 
-#include <future>
-
+#include "Gate.h"
 #include "HidHandling/HidDetection.h"
 #include "HidHandling/HidServicesIOKit.h"
 #include "HidPlatformTest.h"
@@ -273,12 +272,12 @@ class IoKitReports : public HidPlatformTest {
  protected:
     /// Holds the read thread back, as a busy machine does, until `action` has ended.
     void whileTheReadThreadIsHeldBack(const std::function<void()>& action) {
-        std::promise<void> ended;
-        const auto end = ended.get_future().share();
-        bus.onCall("CFRunLoopRunInMode", [end] { end.wait(); });
+        const auto gate = std::make_shared<Gate>();
+        bus.onCall("CFRunLoopRunInMode", [gate] { gate->pass(); });
+        ASSERT_TRUE(eventually([&] { return gate->arrivals() == 1; })) << "it is out of its last period";
         action();
         bus.clearHooks();
-        ended.set_value();
+        gate->open();
     }
     /// Has the device send these reports, each with its number in the first byte.
     void send(int first, int count) {
