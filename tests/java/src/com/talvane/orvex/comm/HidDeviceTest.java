@@ -46,6 +46,7 @@ class HidDeviceTest extends HidTest {
     }
 
     @ParameterizedTest
+    @Tag("unloading")
     @Tag("linux")
     @ValueSource(strings = {"raw", "released", "safe"})
     void aClassLoaderThatIsGivenUpWithAnOpenDeviceTakesItsReadThreadAlong(String how) throws Exception {

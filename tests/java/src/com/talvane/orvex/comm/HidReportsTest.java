@@ -152,7 +152,9 @@ class HidReportsTest extends HidTest {
         assertSent(pattern(REPORT));
     }
 
+    /** Linux keeps such a report to itself. */
     @Test
+    @Tag("memory")
     void behindTheBytesOfAShortReportStandsWhatIsLeftOfEarlierOnes() {
         Device hid = openHid();
         byte[] report = new byte[REPORT];
