@@ -278,9 +278,8 @@ def java_on_kernel(choice, processors):
     build_release(folder, "orvex_java_tests")
     reports, log = folder / "reports", folder / "junit.log"
     reports.mkdir(parents=True)
-    # With the default collector a JVM can crash under emulation. What it takes for itself there varies more than on the
-    # machine, where the same tests hold the process to half of this.
-    jvm = ["-XX:+UseSerialGC", "-Dorvex.test.growthKb=4096"]
+    # With the default collector a JVM can crash under emulation.
+    jvm = ["-XX:+UseSerialGC"]
     without = ["memory", "loading", "newest", "preload"]
     suite = junit(reports, jvm, [f"--{choice}-classname={KERNEL_HALF}"], without=without)
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite, processors=processors), log, SYSTEM_DEADLINE + 10)
