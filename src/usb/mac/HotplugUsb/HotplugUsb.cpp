@@ -14,37 +14,44 @@ std::atomic<bool> g_eventLoopRunning{false};
 
 namespace {
 
-Immortal<std::map<int32_t, int32_t>> g_callbacks;
-/// A thread object that is destroyed before it was joined would end the program.
-Immortal<std::thread> g_thread;
-
 constexpr timeval kEventPeriod{1, 0};
 
-/// What the event loop has to do, and where it sleeps when that is nothing.
-struct LoopOrders {
-    std::mutex stopping;  ///< held by who stops the loop, until its thread has ended
-    std::mutex mutex;     ///< held for each change of the context and of g_eventLoopRunning
-    std::condition_variable changed;
+Immortal<std::map<int32_t, int32_t>> g_callbacks;
+
+struct EventLoop {
+    std::thread thread;               ///< destroyed before it was joined, it would end the program
+    std::mutex stopping;              ///< held by who stops the loop, until its thread has ended
+    std::mutex mutex;                 ///< guards the context, and each change of g_eventLoopRunning to false
+    std::condition_variable changed;  ///< where the loop sleeps while it has no context
     libusb_context* context = nullptr;  ///< whose events are handled; null while there is none
 };
-Immortal<LoopOrders> g_loop;
-
-/// Changes the orders, and wakes the loop that has none.
-template <class Change>
-void order(Change change) {
-    {
-        const std::lock_guard lock(g_loop.object.mutex);
-        change(g_loop.object);
-    }
-    g_loop.object.changed.notify_all();
-}
+Immortal<EventLoop> g_loop;
 
 /// The loop's context; sleeps while there is none, until the loop is stopped: then null.
 libusb_context* nextContext() {
-    LoopOrders& loop = g_loop.object;
-    std::unique_lock lock(loop.mutex);
-    loop.changed.wait(lock, [&] { return loop.context != nullptr || !g_eventLoopRunning.load(); });
-    return loop.context;
+    std::unique_lock lock(g_loop.object.mutex);
+    g_loop.object.changed.wait(lock,
+                               [] { return g_loop.object.context != nullptr || !g_eventLoopRunning.load(); });
+    return g_loop.object.context;
+}
+
+/// Gives a loop that has no context this one.
+void adopt(libusb_context* context) {
+    const std::lock_guard lock(g_loop.object.mutex);
+    if (g_loop.object.context == nullptr) {
+        g_loop.object.context = context;
+        g_loop.object.changed.notify_all();
+    }
+}
+
+/// Asks the loop to end, wherever it sleeps.
+void stopLoop() {
+    const std::lock_guard lock(g_loop.object.mutex);
+    g_eventLoopRunning.exchange(false);
+    g_loop.object.changed.notify_all();
+    if (g_loop.object.context != nullptr) {
+        libusb_interrupt_event_handler(g_loop.object.context);
+    }
 }
 
 /// No event thread may outlive its code: it is stopped when the library is unloaded without a release.
@@ -61,13 +68,11 @@ void deregister(libusb_context* context, int32_t vendorId, int32_t callbackHandl
 }  // namespace
 
 std::map<int32_t, int32_t>& g_hotPlugCallback = g_callbacks.object;
-std::thread& g_eventLoopThread = g_thread.object;
+std::thread& g_eventLoopThread = g_loop.object.thread;
 
 void hotplugEventLoop(libusb_context* context) {
-    order([context](LoopOrders& loop) {
-        loop.context = context;
-        g_eventLoopRunning.exchange(true);
-    });
+    g_loop.object.context = context;  // nobody else looks at it before the loop runs
+    g_eventLoopRunning.exchange(true);
     while (g_eventLoopRunning.load()) {
         if (leaveEventsToWaiters()) {
             continue;
@@ -82,8 +87,7 @@ void hotplugEventLoop(libusb_context* context) {
 
 int32_t initHotplugUsb(libusb_context* context) {
     if (g_eventLoopRunning.load()) {
-        order(
-            [context](LoopOrders& loop) { loop.context = loop.context == nullptr ? context : loop.context; });
+        adopt(context);
         return -1;
     }
     g_eventLoopThread = std::thread(hotplugEventLoop, context);
@@ -99,14 +103,7 @@ void deinitHotplugUsb() {
     if (!g_eventLoopRunning.load()) {
         return;
     }
-    libusb_context* context = nullptr;
-    order([&](const LoopOrders& loop) {
-        g_eventLoopRunning.exchange(false);
-        context = loop.context;
-    });
-    if (context != nullptr) {
-        libusb_interrupt_event_handler(context);
-    }
+    stopLoop();
     g_eventLoopThread.join();
 }
 

@@ -32,10 +32,13 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbOpenDevice(JNIEnv* /*env*
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCloseDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                    jint listHandle, jint index) {
-    finishCloses();  // also of a device that an earlier close has forgotten
-    return callOn(findOpenDevice(listHandle, index), [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    tagUSB_DEVICE_ACCESS_ENTRY* open = findOpenDevice(listHandle, index);
+    if (open == nullptr) {
+        finishCloses();  // perhaps of this device: the map forgets it whatever its close has answered
+    }
+    return callOn(open, [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         const jint result = LibUSB_CloseDevice(&entry);
-        forgetOpenDevice(listHandle, index);  // whatever the close answered
+        forgetOpenDevice(listHandle, index);
         return result;
     });
 }

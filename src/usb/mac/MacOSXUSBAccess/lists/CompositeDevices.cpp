@@ -135,11 +135,13 @@ tagUSB_DEVICE_ACCESS_ENTRY* splitOff(tagUSB_DEVICE_ACCESS_ENTRY& parent) {
 }  // namespace
 
 uint32_t HandleCompositeDevices(uint32_t handle, tagUSB_DEVICE_LIST* list) {
-    tagUSB_DEVICE_ACCESS_ENTRY* firstChild = nullptr;  // the children of this call are not looked at
+    tagUSB_DEVICE_ACCESS_ENTRY* firstChild = nullptr;  // the children of this call are not split themselves
     for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list->pFirst; entry != firstChild; entry = entry->pNext) {
         tagUSB_DEVICE_ACCESS_ENTRY* child = splitOff(*entry);
-        appendRecords(*list, child);
-        firstChild = firstChild == nullptr ? child : firstChild;
+        appendRecords(*list, child, entry);
+        if (firstChild == nullptr) {
+            firstChild = child;
+        }
     }
     return handle;
 }

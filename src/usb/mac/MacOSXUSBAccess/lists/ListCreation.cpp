@@ -49,30 +49,14 @@ uint32_t fillList(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     return HandleCompositeDevices(list.handle, &list);
 }
 
-/// Makes a list with the next handle and links it.
-tagUSB_DEVICE_LIST& linkNewList(libusb_context* context, int32_t count, const int32_t* vendorIds) {
-    tagUSB_DEVICE_LIST& list = *newDeviceList(context, count, vendorIds);
-    list.handle = g_NextDeviceListHandle++;
-    appendDeviceList(list);
-    return list;
-}
-
-/// Registers the list's vendor ids for hotplug events and fills it.
-uint32_t watchAndFill(tagUSB_DEVICE_LIST& list) {
-    for (int32_t slot = 0; slot < std::min(list.vidCount, kMaxVendorIds); ++slot) {
-        registerForHotplug(list.pContext, list.vidList[slot]);
-    }
-    return fillList(list, watchedList());
-}
-
 /// Takes back a linked list that could not be filled for want of memory. It stays in the chain, since the
 /// event thread may be looking at it, but as a list of no session and without records.
-void takeBack(tagUSB_DEVICE_LIST& list, bool countsReferences) {
+void takeBack(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     libusb_context* context = list.pContext;
     storeShared(list.pContext, nullptr);
     for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list.pFirst; entry != nullptr; entry = entry->pNext) {
-        const bool counted = countsReferences && entry->pDevice != nullptr;
-        if (counted && entry->familyStatus != kCompositeChild) {
+        const bool counted = style.countsReferences && entry->familyStatus != kCompositeChild;
+        if (counted && entry->pDevice != nullptr) {
             tlvn_libusb_unref_device(entry, entry->pDevice);
         }
     }
@@ -81,6 +65,25 @@ void takeBack(tagUSB_DEVICE_LIST& list, bool countsReferences) {
         if (find_device_list(context, static_cast<uint32_t>(id)) == nullptr) {
             forgetHotplug(context, id);
         }
+    }
+}
+
+/// Makes a list with the next handle, links it and fills it; a list that counts references is watched for
+/// hotplug events. Returns the handle.
+uint32_t makeList(libusb_context* context, int32_t count, const int32_t* vendorIds,
+                  const EnumerationStyle& style) {
+    tagUSB_DEVICE_LIST& list = *newDeviceList(context, count, vendorIds);
+    list.handle = g_NextDeviceListHandle++;
+    appendDeviceList(list);
+    try {
+        const int32_t watched = style.countsReferences ? std::min(count, kMaxVendorIds) : 0;
+        for (int32_t slot = 0; slot < watched; ++slot) {
+            registerForHotplug(list.pContext, list.vidList[slot]);
+        }
+        return fillList(list, style);
+    } catch (const std::bad_alloc&) {
+        takeBack(list, style);
+        throw;
     }
 }
 
@@ -96,13 +99,7 @@ uint32_t LibUSB_CreateDeviceList2(libusb_context* context, int32_t count, const 
             "\nLibUSB_CreateDeviceList2 such DeviceList already exists; handle=", existing->handle, 1);
         return existing->handle;
     }
-    tagUSB_DEVICE_LIST& list = linkNewList(context, count, vendorIds);
-    try {
-        return watchAndFill(list);
-    } catch (const std::bad_alloc&) {
-        takeBack(list, true);
-        throw;
-    }
+    return makeList(context, count, vendorIds, watchedList());
 }
 
 uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId) {
@@ -112,13 +109,7 @@ uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId) {
     if (existing != nullptr) {
         return existing->handle;
     }
-    tagUSB_DEVICE_LIST& list = linkNewList(context, 1, &id);
-    try {
-        return fillList(list, plainList(vendorId == kEveryVendor));
-    } catch (const std::bad_alloc&) {
-        takeBack(list, false);
-        throw;
-    }
+    return makeList(context, 1, &id, plainList(vendorId == kEveryVendor));
 }
 
 tagUSB_DEVICE_LIST* CreateInternalDeviceList2(libusb_context* context, int32_t count,
