@@ -28,12 +28,25 @@ class CompletionHandOver : public IoTest {
     void letWaitersPass() { bus.onCall("libusb_handle_events", {}); }
     bool hasEnded(uint8_t address) { return loadShared(transferRecord(address).isPending) == 0; }
 
+    /// A read whose waiter stands in the gap.
+    std::unique_ptr<BackgroundCall> heldRead(Gate& gate) {
+        holdWaiters(gate);
+        auto read = blockedRead(0x81);
+        EXPECT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+        return read;
+    }
+    /// Lets the waiter go that was held and whose three bytes have come meanwhile.
+    static void expectWakesUp(Gate& gate, BackgroundCall& held) {
+        const auto letGo = Clock::now();
+        gate.open();
+        EXPECT_EQ(3, held.result());
+        EXPECT_LT(Clock::now() - letGo, std::chrono::seconds(10));
+    }
+
     /// One read whose data comes, and is taken by the event thread, while its waiter stands in the gap.
     void readThroughTheGap() {
         Gate gate;
-        holdWaiters(gate);
-        const auto read = blockedRead(0x81);
-        ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+        const auto read = heldRead(gate);
         bus.feed("tool", 0x81, {1, 2, 3});
         ASSERT_TRUE(eventually([&] { return hasEnded(0x81); }));
         letWaitersPass();
@@ -186,19 +199,14 @@ TEST_F(CompletionHandOver, WakesAWaiterThatBecomesTheOnlyHandler) {
     openTool();
     deinitHotplugUsb();  // no event thread: a handler sleeps for up to a minute
     Gate gate;
-    holdWaiters(gate);
-    const auto held = blockedRead(0x81);
-    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    const auto held = heldRead(gate);
     letWaitersPass();
     const auto handler = blockedRead(0x84);  // this thread handles events, and completes both
     bus.feed("tool", 0x81, {1, 2, 3});
     ASSERT_TRUE(eventually([&] { return hasEnded(0x81); }));
     ASSERT_EQ(0, LibUSB_CancelPipeTransfer(&tool(), 0x84));
     EXPECT_EQ(0, handler->result());
-    const auto letGo = Clock::now();
-    gate.open();
-    EXPECT_EQ(3, held->result());
-    EXPECT_LT(Clock::now() - letGo, std::chrono::seconds(10));
+    expectWakesUp(gate, *held);
 }
 
 /// libusb itself handles events while it waits for the requests of a listing.
@@ -206,17 +214,12 @@ TEST_F(CompletionHandOver, WakesAWaiterWhoseTransferAListingHasCompleted) {
     openTool();
     deinitHotplugUsb();  // no event thread: a handler sleeps for up to a minute
     Gate gate;
-    holdWaiters(gate);
-    const auto held = blockedRead(0x81);
-    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    const auto held = heldRead(gate);
     bus.feed("tool", 0x81, {1, 2, 3});
     LibUSB_CreateDeviceList(context, 0xFFFFFFFF);
     ASSERT_TRUE(hasEnded(0x81));
     letWaitersPass();
-    const auto letGo = Clock::now();
-    gate.open();
-    EXPECT_EQ(3, held->result());
-    EXPECT_LT(Clock::now() - letGo, std::chrono::seconds(10));
+    expectWakesUp(gate, *held);
 }
 
 TEST_F(CompletionHandOver, InterruptsNobodyOnceEveryWaiterHasSeenItsEnd) {
@@ -236,9 +239,7 @@ TEST_F(CompletionHandOver, InterruptsNobodyOnceEveryWaiterHasSeenItsEnd) {
 TEST_F(CompletionHandOver, AnAddressIsFreeWhenItsThreadHasSeenTheEnd) {
     openTool();
     Gate gate;
-    holdWaiters(gate);
-    const auto first = blockedRead(0x81);
-    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    const auto first = heldRead(gate);
     bus.feed("tool", 0x81, {1, 2, 3});
     ASSERT_TRUE(eventually([&] { return hasEnded(0x81); }));
     letWaitersPass();

@@ -89,7 +89,21 @@ TEST_P(HidRing, NothingIsWrittenBehindTheReportBuffer) {
 
 INSTANTIATE_TEST_SUITE_P(All, HidRing, ::testing::Values(64, 100, 512, 1000, 1024));
 
-class HidReports : public HidTest {};
+class HidReports : public HidTest {
+ protected:
+    /// A write of zeroes whose first report the device has not taken yet; it goes on when the gate is opened.
+    std::unique_ptr<BackgroundCall> heldWrite(Gate& gate, int size) {
+        hid.onSend = [&gate] { gate.pass(); };
+        zeroes_.resize(static_cast<size_t>(size));
+        auto write = std::make_unique<BackgroundCall>(
+            [this, size] { return access->Write(zeroes_.data(), size, 1'000); });
+        EXPECT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+        return write;
+    }
+
+ private:
+    Bytes zeroes_;
+};
 
 TEST_F(HidReports, TheRingHolds999ReportsOf64Bytes) {
     EXPECT_EQ(999, ringCapacity(64));
@@ -388,16 +402,13 @@ TEST_F(HidReports, WriteSendsReportsOfOneByteToo) {
 TEST_F(HidReports, CloseWaitsForAWriteUnderWayAndEndsIt) {
     open();
     Gate gate;
-    hid.onSend = [&] { gate.pass(); };
-    Bytes bytes(192);
-    BackgroundCall writing([&] { return access->Write(bytes.data(), 192, 1'000); });
-    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
+    const auto writing = heldWrite(gate, 192);
     BackgroundCall closing([&] { return access->Close(); });
     ASSERT_TRUE(eventually([&] { return loadShared(access->ppDeviceInterface) == nullptr; }));
     EXPECT_TRUE(hid.isOpen());
     EXPECT_FALSE(closing.hasReturned());
     gate.open();
-    EXPECT_EQ(-112, writing.result());
+    EXPECT_EQ(-112, writing->result());
     EXPECT_EQ(0, closing.result());
     EXPECT_FALSE(hid.isOpen());
     EXPECT_THAT(hid.sent(), SizeIs(1));
@@ -406,17 +417,15 @@ TEST_F(HidReports, CloseWaitsForAWriteUnderWayAndEndsIt) {
 TEST_F(HidReports, CloseLeavesADeviceOpenThatAWriteDoesNotLeave) {
     open();
     Gate gate;
-    hid.onSend = [&] { gate.pass(); };
-    Bytes bytes(64);
-    BackgroundCall writing([&] { return access->Write(bytes.data(), 64, 1'000); });
-    ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
-    g_hidThreadWaitMs = 500;  // enough for the read thread, which ends
+    const auto writing = heldWrite(gate, 64);
+    storeShared(access->threadState, kReadThreadStops);
+    waitForState(kReadThreadEnded);
+    g_hidThreadWaitMs = 1;
     EXPECT_EQ(0, access->Close());
-    EXPECT_FALSE(writing.hasReturned());
-    EXPECT_THAT(hid.calls(), Contains("stop"));
+    EXPECT_FALSE(writing->hasReturned());
     EXPECT_TRUE(hid.isOpen()) << "the device is not taken from the write";
     gate.open();
-    EXPECT_EQ(64, writing.result());
+    EXPECT_EQ(64, writing->result());
     EXPECT_EQ(-109, access->Close());
 }
 

@@ -121,6 +121,11 @@ class LateHidClose : public UsbTest {
         pthread_mutex_unlock(&tool_->pHIDAccess->mutex);
         EXPECT_EQ(1, read_->result());
     }
+    void closeReleaseAndEndRead() {
+        EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
+        EXPECT_EQ(0, LibUSB_ReleaseDeviceList(list()));
+        endRead();
+    }
 
  private:
     FakeHid hid_;
@@ -140,18 +145,14 @@ TEST_F(LateHidClose, GivesBackTheDeviceOfARecordThatAReadOutlivedTheReleaseOf) {
 }
 
 TEST_F(LateHidClose, BeforeTheReleaseLeavesTheRecordToWhoeverComesNext) {
-    EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
-    EXPECT_EQ(0, LibUSB_ReleaseDeviceList(list()));
-    endRead();
+    closeReleaseAndEndRead();
     const DeletionCount records(sizeof(DeviceRecord));
     finishCloses();
     EXPECT_EQ(1, DeletionCount::count());
 }
 
 TEST_F(LateHidClose, DeletesTheHidAccessAsWell) {
-    EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
-    EXPECT_EQ(0, LibUSB_ReleaseDeviceList(list()));
-    endRead();
+    closeReleaseAndEndRead();
     const DeletionCount objects(sizeof(HIDAccessRecord));
     finishCloses();
     EXPECT_EQ(1, DeletionCount::count());

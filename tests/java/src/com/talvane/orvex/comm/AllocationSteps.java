@@ -122,27 +122,19 @@ final class AllocationSteps {
         add("usbUpdateDeviceList", NONE, sweep::beginWithList, () -> usb.usbUpdateDeviceList(sweep.list(), 0));
         addUpdate("a new device", () -> bus.plug("dual"));
         addUpdate("one of several interfaces gone", () -> bus.unplug("composite"));
-        addUpdate("a device gone and back", () -> {
-            bus.unplug("bench");
-            bus.plug("bench");
-        });
-        addUpdate("several interfaces gone and back", () -> {
-            bus.unplug("composite");
-            bus.plug("composite");
-        });
+        addUpdate("a device gone and back", () -> replace("bench", "bench"));
+        addUpdate("several interfaces gone and back", () -> replace("composite", "composite"));
         addUpdate("an open device gone and back", () -> {
             device.open();
-            bus.unplug("bench");
-            bus.plug("bench");
+            replace("bench", "bench");
         });
-        addUpdate("a HID device gone and back", () -> {
-            bus.unplug("hid");
-            bus.plug("hid");
-        });
-        addUpdate("another device in its place", () -> {
-            bus.unplug("bench");
-            bus.plug("twofold");
-        });
+        addUpdate("a HID device gone and back", () -> replace("hid", "hid"));
+        addUpdate("another device in its place", () -> replace("bench", "twofold"));
+    }
+
+    private void replace(String pulled, String plugged) {
+        sweep.bus.unplug(pulled);
+        sweep.bus.plug(plugged);
     }
 
     private void opens() {

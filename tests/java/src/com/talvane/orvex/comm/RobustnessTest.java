@@ -9,6 +9,7 @@ import java.util.concurrent.Future;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
+import org.junit.jupiter.params.provider.EnumSource;
 import org.junit.jupiter.params.provider.ValueSource;
 
 /** Wrong use, and use to the limit: the virtual machine lives on. */
@@ -91,72 +92,52 @@ class RobustnessTest extends UsbTest {
         assertArrayEquals(pattern(64), buffer);
     }
 
-    private Future<Integer> blockedRead(Device bench) {
-        return whileWaiting("bench", 0x84, () -> bench.read(0x84, 0, new byte[64]));
+    /** A transfer without time-out that waits at the tool, of which nothing has moved. */
+    private enum Waiting {
+        READ, WRITE_OF_A_THOUSAND_PACKETS
     }
 
-    @Test
-    void closeDuringAReadEndsIt() throws Exception {
+    private Future<Integer> start(Waiting transfer, Device bench) {
+        return switch (transfer) {
+            case READ -> whileWaiting("bench", 0x84, () -> bench.read(0x84, 0, new byte[64]));
+            case WRITE_OF_A_THOUSAND_PACKETS -> whileWaiting("bench", 0x07, () -> usb.usbWriteInterruptPipeEx(
+                    bench.list(), bench.index(), 0x07, 64_000, 0, new byte[64_000], 64, 0));
+        };
+    }
+
+    @ParameterizedTest
+    @EnumSource
+    void closeEndsATransferThatWaits(Waiting transfer) throws Exception {
         Device bench = openBench();
-        Future<Integer> read = blockedRead(bench);
+        Future<Integer> moved = start(transfer, bench);
         assertEquals(0, bench.close());
-        assertEquals(0, result(read));
+        assertEquals(0, result(moved));
         assertEquals(-114, bench.read(0x84, new byte[1]));
         assertEquals(0, bench.open());
         assertEquals(4, bench.write(0x01, pattern(4)));
     }
 
-    @Test
-    void releasingTheListDuringAReadEndsIt() throws Exception {
+    @ParameterizedTest
+    @EnumSource
+    void releasingTheListEndsATransferThatWaits(Waiting transfer) throws Exception {
         Device bench = openBench();
-        Future<Integer> read = blockedRead(bench);
+        Future<Integer> moved = start(transfer, bench);
         assertEquals(0, usb.usbReleaseDeviceList(bench.list()));
-        assertEquals(0, result(read));
+        assertEquals(0, result(moved));
         assertEquals(-109, bench.read(0x84, new byte[1]));
         assertEquals(-109, bench.close());
         assertEquals(-114, bench.close());
-    }
-
-    @Test
-    void endingTheSessionDuringAReadEndsIt() throws Exception {
-        Device bench = openBench();
-        Future<Integer> read = blockedRead(bench);
-        assertEquals(0, usb.usbRelease(0));
-        assertEquals(0, result(read));
-        assertEquals(-109, bench.read(0x84, new byte[1]));
-    }
-
-    /** Of 1,000 packets to an endpoint that takes none. */
-    private Future<Integer> blockedPackets(Device bench) {
-        return whileWaiting("bench", 0x07, () -> usb.usbWriteInterruptPipeEx(
-                bench.list(), bench.index(), 0x07, 64_000, 0, new byte[64_000], 64, 0));
-    }
-
-    @Test
-    void closeDuringAPacketWriteEndsItWithWhatWasMoved() throws Exception {
-        Device bench = openBench();
-        Future<Integer> write = blockedPackets(bench);
-        assertEquals(0, bench.close());
-        assertEquals(0, result(write));
-        assertEquals(0, bench.open());
-        assertEquals(4, bench.write(0x01, pattern(4)));
-    }
-
-    @Test
-    void releasingTheListDuringAPacketWriteEndsIt() throws Exception {
-        Device bench = openBench();
-        Future<Integer> write = blockedPackets(bench);
-        assertEquals(0, usb.usbReleaseDeviceList(bench.list()));
-        assertEquals(0, result(write));
         open(find(list(VENDOR), "BENCH00001"));
     }
 
-    @Test
-    void endingTheSessionDuringAPacketWriteEndsIt() throws Exception {
+    @ParameterizedTest
+    @EnumSource
+    void endingTheSessionEndsATransferThatWaits(Waiting transfer) throws Exception {
         Device bench = openBench();
-        Future<Integer> write = blockedPackets(bench);
+        Future<Integer> moved = start(transfer, bench);
         assertEquals(0, usb.usbRelease(0));
-        assertEquals(0, result(write));
+        assertEquals(0, result(moved));
+        assertEquals(-109, bench.read(0x84, new byte[1]));
     }
 
     @Test
