@@ -88,7 +88,7 @@ package com.talvane.orvex.comm;
  *     was opened: to change the length, make a call with the new one, close and open again. Read everything before:
  *     between reports of two lengths the library loses the bounds, and old ones may come round again.</li>
  * <li>A shorter report from the device is given as a whole one: what stands behind its bytes is left over from earlier
- *     reports.</li>
+ *     reports. Some versions of the Linux kernel do not give it at all.</li>
  * <li>A read counts a time-out of 0 or less as run out. <b>While it waits it keeps a processor core busy</b>, and a
  *     cancel does not end it: read with short time-outs. Reports that a read has taken before its time ran out are lost
  *     to the next one. A read of 0 or fewer bytes takes all reports until its time is up and answers -150.</li>

@@ -116,6 +116,12 @@ class MissingLibrariesTest extends LoadingFixture {
     }
 
     @Test
+    void classLoadersThatComeOneAfterTheOtherShareTheCopies() throws Exception {
+        assertLoaded(childWithout(USB, HID).run("otherLoaders"));
+        assertEquals(Stream.of(OURS, LIBRARY + "-2.so", LIBRARY + "-3.so", USB, HID).sorted().toList(), namesIn(cache));
+    }
+
+    @Test
     void theLibraryPathGoesBeforeTheCopies() throws Exception {
         String drops = System.getenv("LD_LIBRARY_PATH");
         assertLoaded(childWithout(USB, HID).withEnvironment("LD_LIBRARY_PATH", drops).run("session"));
