@@ -100,7 +100,7 @@ class MissingLibrariesTest extends LoadingFixture {
     }
 
     @ParameterizedTest
-    @ValueSource(strings = {"false", "no", ""})
+    @ValueSource(strings = {"false", "no", "TRUE", ""})
     void thePropertyForbidsIt(String value) throws Exception {
         assertTells(childWithout(USB, HID).with("-Dorvex.usb.fallback=" + value).run("version"),
                 OURS + ": " + USB + ": ", "orvex.usb.fallback is not 'true'");
