@@ -120,7 +120,7 @@ TEST(RecordLayout, OfADevice) {
                    &entry.callbackInfos});
 }
 
-TEST(RecordLayout, ADeviceTakes2KBAHidDevice66AndAList120Bytes) {
+TEST(RecordLayout, TakesAsManyBytesAsThePagesTell) {
     const auto rounded = [](std::size_t bytes, std::size_t unit) { return (bytes + unit / 2) / unit; };
     EXPECT_EQ(2U, rounded(sizeof(DeviceRecord), 1024));
     EXPECT_EQ(66U, rounded(sizeof(DeviceRecord) + sizeof(HIDAccessRecord), 1024));
