@@ -30,6 +30,15 @@ void HidPlatformTest::openTool(const std::string& overrides) {
     ASSERT_EQ(0, LibUSB_OpenDevice(tool_));
 }
 
+void HidPlatformTest::expectPeriods(const std::string& function, std::chrono::microseconds period) {
+    constexpr int kPeriods = 50;
+    openTool();
+    const auto begin = std::chrono::steady_clock::now();
+    const uint64_t before = callsOf(function);
+    ASSERT_TRUE(eventually([&] { return callsOf(function) > before + kPeriods; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, kPeriods * period);
+}
+
 int32_t HidPlatformTest::write(std::vector<uint8_t> bytes) {
     return LibUSB_WriteInterruptPipe(tool_, 1, static_cast<int32_t>(bytes.size()), 10'000, bytes.data());
 }

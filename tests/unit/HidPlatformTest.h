@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@ class HidPlatformTest : public ListTest {
 
     /// Starts the session with a HID device "tool" and opens it; closed again by TearDown.
     void openTool(const std::string& overrides = "{}");
+    /// Expects that the read thread of a silent device calls this function at most once in each period.
+    void expectPeriods(const std::string& function, std::chrono::microseconds period);
     int32_t write(std::vector<uint8_t> bytes);
     /// LibUSB_ReadInterruptPipe into `received`.
     int32_t read(int32_t size, int32_t timeoutMs = 10'000);

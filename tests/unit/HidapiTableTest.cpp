@@ -111,6 +111,10 @@ TEST_F(HidapiTable, OnlyTheAsciiOfATextIsKept) {
     EXPECT_EQ("\x01\x7F\xEF\xBF\xBD\xEF\xBF\xBD", devices.at(0).serialNumber);
 }
 
+TEST_F(HidapiTable, ASilentDeviceWakesTheReadThreadEveryFiveMilliseconds) {
+    expectPeriods("hid_read_timeout", std::chrono::milliseconds(5));
+}
+
 TEST_F(HidapiTable, TheReadThreadSleepsByItselfOnlyWhenTheDeviceHasGone) {
     FakeClock clock;
     std::atomic<int> sleeps{0};

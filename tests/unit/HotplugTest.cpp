@@ -284,6 +284,13 @@ TEST_F(Hotplug, StopsSoonEvenWhileTheLoopSleeps) {
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5)) << "about a second at most";
 }
 
+TEST_F(Hotplug, AStopInterruptsTheHandlingOfEventsRatherThanWaitForItsSecond) {
+    startEmpty();
+    const uint64_t before = callsOf("libusb_interrupt_event_handler");
+    deinitHotplugUsb();
+    EXPECT_EQ(before + 1, callsOf("libusb_interrupt_event_handler"));
+}
+
 TEST_F(Hotplug, AnErrorOfEventHandlingIsLoggedAndTheLoopGoesOn) {
     const auto lines = debugLinesOf([&] {
         bus.failCall("libusb_handle_events_timeout_completed", 1, LIBUSB_ERROR_IO, 2);

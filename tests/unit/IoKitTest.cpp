@@ -128,6 +128,10 @@ TEST_F(IoKit, AStoppedRunLoopEndsTheReadThread) {
     EXPECT_EQ(0, access->Close());
 }
 
+TEST_F(IoKit, ASilentDeviceWakesTheReadThreadEveryHalfAMillisecond) {
+    expectPeriods("CFRunLoopRunInMode", std::chrono::microseconds(500));
+}
+
 TEST_F(IoKit, CloseStopsTheRunLoopFromWhichItIsCalled) {
     EXPECT_EQ(0, access->Open());
     const OnThisThreadsLoop other([this] { EXPECT_EQ(0, access->Close()); });

@@ -87,6 +87,21 @@ TEST_F(OutOfMemory, AListThatCannotBeFilledLeavesNothingBehind) {
     EXPECT_THAT(serialsOf(createList({kVendor, kVendor + 1})), ElementsAre("b", "a", "a_01"));
 }
 
+TEST_F(OutOfMemory, AListThatCannotBeFilledStaysInTheChainAndKeepsItsHandle) {
+    startSession({deviceJson("a")});
+    const uint32_t handle = g_NextDeviceListHandle;
+    const int32_t id = kVendor;
+    {
+        const FailingAllocation record(sizeof(DeviceRecord));
+        EXPECT_THROW(LibUSB_CreateDeviceList2(context, 1, &id), std::bad_alloc);
+    }
+    int32_t status = 0;
+    const tagUSB_DEVICE_LIST* left = findDeviceList(handle, status);
+    ASSERT_NE(nullptr, left);
+    EXPECT_FALSE(isOfRunningSession(*left));
+    EXPECT_EQ(handle + 1, createList({kVendor}));
+}
+
 TEST_F(OutOfMemory, ASingleCallListThatCannotBeFilledLeavesNothingBehind) {
     startSession({deviceJson("a", kComposite), deviceJson("b")});
     for (const int record : {1, 2, 3}) {

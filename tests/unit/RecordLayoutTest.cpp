@@ -120,6 +120,13 @@ TEST(RecordLayout, OfADevice) {
                    &entry.callbackInfos});
 }
 
+TEST(RecordLayout, TakesAsManyBytesAsThePagesTell) {
+    const auto rounded = [](std::size_t bytes, std::size_t unit) { return (bytes + unit / 2) / unit; };
+    EXPECT_EQ(2U, rounded(sizeof(DeviceRecord), 1024));
+    EXPECT_EQ(66U, rounded(sizeof(DeviceRecord) + sizeof(HIDAccessRecord), 1024));
+    EXPECT_EQ(120U, 10 * rounded(sizeof(tagUSB_DEVICE_LIST), 10));
+}
+
 TEST(RecordLayout, OfAnEndpoint) {
     const tagUSB_ENDPOINT_INFO endpoint{};
     expectInOrder({&endpoint.address, &endpoint.direction, &endpoint.attributes, &endpoint.maxPacketSize});

@@ -51,7 +51,7 @@ final class NativeLibrary {
 
     /** Whether libusb and hidapi may come from the jar when the system has none. */
     static boolean mayFallBack() {
-        return Boolean.parseBoolean(System.getProperty(FALLBACK_PROPERTY, "true"));
+        return System.getProperty(FALLBACK_PROPERTY, "true").equals("true");
     }
 
     /** The name by which the virtual machine looks for the library. */

@@ -88,12 +88,12 @@ package com.talvane.orvex.comm;
  *     was opened: to change the length, make a call with the new one, close and open again. Read everything before:
  *     between reports of two lengths the library loses the bounds, and old ones may come round again.</li>
  * <li>A shorter report from the device is given as a whole one: what stands behind its bytes is left over from earlier
- *     reports.</li>
+ *     reports. Some versions of the Linux kernel do not give it at all.</li>
  * <li>A read counts a time-out of 0 or less as run out. <b>While it waits it keeps a processor core busy</b>, and a
  *     cancel does not end it: read with short time-outs. Reports that a read has taken before its time ran out are lost
  *     to the next one. A read of 0 or fewer bytes takes all reports until its time is up and answers -150.</li>
  * <li>A write leaves each report to the system, which does not look at the time-out: Linux gives up after about 5
- *     seconds, macOS after 1 to 5 or, with older HID drivers, never.</li>
+ *     seconds; macOS, by its published sources, after 1 to 5 or, with older HID drivers, never.</li>
  * <li><b>Do not open or close on a thread that draws the user interface.</b> A close waits, with a core busy, for the
  *     thread that collects the reports and for a report that is being sent, up to 20 seconds for each, and so does an
  *     open that has to end an earlier opening first.</li>
@@ -329,8 +329,9 @@ public class ORVEXCommUSBAccess {
     /**
      * Opens a device of a list and claims its interface (interface 0, or that of the composite part). A device in
      * another configuration is set to configuration 1. For a HID device the answer is 0 even when its HID service
-     * cannot be opened: writes then answer -109 and reads -150. (macOS opens HID devices only for the user at the
-     * Mac's own screen, not over ssh, and those that work like a keyboard only with the permission Input Monitoring.)
+     * cannot be opened: writes then answer -109 and reads -150. (By its published sources macOS opens HID devices only
+     * for the user at the Mac's own screen, not over ssh, and those that work like a keyboard only with the permission
+     * Input Monitoring.)
      * One that was pulled while open and is back is closed first and then opened anew.
      *
      * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see

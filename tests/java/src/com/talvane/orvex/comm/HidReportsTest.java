@@ -152,7 +152,7 @@ class HidReportsTest extends HidTest {
         assertSent(pattern(REPORT));
     }
 
-    /** Linux keeps such a report to itself. */
+    /** Some kernels do not hand such a report out. */
     @Test
     @Tag("memory")
     void behindTheBytesOfAShortReportStandsWhatIsLeftOfEarlierOnes() {

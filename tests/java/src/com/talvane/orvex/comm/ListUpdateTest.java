@@ -223,6 +223,21 @@ class ListUpdateTest extends UsbTest {
 
     @Test
     @Tag("memory")
+    void aListThatIsMadeWhenThisOneWasReleasedHasNoAbsentDevices() {
+        int list = sessionWithList();
+        bus.failNext("libusb_get_device_list", -1);
+        bus.plug("spare");
+        updateUntilPresent(find(list, "BENCH00001"), false);
+        assertEquals(list, list(VENDOR, OTHER_VENDOR));
+        assertFalse(find(list, "BENCH00001").isPresent());
+        usb.usbReleaseDeviceList(list);
+        int again = list(VENDOR, OTHER_VENDOR);
+        assertTrue(again != list && devices(again).stream().allMatch(Device::isPresent));
+        assertWorks(find(again, "BENCH00001"));
+    }
+
+    @Test
+    @Tag("memory")
     void whenLibusbCannotEnumerateAllAreAbsentUntilTheNextChange() {
         int list = sessionWithList();
         Device bench = find(list, "BENCH00001");

@@ -100,7 +100,7 @@ class MissingLibrariesTest extends LoadingFixture {
     }
 
     @ParameterizedTest
-    @ValueSource(strings = {"false", "no", ""})
+    @ValueSource(strings = {"false", "no", "TRUE", ""})
     void thePropertyForbidsIt(String value) throws Exception {
         assertTells(childWithout(USB, HID).with("-Dorvex.usb.fallback=" + value).run("version"),
                 OURS + ": " + USB + ": ", "orvex.usb.fallback is not 'true'");
@@ -113,6 +113,12 @@ class MissingLibrariesTest extends LoadingFixture {
         assertLoaded(child);
         assertEquals("0 0\n0 0\n0 0\n", child.out(), child.err());
         assertTrue(namesIn(cache).containsAll(List.of(LIBRARY + "-3.so", USB, HID)), () -> child.out());
+    }
+
+    @Test
+    void classLoadersThatComeOneAfterTheOtherShareTheCopies() throws Exception {
+        assertLoaded(childWithout(USB, HID).run("otherLoaders"));
+        assertEquals(Stream.of(OURS, LIBRARY + "-2.so", LIBRARY + "-3.so", USB, HID).sorted().toList(), namesIn(cache));
     }
 
     @Test
