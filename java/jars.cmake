@@ -33,14 +33,36 @@ endforeach()
 include(bundled.cmake)
 set(ORVEX_BUNDLED ${bundled} PARENT_SCOPE)
 
+# What is published with the jar, for each platform in a file of its own, so that jars can be merged.
+configure_file(identity.json.in identity.json @ONLY)
+list(JOIN processors "-" bill_name)
+set(bill_name orvex-usb-access-${system}-${bill_name}.cdx.json)
+set(bill ${CMAKE_CURRENT_BINARY_DIR}/${bill_name})
+if(bundle)
+  set(bundled_parts ${folder})
+else()
+  set(bundled_parts)
+endif()
+add_custom_command(
+  OUTPUT ${bill}
+  COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_CURRENT_SOURCE_DIR}/bill.py ${bill} ${CMAKE_CURRENT_BINARY_DIR}/identity.json
+    pkg:maven/com.talvane.orvex/orvex-usb-access@${PROJECT_VERSION}
+    "optional:pkg:maven/info.picocli/picocli@${ORVEX_PICOCLI_VERSION}=Apache-2.0" ${bundled_parts}
+  DEPENDS bill.py ${CMAKE_CURRENT_BINARY_DIR}/identity.json ${bundle}
+  VERBATIM)
+set(ORVEX_BILL ${bill} PARENT_SCOPE)
+
+file(GLOB native_image CONFIGURE_DEPENDS native-image/*.json)
 add_custom_command(
   OUTPUT ${jar_base}.jar
   COMMAND ${ship}
   COMMAND ${pack} ${jar_base}.jar ${ORVEX_CLASSES_JAR} ${natives}
     META-INF/maven/com.talvane.orvex/orvex-usb-access/pom.xml=${jar_base}.pom
     META-INF/NOTICE=${PROJECT_SOURCE_DIR}/NOTICE
+    META-INF/sbom/${bill_name}=${bill}
+    META-INF/native-image/com.talvane.orvex/orvex-usb-access=${CMAKE_CURRENT_SOURCE_DIR}/native-image
   DEPENDS orvex_classes ${ORVEX_CLASSES_JAR} USBAccessLink ${jar_base}.pom ${PROJECT_SOURCE_DIR}/NOTICE ${packer}
-    ${bundle}
+    ${bundle} ${bill} ${native_image}
   VERBATIM)
 add_custom_target(orvex_jar ALL DEPENDS ${jar_base}.jar)
 

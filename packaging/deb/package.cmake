@@ -19,7 +19,8 @@ set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_SOURCE_DIR}/deb/compress.cmake)
 
 set(CPACK_PACKAGE_NAME orvex-usb-access)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_CONTACT "USB Access Link project <maintainers@usb-access-link.example.org>")
+set(CPACK_PACKAGE_CONTACT "${ORVEX_TEAM} <${ORVEX_MAIL}>")
+set(CPACK_PACKAGE_HOMEPAGE_URL ${ORVEX_URL})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "native USB access for Java, and a command-line tool")
 set(CPACK_PACKAGE_DESCRIPTION
   "The Java classes through which development-tool hosts find programmers,

@@ -1,7 +1,7 @@
 """Writes jars whose bytes depend on what is in them and on nothing else: not on the clock, the folder or the order.
 
 usage: jars.py pack JAR PIECE...     PIECE: another jar, all of it; or NAME=PATH, a file or folder at that place in it
-       jars.py merge JAR INPUT...    the first input with the native libraries of all
+       jars.py merge JAR INPUT...    the first input with what each has for its own platforms
 """
 
 import os
@@ -11,7 +11,7 @@ import zipfile
 from pathlib import Path
 
 MANIFEST = "META-INF/MANIFEST.MF"
-NATIVE = "META-INF/native/"
+OF_PLATFORMS = ("META-INF/native/", "META-INF/sbom/")  # the native libraries and the bills of materials
 BEGINNING = 315619200  # 1980-01-02, about where the time of jar files begins
 # Where the parts of a merge come from cannot change what they are, but tells who built them.
 BUILDER = b"Created-By:"
@@ -60,7 +60,7 @@ def pack(jar, *pieces):
 
 def shared_part(entries):
     """What has to be the same in all jars that are merged."""
-    rest = {name: content for name, content in entries.items() if not name.startswith(NATIVE)}
+    rest = {name: content for name, content in entries.items() if not name.startswith(OF_PLATFORMS)}
     lines = rest.get(MANIFEST, b"").splitlines()
     rest[MANIFEST] = b"\n".join(line for line in lines if not line.startswith(BUILDER))
     return rest
@@ -81,7 +81,7 @@ def merge(jar, first, *others):
         differing = sorted(name for name in ours.keys() | theirs.keys() if ours.get(name) != theirs.get(name))
         if differing:
             raise Refused(f"{other} and {first} differ in more than the native libraries: {', '.join(differing)}")
-        for name in sorted(name for name in more if name.startswith(NATIVE)):
+        for name in sorted(name for name in more if name.startswith(OF_PLATFORMS)):
             if merged.setdefault(name, more[name]) != more[name]:
                 raise Refused(f"{other} has another {name} than the jars before it")
     write(jar, merged)

@@ -26,6 +26,7 @@ usr/share/doc/orvex-usb-access/changelog.gz
 usr/share/doc/orvex-usb-access/copyright
 usr/share/doc/orvex-usb-access/docs/platforms.md
 usr/share/doc/orvex-usb-access/docs/threading.md
+usr/share/doc/orvex-usb-access/orvex-usb-access.cdx.json
 usr/share/java/orvex-usb-access-3.47.jar
 usr/share/java/orvex-usb-access.jar
 usr/share/lintian/overrides/orvex-usb-access
@@ -47,6 +48,7 @@ usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/src/example/Monitor.j
 usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/test/example/MonitorTest.java
 usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/test/example/SimulatedBus.java
 usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/test/example/ToolProcess.java
+usr/share/doc/orvex-usb-simulator/orvex-usb-simulator.cdx.json
 usr/share/doc/orvex-usb-simulator/sim/bus/README.md
 usr/share/lintian/overrides/orvex-usb-simulator
 """,
