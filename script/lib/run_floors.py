@@ -4,6 +4,7 @@ Called by script/test from the root of the project. Each floor is one or more ru
 or counted, or that outlives its deadline, stands in the sum as one failed test with the end of its log.
 """
 
+import argparse
 import json
 import os
 import re
@@ -51,6 +52,7 @@ SANITIZERS = {
 }
 LEAST_LINES, LEAST_BRANCHES = 100.0, 95.0  # percent of src that the unit tests have to reach
 HID_SUITES = ".*Hid.*Test"
+# Of two virtual machines each takes about half of the time; the half with the most threads has two processors.
 KERNEL_HALF = r".*(\.access\.|Hid|Endurance).*Test"
 FIRST_THAT_WARNS = 24  # version of Java
 MEMCHECK = ["valgrind", "--quiet", "--error-exitcode=9", "--leak-check=full", "--errors-for-leak-kinds=definite"]
@@ -66,8 +68,8 @@ def ctest(preset, targets, choice):
     demand(["cmake", "--preset", preset], folder / f"{preset}-build.log", BUILD_DEADLINE)
     demand(["cmake", "--build", "--preset", preset, "--target", *targets], folder / f"{preset}-build.log", BUILD_DEADLINE)
     report, log = folder / f"{preset}.xml", folder / f"{preset}.log"
-    # Twice as many as there are cores: many of the tests wait most of their time.
-    command = ["ctest", "--test-dir", f"build/{preset}", f"-j{2 * os.cpu_count()}", "--no-tests=error"]
+    # More than there are cores: many of the tests wait most of their time.
+    command = ["ctest", "--test-dir", f"build/{preset}", f"-j{3 * os.cpu_count()}", "--no-tests=error"]
     command += ["--output-on-failure", "--timeout", ONE_UNIT_TEST_DEADLINE, "--output-junit", report, *choice]
     status = execute(command, log, UNIT_DEADLINE, SANITIZERS)
     return cases_of([report] if report.exists() else [], log, status)
@@ -193,12 +195,12 @@ def on_simulated_bus(folder, suite, log, build=RELEASE, environment=None):
     return junit_cases(folder / "reports", log, status)
 
 
-def java_simulated():
+def java_simulated(choice=()):
     """The JUnit suite on what is shipped, and that itself. The HID devices of macOS itself are not simulated."""
     folder = RESULTS / "java"
     build_release(folder, "orvex_java_tests")
     left_out = [f"--exclude-classname={HID_SUITES}"] if MACOS else []
-    suite = junit(folder / "reports", launcher=left_out, without=["kernel", "newest"])
+    suite = junit(folder / "reports", launcher=[*left_out, *choice], without=["kernel", "newest"])
     return [*on_simulated_bus(folder, suite, folder / "junit.log"), *of_what_is_shipped(folder)]
 
 
@@ -270,10 +272,9 @@ def in_machine(deadline, shared, *command, scenario=SCENARIO, processors=2):
     return [*machine, "--env", f"SIMBUS_USBIP={server}", "--", "tests/system/with-kernel-bus", scenario, "--", *command]
 
 
-def java_on_kernel(choice, processors):
+def java_on_kernel(choice, pattern, processors):
     """The same suite where a stock kernel, udev and libusb have the devices. What needs the memory bus stays out, what
-    needs a kernel is in. Each of two machines takes about half of the time; the half with the most threads has more
-    than one processor."""
+    needs a kernel is in. The choice is to include or to exclude the classes whose names match."""
     folder = RESULTS / "system" / choice
     build_release(folder, "orvex_java_tests")
     reports, log = folder / "reports", folder / "junit.log"
@@ -281,7 +282,7 @@ def java_on_kernel(choice, processors):
     # With the default collector a JVM can crash under emulation.
     jvm = ["-XX:+UseSerialGC"]
     without = ["memory", "loading", "newest", "preload"]
-    suite = junit(reports, jvm, [f"--{choice}-classname={KERNEL_HALF}"], without=without)
+    suite = junit(reports, jvm, [f"--{choice}-classname={pattern}"], without=without)
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite, processors=processors), log, SYSTEM_DEADLINE + 10)
     return junit_cases(reports, log, status)
 
@@ -344,18 +345,17 @@ def pulled_devices():
 
 
 HOUSE, ASAN, TSAN = ("house", house), ("asan", unit_asan), ("tsan", unit_tsan)
-# The runs of each floor, in lanes: those of one lane come one after the other, and the lanes are side by side, as the
-# runs of the java and system floors mostly wait.
+# The runs of each floor, in lanes: those of one lane come one after the other, and the lanes are side by side.
 FLOORS = {
-    "unit": [[HOUSE, ASAN, TSAN, ("coverage", coverage)]],
+    "unit": [[HOUSE], [ASAN, TSAN, ("coverage", coverage)]],
     "java": [
         [("release", java_simulated), ("asan", java_asan)],
         [("macOS side", java_macos_side), ("documents", documents), ("package", package_unpacked)],
     ],
     "system": [
-        [("java on kernel", lambda: java_on_kernel("exclude", processors=1)), ("kernel bus", system_selftest),
+        [("java on kernel", lambda: java_on_kernel("exclude", KERNEL_HALF, processors=1)), ("kernel bus", system_selftest),
          ("remote", remote_devices)],
-        [("HID and stress", lambda: java_on_kernel("include", processors=2)), ("round trips", round_trips),
+        [("HID and stress", lambda: java_on_kernel("include", KERNEL_HALF, processors=2)), ("round trips", round_trips),
          ("pulls", pulled_devices), ("package installed", package_installed)],
     ],
 }
@@ -364,7 +364,7 @@ if newest_java():
 if MACOS:
     # The fakes that some unit tests need are not linked there; its JVM cannot be made to load the sanitizer first, and
     # the documents have the library paths of Linux, as the package has; the system floor needs a Linux kernel.
-    FLOORS = {"unit": [[HOUSE, ASAN, TSAN]], "java": [[("release", java_simulated), ("macOS side", java_macos_side)]]}
+    FLOORS = {"unit": [[HOUSE], [ASAN, TSAN]], "java": [[("release", java_simulated), ("macOS side", java_macos_side)]]}
 
 
 def perform(floor, build, work):
@@ -380,17 +380,35 @@ def perform(floor, build, work):
     return run
 
 
-def side_by_side(floor, lanes):
-    with ThreadPoolExecutor(len(lanes)) as pool:
-        return list(chain(*pool.map(lambda lane: [perform(floor, *run) for run in lane], lanes)))
+def only(suites):
+    """The floors when no more is wanted than the JUnit classes whose names match."""
+    pattern = f".*({suites}).*"
+    return {
+        "java": [[("release", lambda: java_simulated([f"--include-classname={pattern}"]))]],
+        "system": [[("java on kernel", lambda: java_on_kernel("include", pattern, processors=2))]],
+    }
 
 
-def main(floors):
+def side_by_side(lanes_of, floors):
+    lanes = [(floor, lane) for floor in floors for lane in lanes_of[floor]]
+    with ThreadPoolExecutor(max(len(lanes), 1)) as pool:
+        return list(chain(*pool.map(lambda lane: [perform(lane[0], *run) for run in lane[1]], lanes)))
+
+
+def main(floors, suites):
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, end_all)
     shutil.rmtree(RESULTS, ignore_errors=True)
-    return summarise([run for floor in floors or FLOORS for run in side_by_side(floor, FLOORS[floor])])
+    lanes_of = only(suites) if suites else FLOORS
+    chosen = [floor for floor in lanes_of if floor in floors or not floors]
+    # Compilers and lint keep all processors busy; what comes after them often waits.
+    first, rest = [floor for floor in chosen if floor == "unit"], [floor for floor in chosen if floor != "unit"]
+    return summarise([*side_by_side(lanes_of, first), *side_by_side(lanes_of, rest)])
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--suites")
+    parser.add_argument("floors", nargs="*")
+    given = parser.parse_args()
+    sys.exit(main(given.floors, given.suites))

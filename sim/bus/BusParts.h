@@ -10,6 +10,7 @@
 #include "Agenda.h"
 #include "Bus.h"
 #include "ControlSocket.h"
+#include "Json.h"
 #include "PluggedDevice.h"
 #include "Worker.h"
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "Json.h"
+
 namespace simbus {
 
 namespace {

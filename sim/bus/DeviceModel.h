@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Bus.h"
-#include "Json.h"
 
 namespace simbus {
 
@@ -106,9 +106,9 @@ struct DeviceModel {
 };
 
 // Throws std::runtime_error with a text that names what is wrong.
-DeviceModel readDevice(const Json& json);
+DeviceModel readDevice(const nlohmann::json& device);
 // Visits the endpoints in the JSON of a device, in all its configurations and settings.
-void forEachEndpoint(Json& device, const std::function<void(Json&)>& visit);
+void forEachEndpoint(nlohmann::json& device, const std::function<void(nlohmann::json&)>& visit);
 
 // The descriptors as the device gives them to a host, raw ones of the scenario first.
 Bytes deviceDescriptor(const DeviceModel& device);

@@ -66,14 +66,42 @@ def complaints(machine):
     yield from expect("a wrong suite", machine.run("fresh", "sid"), 1, "unknown suite: sid; known are bookworm")
     yield from expect("another processor", machine.run("fresh", "trixie", "riscv64"), 1, "only amd64 can be had here")
     if os.geteuid() == 0:
+        (machine.folder / "bin/unshare").write_text("#!/bin/sh\nexit 1\n")
+        (machine.folder / "bin/unshare").chmod(0o755)
+        yield from expect("no namespaces", machine.run("fresh", "trixie"), 3, "namespaces are not allowed here")
         nobody = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
         yield from expect("no root", build_set(user=nobody, MISSING="cmake"), 1, "as root: apt-get install cmake")
-        yield from expect("no root for fresh", machine.run("fresh", "trixie", user=nobody), 1, "sudo script/fresh trixie")
+        yield from expect("no root for fresh", machine.run("fresh", "trixie", user=nobody), 3, "sudo script/fresh trixie")
+
+
+def ci_run(root, folder, fresh):
+    """Exit status of .ci/run, and its last line, where script/fresh does this in an empty Debian."""
+    for name in (".ci/run", "script/lib/common.sh"):
+        (folder / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(root / name, folder / name)
+    for name, text in {"fresh": fresh, "test": "echo 10 passed, 0 failed, 1 skipped"}.items():
+        (folder / "script" / name).write_text(f"#!/bin/sh\n{text}\n")
+        (folder / "script" / name).chmod(0o755)
+    done = subprocess.run([folder / ".ci/run"], capture_output=True, text=True, check=False)
+    return done.returncode, done.stdout.splitlines()[-1]
+
+
+def ci_complaints(root, folder):
+    passes = "echo 3 passed, 0 failed, 0 skipped; echo 4 passed, 0 failed, 0 skipped"
+    for what, fresh, wanted in (
+        ("two empty Debians", passes, (0, "14 passed, 0 failed, 0 skipped")),
+        ("a failure in one", f"{passes}; [ $1 = trixie ]", (1, "14 passed, 0 failed, 0 skipped")),
+        ("a machine without empty Debians", "exit 3", (0, "10 passed, 0 failed, 1 skipped")),
+        ("a machine without the newer one", f"[ $1 = bookworm ] || exit 3; {passes}", (0, "7 passed, 0 failed, 0 skipped")),
+    ):
+        outcome = ci_run(root, folder, fresh)
+        if outcome != wanted:
+            yield f"CI on {what}: {outcome}"
 
 
 def main(root):
-    with tempfile.TemporaryDirectory() as scratch:
-        found = list(complaints(Machine(root, Path(scratch))))
+    with tempfile.TemporaryDirectory() as scratch, tempfile.TemporaryDirectory() as checkout:
+        found = [*complaints(Machine(root, Path(scratch))), *ci_complaints(root, Path(checkout))]
     print("\n".join(found) or "ok")
     return 1 if found else 0
 
