@@ -69,7 +69,7 @@ final class OrvexUsb {
         line.setColorScheme(Help.defaultColorScheme(Terminal.hasColours() ? Ansi.ON : Ansi.OFF));
         line.setExecutionExceptionHandler((failure, command, parsed) -> {
             String cause = failure instanceof IOException ? "cannot read or write the file: " : "";
-            command.getErr().println("orvex-usb: " + cause + failure.getMessage());
+            command.getErr().println("orvex-usb: " + cause + Text.printable(String.valueOf(failure.getMessage())));
             return CommandLine.ExitCode.SOFTWARE;
         });
         return line;

@@ -18,8 +18,6 @@ import org.junit.jupiter.params.provider.ValueSource;
 
 /** The tool's longer jobs: whole files, measurements, a reset. */
 class ToolJobsTest extends ToolFixture {
-    private static final String TERMINALS = "orvex.usb.terminals";
-
     @TempDir
     private Path folder;
 
@@ -31,16 +29,6 @@ class ToolJobsTest extends ToolFixture {
         ByteArrayOutputStream all = new ByteArrayOutputStream();
         bus.received("bench", endpoint).forEach(all::writeBytes);
         return all.toByteArray();
-    }
-
-    /** Runs a command line as if these streams were a terminal. */
-    private ToolRun onTerminals(String which, String line) {
-        System.setProperty(TERMINALS, which);
-        try {
-            return run(line);
-        } finally {
-            System.clearProperty(TERMINALS);
-        }
     }
 
     @Test
