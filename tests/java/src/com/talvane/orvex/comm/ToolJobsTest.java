@@ -80,6 +80,27 @@ class ToolJobsTest extends ToolFixture {
     }
 
     @Test
+    void aFileThatNothingWasReadIntoKeepsWhatItHad() throws Exception {
+        Path file = file(10);
+        assertFails("read --serial NOBODY --bytes 100 --to " + file, "no device with serial number NOBODY");
+        assertArrayEquals(pattern(10), read(file));
+        assertFails("read --serial BENCH00001 --timeout 50 --bytes 100 --to " + file, "endpoint 0x81");
+        assertArrayEquals(pattern(10), read(file));
+        bus.feed("bench", 0x81, pattern(4));
+        good("read --serial BENCH00001 --bytes 4 --to " + file);
+        assertArrayEquals(pattern(4), read(file));
+        good("read --serial BENCH00001 --bytes 0 --to " + file);
+        assertEquals(0, read(file).length);
+    }
+
+    @Test
+    void aFileThatCannotBeWrittenIsToldBeforeAByteIsRead() {
+        bus.feed("bench", 0x81, pattern(4));
+        assertFails("read --serial BENCH00001 --bytes 4 --to " + folder, folder.toString());
+        assertEquals(4, good("read --serial BENCH00001 -o -").bytes().length);
+    }
+
+    @Test
     void progressIsShownOnATerminalOnly() throws Exception {
         String line = "write --serial BENCH00001 --out 3 --size 250 --file " + file(1000);
         assertFalse(onTerminals("out", line).err().contains("\r"));
