@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <string>
 #include <thread>
@@ -84,6 +86,11 @@ class Client {
     }
 
  private:
+    struct Asked {
+        bool in;
+        std::uint32_t unlinked;
+    };
+
     // False at the end of the client.
     bool act(std::uint8_t choice) {
         switch (choice % 10) {
@@ -138,7 +145,7 @@ class Client {
             setup.resize(8);
         }
         const Bytes data = in ? Bytes() : input_.bytes(length);
-        asked_[{kSubmitAnswer, number}].push_back(in);
+        asked_[{kSubmitAnswer, number}].push_back({in, 0});
         say(message({kSubmit, number, 0, in ? 1U : 0U, endpoint, 0, in ? length : std::uint32_t(data.size())},
                     setup, data));
     }
@@ -146,7 +153,7 @@ class Client {
     void unlink() {
         const std::uint32_t number = input_.byte() % 8;
         const std::uint32_t unlinked = input_.byte() % 8;
-        asked_[{kUnlinkAnswer, number}].push_back(false);
+        asked_[{kUnlinkAnswer, number}].push_back({false, unlinked});
         say(message({kUnlink, number, 0, 0, 0, unlinked}, Bytes(8), {}));
     }
 
@@ -198,12 +205,21 @@ class Client {
     /// The number of bytes behind the answer's header.
     std::size_t requireGoodAnswer(std::size_t at) {
         const std::uint32_t kind = wordAt(at);
-        auto& asked = asked_[{kind, wordAt(at + 4)}];
+        const Asked asked = answered(kind, wordAt(at + 4));
+        const auto status = static_cast<std::int32_t>(wordAt(at + 20));
+        require(status <= 0, "a status is 0 or an error");
+        if (kind == kUnlinkAnswer && status == -ECONNRESET) {
+            answered(kSubmitAnswer, asked.unlinked);  // what was taken back has no answer of its own
+        }
+        return kind == kSubmitAnswer && asked.in ? wordAt(at + 24) : 0;
+    }
+
+    Asked answered(std::uint32_t kind, std::uint32_t number) {
+        auto& asked = asked_[{kind, number}];
         require(!asked.empty(), "what is answered was asked, and was not answered before");
-        const bool in = asked.front();
-        asked.erase(asked.begin());
-        require(static_cast<std::int32_t>(wordAt(at + 20)) <= 0, "a status is 0 or an error");
-        return kind == kSubmitAnswer && in ? wordAt(at + 24) : 0;
+        const Asked first = asked.front();
+        asked.pop_front();
+        return first;
     }
 
     FuzzInput& input_;
@@ -211,7 +227,7 @@ class Client {
     std::size_t said_ = 0;
     bool imported_ = false;
     bool isTold_ = true;  // nothing was said that is not kept in asked_
-    std::map<std::pair<std::uint32_t, std::uint32_t>, std::vector<bool>> asked_;  // by kind and number: reads
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::deque<Asked>> asked_;  // by kind and number
     Bytes heard_;
 };
 
