@@ -12,6 +12,10 @@ endfunction()
 orvex_debian_papers(orvex-usb-access debian)
 orvex_debian_papers(orvex-usb-simulator debian_simulator)
 
+file(CREATE_LINK ../picocli.jar ${CMAKE_CURRENT_BINARY_DIR}/info.picocli.jar SYMBOLIC)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/info.picocli.jar DESTINATION ${CMAKE_INSTALL_DATADIR}/java/lib
+  COMPONENT debian EXCLUDE_FROM_ALL)
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_INSTALL_CMAKE_PROJECTS
   "${CMAKE_BINARY_DIR};${PROJECT_NAME};orvex;/;${CMAKE_BINARY_DIR};${PROJECT_NAME};debian;/")

@@ -1,5 +1,7 @@
 #include "Bus.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -17,9 +19,19 @@ using Lock = std::unique_lock<std::mutex>;
 
 namespace {
 
+// Null when there is none, and in a program that has more rights than its user, who must not steer it.
+const char* fromEnvironment(const char* name) {
+#ifdef __GLIBC__
+    const char* value = secure_getenv(name);
+#else
+    const char* value = issetugid() != 0 ? nullptr : std::getenv(name);
+#endif
+    return value == nullptr || *value == '\0' ? nullptr : value;
+}
+
 void loadFromEnvironment(Bus& bus) {
-    const char* path = std::getenv("SIMBUS_SCENARIO");
-    if (path == nullptr || *path == '\0') {
+    const char* path = fromEnvironment("SIMBUS_SCENARIO");
+    if (path == nullptr) {
         return;
     }
     try {
@@ -53,10 +65,13 @@ namespace {
 
 Bus::Bus() : parts_(new Parts) {
     loadFromEnvironment(*this);
-    const char* path = std::getenv("SIMBUS_SOCKET");
-    if (path != nullptr && *path != '\0') {
+    if (const char* path = fromEnvironment("SIMBUS_SOCKET"); path != nullptr) {
         parts_->socket.open(path, [this](const std::string& line) { return command(line); });
     }
+}
+
+bool Bus::hasControlSocket() const {
+    return parts_->socket.isOpen();
 }
 
 void Bus::stop() {

@@ -123,7 +123,11 @@ class SIMBUS_API Bus {
     // The one bus of the process. It is made when the library is loaded: the scenario file named by
     // SIMBUS_SCENARIO is read, and a control socket made at SIMBUS_SOCKET. At process exit its threads are
     // stopped and the socket goes.
+    // Programs that have more rights than their user are steered by neither.
     static Bus& instance();
+
+    // Whether the control socket that the environment asks for could be made.
+    bool hasControlSocket() const;
 
     // Control. These throw std::runtime_error with a text for people when something is not so (no such
     // device, already plugged in, ...).

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -33,6 +34,32 @@ constexpr int sendFlags = MSG_NOSIGNAL;
 constexpr int sendFlags = 0;
 #endif
 
+// Makes the way free: only a socket that nobody answers on is nobody's. False, with errno, when the path is
+// taken.
+bool makeRoom(const sockaddr_un& address) {
+    struct stat found {};
+    if (lstat(address.sun_path, &found) != 0) {
+        return true;
+    }
+    if (!S_ISSOCK(found.st_mode)) {
+        errno = EEXIST;
+        return false;
+    }
+    const int probe = socket(AF_UNIX, SOCK_STREAM, 0);
+    prepare(probe);
+    const bool left = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
+                      errno == ECONNREFUSED;
+    ::close(probe);
+    errno = EADDRINUSE;
+    return left && unlink(address.sun_path) == 0;
+}
+
+// Nobody can connect before listen(), so the rights are right in time.
+bool listenOn(int fd, const sockaddr_un& address) {
+    return makeRoom(address) && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+           chmod(address.sun_path, S_IRUSR | S_IWUSR) == 0 && listen(fd, 16) == 0;
+}
+
 int listenAt(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -46,8 +73,7 @@ int listenAt(const std::string& path) {
         return -1;
     }
     prepare(fd);
-    unlink(path.c_str());
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(fd, 16) != 0) {
+    if (!listenOn(fd, address)) {
         const int error = errno;
         ::close(fd);
         errno = error;

@@ -14,9 +14,10 @@ class ControlSocket {
  public:
     using Answer = std::function<std::string(const std::string& line)>;
 
-    // Makes the socket (an old file at the path is replaced) and serves it. False, with a text on standard
-    // error, when that cannot be done.
+    // Makes the socket, for this user alone, and serves it. One at the path that nobody answers on any more
+    // is replaced, nothing else. False, with a text on standard error, when that cannot be done.
     bool open(const std::string& path, Answer answer);
+    bool isOpen() const { return worker_.running(); }
     // Stops the thread and removes the file.
     void close();
 

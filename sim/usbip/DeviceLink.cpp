@@ -14,6 +14,7 @@ namespace simbus::usbip {
 namespace {
 
 constexpr std::size_t largestTransfer = std::size_t{64} << 20;
+constexpr std::size_t mostWaitingBytes = 2 * largestTransfer;
 constexpr std::size_t mostIsoPackets = 1024;
 constexpr std::size_t isoDescriptorBytes = 16;
 
@@ -48,9 +49,10 @@ void DeviceLink::hangUp() {
 void DeviceLink::serve() {
     Request request;
     Bytes data;
-    while (readRequest(request, data)) {
+    bool makesSense = true;
+    while (makesSense && readRequest(request, data)) {
         if (request.kind == Request::Kind::submit) {
-            submit(request, std::move(data));
+            makesSense = submit(request, std::move(data));
         } else {
             unlink(request);
         }
@@ -80,11 +82,12 @@ bool DeviceLink::readRequest(Request& request, Bytes& data) {
            receiveWhole(socket_, isoDescriptors.data(), isoDescriptors.size());
 }
 
-void DeviceLink::submit(const Request& request, Bytes data) {
+// False when the request makes no sense.
+bool DeviceLink::submit(const Request& request, Bytes data) {
     if (request.isoPackets > 0) {
         const std::lock_guard<std::mutex> lock(mutex_);
         send(submitAnswer(request.number, -EINVAL, 0), nullptr, 0);
-        return;
+        return true;
     }
     auto urb = std::make_shared<Urb>();
     urb->data = std::move(data);
@@ -96,15 +99,27 @@ void DeviceLink::submit(const Request& request, Bytes data) {
     urb->transfer.data = urb->data.data();
     urb->transfer.length = urb->data.size();
     urb->transfer.done = [self = shared_from_this(), number = request.number] { self->completed(number); };
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        waiting_[request.number] = urb;
+    if (!noteAsWaiting(request.number, urb)) {
+        return false;
     }
     const Submitted submitted = Bus::instance().submit(connection_, urb->transfer);
     if (submitted != Submitted::accepted) {
         urb->transfer.status = submitted == Submitted::noDevice ? Status::noDevice : Status::stall;
         completed(request.number);
     }
+    return true;
+}
+
+// False for a number that waits already: its answer could not be told from the other's. False, too, when more
+// waits than any kernel lets wait.
+bool DeviceLink::noteAsWaiting(std::uint32_t number, const std::shared_ptr<Urb>& urb) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::size_t bytes = sizeof(Urb) + urb->data.size();
+    if (bytes > mostWaitingBytes - waitingBytes_ || !waiting_.emplace(number, urb).second) {
+        return false;
+    }
+    waitingBytes_ += bytes;
+    return true;
 }
 
 void DeviceLink::unlink(const Request& request) {
@@ -128,8 +143,12 @@ void DeviceLink::completed(std::uint32_t number) {
     std::shared_ptr<Urb> urb;
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = waiting_.find(number);
+    if (found == waiting_.end()) {
+        return;
+    }
     urb = std::move(found->second);
     waiting_.erase(found);
+    waitingBytes_ -= sizeof(Urb) + urb->data.size();
 
     const Transfer& transfer = urb->transfer;
     if (transfer.status == Status::noDevice) {

@@ -21,8 +21,9 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
     DeviceLink(const DeviceLink&) = delete;
     DeviceLink& operator=(const DeviceLink&) = delete;
 
-    // Reads and handles requests on the calling thread until the other end or hangUp() closes the link; then
-    // takes back what still waits. Answers are sent from whichever thread completes a transfer.
+    // Reads and handles requests on the calling thread until the other end or hangUp() closes the link, or a
+    // request makes no sense; then takes back what still waits. Answers are sent from whichever thread
+    // completes a transfer.
     void serve();
 
     // Closes the link towards the kernel, which is the device's unplug there. From any thread.
@@ -37,7 +38,8 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
     };
 
     bool readRequest(Request& request, Bytes& data);
-    void submit(const Request& request, Bytes data);
+    bool submit(const Request& request, Bytes data);
+    bool noteAsWaiting(std::uint32_t number, const std::shared_ptr<Urb>& urb);
     void unlink(const Request& request);
     void completed(std::uint32_t number);
     void takeBackAll();
@@ -49,6 +51,7 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
     // sent.
     std::mutex mutex_;
     std::map<std::uint32_t, std::shared_ptr<Urb>> waiting_;
+    std::size_t waitingBytes_ = 0;  // the memory that they take
 };
 
 }  // namespace simbus::usbip

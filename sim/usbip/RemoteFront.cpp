@@ -20,7 +20,7 @@ namespace {
 
 constexpr int patienceSeconds = 5;  // with a client that has no device yet
 constexpr int waitingClients = 16;
-constexpr std::chrono::milliseconds pauseAfterError{100};  // too many open files, mostly
+constexpr std::chrono::milliseconds pauseAfterError{100};  // too many open files or threads, mostly
 
 void setPatience(int socket, int seconds) {
     const timeval patience{seconds, 0};  // 0 is for ever
@@ -53,6 +53,17 @@ int listeningSocket(std::uint16_t port) {
         throw std::system_error(problem, std::generic_category(), "port " + std::to_string(port));
     }
     return listener;
+}
+
+// False when the system has no thread to give.
+template <class Work>
+bool startThread(Work work) {
+    try {
+        std::thread(work).detach();
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
 }
 
 }  // namespace
@@ -130,9 +141,8 @@ void RemoteFront::listen(std::uint16_t port) {
     std::thread([this, listener] {
         while (true) {
             const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-            if (client >= 0) {
-                std::thread([this, client] { serve(client); }).detach();
-            } else {
+            if (client < 0 || !startThread([this, client] { serve(client); })) {
+                ::close(client);
                 std::this_thread::sleep_for(pauseAfterError);
             }
         }

@@ -144,7 +144,7 @@ void lend(const Options& options) {
 }
 
 void run(const Options& options) {
-    if (!options.control.empty() && access(options.control.c_str(), F_OK) != 0) {
+    if (!options.control.empty() && !simbus::Bus::instance().hasControlSocket()) {
         throw std::runtime_error("there is no control socket at " + options.control);
     }
     if (!options.scenario.empty()) {

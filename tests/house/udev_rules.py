@@ -1,7 +1,7 @@
 """The rules for udev: usage udev_rules.py ROOT.
 
-They are for the vendors that the command-line tool lists by itself, and come early enough to give rights; where udevadm
-can verify files, it does.
+They are for the vendors that the command-line tool lists by itself, for nothing that hangs behind one of their hubs, and
+come early enough to give rights; orvex-usb doctor proposes the same. Where udevadm can verify files, it does.
 """
 
 import re
@@ -14,7 +14,9 @@ RULES = "packaging/udev"
 TOOL = "java/src/com/talvane/orvex/comm/tool/VendorOptions.java"
 POSTINST = "packaging/deb/postinst"
 SEAT_RULES = 73  # the number of the rules that turn the tag uaccess into a right
-KINDS = ('SUBSYSTEM=="usb"', 'SUBSYSTEM=="hidraw"')
+DOCTOR = "java/src/com/talvane/orvex/comm/tool/UdevRules.java"
+# By kind of node: how a rule names a vendor. An ATTRS{idVendor} fits a hub above the device as well.
+NAMES = {'SUBSYSTEM=="usb"': ("ATTR{idVendor}", str), 'SUBSYSTEM=="hidraw"': ("KERNELS", lambda id: f"0003:{id.upper()}:*")}
 
 
 def tool_vendors(root):
@@ -29,12 +31,21 @@ def number_complaints(rules):
 
 def vendor_complaints(rules, vendors):
     lines = rules.read_text().splitlines()
-    for kind in KINDS:
+    for kind, (key, name) in NAMES.items():
         found = [line for line in lines if line.startswith(kind)]
+        wanted = f'{key}=="{"|".join(map(name, vendors))}"'
         if len(found) != 1 or 'TAG+="uaccess"' not in found[0]:
             yield f'{rules}: one line of {kind} with TAG+="uaccess" is wanted: {found}'
-        elif f'{{idVendor}}=="{"|".join(vendors)}"' not in found[0]:
-            yield f"{rules}: not for the tool's vendors {vendors}: {found[0]}"
+        elif wanted not in found[0].split(", "):
+            yield f"{rules}: {wanted} is wanted, for the tool's vendors alone: {found[0]}"
+
+
+def doctor_complaints(root, rules):
+    """What doctor proposes for another vendor gives the same rights."""
+    proposed = re.search(r'RIGHTS = "(.*)";', (root / DOCTOR).read_text()).group(1).replace('\\"', '"')
+    for line in rules.read_text().splitlines():
+        if line.startswith(tuple(NAMES)) and not line.endswith(", " + proposed):
+            yield f"{DOCTOR}: the rights differ from those of {rules}: {proposed}"
 
 
 def postinst_complaints(root, vendors):
@@ -58,6 +69,7 @@ def complaints(root):
     for rules in sorted((root / RULES).iterdir()):
         yield from number_complaints(rules)
         yield from vendor_complaints(rules, vendors)
+        yield from doctor_complaints(root, rules)
         yield from udev_complaints(rules)
 
 

@@ -65,11 +65,11 @@ def names_the_missing_rule(_):
     """doctor names the rule for udev that is missing, for a device and for the node of a HID device."""
     plugdev = grp.getgrnam("plugdev").gr_gid
     for device, told, rule in (
-        (usb_device("ECHO0001"), ECHO1, 'SUBSYSTEM=="usb", ATTR{idVendor}=="6a5c"'),
-        (hid_device(), HID1, 'KERNEL=="hidraw*", ATTRS{idVendor}=="6a5c"'),
+        (usb_device("ECHO0001"), ECHO1, 'SUBSYSTEM=="usb", ENV{DEVTYPE}=="usb_device", ATTR{idVendor}=="6a5c"'),
+        (hid_device(), HID1, 'SUBSYSTEM=="hidraw", KERNELS=="0003:6A5C:*"'),
     ):
         with for_root_alone(node(device)):
-            expect_told(doctor(user=plugdev), f"{told}no permission to use {node(device)}", f'{rule}, TAG+="uaccess"')
+            expect_told(doctor(user=plugdev), f"{told}no permission to use {node(device)}", f'{rule}, MODE="0660", GROUP="plugdev", TAG+="uaccess"')
 
 
 def names_the_program(_):

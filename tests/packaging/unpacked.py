@@ -27,6 +27,7 @@ usr/share/doc/orvex-usb-access/copyright
 usr/share/doc/orvex-usb-access/docs/platforms.md
 usr/share/doc/orvex-usb-access/docs/threading.md
 usr/share/doc/orvex-usb-access/orvex-usb-access.cdx.json
+usr/share/java/lib/info.picocli.jar
 usr/share/java/orvex-usb-access-3.47.jar
 usr/share/java/orvex-usb-access.jar
 usr/share/lintian/overrides/orvex-usb-access

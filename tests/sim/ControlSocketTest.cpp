@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <utility>
 
 #include "ControlSocket.h"
@@ -61,6 +62,21 @@ class ControlSocketTest : public testing::Test {
     }
     void TearDown() override { socket.close(); }
 
+    static bool exists(const std::string& path) {
+        struct stat status {};
+        return stat(path.c_str(), &status) == 0;
+    }
+
+    // What a process leaves that ends by a signal: nobody listens there.
+    static int boundTo(const std::string& path) {
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        return fd;
+    }
+
     std::string path;
     simbus::ControlSocket socket;
 };
@@ -110,17 +126,67 @@ TEST_F(ControlSocketTest, AClientThatLeavesIsForgotten) {
     EXPECT_EQ(client.line(), "<still there>");
 }
 
-TEST_F(ControlSocketTest, AnOldFileIsReplacedAndTheFileGoesInTheEnd) {
+TEST_F(ControlSocketTest, TheFileGoesInTheEnd) {
+    socket.close();
+    EXPECT_FALSE(exists(path));
+}
+
+TEST_F(ControlSocketTest, ASocketThatNobodyAnswersOnIsReplaced) {
+    const std::string old = path + "-old";
+    const int left = boundTo(old);
+    ::close(left);
     simbus::ControlSocket newer;
-    ASSERT_TRUE(newer.open(path, [](const std::string&) { return "newer"; }));
+    ASSERT_TRUE(newer.open(old, [](const std::string&) { return "newer"; }));
     {
-        Client client(path);
+        Client client(old);
         client.send("x\n");
         EXPECT_EQ(client.line(), "newer");
     }
     newer.close();
-    struct stat status {};
-    EXPECT_NE(stat(path.c_str(), &status), 0);
+    EXPECT_FALSE(exists(old));
+}
+
+TEST_F(ControlSocketTest, ASocketThatSomebodyAnswersOnIsLeftAlone) {
+    simbus::ControlSocket second;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(second.open(path, {}));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::HasSubstr(path + ": Address already in use"));
+    second.close();
+    Client client(path);
+    client.send("x\n");
+    EXPECT_EQ(client.line(), "<x>");
+}
+
+TEST_F(ControlSocketTest, AFileThatIsNoSocketIsLeftAlone) {
+    const std::string file = path + "-file";
+    const std::string link = path + "-link";
+    std::ofstream(file) << "precious";
+    ASSERT_EQ(symlink(file.c_str(), link.c_str()), 0);
+    simbus::ControlSocket bad;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(bad.open(file, {}));
+    EXPECT_FALSE(bad.open(link, {}));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr(file + ": File exists"));
+    std::string text;
+    std::ifstream(link) >> text;
+    EXPECT_EQ(text, "precious");
+    unlink(link.c_str());
+    unlink(file.c_str());
+}
+
+TEST_F(ControlSocketTest, OnlyItsUserMayCommandTheBus) {
+    for (const mode_t mask : {mode_t{0}, mode_t{0777}}) {
+        const std::string own = path + "-own";
+        simbus::ControlSocket mine;
+        const mode_t before = umask(mask);
+        EXPECT_TRUE(mine.open(own, {}));
+        umask(before);
+        struct stat status {};
+        EXPECT_EQ(stat(own.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777U, 0600U);
+        mine.close();
+    }
 }
 
 TEST_F(ControlSocketTest, APathThatCannotBeIsTold) {

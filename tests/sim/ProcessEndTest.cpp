@@ -1,9 +1,11 @@
 // A process must end at once whatever its threads do with the bus, and find what its environment asks for at
 // its start.
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 #include "SimTest.h"
@@ -76,6 +78,29 @@ TEST_F(ProcessEnd, ByExitInsideAHook) {
 
 TEST_F(ProcessEnd, ByExitOnAThreadOfTheBus) {
     EXPECT_EXIT(endInASubscriberOfTheBussOwnThread(), testing::ExitedWithCode(0), "");
+}
+
+// The test after it runs this one in a process with more rights than its user; elsewhere nothing is named.
+TEST(ProcessWithRights, FindsAnEmptyBus) {
+    const char* named = std::getenv("SIMBUS_SCENARIO");
+    EXPECT_TRUE(named == nullptr || simbus::Bus::instance().devices().empty());
+}
+
+TEST(ProcessWithRights, TheEnvironmentNamesNothing) {
+    struct statvfs folder {};
+    statvfs(testing::TempDir().c_str(), &folder);
+    if (getuid() != 0 || (folder.f_flag & ST_NOSUID) != 0) {
+        GTEST_SKIP() << "takes root and a folder for temporary files where programs may have rights";
+    }
+    const std::string program = testing::TempDir() + "simbus-with-rights-" + std::to_string(getpid());
+    constexpr gid_t nobodysGroup = 65534;
+    std::filesystem::copy_file("/proc/self/exe", program);
+    EXPECT_EQ(chown(program.c_str(), 0, nobodysGroup), 0);
+    EXPECT_EQ(chmod(program.c_str(), 02755), 0);
+    setenv("SIMBUS_SCENARIO", SIM_SCENARIOS "/demo.json", 1);
+    EXPECT_EQ(std::system((program + " --gtest_filter=ProcessWithRights.FindsAnEmptyBus").c_str()), 0);
+    unsetenv("SIMBUS_SCENARIO");
+    std::filesystem::remove(program);
 }
 
 TEST_F(ProcessEnd, TheEnvironmentNamesScenarioAndSocket) {

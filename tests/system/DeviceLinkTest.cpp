@@ -116,6 +116,14 @@ class DeviceLinkTest : public testing::Test {
         expectAnswer(submitAnswered, number, 0);
     }
 
+    // The link has ended and nothing of it waits any more.
+    void awaitEnd() {
+        char byte = 0;
+        EXPECT_EQ(recv(kernel_, &byte, 1, 0), 0) << "the link ends";
+        server_.join();
+        server_ = std::thread([] {});
+    }
+
     int kernel_ = -1;
     std::shared_ptr<DeviceLink> link_;
     std::thread server_;
@@ -216,9 +224,8 @@ TEST_F(DeviceLinkTest, EndOfTheLinkTakesBackWhatWaits) {
     passOver(2);
     EXPECT_EQ(Bus::instance().pending("tool", 0x81), 1U);
     link_->hangUp();
-    server_.join();
+    awaitEnd();
     EXPECT_EQ(Bus::instance().pending("tool", 0x81), 0U);
-    server_ = std::thread([] {});
 }
 
 TEST_F(DeviceLinkTest, UnpluggedDeviceAnswersNothingMore) {
@@ -228,6 +235,28 @@ TEST_F(DeviceLinkTest, UnpluggedDeviceAnswersNothingMore) {
     link_->hangUp();
     char byte = 0;
     EXPECT_EQ(recv(kernel_, &byte, 1, 0), 0);
+}
+
+TEST_F(DeviceLinkTest, ANumberThatWaitsCannotBeGivenToAnother) {
+    submitIn(1, 1, 64);
+    submitIn(1, 1, 64);
+    awaitEnd();
+    EXPECT_EQ(Bus::instance().pending("tool", 0x81), 0U);
+    Bus::instance().feed("tool", 0x81, {1, 2, 3});
+}
+
+TEST_F(DeviceLinkTest, ANumberThatWasAnsweredCanBeGivenAgain) {
+    submitOut(1, 1, {7});
+    expectAnswer(submitAnswered, 1, 0);
+    submitOut(1, 1, {8});
+    expectAnswer(submitAnswered, 1, 0);
+}
+
+TEST_F(DeviceLinkTest, WhatWaitsHasABound) {
+    constexpr std::uint32_t most = 64U << 20U;
+    submitIn(1, 1, most);
+    submitIn(2, 1, most);
+    awaitEnd();
 }
 
 TEST_F(DeviceLinkTest, NonsenseEndsTheLink) {

@@ -149,7 +149,7 @@ final class Doctor {
         }
         List<String> holders = host.holders(device.node());
         return holders.isEmpty()
-                ? Finding.bad(what + "another program", "sudo orvex-usb doctor    tells which one")
+                ? Finding.bad(what + "another program", "sudo fuser -v " + device.node() + "    tells which one")
                 : Finding.bad(what + String.join(", ", holders), "end that program, or have it close the device");
     }
 

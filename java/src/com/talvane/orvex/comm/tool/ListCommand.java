@@ -3,6 +3,7 @@ package com.talvane.orvex.comm.tool;
 import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.function.UnaryOperator;
 import java.util.stream.Collectors;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
@@ -20,7 +21,10 @@ final class ListCommand implements Runnable {
 
     /** Other forms than the table. */
     private static final class Form {
-        @Option(names = "--raw", description = "Show the information lines as the library gives them.")
+        @Option(
+                names = "--raw",
+                description = "Show the information lines as the library gives them, but with a ? for each line end in a"
+                        + " device's texts, and on a terminal for each control character.")
         private boolean raw;
 
         @Option(names = "--json", description = "Show a JSON array of objects with the fields of these lines.")
@@ -31,7 +35,8 @@ final class ListCommand implements Runnable {
     public void run() {
         try (Session session = new Session(from.vendors())) {
             if (form.raw) {
-                session.lines().forEach(System.out::println);
+                UnaryOperator<String> safe = Terminal.isOut() ? Text::printable : Text::oneLine;
+                session.lines().stream().map(safe).forEach(System.out::println);
             } else if (form.json) {
                 System.out.println(session.devices().stream()
                         .map(device -> Json.object(device.fields()))

@@ -66,10 +66,11 @@ final class OrvexUsb {
     static CommandLine commandLine() {
         CommandLine line = new CommandLine(new OrvexUsb());
         line.setUsageHelpAutoWidth(true);
+        line.setExpandAtFiles(false); // a value may begin with an @
         line.setColorScheme(Help.defaultColorScheme(Terminal.hasColours() ? Ansi.ON : Ansi.OFF));
         line.setExecutionExceptionHandler((failure, command, parsed) -> {
             String cause = failure instanceof IOException ? "cannot read or write the file: " : "";
-            command.getErr().println("orvex-usb: " + cause + failure.getMessage());
+            command.getErr().println("orvex-usb: " + cause + Text.printable(String.valueOf(failure.getMessage())));
             return CommandLine.ExitCode.SOFTWARE;
         });
         return line;

@@ -2,10 +2,13 @@ package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
 import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
+import java.io.Closeable;
 import java.io.IOException;
-import java.io.OutputStream;
+import java.nio.ByteBuffer;
+import java.nio.channels.FileChannel;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
@@ -56,7 +59,8 @@ final class ReadCommand implements Callable<Integer> {
                 names = "--to",
                 paramLabel = "FILE",
                 required = true,
-                description = "Read into this file until it has as many bytes as --bytes tells.")
+                description = "Read into this file until it has as many bytes as --bytes tells; what it had goes when the"
+                        + " first ones are there.")
         private Path path;
 
         @Option(
@@ -82,12 +86,54 @@ final class ReadCommand implements Callable<Integer> {
 
     private int readFile(Pipe pipe) throws IOException, InterruptedException {
         int piece = size == null ? LongTransfer.USUAL_PIECE : size;
-        try (OutputStream file = Files.newOutputStream(target.file.path)) {
-            return new LongTransfer(device, target.file.bytes, piece).run("Read", (open, at, most) -> {
+        try (Destination to = new Destination(target.file.path)) {
+            int status = new LongTransfer(device, target.file.bytes, piece).run("Read", (open, at, most) -> {
+                to.open();
                 Transfer got = open.read(pipe, most);
-                file.write(got.data());
+                to.write(got.data());
                 return got;
             });
+            if (status == 0) {
+                to.write(new byte[0]); // nothing was asked for
+            }
+            return status;
+        }
+    }
+
+    /** A file that keeps what it has until there is something new. */
+    private static final class Destination implements Closeable {
+        private final Path path;
+        private FileChannel file;
+        private boolean hasOld;
+
+        Destination(Path path) {
+            this.path = path;
+        }
+
+        /** Finds out that it cannot be written to before bytes are read that would be lost. */
+        void open() throws IOException {
+            if (file == null) {
+                file = FileChannel.open(path, StandardOpenOption.CREATE, StandardOpenOption.WRITE);
+                hasOld = Files.isRegularFile(path);
+            }
+        }
+
+        void write(byte[] data) throws IOException {
+            open();
+            if (hasOld) {
+                file.truncate(0);
+                hasOld = false;
+            }
+            for (ByteBuffer left = ByteBuffer.wrap(data); left.hasRemaining();) {
+                file.write(left);
+            }
+        }
+
+        @Override
+        public void close() throws IOException {
+            if (file != null) {
+                file.close();
+            }
         }
     }
 }

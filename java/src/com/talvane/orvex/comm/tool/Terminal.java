@@ -29,6 +29,11 @@ final class Terminal {
     private Terminal() {
     }
 
+    /** Whether standard output is one. */
+    static boolean isOut() {
+        return is("out");
+    }
+
     /** Whether standard error is one, where progress is shown. */
     static boolean isErr() {
         return is("err");
@@ -37,7 +42,7 @@ final class Terminal {
     /** Whether standard output is one, and one whose user wants colours. */
     static boolean hasColours() {
         String no = System.getenv("NO_COLOR");
-        return is("out") && (no == null || no.isEmpty()) && !"dumb".equals(System.getenv("TERM"));
+        return isOut() && (no == null || no.isEmpty()) && !"dumb".equals(System.getenv("TERM"));
     }
 
     private static boolean is(String stream) {

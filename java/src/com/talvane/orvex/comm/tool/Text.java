@@ -20,6 +20,11 @@ final class Text {
                 .toString();
     }
 
+    /** Replaces what ends a line, so that a text cannot pass for two; everything else stays as it is. */
+    static String oneLine(String text) {
+        return text.replaceAll("[\\n\\r\\x0B\\f\\x85\\u2028\\u2029]", "?");
+    }
+
     /** Lines of equal columns; the first row is the heading. */
     static List<String> table(List<List<String>> rows) {
         int columns = rows.get(0).size();

@@ -72,6 +72,35 @@ class BundledLibraryTest extends LoadingFixture {
         assertEquals(List.of(), files(cache).stream().filter(path -> !path.equals(cache)).toList());
     }
 
+    /** Who may write to a folder may take away what is in it, and put something else there. */
+    @ParameterizedTest
+    @ValueSource(strings = {"rwxrwxr-x", "rwxr-xrwx"})
+    void aCacheBelowAFolderOfOthersIsLeftForTheNextPlace(String permissions) throws Exception {
+        allow(home, permissions);
+        assertLoaded(child().run("version"));
+        unpackedIn(lastResort);
+        assertEquals(List.of(), files(cache));
+    }
+
+    @Test
+    @Tag("linux")
+    void aFolderOfOthersWhereNothingCanBeTakenAwayWillDo() throws Exception {
+        Files.setAttribute(home, "unix:mode", 01777);
+        assertLoaded(child().run("version"));
+        unpackedIn(cache);
+    }
+
+    @Test
+    void aLinkOnTheWayIsFollowedOnce() throws Exception {
+        Path real = Files.createDirectory(folder.resolve("real"));
+        Files.createSymbolicLink(cache.getParent(), real);
+        assertLoaded(child().run("version"));
+        unpackedIn(real.resolve(FOLDER));
+        allow(real, "rwxrwxrwx");
+        assertLoaded(child().run("version"));
+        unpackedIn(lastResort);
+    }
+
     @Test
     void processesThatUnpackAtTheSameTimeSeeWholeFilesAndLeaveOne() throws Exception {
         assertLoaded(child().run("version"));
@@ -110,6 +139,16 @@ class BundledLibraryTest extends LoadingFixture {
     void theJarLoadsByItself() throws Exception {
         ChildVm.Outcome tool = child().withoutNativeAccess().runJar(ChildVm.productJar(), "--version");
         assertEquals("orvex-usb, library version 3.47\n", tool.out(), tool.err());
+    }
+
+    @Test
+    void aLibraryThatSomebodyPutBesideTheJarIsNotTaken() throws Exception {
+        Path jar = Files.copy(ChildVm.productJar(), folder.resolve("tool.jar"));
+        Files.copy(ChildVm.productJar().resolveSibling("lib/info.picocli.jar"), folder.resolve("picocli.jar"));
+        assertTells(child().runJar(jar, "--version"), "NoClassDefFoundError: picocli/");
+        Files.createDirectory(folder.resolve("lib"));
+        Files.move(folder.resolve("picocli.jar"), folder.resolve("lib/info.picocli.jar"));
+        assertLoaded(child().runJar(jar, "--version"));
     }
 
     @Test

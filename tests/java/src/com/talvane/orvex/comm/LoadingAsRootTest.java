@@ -22,7 +22,7 @@ class LoadingAsRootTest extends LoadingFixture {
     void needRoot() throws IOException {
         assumeTrue("root".equals(System.getProperty("user.name")), "needs root, for mounts and for a second user");
         allow(folder, "rwxr-xr-x");
-        allow(temporary, "rwxrwxrwx");
+        Files.setAttribute(temporary, "unix:mode", 01777);
     }
 
     private static void give(Path path, String user) throws IOException {
@@ -69,6 +69,14 @@ class LoadingAsRootTest extends LoadingFixture {
     void aFolderOfAnotherUserIsNotTrusted() throws Exception {
         Files.createDirectories(cache);
         give(cache, NOBODY);
+        assertLoaded(child().run("version"));
+        unpackedIn(lastResort);
+        assertEquals(List.of(), files(cache));
+    }
+
+    @Test
+    void aFolderBelowThatOfAnotherUserIsNotTrusted() throws Exception {
+        give(Files.createDirectories(cache.getParent()), "daemon");
         assertLoaded(child().run("version"));
         unpackedIn(lastResort);
         assertEquals(List.of(), files(cache));

@@ -8,6 +8,8 @@ import org.junit.jupiter.api.BeforeEach;
 
 /** A test of the tool's commands on a bus. The session is theirs: a command that leaves it open fails. */
 abstract class ToolFixture extends UsbTest {
+    private static final String TERMINALS = "orvex.usb.terminals";
+
     @BeforeEach
     void waitForTheHost() {
         openSession();
@@ -16,6 +18,16 @@ abstract class ToolFixture extends UsbTest {
 
     final ToolRun run(String line) {
         return ToolRun.of(new byte[0], line.split(" "));
+    }
+
+    /** Runs a command line as if these streams were a terminal. */
+    final ToolRun onTerminals(String which, String line) {
+        System.setProperty(TERMINALS, which);
+        try {
+            return run(line);
+        } finally {
+            System.clearProperty(TERMINALS);
+        }
     }
 
     final ToolRun good(String line) {

@@ -18,8 +18,6 @@ import org.junit.jupiter.params.provider.ValueSource;
 
 /** The tool's longer jobs: whole files, measurements, a reset. */
 class ToolJobsTest extends ToolFixture {
-    private static final String TERMINALS = "orvex.usb.terminals";
-
     @TempDir
     private Path folder;
 
@@ -31,16 +29,6 @@ class ToolJobsTest extends ToolFixture {
         ByteArrayOutputStream all = new ByteArrayOutputStream();
         bus.received("bench", endpoint).forEach(all::writeBytes);
         return all.toByteArray();
-    }
-
-    /** Runs a command line as if these streams were a terminal. */
-    private ToolRun onTerminals(String which, String line) {
-        System.setProperty(TERMINALS, which);
-        try {
-            return run(line);
-        } finally {
-            System.clearProperty(TERMINALS);
-        }
     }
 
     @Test
@@ -89,6 +77,27 @@ class ToolJobsTest extends ToolFixture {
         bus.feed("bench", 0x81, pattern(64));
         assertFails("read --serial BENCH00001 --timeout 50 --size 64 --bytes 100 --to " + file, "-150: ");
         assertArrayEquals(pattern(64), read(file));
+    }
+
+    @Test
+    void aFileThatNothingWasReadIntoKeepsWhatItHad() throws Exception {
+        Path file = file(10);
+        assertFails("read --serial NOBODY --bytes 100 --to " + file, "no device with serial number NOBODY");
+        assertArrayEquals(pattern(10), read(file));
+        assertFails("read --serial BENCH00001 --timeout 50 --bytes 100 --to " + file, "endpoint 0x81");
+        assertArrayEquals(pattern(10), read(file));
+        bus.feed("bench", 0x81, pattern(4));
+        good("read --serial BENCH00001 --bytes 4 --to " + file);
+        assertArrayEquals(pattern(4), read(file));
+        good("read --serial BENCH00001 --bytes 0 --to " + file);
+        assertEquals(0, read(file).length);
+    }
+
+    @Test
+    void aFileThatCannotBeWrittenIsToldBeforeAByteIsRead() {
+        bus.feed("bench", 0x81, pattern(4));
+        assertFails("read --serial BENCH00001 --bytes 4 --to " + folder, folder.toString());
+        assertEquals(4, good("read --serial BENCH00001 -o -").bytes().length);
     }
 
     @Test

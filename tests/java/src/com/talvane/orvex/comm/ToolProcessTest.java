@@ -79,6 +79,22 @@ class ToolProcessTest extends UsbTest {
 
     @Test
     @Tag("memory")
+    void aValueOfAnotherOptionDoesNotSimulate() throws Exception {
+        ChildVm.Outcome taken = child().runLauncher("echo", "--timeout", "50", "--serial", "--simulate=none");
+        assertEquals("orvex-usb: no device with serial number --simulate=none (orvex-usb list shows the devices)\n",
+                taken.err());
+        ChildVm.Outcome both = child().runLauncher("echo", "--serial", "--simulate", "--simulate");
+        assertTrue(both.err().endsWith("orvex-usb: no device with serial number --simulate"
+                + " (orvex-usb list shows the devices)\n"), both.err());
+        for (String last : new String[] {"-V0x6A5C", "--vendor=0x6A5C", "--json"}) {
+            ChildVm.Outcome own = child().runLauncher("list", last, "--simulate");
+            assertEquals(0, own.status(), own.err());
+            assertTrue(own.out().contains("ECHO0001"), own.out());
+        }
+    }
+
+    @Test
+    @Tag("memory")
     @Tag("linux")
     void theLauncherTellsTheToolWhatIsATerminal() throws Exception {
         ChildVm onTerminal = child().withoutEnvironment("NO_COLOR").withEnvironment("TERM", "xterm")

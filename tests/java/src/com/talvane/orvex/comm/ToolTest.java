@@ -270,6 +270,13 @@ class ToolTest extends ToolFixture {
     }
 
     @Test
+    void aValueThatBeginsWithAnAtIsNoFile() throws Exception {
+        Path file = Files.writeString(folder.resolve("words"), "BENCH00001");
+        assertFails("echo --serial @" + file, "no device with serial number @" + file);
+        assertEquals(2, run("@" + Files.writeString(folder.resolve("line"), "codes")).status());
+    }
+
+    @Test
     void codesAreListed() {
         String out = good("codes").out();
         assertTrue(out.contains("-150  library  the transfer timed out\n"), out);

@@ -17,6 +17,7 @@ import org.junit.jupiter.params.provider.CsvSource;
 
 /** Each fault that the doctor knows, on a machine of the test's own making. */
 class DoctorTest {
+    private static final String RIGHTS = "MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"";
     private static final String LABEL = "TOOL0001 (6A5C:1001): ";
     private static final String FREE = LABEL + "no other driver and no other program holds it";
     private static final String FOUND = "of the 1 devices on the bus 1 are of the vendors 0x6A5C";
@@ -82,12 +83,13 @@ class DoctorTest {
         Finding wrong = wrong(findings("1:=6A5C:=1001:=0100:=<cannot_open>6A5C:1001:=?:=?:=x:=b:=0:=0:=end"));
         assertEquals(LABEL + "no permission to use " + node, wrong.text());
         assertEquals(List.of(
-                "put this line into /etc/udev/rules.d/71-usb-tools.rules",
-                "(with MODE=\"0666\" in place of TAG+=\"uaccess\" for those who are not logged in at the machine):",
-                "    SUBSYSTEM==\"usb\", ATTR{idVendor}==\"6a5c\", TAG+=\"uaccess\"",
+                "put this line into /etc/udev/rules.d/71-usb-tools.rules:",
+                "    SUBSYSTEM==\"usb\", ENV{DEVTYPE}==\"usb_device\", ATTR{idVendor}==\"6a5c\", " + RIGHTS,
                 "and have it obeyed:",
                 "    sudo udevadm control --reload-rules",
-                "    sudo udevadm trigger --subsystem-match=usb"), wrong.remedy());
+                "    sudo udevadm trigger --subsystem-match=usb",
+                "for a user who is not logged in at the machine itself, and with a new login:",
+                "    sudo adduser \"$USER\" plugdev"), wrong.remedy());
     }
 
     @Test
@@ -136,7 +138,7 @@ class DoctorTest {
     @Test
     void aProgramOfSomebodyElseIsToldWithoutAName() throws IOException {
         fake.addInterface(plugTool(), 0, "ff", "usbfs");
-        assertWrong(LABEL + "interface 0 is held by another program", "sudo orvex-usb doctor    tells which one",
+        assertWrong(LABEL + "interface 0 is held by another program", "sudo fuser -v " + node + "    tells which one",
                 ofTool());
     }
 
@@ -154,7 +156,7 @@ class DoctorTest {
         fake.forbid(hid);
         List<Finding> findings = findings(line("TOOL0001", 'h', 0, 0));
         assertWrong(LABEL + "no permission to use " + hid,
-                "    KERNEL==\"hidraw*\", ATTRS{idVendor}==\"6a5c\", TAG+=\"uaccess\"", findings);
+                "    SUBSYSTEM==\"hidraw\", KERNELS==\"0003:6A5C:*\", " + RIGHTS, findings);
         assertTrue(wrong(findings).remedy().contains("    sudo udevadm trigger --subsystem-match=hidraw"));
     }
 

@@ -10,7 +10,12 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
+import java.util.Set;
+import java.util.TreeSet;
 import java.util.concurrent.TimeUnit;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import java.util.stream.Collectors;
 import java.util.stream.Stream;
 import org.junit.jupiter.api.Test;
 import picocli.CommandLine;
@@ -62,6 +67,20 @@ class PagesTest {
         assertTrue(page.contains("(default: 0x6A5C,0x6A5D)"), page);
         assertTrue(page.startsWith(".TH ORVEX-USB 1 \"\" \"orvex-usb 3.47\""), page);
         assertTrue(!page.contains("${") && !page.contains("%n") && !page.contains("@|"), page);
+    }
+
+    @Test
+    void theLauncherKnowsWhichOptionsTakeNoValue() throws Exception {
+        CommandLine tool = OrvexUsb.commandLine();
+        Set<String> flags = Stream.concat(Stream.of(tool), tool.getSubcommands().values().stream())
+                .flatMap(command -> command.getCommandSpec().options().stream())
+                .filter(option -> option.arity().max() == 0)
+                .flatMap(option -> Arrays.stream(option.names()))
+                .collect(Collectors.toCollection(TreeSet::new));
+        String launcher = Files.readString(beside("orvex-usb"));
+        Matcher known = Pattern.compile("(?m)^flags='(.*)'$").matcher(launcher);
+        assertTrue(known.find(), launcher);
+        assertEquals(flags, new TreeSet<>(List.of(known.group(1).split(" "))));
     }
 
     @Test

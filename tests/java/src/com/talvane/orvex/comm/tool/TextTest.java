@@ -32,6 +32,11 @@ class TextTest {
     }
 
     @Test
+    void whatEndsALineDoesNotEndOne() {
+        assertEquals("a??b?c?d\u001B", Text.oneLine("a\r\nb\u0085c\u2028d\u001B"));
+    }
+
+    @Test
     void anInformationLineIsRead() {
         assertEquals(
                 new DeviceInfo(3, new UsbDeviceInfo(true, 0x6A5C, 0x1001, 0xABCD, "M", "P", "S:=x",
