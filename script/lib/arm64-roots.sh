@@ -52,6 +52,26 @@ arm64_unpack() {
     ln -s ../lib/jvm/default-java/bin/java "$place/usr/bin/java"
 }
 
+# What dpkg would know of the libraries if they were installed: what a package that is linked with them depends on
+# (script/package). Each file stands there with the root's own path before its name.
+arm64_know_libraries() {
+    local place=$arm64_place/full known=$arm64_place/full/var/lib/dpkg control=$arm64_apt/control deb name
+    mkdir -p "$known/info"
+    echo 1 >"$known/info/format"
+    printf '%s\n' "$(dpkg --print-architecture)" arm64 >"$known/arch"
+    for deb in "$arm64_apt"/archives/lib*_arm64.deb; do
+        rm -rf "$control"
+        dpkg-deb -e "$deb" "$control"
+        [[ -e $control/shlibs ]] || continue
+        name=$known/info/$(dpkg-deb -f "$deb" Package):arm64
+        sed '/^Package:/a Status: install ok installed' "$control/control" >>"$known/status"
+        echo >>"$known/status"
+        cp "$control/shlibs" "$name.shlibs"
+        [[ ! -e $control/symbols ]] || cp "$control/symbols" "$name.symbols"
+        dpkg-deb --fsys-tarfile "$deb" | tar -t | sed "s#^\./\(usr/\)\?#$place/usr/#" >"$name.list"
+    done
+}
+
 arm64_make() {
     local suite
     suite=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
@@ -60,6 +80,7 @@ arm64_make() {
     apt-get update
     arm64_unpack jre "${arm64_jre[@]}"
     arm64_unpack full "${arm64_full[@]}"
+    arm64_know_libraries
 }
 
 # Makes what is not there yet, for this release. Without anything to make it needs no network.

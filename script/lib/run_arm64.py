@@ -1,4 +1,4 @@
-"""Builds arm64 Linux on another processor, and tests the parts that the command line names: java, demo, unit.
+"""Builds arm64 Linux on another processor, and tests the parts that the command line names: java, demo, unit, package.
 
 Called by script/arm64 from the root of the project. The runs are counted and summed up as those of script/test are.
 """
@@ -9,7 +9,8 @@ import signal
 import sys
 
 from run_floors import (
-    BUILD_DEADLINE, DEMO, ONE_UNIT_TEST_DEADLINE, RELEASE, RESULTS, ROOT, SCENARIO, command_case, junit, side_by_side,
+    BUILD_DEADLINE, DEMO, ONE_UNIT_TEST_DEADLINE, PACKAGE_DEADLINE, RELEASE, RESULTS, ROOT, SCENARIO, command_case, junit,
+    side_by_side,
 )  # fmt: skip
 from runs import cases_of, demand, end_all, execute, junit_cases, summarise, told_cases
 
@@ -76,7 +77,16 @@ def unit():
     return cases_of([report] if report.exists() else [], log, status)
 
 
-RUNS = {"java": ("java", java), "demo": ("kernel", demo), "unit": ("unit", unit)}
+def package():
+    """The Debian packages, looked at and into."""
+    demand(["script/package", "--arm64"], LOGS / "package-build.log", BUILD_DEADLINE)
+    command = [sys.executable, "-B", "tests/packaging/unpacked.py", ROOT / "build/package-arm64", BUILD, "arm64"]
+    return told_cases(command, LOGS / "package.log", PACKAGE_DEADLINE)
+
+
+RUNS = {"java": ("java", java), "demo": ("kernel", demo), "unit": ("unit", unit), "package": ("package", package)}
+# Those that mostly wait go on side by side, the others one after the other with both processors for themselves.
+WAITING = ("java", "demo")
 
 
 def main(parts):
@@ -85,8 +95,8 @@ def main(parts):
     shutil.rmtree(LOGS, ignore_errors=True)
     runs = side_by_side("arm64", [[("library", library)]])
     if runs[0].count("failed") == 0:
-        runs += side_by_side("arm64", [[RUNS[part]] for part in parts if part != "unit"] or [[]])
-        runs += side_by_side("arm64", [[RUNS[part] for part in parts if part == "unit"]])
+        runs += side_by_side("arm64", [[RUNS[part] for part in parts if part == waiting] for waiting in WAITING])
+        runs += side_by_side("arm64", [[RUNS[part] for part in parts if part not in WAITING]])
     return summarise(runs)
 
 
