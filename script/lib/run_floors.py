@@ -139,7 +139,7 @@ def build_release(folder, *targets):
             demand(["cmake", "--build", "--preset", "release", "--target", *targets], folder / "build.log", BUILD_DEADLINE)
 
 
-def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()):
+def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=(), tests=TESTS_JAR):
     """The command that runs the JUnit suite, without the tests that have one of these tags."""
     return [
         java,
@@ -148,9 +148,9 @@ def junit(reports, jvm=(), launcher=(), library=LIBRARY, java="java", without=()
         *jvm,
         f"-Dorvex.usb.library={library}",
         "-cp",
-        f"{JUNIT}:{TESTS_JAR}",
+        f"{JUNIT}:{tests}",
         "org.junit.platform.console.ConsoleLauncher",
-        f"--scan-classpath={TESTS_JAR}",
+        f"--scan-classpath={tests}",
         f"--reports-dir={reports}",
         "--details=verbose",  # as it goes on, so that the log of a run that hangs tells where
         "--disable-banner",

@@ -1,4 +1,4 @@
-"""What script/bootstrap and script/fresh say and do on machines that are not as they should be: usage machines.py ROOT.
+"""What script/bootstrap, script/fresh and script/arm64 say and do on machines that are not as they should be: usage machines.py ROOT.
 
 Copies of them run with fakes of javac and of Debian's tools first in PATH, which tell what was called: one line says
 what is wrong and how to mend it, and nothing has been installed by then.
@@ -14,9 +14,10 @@ from pathlib import Path
 PROGRAMS = {
     "javac": 'echo "javac ${FAKE_JDK-17.0.1}"',
     "dpkg-query": 'case " ${FAKE_MISSING-} " in *" $4 "*) exit 1 ;; esac; printf installed',
-    "apt-get": 'echo "apt-get $*" >>"$FAKE_CALLS"; case "$*" in *"${FAKE_BAD-nothing}"*) echo $FAKE_SAID; exit 9 ;; esac',
+    "apt-get": 'case "$*" in *"${FAKE_SOURCES-nothing}"*) echo $FAKE_SAID; exit ;; esac; '
+               'echo "apt-get $*" >>"$FAKE_CALLS"; case "$*" in *"${FAKE_BAD-nothing}"*) echo $FAKE_SAID; exit 9 ;; esac',
     "apt-cache": 'case " ${FAKE_UNKNOWN-} " in *" $3 "*) exit 100 ;; esac',
-    "dpkg": "echo amd64",
+    "dpkg": "echo ${FAKE_PROCESSOR-amd64}",
     "sudo": "exit 1",
 }
 
@@ -24,7 +25,8 @@ PROGRAMS = {
 class Machine:
     def __init__(self, root, folder):
         self.folder, self.calls = folder, folder / "calls"
-        for name in ("script/bootstrap", "script/fresh", "script/lib/common.sh"):
+        libraries = [str(path.relative_to(root)) for path in root.glob("script/lib/*.sh")]
+        for name in ("script/bootstrap", "script/fresh", "script/arm64", *libraries):
             (folder / name).parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(root / name, folder / name)
         (folder / "bin").mkdir()
@@ -65,13 +67,20 @@ def complaints(machine):
     yield from expect("a failed download", build_set(MISSING="cmake", BAD="download-only"), 1, "cannot be fetched")
     yield from expect("a wrong suite", machine.run("fresh", "sid"), 1, "unknown suite: sid; known are bookworm")
     yield from expect("another processor", machine.run("fresh", "trixie", "riscv64"), 1, "only amd64 can be had here")
+    yield from expect("arm64 on arm64", machine.run("arm64", PROCESSOR="arm64"), 1, "this machine is arm64 itself")
     if os.geteuid() == 0:
         (machine.folder / "bin/unshare").write_text("#!/bin/sh\nexit 1\n")
         (machine.folder / "bin/unshare").chmod(0o755)
         yield from expect("no namespaces", machine.run("fresh", "trixie"), 3, "namespaces are not allowed here")
+        no_compiler = {"MISSING": "g++-aarch64-linux-gnu", "UNKNOWN": "g++-aarch64-linux-gnu"}
+        yield from expect("no cross compiler", machine.run("arm64", **no_compiler), 1, "does not have g++-aarch64-linux-gnu:")
+        yield from expect("no archive for arm64", machine.run("arm64"), 1, "apt's sources name no archive of Debian")
+        sources = {"SAID": "http://a.mirror/debian main bookworm", "SOURCES": "indextargets"}
+        yield from expect("no network for arm64", machine.run("arm64", **sources, BAD="update"), 1, "from http://a.mirror/debian:")
         nobody = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
         yield from expect("no root", build_set(user=nobody, MISSING="cmake"), 1, "as root: apt-get install cmake")
         yield from expect("no root for fresh", machine.run("fresh", "trixie", user=nobody), 3, "sudo script/fresh trixie")
+        yield from expect("no root for arm64", machine.run("arm64", user=nobody), 1, "sudo script/arm64")
 
 
 def ci_run(root, folder, fresh):

@@ -1,6 +1,7 @@
-"""Looks at the Debian packages and into them, and uses what is in them from a folder: usage unpacked.py FOLDER BUILD.
+"""Looks at the Debian packages and into them, and uses what is in them from a folder: usage unpacked.py FOLDER BUILD [ARCH].
 
-BUILD is the folder of the build that they were made from. Prints lines of checks.py.
+BUILD is the folder of the build that they were made from. With the name of another processor ARCH they are for that
+one, and are only looked at. Prints lines of checks.py.
 """
 
 import re
@@ -62,10 +63,14 @@ PROGRAMS = re.compile(r"/bin/|/usbip/|/tool-with-tests/run$")
 RUNTIME = ("libc.", "libm.", "libpthread.", "libgcc_s.", "libstdc++.", "ld-linux")
 
 
+MACHINES = {"amd64": "X86-64", "arm64": "AArch64"}
+
+
 class Packages:
     """The packages, and the folder into which they are unpacked; a name with a space shows what is not quoted."""
 
-    def __init__(self, folder, build, scratch):
+    def __init__(self, folder, build, arch, scratch):
+        self.arch = arch
         self.debs = {name: next(folder.glob(f"{name}_*.deb")) for name in FILES}
         self.build, self.scratch = build, scratch
         self.root, self.home = scratch / "a root", scratch / "home"
@@ -119,6 +124,15 @@ def hold_what_they_should(packages):
             expect((mode, owner) == (wanted, "root/root"), f"{file} is {mode} {owner}")
 
 
+def are_for_the_processor(packages):
+    """The packages are for the processor, and so is the library in them."""
+    for deb in packages.debs.values():
+        told = output_of("dpkg-deb", "-f", deb, "Architecture").strip()
+        expect(told == packages.arch and deb.stem.endswith(f"_{told}"), f"{deb}: {told}")
+    machine = re.search(r"Machine: +(.*)", output_of("readelf", "-h", packages.library)).group(1)
+    expect(MACHINES[packages.arch] in machine, machine)
+
+
 def name_their_dependencies(packages):
     """Each library that is linked stands in NOTICE, and its package in the dependencies."""
     needed = re.findall(r"NEEDED.*\[(.*)\]", output_of("readelf", "-d", packages.library))
@@ -168,13 +182,16 @@ def signing_stays_on_macos(_):
     expect("usage:" in output_of(script, "--help"), "no help")
 
 
-CHECKS = [hold_what_they_should, name_their_dependencies, tool_finds_devices, tool_simulates, java_finds_devices,
+LOOKS = [hold_what_they_should, are_for_the_processor, name_their_dependencies]
+CHECKS = [*LOOKS, tool_finds_devices, tool_simulates, java_finds_devices,
           example_is_tested, have_no_faults, are_reproducible, signing_stays_on_macos]
 
 
-def main(folder, build):
+def main(folder, build, arch=None):
+    own = output_of("dpkg", "--print-architecture").strip()
     with tempfile.TemporaryDirectory() as scratch:
-        return exit_status(CHECKS, Packages(Path(folder).resolve(), Path(build).resolve(), Path(scratch)))
+        packages = Packages(Path(folder).resolve(), Path(build).resolve(), arch or own, Path(scratch))
+        return exit_status(LOOKS if arch else CHECKS, packages)
 
 
 if __name__ == "__main__":

@@ -39,12 +39,14 @@ class LoadingAsRootTest extends LoadingFixture {
     }
 
     @Test
+    @Tag("unemulated")
     void aHomeFromWhichNothingMayBeRunIsLeftForTheNextPlace() throws Exception {
         assertLoaded(childWithMount("noexec", home).run("version"));
         unpackedIn(lastResort);
     }
 
     @Test
+    @Tag("unemulated")
     void whenNothingMayBeRunFromAnyPlaceEachIsTold() throws Exception {
         assertTells(childWithMount("noexec", home, temporary).run("version"),
                 "unpacked into '" + cache, "unpacked into '" + lastResort, "failed to map", "noexec");
@@ -57,6 +59,7 @@ class LoadingAsRootTest extends LoadingFixture {
     }
 
     @Test
+    @Tag("unemulated")
     void theFolderOfTheLoginIsTriedBetweenCacheAndTemporaryFolder() throws Exception {
         Path chosen = Files.createDirectory(folder.resolve("chosen"));
         Path login = Files.createDirectory(folder.resolve("login"));

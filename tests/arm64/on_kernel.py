@@ -1,0 +1,71 @@
+"""The main job on an arm64 kernel, and the jar alone: usage on_kernel.py BUILD JRE JAR.
+
+To be run in the virtual machine by tests/system/with-kernel-bus, with the devices of the demo. BUILD is the arm64 build,
+JRE a root that has a Java runtime and no library for USB, JAR the jar that has the libraries in it. Prints lines of
+checks.py.
+"""
+
+import re
+import shutil
+import sys
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "packaging"))
+from checks import exit_status, expect, output_of  # noqa: E402
+
+FOREIGN = ("libusb-1.0.so.0", "libhidapi-hidraw.so.0")
+
+
+class Machine:
+    def __init__(self, build, jre, jar):
+        self.build, self.jre = build, jre
+        for folder in ("dev", "proc", "run", "sys"):
+            output_of("mount", "--rbind", f"/{folder}", jre / folder)
+        for folder in ("root", "tmp"):
+            output_of("mount", "-t", "tmpfs", "tmp", jre / folder)
+        shutil.copy(jar, jre / "tmp/orvex-usb-access.jar")
+        shutil.copy(build / "lib/info.picocli.jar", jre / "tmp")
+
+    def alone(self, *arguments):
+        """What the tool says on the system that has a Java runtime alone."""
+        java = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC", "-cp", "/tmp/orvex-usb-access.jar:/tmp/info.picocli.jar"]
+        clean = ["env", "-i", "PATH=/usr/bin", "HOME=/root"]
+        return output_of("chroot", self.jre, *clean, *java, "com.talvane.orvex.comm.tool.OrvexUsb", *arguments)
+
+
+def main_job(machine):
+    """The devices on an arm64 kernel's bus are listed, answer, come and go, and exchange HID reports."""
+    said = output_of("script/lib/main-job", machine.build / "orvex-usb")
+    print("".join(f"  {line}\n" for line in said.splitlines()))
+    for wanted in ("ECHO0001.*Echo Tool", "HID00001.*HID Tool", "The echo is equal", "left.*ECHO0002", "arrived.*ECHO0002",
+                   "Read 64 bytes"):
+        expect(re.search(wanted, said), said)
+
+
+def has_java_alone(machine):
+    """The system for the jar has neither libusb nor hidapi."""
+    found = [str(path) for name in FOREIGN for path in machine.jre.rglob(f"{name}*")]
+    expect(not found, f"found: {found}")
+
+
+def doctor_names_copies(machine):
+    """There the jar takes its own copies of them, as the doctor tells."""
+    said = machine.alone("doctor")
+    for name in ("libUSBAccessLink", *FOREIGN):
+        expect(re.search(rf"/root/.*/{re.escape(name)}.*, the copy in the jar$", said, re.MULTILINE), said)
+
+
+def moves_bytes(machine):
+    """There the jar lists the devices and moves bytes through one."""
+    expect("The echo is equal" in machine.alone("echo", "--serial", "ECHO0001"), "no echo")
+
+
+def moves_reports(machine):
+    """There the jar exchanges reports with a HID device."""
+    expect("Read 64 bytes" in machine.alone("hid", "--serial", "HID00001", "--data", "48656C6C6F", "--read", "64"), "none")
+
+
+CHECKS = [main_job, has_java_alone, doctor_names_copies, moves_bytes, moves_reports]
+
+if __name__ == "__main__":
+    sys.exit(exit_status(CHECKS, Machine(*map(Path, sys.argv[1:]))))
