@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 constexpr int32_t kBenchVendor = 0x6A5C;
 constexpr int32_t kBenchTimeoutMs = 30'000;

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "FakeConfiguration.h"
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
 #include "bus/Bus.h"
+#include "ground/DeviceRecords.h"
 
 /// A session of the library with these devices on the simulated bus, for one input. At its end the process is
 /// as it was before; the drop-in libusb must have found nothing wrong in the calls of the library.

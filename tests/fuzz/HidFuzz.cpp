@@ -5,8 +5,8 @@
 #include "FakeHid.h"
 #include "FuzzInput.h"
 #include "HidRingModel.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
 #include "UsbTest.h"
+#include "ground/SharedField.h"
 #include "hid/HIDAccess.h"
 
 namespace {

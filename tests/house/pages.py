@@ -78,6 +78,9 @@ def other_needs(text, newest):
             yield f"{name}: {glibc} and '{runtime}' are told, {limits['GLIBC']} and '{wanted}' are held"
 
 
+RESULT_CODE = re.compile(r"^constexpr int32_t k\w+ = (-\d+);  +///< \S", re.MULTILINE)
+
+
 def library_sources(root):
     paths = [path for path in listed_files(root) if path.parts[0] in ("src", "java")]
     return "\n".join(f"{path}\n{(root / path).read_text()}" for path in paths)
@@ -85,6 +88,10 @@ def library_sources(root):
 
 def complaints(root):
     codes = [number for _, number, _ in CODE.findall((root / JAVA / "UsbAccessCode.java").read_text())]
+    # libusb's own codes pass through the library, which answers two of them itself.
+    own = [number for number in codes if int(number) <= -100 or number in ("-11", "-99")]
+    header = "src/usb/mac/ground/ResultCodes.h"
+    yield from differences(header, own, RESULT_CODE.findall((root / header).read_text()))
     checks = HOUSE_CHECK.findall((root / "tests/house/CMakeLists.txt").read_text())
     pages = (
         ("docs/threading.md", methods(root), methods_of_kinds),

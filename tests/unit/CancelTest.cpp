@@ -7,7 +7,7 @@
 #include "IoTest.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 
 using ::testing::ElementsAre;
 

@@ -11,7 +11,7 @@
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 
 using ::testing::ElementsAre;
 

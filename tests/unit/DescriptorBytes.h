@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Descriptors byte by byte, right ones and wrong ones, and what the library made of them.
 

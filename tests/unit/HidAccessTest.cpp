@@ -7,8 +7,8 @@
 #include "FakeMemory.h"
 #include "FakeThreads.h"
 #include "HidTest.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
 #include "UsbTest.h"
+#include "ground/SharedField.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 #include "hid/HIDAccess.h"
 
 namespace {

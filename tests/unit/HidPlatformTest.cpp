@@ -12,7 +12,7 @@
 #include "HidHandling/HidDetection.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 #include "hid/HIDAccess.h"
 #include "hid/HidDeviceOperations.h"
 

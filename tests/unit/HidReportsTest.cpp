@@ -8,8 +8,8 @@
 #include "FakeClock.h"
 #include "FakeMemory.h"
 #include "HidTest.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
 #include "UsbTest.h"
+#include "ground/SharedField.h"
 
 namespace {
 

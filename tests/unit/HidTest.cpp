@@ -1,7 +1,7 @@
 #include "HidTest.h"
 
-#include "MacOSXUSBAccess/records/SharedField.h"
 #include "UsbTest.h"
+#include "ground/SharedField.h"
 
 HidTest::~HidTest() {
     hid.reportsStop = false;

@@ -7,7 +7,7 @@
 #include "HidHandling/HidServicesIOKit.h"
 #include "HidPlatformTest.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 #include "hid/HIDAccess.h"
 #include "hid/HidDeviceOperations.h"
 #include "hid/IOKitObjects.h"

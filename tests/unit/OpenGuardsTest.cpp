@@ -11,8 +11,8 @@
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
+#include "ground/SharedField.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;

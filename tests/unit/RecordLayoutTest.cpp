@@ -9,7 +9,7 @@
 #include <memory>
 #include <type_traits>
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 #include "hid/HIDAccess.h"
 
 namespace {

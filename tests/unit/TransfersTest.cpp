@@ -6,7 +6,7 @@
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/TransferEngine.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 #include "hid/HIDAccess.h"
 
 using ::testing::ElementsAre;

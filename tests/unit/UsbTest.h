@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
 #include "bus/Bus.h"
+#include "ground/DeviceRecords.h"
 
 /// A vendor whose tools the tests plug in, and the other one of the maker.
 constexpr int32_t kVendor = 0x6A5C;

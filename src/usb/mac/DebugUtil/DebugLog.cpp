@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 #include "hid/TickCount.h"
 
 timespec timestamp_origin{};

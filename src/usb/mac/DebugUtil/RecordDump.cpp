@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "DebugUtil/DebugLog.h"
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 /// Marks the records of the list that are HID devices: each of the platform's HID devices marks the first
 /// record with its ids and serial number that is not marked yet, so two alike mark two records. A marked

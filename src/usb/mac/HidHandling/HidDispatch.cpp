@@ -1,11 +1,10 @@
 #include "HidHandling/HidDispatch.h"
 
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 #include "hid/HIDAccess.h"
 
 namespace {
-
-constexpr int32_t kNotOffered = -120;
 
 /// The report settings of the call that follows; the read thread may be using the old ones.
 HIDAccess& withSettings(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint32_t packetSize, uint32_t fillValue) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // The device calls of a HID record, handed to its HIDAccess. The endpoint is ignored: a HID device has one
 // stream of output and one of input reports. Sizes in bytes, time-outs in milliseconds. Results are those of

@@ -8,7 +8,7 @@
 #include "DebugUtil/DebugLog.h"
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
-#include "MacOSXUSBAccess/records/Immortal.h"
+#include "ground/Immortal.h"
 
 std::atomic<bool> g_eventLoopRunning{false};
 

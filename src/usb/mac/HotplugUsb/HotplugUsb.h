@@ -5,7 +5,7 @@
 #include <map>
 #include <thread>
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Arrivals and removals. One libusb registration for each vendor id that some multi-vendor list watches, and
 // one thread that handles the context's events. An event changes no list: it raises the `changePending` of

@@ -8,11 +8,10 @@
 #include "LibUSBJNILink/OpenDeviceMap.h"
 #include "LibUSBJNILink/PinnedBytes.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "ground/ResultCodes.h"
 
 // The frame of every call on one device, within that of every method: find the record, pin the Java array,
 // call, unpin, return the result.
-
-constexpr jint kNoDeviceRecord = -114;
 
 inline tagUSB_DEVICE_ACCESS_ENTRY* findListedDevice(jint listHandle, jint index) {
     return LibUSB_GetDeviceFromIndex(static_cast<uint32_t>(listHandle), static_cast<uint32_t>(index));
@@ -21,7 +20,7 @@ inline tagUSB_DEVICE_ACCESS_ENTRY* findListedDevice(jint listHandle, jint index)
 /// Calls `function(record)`, or answers -114 when there is no record.
 template <class Function>
 jint callOn(tagUSB_DEVICE_ACCESS_ENTRY* entry, Function function) {
-    return answer([&] { return entry == nullptr ? kNoDeviceRecord : function(*entry); });
+    return answer([&] { return entry == nullptr ? kBadArgument : function(*entry); });
 }
 
 /// Calls `function(record, bytes)` on the array's bytes. `touched(record, array)` tells how many bytes the

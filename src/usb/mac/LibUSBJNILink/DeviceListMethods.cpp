@@ -7,6 +7,7 @@
 #include "LibUSBJNILink/SessionMethods.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
+#include "ground/ResultCodes.h"
 
 namespace {
 

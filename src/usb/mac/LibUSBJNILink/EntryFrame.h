@@ -4,8 +4,7 @@
 
 #include <new>
 
-constexpr jint kNoMemory = -11;          // libusb's own code
-constexpr jint kThreadNotStarted = -99;  // libusb's "other error"
+#include "ground/ResultCodes.h"
 
 /// The frame of every native method: answers what `body()` answers. No C++ exception may pass into the
 /// virtual machine, so it ends here: out of memory is -11, and a thread that cannot be made, the one other
@@ -17,6 +16,6 @@ jint answer(Body body) noexcept {
     } catch (const std::bad_alloc&) {
         return kNoMemory;
     } catch (...) {
-        return kThreadNotStarted;
+        return kOtherError;
     }
 }

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "MacOSXUSBAccess/records/Immortal.h"
+#include "ground/Immortal.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 
 #include "LibUSBJNILink/EntryFrame.h"
 #include "MacOSXUSBAccess/session/Session.h"
+#include "ground/ResultCodes.h"
 
 int32_t g_SessionId = -1;
 int32_t g_LastError = 0;
@@ -13,14 +14,13 @@ namespace {
 
 constexpr jint kNoSession = -1;
 constexpr jint kOpenSession = 0;
-constexpr jint kSessionExists = -115;
 
 }  // namespace
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbInitialize(JNIEnv* /*env*/, jobject /*self*/) {
     return answer([] {
         if (g_SessionId != kNoSession) {
-            return kSessionExists;
+            return kSessionOpen;
         }
         const jint result = LibUSB_Initialize(&g_pContext);
         if (result == 0) {

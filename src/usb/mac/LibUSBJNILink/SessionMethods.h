@@ -9,4 +9,3 @@ extern int32_t g_LastError;         ///< reserved; nothing reads or writes it
 extern libusb_context* g_pContext;  ///< the session's context; stale after a release, until the next start
 
 /// Answer of the methods that need a session when the id given is not the open session's.
-constexpr int32_t kWrongSession = -116;

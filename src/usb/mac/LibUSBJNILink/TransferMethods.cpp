@@ -6,6 +6,7 @@
 #include "MacOSXUSBAccess/io/ControlTransfers.h"
 #include "MacOSXUSBAccess/io/DescriptorQueries.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
+#include "ground/ResultCodes.h"
 
 namespace {
 

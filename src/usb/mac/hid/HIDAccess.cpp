@@ -3,21 +3,15 @@
 #include <cstdio>
 #include <mutex>
 
-#include "MacOSXUSBAccess/records/Immortal.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/Immortal.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 #include "hid/HidDeviceOperations.h"
 #include "hid/TickCount.h"
 
 int64_t g_hidThreadWaitMs = 20'000;
 
 namespace {
-
-constexpr int kAlreadyOpen = -105;
-constexpr int kNotOpenable = -107;
-constexpr int kNotOpen = -109;
-constexpr int kBadPacketSize = -114;
-constexpr int kNotFound = -131;
-constexpr int kNoThread = -140;
 
 /// The maker's second vendor id, whose devices start with reports of their own size and pad.
 constexpr uint16_t kLargeReportVendor = 0x6A5D;
@@ -115,7 +109,7 @@ int HIDAccess::Open() {
     HidDevice* device = nullptr;
     const HidOpenResult opened = hidOperations().open(idVendor, idProduct, sSerialNumber, &device);
     if (opened != HidOpenResult::opened) {
-        return opened == HidOpenResult::notFound ? kNotFound : kNotOpenable;
+        return opened == HidOpenResult::notFound ? kNotAvailable : kOpenFailed;
     }
     storeShared(ppDeviceInterface, device);
     if (idVendor == kLargeReportVendor) {
@@ -127,7 +121,7 @@ int HIDAccess::Open() {
         privateSide(*this).threads.fetch_sub(1);
         hidOperations().close(device);
         storeShared(ppDeviceInterface, nullptr);
-        return kNoThread;
+        return kHidThreadFailed;
     }
     g_open.object.add(privateSide(*this));
     return 0;
@@ -164,7 +158,7 @@ int HIDAccess::GetConfigDescriptorBuffer(unsigned char* buffer, int size) {
 
 int HIDAccess::SetPacketSize(int size) {
     if (size < kSmallestReport || size > kLargestReport) {
-        return kBadPacketSize;
+        return kBadArgument;
     }
     storeShared(packetSize, size);
     return 0;

@@ -4,16 +4,13 @@
 #include <cstddef>
 #include <cstring>
 
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 #include "hid/HIDAccess.h"
 #include "hid/HidDeviceOperations.h"
 #include "hid/TickCount.h"
 
 namespace {
-
-constexpr int kNotOpen = -109;
-constexpr int kSendFailed = -112;
-constexpr int kTimedOut = -150;
 
 class Locked {
  public:
@@ -164,7 +161,7 @@ int HIDAccess::Write(unsigned char* buffer, int size, int timeout) {
         std::memset(report + share, pad, static_cast<size_t>(reportSize - share));
         HidDevice* device = loadShared(ppDeviceInterface);  // a close may have come between two reports
         if (device == nullptr || !hidOperations().sendReport(device, report, reportSize, timeout)) {
-            return kSendFailed;
+            return kWriteFailed;
         }
         sent += share;
     }

@@ -11,6 +11,7 @@
 #include <set>
 #include <thread>
 
+#include "ground/ResultCodes.h"
 #include "hid/HIDAccess.h"
 #include "hid/HidDeviceOperations.h"
 
@@ -27,7 +28,6 @@ struct HidDevice {
 
 namespace {
 
-constexpr int32_t kNotReadable = -131;
 constexpr int kPeriodMs = 5;  // a report ends it at once
 
 using HidDeviceList = std::unique_ptr<hid_device_info, decltype(&hid_free_enumeration)>;
@@ -159,14 +159,14 @@ int32_t requestConfiguration(libusb_device* device, uint8_t* buffer, int32_t siz
     constexpr int kTotalLengthEnd = 4;  // wTotalLength is bytes 2 and 3
     libusb_device_handle* handle = nullptr;
     if (libusb_open(device, &handle) != LIBUSB_SUCCESS) {
-        return kNotReadable;
+        return kNotAvailable;
     }
     const int received = libusb_control_transfer(
         handle, LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR, kFirstConfiguration, 0, buffer,
         static_cast<uint16_t>(std::clamp(size, 0, 0xFFFF)), kTimeoutMs);
     libusb_close(handle);
     if (received < 0) {
-        return kNotReadable;
+        return kNotAvailable;
     }
     const bool saysLength = received >= kTotalLengthEnd;
     const int count = saysLength ? std::min(received, buffer[2] | buffer[3] << 8) : received;
@@ -177,14 +177,14 @@ int32_t requestConfiguration(libusb_device* device, uint8_t* buffer, int32_t siz
 int32_t readConfigDescriptor(uint16_t vendorId, uint16_t productId, uint8_t* buffer, int32_t size) {
     libusb_device** devices = nullptr;
     libusb_context* context = hidUsbContext();
-    const ssize_t count = context == nullptr ? kNotReadable : libusb_get_device_list(context, &devices);
+    const ssize_t count = context == nullptr ? kNotAvailable : libusb_get_device_list(context, &devices);
     if (count < 0) {
-        return kNotReadable;
+        return kNotAvailable;
     }
     libusb_device** end = devices + count;
     libusb_device** found = std::find_if(
         devices, end, [=](libusb_device* device) { return hasIds(device, vendorId, productId); });
-    const int32_t result = found == end ? kNotReadable : requestConfiguration(*found, buffer, size);
+    const int32_t result = found == end ? kNotAvailable : requestConfiguration(*found, buffer, size);
     libusb_free_device_list(devices, 1);
     return result;
 }

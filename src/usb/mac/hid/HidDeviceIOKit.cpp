@@ -11,6 +11,7 @@
 #include <cstring>
 #include <new>
 
+#include "ground/ResultCodes.h"
 #include "hid/IOKitObjects.h"
 
 struct HidDevice {
@@ -39,7 +40,6 @@ static_assert(isSlot(offsetof(IOUSBDeviceInterface, GetNumberOfConfigurations), 
 static_assert(isSlot(offsetof(IOUSBDeviceInterface, GetConfigurationDescriptorPtr), 21));
 static_assert(kIOHIDReportTypeOutput == 1 && kCFRunLoopRunStopped == 2);
 
-constexpr int32_t kNotReadable = -131;
 constexpr CFTimeInterval kPeriodSeconds = 0.0005;
 
 CFOwned<CFStringRef> serialText(const char* serialNumber) {
@@ -178,7 +178,7 @@ int32_t readConfigDescriptor(uint16_t vendorId, uint16_t productId, uint8_t* buf
         configurations == 0 ||
         (*device)->GetConfigurationDescriptorPtr(device, 0, &descriptor) != kIOReturnSuccess ||
         descriptor == nullptr) {
-        return kNotReadable;
+        return kNotAvailable;
     }
     const auto* bytes = reinterpret_cast<const uint8_t*>(descriptor);
     const int32_t count = std::min(bytes[2] | bytes[3] << 8, size);

@@ -3,8 +3,9 @@
 #include <libusb.h>
 
 #include "MacOSXUSBAccess/io/TransferEngine.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 
 namespace {
 
@@ -33,29 +34,29 @@ int32_t controlBufferBytes(const uint8_t* buffer) {
 
 int32_t LibUSB_WriteControlPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t /*ignored*/, int32_t timeout,
                                 uint8_t* buffer) {
-    return controlTransfer(entry, timeout, buffer, kTransferWriteFailed);
+    return controlTransfer(entry, timeout, buffer, kWriteFailed);
 }
 
 int32_t LibUSB_ReadControlPipe(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t /*ignored*/, int32_t timeout,
                                uint8_t* buffer) {
-    return controlTransfer(entry, timeout, buffer, kTransferReadFailed);
+    return controlTransfer(entry, timeout, buffer, kReadFailed);
 }
 
 int32_t LibUSB_ResetDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     const ActiveCall call(*entry);
     if (!call.isCounted() || loadShared(entry->isOpen) == 0) {
-        return kTransferNotOpen;
+        return kNotOpen;
     }
     if (entry->isHid != 0) {
-        return kTransferNotOffered;
+        return kNotOffered;
     }
-    return entry->hDevice == nullptr ? kTransferNotOpen : libusb_reset_device(entry->hDevice);
+    return entry->hDevice == nullptr ? kNotOpen : libusb_reset_device(entry->hDevice);
 }
 
 int32_t LibUSB_ResetPipe(tagUSB_DEVICE_ACCESS_ENTRY* /*entry*/, int32_t /*endpoint*/) {
-    return kTransferNotOffered;
+    return kNotOffered;
 }
 
 int32_t LibUSB_RestartDevice(tagUSB_DEVICE_ACCESS_ENTRY* /*entry*/) {
-    return kTransferNotOffered;
+    return kNotOffered;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Control transfers on endpoint 0, and resets.
 //

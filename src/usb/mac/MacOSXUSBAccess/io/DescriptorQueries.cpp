@@ -4,11 +4,10 @@
 #include <cstring>
 
 #include "MacOSXUSBAccess/records/DescriptorWalk.h"
+#include "ground/ResultCodes.h"
 
 namespace {
 
-constexpr int32_t kNotAvailable = -131;
-constexpr int32_t kBadArgument = -114;
 constexpr int32_t kEndpointDescriptorBytes = 7;
 
 /// Copies `count` bytes unless there is no buffer; returns the count, at least 0.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Descriptor and endpoint queries, answered from the copies in the record: no device traffic, open or not. A
 // null buffer is not written to; the results stay the same.

@@ -8,18 +8,12 @@
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "MacOSXUSBAccess/records/LibusbWrappers.h"
 #include "MacOSXUSBAccess/records/RecordLifetime.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 
 namespace {
 
-constexpr int32_t kAlreadyOpen = -105;
-constexpr int32_t kOpenFailed = -107;
-constexpr int32_t kClaimFailed = -108;
-constexpr int32_t kNotOpen = -109;
-constexpr int32_t kConfigurationFailed = -130;
-constexpr int32_t kNotPresent = -131;
-constexpr int32_t kUnsupportedClass = -158;
 constexpr int kDrivenConfiguration = 1;
 constexpr int kKernelDriverInterface = 0;
 
@@ -44,7 +38,7 @@ int32_t refusal(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     if (entry.isPresent == 0) {
         debug_log("[LibUSB_OpenDevice] %s bus.state == 0, pDev: %p", entry.sSerialNumber,
                   countAsPointer(entry));
-        return kNotPresent;
+        return kNotAvailable;
     }
     return entry.isUnsupportedClass != 0 ? kUnsupportedClass : 0;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Opening and closing a record. On the caller's thread, which serialises both per record.
 

@@ -4,7 +4,8 @@
 
 #include "DebugUtil/DebugLog.h"
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ bool isSubmittable(const TransferRequest& request) {
 
 int32_t refuseNotOpen() {
     debug_log("[checkBulkTransferReady] not acquired");
-    return kTransferNotOpen;
+    return kNotOpen;
 }
 
 int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const TransferRequest& request) {
@@ -50,11 +51,11 @@ int32_t checkBulkTransferReady(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     }
     if (entry->isHid == 1) {
         debug_log("[checkBulkTransferReady] isHid == true");
-        return kTransferNotOffered;
+        return kNotOffered;
     }
     if (entry->callbackInfos.empty()) {
         debug_log("[checkBulkTransferReady] cbInfo map is empty");
-        return kTransferNotOpen;
+        return kNotOpen;
     }
     return 0;
 }
@@ -66,7 +67,7 @@ int32_t checkReady(bool isCounted, tagUSB_DEVICE_ACCESS_ENTRY* entry) {
 int32_t runTransfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
                     const TransferRequest& request, TransferOutcome& outcome) {
     if (turn.lane() == nullptr || turn.lane()->record == nullptr) {
-        return kTransferNotOpen;
+        return kNotOpen;
     }
     if (!turn.isAlone()) {
         return failedSubmission(entry, request, LIBUSB_ERROR_BUSY);

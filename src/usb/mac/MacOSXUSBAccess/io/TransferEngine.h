@@ -1,18 +1,11 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
+#include "ground/DeviceRecords.h"
 
 struct libusb_transfer;
 
 // What every transfer of the library goes through: one readiness test, one submit-and-wait.
-
-constexpr int32_t kTransferNotOpen = -109;
-constexpr int32_t kTransferWriteFailed = -112;
-constexpr int32_t kTransferReadFailed = -113;
-constexpr int32_t kTransferBadArgument = -114;
-constexpr int32_t kTransferNotOffered = -120;
-constexpr int32_t kTransferTimedOut = -150;
 
 /// 0 when the record is open through libusb and has transfer records; -109 not open or without them; -120 a
 /// HID record. Each refusal is logged.

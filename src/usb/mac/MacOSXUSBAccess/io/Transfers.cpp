@@ -6,8 +6,9 @@
 
 #include "HidHandling/HidDispatch.h"
 #include "MacOSXUSBAccess/io/TransferEngine.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 
 namespace {
 
@@ -23,12 +24,12 @@ uint8_t inAddress(int32_t endpoint) {
 
 TransferRequest writeRequest(uint8_t type, int32_t endpoint, int32_t length, int32_t timeout,
                              uint8_t* buffer) {
-    return {outAddress(endpoint), type, timeout, buffer, length, kTransferWriteFailed};
+    return {outAddress(endpoint), type, timeout, buffer, length, kWriteFailed};
 }
 
 TransferRequest readRequest(uint8_t type, int32_t endpoint, int32_t length, int32_t timeout,
                             uint8_t* buffer) {
-    return {inAddress(endpoint), type, timeout, buffer, length, kTransferReadFailed};
+    return {inAddress(endpoint), type, timeout, buffer, length, kReadFailed};
 }
 
 /// Runs one request on a ready record: the bytes moved, or a negative code.
@@ -41,7 +42,7 @@ int32_t transfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
     }
     // Only a time-out is an error. Every other end counts as the bytes it moved: meant, callers look at the
     // count.
-    return outcome.status == LIBUSB_TRANSFER_TIMED_OUT ? kTransferTimedOut : outcome.actualLength;
+    return outcome.status == LIBUSB_TRANSFER_TIMED_OUT ? kTimedOut : outcome.actualLength;
 }
 
 int32_t transferWhenReady(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request) {
@@ -68,7 +69,7 @@ int32_t interruptCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& 
     if (entry->isHid == 1) {
         const ActiveCall call(*entry);
         const int32_t refused = check(call.isCounted());
-        return refused == kTransferNotOffered ? hidTransfer(*entry, request, hidCall) : refused;
+        return refused == kNotOffered ? hidTransfer(*entry, request, hidCall) : refused;
     }
     const EndpointTurn turn(*entry, request.address);
     const int32_t refused = check(turn.isCounted());
@@ -90,8 +91,8 @@ int32_t packetCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& req
                    UsbCall usbCall, HidCall hidCall) {
     const auto check = [&](bool isCounted) {
         const int32_t refused = checkReady(isCounted, entry);
-        const bool ready = refused == 0 || refused == kTransferNotOffered;
-        return ready && (packetSize < kSmallestPacket || packetSize > kLargestPacket) ? kTransferBadArgument
+        const bool ready = refused == 0 || refused == kNotOffered;
+        return ready && (packetSize < kSmallestPacket || packetSize > kLargestPacket) ? kBadArgument
                                                                                       : refused;
     };
     return interruptCall(entry, request, check, usbCall, hidCall);
@@ -209,6 +210,5 @@ int32_t LibUSB_CancelPipeTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t end
         return refused;
     }
     const auto found = entry->callbackInfos.find(static_cast<uint8_t>(endpoint));
-    return found == entry->callbackInfos.end() ? kTransferNotOpen
-                                               : libusb_cancel_transfer(found->second->pTransfer);
+    return found == entry->callbackInfos.end() ? kNotOpen : libusb_cancel_transfer(found->second->pTransfer);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Bulk and interrupt transfers of an open record, each on its caller's thread, which sleeps until the
 // transfer has ended. Different endpoint addresses may be used by different threads at once; one address by

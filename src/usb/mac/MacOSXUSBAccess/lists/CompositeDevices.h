@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 /// Splits the maker's composite devices: for each whole device of the list whose configuration has, beyond
 /// its first interface, a vendor-specific one (class and subclass 0xFF) with two bulk endpoints from there

@@ -10,11 +10,11 @@
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "MacOSXUSBAccess/records/LibusbWrappers.h"
 #include "MacOSXUSBAccess/records/RecordLifetime.h"
+#include "ground/ResultCodes.h"
 
 namespace {
 
 constexpr int32_t kStringReadBytes = 126;
-constexpr int32_t kDescriptorNotRead = -131;
 constexpr uint32_t kStandardPacketSize = 512;
 
 /// The numbered step messages of a traced enumeration.
@@ -84,7 +84,7 @@ void readStrings(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device_handle* handle
 void readDeviceDescriptor(tagUSB_DEVICE_ACCESS_ENTRY& entry, const StepTrace& trace) {
     const int32_t count = fillDevDescBuffer(&entry, entry.deviceDescriptor, kStandardDeviceDescriptorBytes);
     if (count != kStandardDeviceDescriptorBytes) {
-        trace.number("LibUSB_CreateDeviceList2 11: res", kDescriptorNotRead);
+        trace.number("LibUSB_CreateDeviceList2 11: res", kNotAvailable);
         return;
     }
     trace.number("LibUSB_CreateDeviceList2 11: res", count);

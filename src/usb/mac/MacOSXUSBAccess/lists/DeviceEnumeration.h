@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 /// What the three list builders do differently on the one way through libusb's devices.
 struct EnumerationStyle {

@@ -10,13 +10,13 @@
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 
 namespace {
 
 constexpr uint32_t kEveryVendor = 0xFFFFFFFF;
 constexpr uint32_t kInternalHandle = 4242;
-constexpr int32_t kInternalListFailed = -102;
 
 EnumerationStyle watchedList() {
     EnumerationStyle style{};
@@ -114,7 +114,7 @@ uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId) {
 
 tagUSB_DEVICE_LIST* CreateInternalDeviceList2(libusb_context* context, int32_t count,
                                               const int32_t* vendorIds, int32_t* status) {
-    *status = kInternalListFailed;
+    *status = kNotEnumerated;
     tagUSB_DEVICE_LIST* list = newDeviceList(context, count, vendorIds);
     list->handle = kInternalHandle;
     try {

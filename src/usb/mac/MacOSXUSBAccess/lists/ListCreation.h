@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Making device lists. On the Java callers' threads, one list operation at a time. Each of these throws
 // std::bad_alloc when there is no memory for all of a list; then there is no list, and what was registered

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Keeping a list current, and giving it up. On the Java callers' threads, one list operation at a time.
 //

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <chrono>
 
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <sys/time.h>
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Nobody sleeps over a finished transfer.
 //

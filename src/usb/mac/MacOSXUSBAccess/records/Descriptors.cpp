@@ -9,13 +9,11 @@
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
 #include "MacOSXUSBAccess/records/DescriptorWalk.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
+#include "ground/ResultCodes.h"
 #include "hid/HIDAccess.h"
 
 namespace {
 
-constexpr int32_t kNoBuffer = -170;
-constexpr int32_t kNotOpen = -103;
-constexpr int32_t kNotReadable = -131;
 constexpr unsigned int kRequestTimeoutMs = 1000;
 
 /// A request to a device that libusb waits for itself, handling the session's events meanwhile.
@@ -46,7 +44,7 @@ int32_t activeConfigurationLength(libusb_device* device, int32_t& numConfigurati
     int result = libusb_get_device_descriptor(device, &descriptor);
     if (result < 0) {
         debug_log("[fillConfigBuffer] libusb_get_device_descriptor error: %s", libusb_strerror(result));
-        return kNotReadable;
+        return kNotAvailable;
     }
     numConfigurations = descriptor.bNumConfigurations;
     // Only looked at, never freed: meant. A device costs its parsed configuration once per enumeration.
@@ -55,7 +53,7 @@ int32_t activeConfigurationLength(libusb_device* device, int32_t& numConfigurati
     if (result < 0) {
         debug_log("[fillConfigBuffer] libusb_get_active_config_descriptor error: %s",
                   libusb_strerror(result));
-        return kNotReadable;
+        return kNotAvailable;
     }
     return configuration->wTotalLength;
 }
@@ -111,7 +109,7 @@ int32_t fillConfigBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, int
         return blockingRequest([&] { return entry->pHIDAccess->GetConfigDescriptorBuffer(buffer, room); });
     }
     if (entry->hDevice == nullptr) {
-        return kNotOpen;
+        return kNoSuchList;
     }
     int32_t numConfigurations = 0;
     int32_t wanted = activeConfigurationLength(entry->pDevice, numConfigurations);
@@ -131,7 +129,7 @@ int32_t fillConfigBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, int
     if (received < 1) {
         debug_log("[fillConfigBuffer] libusb_get_descriptor error: %s", libusb_strerror(received));
         std::memset(buffer, 0, static_cast<size_t>(room));
-        return kNotReadable;
+        return kNotAvailable;
     }
     return received;
 }
@@ -139,7 +137,7 @@ int32_t fillConfigBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, int
 int32_t fillDevDescBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, uint64_t size) {
     libusb_device_descriptor descriptor{};
     if (libusb_get_device_descriptor(entry->pDevice, &descriptor) != 0) {
-        return kNotReadable;
+        return kNotAvailable;
     }
     const uint64_t count = std::min<uint64_t>(size, kStandardDeviceDescriptorBytes);
     std::memcpy(buffer, &descriptor, count);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Reading descriptors and strings from a device, and the small tools on the endpoint arrays and class sets.
 

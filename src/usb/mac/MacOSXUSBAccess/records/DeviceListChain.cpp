@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <atomic>
 
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 
 tagUSB_DEVICE_LIST* g_pDeviceList = nullptr;
 uint32_t g_NextDeviceListHandle = 0;
@@ -63,7 +64,7 @@ void appendDeviceList(tagUSB_DEVICE_LIST& list) {
 
 tagUSB_DEVICE_LIST* findDeviceList(uint32_t handle, int32_t& status) {
     tagUSB_DEVICE_LIST* list = firstListThat([handle](const auto& each) { return each.handle == handle; });
-    const int32_t missing = g_pDeviceList == nullptr ? kNoListAtAll : kNoSuchList;
+    const int32_t missing = g_pDeviceList == nullptr ? kNoLists : kNoSuchList;
     status = list == nullptr ? missing : 0;
     return list;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
+#include "ground/ResultCodes.h"
 
 // The chain of device lists, and every way to find a list or a record in it. Lists are linked at the end and
 // never unlinked. Callers serialise list operations; only find_device_list may run beside them (it is called
@@ -11,8 +12,6 @@ extern uint32_t g_NextDeviceListHandle;    ///< handle of the next list: 0, 1, 2
 extern libusb_context* g_liveContext;      ///< the running session's context; null between sessions
 
 /// Codes of a look-up by handle.
-constexpr int32_t kNoSuchList = -103;
-constexpr int32_t kNoListAtAll = -104;
 
 /// A list made but not linked: all fields zero, `vidList` holding the first sixteen of `count` ids and then
 /// -1, `vidCount` the count as given. A context that is not the running session's is taken for null, so that
@@ -22,7 +21,7 @@ tagUSB_DEVICE_LIST* newDeviceList(libusb_context* context, int32_t count, const 
 bool isOfRunningSession(const tagUSB_DEVICE_LIST& list);
 /// Links a list at the end of the chain. From here on the hotplug thread may see it.
 void appendDeviceList(tagUSB_DEVICE_LIST& list);
-/// The list with this handle. On failure null, and `status` holds kNoListAtAll or kNoSuchList, else 0.
+/// The list with this handle. On failure null, and `status` holds kNoLists or kNoSuchList, else 0.
 tagUSB_DEVICE_LIST* findDeviceList(uint32_t handle, int32_t& status);
 
 /// Appends `first` and all that follow it to the end of the list's chain and makes the list their owner. The

@@ -4,7 +4,7 @@
 
 #include "DebugUtil/DebugLog.h"
 #include "DebugUtil/RecordDump.h"
-#include "MacOSXUSBAccess/records/Immortal.h"
+#include "ground/Immortal.h"
 
 namespace {
 

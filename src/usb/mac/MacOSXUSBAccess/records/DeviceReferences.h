@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <map>
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 // Two kinds of reference on libusb devices.
 //

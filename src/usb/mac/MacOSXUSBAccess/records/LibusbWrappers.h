@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
+#include "ground/DeviceRecords.h"
 
 /// Logs and opens `device` for the record; the handle goes to `*handle`. Returns libusb_open's result; a null
 /// device answers LIBUSB_ERROR_NO_DEVICE.

@@ -9,7 +9,7 @@
 #include <new>
 
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/SharedField.h"
 
 namespace {
 

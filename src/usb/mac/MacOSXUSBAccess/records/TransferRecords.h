@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "MacOSXUSBAccess/records/DeviceRecords.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/DeviceRecords.h"
+#include "ground/SharedField.h"
 
 // The 32 transfer records of an open record, and the safe way out of transfers that are still running when
 // the record is closed, released or outlived by its session.

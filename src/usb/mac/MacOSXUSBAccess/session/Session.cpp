@@ -9,12 +9,11 @@
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
 #include "MacOSXUSBAccess/records/RecordLifetime.h"
-#include "MacOSXUSBAccess/records/SharedField.h"
+#include "ground/ResultCodes.h"
+#include "ground/SharedField.h"
 
 namespace {
 
-constexpr int32_t kNoContext = -101;
-constexpr int32_t kNoContextPointer = -200;
 constexpr int32_t kLibVersion = 347;
 
 void logLibusbVersion() {
