@@ -78,14 +78,9 @@ def house():
     return ctest("dev", ["USBAccessLink", "orvex_jars"], ["-L", "house"])
 
 
-UNIT_TESTS = ["unit_tests_macos"] if MACOS else ["unit_tests", "unit_tests_macos"]
-SIM_TESTS = ["sim_tests"] if MACOS else ["sim_tests", "usbip_tests"]
-FUZZ_TARGETS = [] if MACOS else ["fuzz_targets"]
-
-
 def unit_asan():
     """All C++ tests. Tells how many calls were made to fail in the library's main jobs."""
-    cases = ctest("asan", [*UNIT_TESTS, *SIM_TESTS, *FUZZ_TARGETS], ["-LE", "house"])
+    cases = ctest("asan", ["orvex_tests"], ["-LE", "house"])
     report = RESULTS / "unit/asan.xml"
     counts = re.findall(r"(\d+) fault points, (\d+) of them reached", read(report) if report.exists() else "")
     points, met = (sum(map(int, column)) for column in zip(*counts)) if counts else (0, 0)
@@ -100,7 +95,12 @@ def unit_tsan():
     """
     for counts in (ROOT / "build/tsan").rglob("*.gcda"):
         counts.unlink()
-    return ctest("tsan", UNIT_TESTS, ["-L", "unit"])
+    return ctest("tsan", ["orvex_unit_tests"], ["-L", "unit"])
+
+
+def unit_macos():
+    """Whatever a Mac builds is built and linked here, over the stand-ins for its system, and its C++ tests run."""
+    return ctest("macos", ["orvex_shipped", "orvex_tests", "USBAccessLink_macos"], ["-LE", "house"])
 
 
 def reached(name, counts, least):
@@ -212,11 +212,15 @@ def documents():
 
 def java_macos_side():
     """What depends on the HID interface, on the library with the macOS side, over stand-ins for the system's."""
-    folder = RESULTS / "java-macos"
-    build_release(folder, "orvex_java_tests", "USBAccessLink_macos")
-    library = RELEASE / "macos" / LIBRARY.name
-    suite = junit(folder / "reports", launcher=[f"--include-classname={HID_SUITES}"], library=library)
-    return on_simulated_bus(folder, suite, folder / "junit.log")
+    folder, preset = RESULTS / "java-macos", "release" if MACOS else "macos"
+    build, targets = ROOT / "build" / preset, ["USBAccessLink_macos", "sim_libusb"]
+    build_release(folder, "orvex_java_tests")
+    with building:
+        demand(["cmake", "--preset", preset], folder / "build.log", BUILD_DEADLINE)
+        demand(["cmake", "--build", "--preset", preset, "--target", *targets], folder / "build.log", BUILD_DEADLINE)
+    suite = junit(folder / "reports", launcher=[f"--include-classname={HID_SUITES}"],
+                  library=build / "macos" / LIBRARY.name)
+    return on_simulated_bus(folder, suite, folder / "junit.log", build)
 
 
 def java_asan():
@@ -347,7 +351,7 @@ HOUSE, ASAN, TSAN = ("house", house), ("asan", unit_asan), ("tsan", unit_tsan)
 # The runs of each floor, in lanes: those of one lane come one after the other, and the lanes are side by side, as the
 # runs of the java and system floors mostly wait.
 FLOORS = {
-    "unit": [[HOUSE, ASAN, TSAN, ("coverage", coverage)]],
+    "unit": [[HOUSE, ASAN, ("as on a Mac", unit_macos), TSAN, ("coverage", coverage)]],
     "java": [
         [("release", java_simulated), ("asan", java_asan)],
         [("macOS side", java_macos_side), ("documents", documents), ("package", package_unpacked)],
