@@ -117,9 +117,12 @@ def imported(llvm, library, half, wanted):
 
 
 def main(root, folder, libusb_headers, *java):
-    if not all(list(map(tools.find, ["clang++", "ld64.lld", "llvm-lipo"]))):
+    if not all(map(tools.find, ["clang++", "ld64.lld", "llvm-lipo"])):  # asks no further than the first that is missing
         return 77
     llvm = Path("/usr/lib/llvm-14")
+    if not (llvm / "include/c++/v1").is_dir():
+        print("libc++-dev is not installed")
+        return 77
     wanted = imports(root)
     make_stubs(folder / "stubs", wanted, libusb_headers)
     library = build(root, folder, llvm, java)
