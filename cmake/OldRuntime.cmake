@@ -25,7 +25,7 @@ add_library(old_runtime_headers INTERFACE)
 set(first_glibc_x86_64 GLIBC_2.2.5)
 set(first_glibc_aarch64 GLIBC_2.17)
 set(first_glibc ${first_glibc_${CMAKE_SYSTEM_PROCESSOR}})
-if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND first_glibc AND NOT ORVEX_SANITIZE)
+if(ORVEX_LINUX AND first_glibc AND NOT ORVEX_SANITIZE)
   # In a library of their own until glibc 2.34; its empty shell still has the versions.
   add_runtime_stand_in(old_pthread libpthread.so.0 ${first_glibc} pthread_create pthread_detach pthread_join)
   target_link_libraries(old_runtime INTERFACE old_pthread)

@@ -7,7 +7,7 @@ set(papers usr/share/doc/libusb-1.0-0/copyright usr/share/doc/libhidapi-hidraw0/
 string(REGEX REPLACE "/usr/lib/.*" "/" bundled_root "${LIBUSB_LINK_LIBRARIES}")
 list(TRANSFORM papers PREPEND "${bundled_root}")
 foreach(paper ${papers})
-  if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND EXISTS ${paper})
+  if(ORVEX_LINUX AND EXISTS ${paper})
     list(APPEND bundle ${paper})
   endif()
 endforeach()

@@ -6,7 +6,7 @@ set(jar_base ${CMAKE_BINARY_DIR}/orvex-usb-access)
 configure_file(pom.xml.in ${jar_base}.pom @ONLY)
 
 # The platforms that this build's library is for, as the loader names them.
-if(APPLE)
+if(ORVEX_MACOS)
   set(processors ${CMAKE_OSX_ARCHITECTURES})
   set(system macos)
 else()
@@ -19,7 +19,7 @@ list(TRANSFORM processors REPLACE "^arm64$" aarch64)
 
 # Without what only a debugger reads. On a Mac that is not in the library, and to touch it would break its signature.
 set(shipped ${CMAKE_CURRENT_BINARY_DIR}/$<TARGET_FILE_NAME:USBAccessLink>)
-if(APPLE)
+if(ORVEX_MACOS)
   set(ship ${CMAKE_COMMAND} -E copy $<TARGET_FILE:USBAccessLink> ${shipped})
 else()
   set(ship ${CMAKE_STRIP} --strip-unneeded -o ${shipped} $<TARGET_FILE:USBAccessLink>)
@@ -89,3 +89,4 @@ add_custom_target(orvex_javadoc_jar DEPENDS ${jar_base}-javadoc.jar)
 
 add_custom_target(orvex_jars)
 add_dependencies(orvex_jars orvex_pages orvex_jar orvex_sources_jar orvex_javadoc_jar)
+add_dependencies(orvex_shipped orvex_jars)

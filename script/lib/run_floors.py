@@ -80,14 +80,9 @@ def house():
     return ctest("dev", ["USBAccessLink", "orvex_jars"], ["-L", "house"])
 
 
-UNIT_TESTS = ["unit_tests_macos"] if MACOS else ["unit_tests", "unit_tests_macos"]
-SIM_TESTS = ["sim_tests"] if MACOS else ["sim_tests", "usbip_tests"]
-FUZZ_TARGETS = [] if MACOS else ["fuzz_targets"]
-
-
 def unit_asan():
     """All C++ tests. Tells how many calls were made to fail in the library's main jobs."""
-    cases = ctest("asan", [*UNIT_TESTS, *SIM_TESTS, *FUZZ_TARGETS], ["-LE", "house"])
+    cases = ctest("asan", ["orvex_tests"], ["-LE", "house"])
     report = RESULTS / "unit/asan.xml"
     counts = re.findall(r"(\d+) fault points, (\d+) of them reached", read(report) if report.exists() else "")
     points, met = (sum(map(int, column)) for column in zip(*counts)) if counts else (0, 0)
@@ -102,7 +97,12 @@ def unit_tsan():
     """
     for counts in (ROOT / "build/tsan").rglob("*.gcda"):
         counts.unlink()
-    return ctest("tsan", UNIT_TESTS, ["-L", "unit"])
+    return ctest("tsan", ["orvex_unit_tests"], ["-L", "unit"])
+
+
+def unit_macos():
+    """Whatever a Mac builds is built and linked here, over the stand-ins for its system, and its C++ tests run."""
+    return ctest("macos", ["orvex_shipped", "orvex_tests", "USBAccessLink_macos"], ["-LE", "house"])
 
 
 def reached(name, counts, least):
@@ -214,11 +214,15 @@ def documents():
 
 def java_macos_side():
     """What depends on the HID interface, on the library with the macOS side, over stand-ins for the system's."""
-    folder = RESULTS / "java-macos"
-    build_release(folder, "orvex_java_tests", "USBAccessLink_macos")
-    library = RELEASE / "macos" / LIBRARY.name
-    suite = junit(folder / "reports", launcher=[f"--include-classname={HID_SUITES}"], library=library)
-    return on_simulated_bus(folder, suite, folder / "junit.log")
+    folder, preset = RESULTS / "java-macos", "release" if MACOS else "macos"
+    build, targets = ROOT / "build" / preset, ["USBAccessLink_macos", "sim_libusb"]
+    build_release(folder, "orvex_java_tests")
+    with building:
+        demand(["cmake", "--preset", preset], folder / "build.log", BUILD_DEADLINE)
+        demand(["cmake", "--build", "--preset", preset, "--target", *targets], folder / "build.log", BUILD_DEADLINE)
+    suite = junit(folder / "reports", launcher=[f"--include-classname={HID_SUITES}"],
+                  library=build / "macos" / LIBRARY.name)
+    return on_simulated_bus(folder, suite, folder / "junit.log", build)
 
 
 def java_asan():
@@ -347,7 +351,7 @@ def pulled_devices():
 HOUSE, ASAN, TSAN = ("house", house), ("asan", unit_asan), ("tsan", unit_tsan)
 # The runs of each floor, in lanes: those of one lane come one after the other, and the lanes are side by side.
 FLOORS = {
-    "unit": [[HOUSE], [ASAN, TSAN, ("coverage", coverage)]],
+    "unit": [[HOUSE, ("as on a Mac", unit_macos)], [ASAN, TSAN, ("coverage", coverage)]],
     "java": [
         [("release", java_simulated), ("asan", java_asan)],
         [("macOS side", java_macos_side), ("documents", documents), ("package", package_unpacked)],
@@ -389,8 +393,8 @@ def only(suites):
     }
 
 
-def side_by_side(lanes_of, floors):
-    lanes = [(floor, lane) for floor in floors for lane in lanes_of[floor]]
+def side_by_side(lanes):
+    """Performs lanes, each with its floor's name; gives back all their runs."""
     with ThreadPoolExecutor(max(len(lanes), 1)) as pool:
         return list(chain(*pool.map(lambda lane: [perform(lane[0], *run) for run in lane[1]], lanes)))
 
@@ -400,10 +404,10 @@ def main(floors, suites):
         signal.signal(number, end_all)
     shutil.rmtree(RESULTS, ignore_errors=True)
     lanes_of = only(suites) if suites else FLOORS
-    chosen = [floor for floor in lanes_of if floor in floors or not floors]
+    lanes = [(floor, lane) for floor in lanes_of if floor in floors or not floors for lane in lanes_of[floor]]
     # Compilers and lint keep all processors busy; what comes after them often waits.
-    first, rest = [floor for floor in chosen if floor == "unit"], [floor for floor in chosen if floor != "unit"]
-    return summarise([*side_by_side(lanes_of, first), *side_by_side(lanes_of, rest)])
+    busy, waiting = ([lane for lane in lanes if (lane[0] == "unit") == is_busy] for is_busy in (True, False))
+    return summarise([*side_by_side(busy), *side_by_side(waiting)])
 
 
 if __name__ == "__main__":

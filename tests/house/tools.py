@@ -4,7 +4,7 @@ import re
 import shutil
 import subprocess
 
-VERSIONS = {"clang-format": "14", "clang-tidy": "14"}
+VERSIONS = {"clang++": "14", "clang-format": "14", "clang-tidy": "14", "ld64.lld": "14", "llvm-lipo": "14"}
 
 
 def find(name):

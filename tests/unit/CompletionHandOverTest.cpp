@@ -1,10 +1,8 @@
 // A transfer that another thread completes between its waiter's look at it and its waiter's way into event
 // handling. The tests force that gap: a hook holds the waiter at the entry of libusb_handle_events until the
 // transfer has ended.
-#include <gmock/gmock.h>
 #include <libusb.h>
 
-#include "FakeClock.h"
 #include "Gate.h"
 #include "HotplugUsb/HotplugUsb.h"
 #include "IoTest.h"
@@ -12,8 +10,6 @@
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 #include "MacOSXUSBAccess/records/CompletionHandOver.h"
 #include "ground/SharedField.h"
-
-using ::testing::ElementsAre;
 
 namespace {
 
@@ -83,56 +79,6 @@ class PlainWait {
     libusb_transfer* transfer_;
     uint8_t buffer_[64] = {};
 };
-
-/// The event thread is stopped: who looks for announced waits is the test.
-class EventsLeftToWaiters : public CompletionHandOver {
- protected:
-    void openWithoutEventThread() {
-        openTool();
-        deinitHotplugUsb();
-        leaveEventsToWaiters();  // what the opening announced
-    }
-};
-
-TEST_F(EventsLeftToWaiters, OnceForEachAnnouncementForTenMilliseconds) {
-    FakeClock clock;
-    std::vector<long> pauses;
-    clock.beforeSleep = [&](const timespec& pause) { pauses.push_back(pause.tv_nsec / 1'000'000); };
-    announceWait();
-    announceWait();
-    EXPECT_TRUE(leaveEventsToWaiters());
-    EXPECT_FALSE(leaveEventsToWaiters());
-    EXPECT_THAT(pauses, ElementsAre(10));
-}
-
-TEST_F(EventsLeftToWaiters, AfterATransfer) {
-    openWithoutEventThread();
-    EXPECT_FALSE(leaveEventsToWaiters());
-    uint8_t bytes[8] = {};
-    ASSERT_EQ(8, LibUSB_ReadBulkPipe(&tool(), 0x83, 8, 1000, bytes));
-    EXPECT_TRUE(leaveEventsToWaiters());
-}
-
-TEST_F(EventsLeftToWaiters, AfterADescriptorWasRead) {
-    openWithoutEventThread();
-    LibUSB_CreateDeviceList(context, 0xFFFFFFFF);
-    EXPECT_TRUE(leaveEventsToWaiters());
-}
-
-TEST_F(EventsLeftToWaiters, ByTheEventThread) {
-    FakeClock clock;
-    std::atomic<int> pauses{0};
-    clock.beforeSleep = [&, test = std::this_thread::get_id()](const timespec& pause) {
-        pauses += std::this_thread::get_id() != test && pause.tv_nsec == 10'000'000 ? 1 : 0;
-    };
-    openTool();
-    EXPECT_TRUE(eventually([&] {
-        announceWait();
-        libusb_interrupt_event_handler(context);
-        return pauses >= 2;
-    }));
-    deinitHotplugUsb();
-}
 
 }  // namespace
 

@@ -38,7 +38,9 @@ typedef UInt32 CFStringEncoding;
 enum : CFStringEncoding { kCFStringEncodingMacRoman = 0, kCFStringEncodingUTF8 = 0x08000100 };
 
 CFStringRef __CFStringMakeConstantString(const char* text);
+#ifndef CFSTR
 #define CFSTR(text) __CFStringMakeConstantString("" text "")
+#endif
 CFTypeID CFStringGetTypeID();
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean isExternalRepresentation);
