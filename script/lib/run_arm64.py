@@ -9,15 +9,15 @@ import signal
 import sys
 
 from run_floors import (
-    BUILD_DEADLINE, DEMO, ONE_UNIT_TEST_DEADLINE, PACKAGE_DEADLINE, RELEASE, RESULTS, ROOT, SCENARIO, command_case, junit,
-    side_by_side,
+    BUILD_DEADLINE, DEMO, ONE_UNIT_TEST_DEADLINE, PACKAGE_DEADLINE, RELEASE, RESULTS, ROOT, SCENARIO, command_case,
+    junit, side_by_side,
 )  # fmt: skip
 from runs import cases_of, demand, end_all, execute, junit_cases, summarise, told_cases
 
 BUILD = ROOT / "build/arm64"
 FULL, JRE = ROOT / "build/arm64-root/full", ROOT / "build/arm64-root/jre"
 LIBRARY = BUILD / "libUSBAccessLink_3_47.so"
-LIBRARIES_OF_OTHERS = [FULL / "usr/lib/aarch64-linux-gnu" / name for name in ("libusb-1.0.so.0", "libhidapi-hidraw.so.0")]
+FOREIGN = [FULL / "usr/lib/aarch64-linux-gnu" / name for name in ("libusb-1.0.so.0", "libhidapi-hidraw.so.0")]
 JAR = BUILD / "orvex-usb-access-linux.jar"
 LOGS = RESULTS / "arm64"
 
@@ -36,7 +36,7 @@ def library():
     demand(["script/build"], LOGS / "build.log", BUILD_DEADLINE)
     demand(["cmake", "--preset", "arm64"], LOGS / "build.log", BUILD_DEADLINE)
     build("USBAccessLink", "orvex_jars", "sim_libusb", "sim_hidapi", "simbus-usbip", "orvex_java_tests")
-    exports = [sys.executable, "-B", "tests/house/exports.py", LIBRARY, *LIBRARIES_OF_OTHERS]
+    exports = [sys.executable, "-B", "tests/house/exports.py", LIBRARY, *FOREIGN]
     jars = [build / "orvex-usb-access.jar" for build in (RELEASE, BUILD)]
     return [command_case(LOGS, "exports", *exports),
             command_case(LOGS, "one jar for both processors", "script/merge-natives", JAR, *jars)]
@@ -67,7 +67,8 @@ def demo():
 
 
 def unit():
-    """The C++ tests. CTest is this machine's, and starts each by the emulator; what a test starts is started by the kernel."""
+    """The C++ tests. CTest is this machine's, and starts each with the emulator; what they start themselves, the kernel
+    does."""
     build("unit_tests", "sim_tests", "usbip_tests")
     report, log = LOGS / "unit.xml", LOGS / "unit.log"
     command = ["ctest", "--test-dir", BUILD, f"-j{2 * os.cpu_count()}", "--no-tests=error", "--output-on-failure"]
@@ -93,10 +94,10 @@ def main(parts):
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, end_all)
     shutil.rmtree(LOGS, ignore_errors=True)
-    runs = side_by_side("arm64", [[("library", library)]])
+    runs = side_by_side([("arm64", [("library", library)])])
     if runs[0].count("failed") == 0:
-        runs += side_by_side("arm64", [[RUNS[part] for part in parts if part == waiting] for waiting in WAITING])
-        runs += side_by_side("arm64", [[RUNS[part] for part in parts if part not in WAITING]])
+        runs += side_by_side([("arm64", [RUNS[part]]) for part in parts if part in WAITING])
+        runs += side_by_side([("arm64", [RUNS[part] for part in parts if part not in WAITING])])
     return summarise(runs)
 
 

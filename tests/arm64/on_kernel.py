@@ -1,8 +1,8 @@
 """The main job on an arm64 kernel, and the jar alone: usage on_kernel.py BUILD JRE JAR.
 
-To be run in the virtual machine by tests/system/with-kernel-bus, with the devices of the demo. BUILD is the arm64 build,
-JRE a root that has a Java runtime and no library for USB, JAR the jar that has the libraries in it. Prints lines of
-checks.py.
+To be run in the virtual machine by tests/system/with-kernel-bus, with the devices of the demo. BUILD is the arm64
+build, JRE a root that has a Java runtime and no library for USB, JAR the jar that has the libraries in it. Prints
+lines of checks.py.
 """
 
 import re
@@ -28,17 +28,18 @@ class Machine:
 
     def alone(self, *arguments):
         """What the tool says on the system that has a Java runtime alone."""
-        java = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC", "-cp", "/tmp/orvex-usb-access.jar:/tmp/info.picocli.jar"]
         clean = ["env", "-i", "PATH=/usr/bin", "HOME=/root"]
-        return output_of("chroot", self.jre, *clean, *java, "com.talvane.orvex.comm.tool.OrvexUsb", *arguments)
+        java = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC"]
+        tool = ["-cp", "/tmp/orvex-usb-access.jar:/tmp/info.picocli.jar", "com.talvane.orvex.comm.tool.OrvexUsb"]
+        return output_of("chroot", self.jre, *clean, *java, *tool, *arguments)
 
 
 def main_job(machine):
     """The devices on an arm64 kernel's bus are listed, answer, come and go, and exchange HID reports."""
     said = output_of("script/lib/main-job", machine.build / "orvex-usb")
     print("".join(f"  {line}\n" for line in said.splitlines()))
-    for wanted in ("ECHO0001.*Echo Tool", "HID00001.*HID Tool", "The echo is equal", "left.*ECHO0002", "arrived.*ECHO0002",
-                   "Read 64 bytes"):
+    for wanted in ("ECHO0001.*Echo Tool", "HID00001.*HID Tool", "The echo is equal", "left.*ECHO0002",
+                   "arrived.*ECHO0002", "Read 64 bytes"):
         expect(re.search(wanted, said), said)
 
 
@@ -57,12 +58,15 @@ def doctor_names_copies(machine):
 
 def moves_bytes(machine):
     """There the jar lists the devices and moves bytes through one."""
-    expect("The echo is equal" in machine.alone("echo", "--serial", "ECHO0001"), "no echo")
+    listed, said = machine.alone("list"), machine.alone("echo", "--serial", "ECHO0001")
+    expect("ECHO0001" in listed and "HID00001" in listed, listed)
+    expect("The echo is equal" in said, said)
 
 
 def moves_reports(machine):
     """There the jar exchanges reports with a HID device."""
-    expect("Read 64 bytes" in machine.alone("hid", "--serial", "HID00001", "--data", "48656C6C6F", "--read", "64"), "none")
+    said = machine.alone("hid", "--serial", "HID00001", "--data", "48656C6C6F", "--read", "64")
+    expect("Read 64 bytes" in said, said)
 
 
 CHECKS = [main_job, has_java_alone, doctor_names_copies, moves_bytes, moves_reports]

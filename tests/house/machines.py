@@ -1,6 +1,6 @@
-"""What script/bootstrap, script/fresh and script/arm64 say and do on machines that are not as they should be: usage machines.py ROOT.
+"""What scripts say and do on machines that are not as they should be: usage machines.py ROOT.
 
-Copies of them run with fakes of javac and of Debian's tools first in PATH, which tell what was called: one line says
+Copies of script/bootstrap, script/fresh and script/arm64 run with fakes of javac and of Debian's tools first in PATH, which tell what was called: one line says
 what is wrong and how to mend it, and nothing has been installed by then.
 """
 
@@ -14,8 +14,8 @@ from pathlib import Path
 PROGRAMS = {
     "javac": 'echo "javac ${FAKE_JDK-17.0.1}"',
     "dpkg-query": 'case " ${FAKE_MISSING-} " in *" $4 "*) exit 1 ;; esac; printf installed',
-    "apt-get": 'case "$*" in *"${FAKE_SOURCES-nothing}"*) echo $FAKE_SAID; exit ;; esac; '
-               'echo "apt-get $*" >>"$FAKE_CALLS"; case "$*" in *"${FAKE_BAD-nothing}"*) echo $FAKE_SAID; exit 9 ;; esac',
+    "apt-get": 'case "$*" in *"${FAKE_SOURCES-nothing}"*) echo $FAKE_SAID; exit ;; esac; echo "apt-get $*" >>"$FAKE_CALLS"; '
+               'case "$*" in *"${FAKE_BAD-nothing}"*) echo $FAKE_SAID; exit 9 ;; esac',
     "apt-cache": 'case " ${FAKE_UNKNOWN-} " in *" $3 "*) exit 100 ;; esac',
     "dpkg": "echo ${FAKE_PROCESSOR-amd64}",
     "sudo": "exit 1",
@@ -72,11 +72,12 @@ def complaints(machine):
         (machine.folder / "bin/unshare").write_text("#!/bin/sh\nexit 1\n")
         (machine.folder / "bin/unshare").chmod(0o755)
         yield from expect("no namespaces", machine.run("fresh", "trixie"), 3, "namespaces are not allowed here")
-        no_compiler = {"MISSING": "g++-aarch64-linux-gnu", "UNKNOWN": "g++-aarch64-linux-gnu"}
-        yield from expect("no cross compiler", machine.run("arm64", **no_compiler), 1, "does not have g++-aarch64-linux-gnu:")
+        compiler = "g++-aarch64-linux-gnu"
+        no_compiler = machine.run("arm64", MISSING=compiler, UNKNOWN=compiler)
+        yield from expect("no cross compiler", no_compiler, 1, f"does not have {compiler}:")
         yield from expect("no archive for arm64", machine.run("arm64"), 1, "apt's sources name no archive of Debian")
-        sources = {"SAID": "http://a.mirror/debian main bookworm", "SOURCES": "indextargets"}
-        yield from expect("no network for arm64", machine.run("arm64", **sources, BAD="update"), 1, "from http://a.mirror/debian:")
+        no_network = machine.run("arm64", SOURCES="indextargets", SAID="http://a.mirror/debian main bookworm", BAD="update")
+        yield from expect("no network for arm64", no_network, 1, "cannot be had from")
         nobody = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
         yield from expect("no root", build_set(user=nobody, MISSING="cmake"), 1, "as root: apt-get install cmake")
         yield from expect("no root for fresh", machine.run("fresh", "trixie", user=nobody), 3, "sudo script/fresh trixie")

@@ -23,7 +23,7 @@ CASE_OF_GOOGLETEST = {"TEST", "TEST_F", "TEST_P"}
 UNIT, BOTH, MEMORY, KERNEL = "unit", "Java, both buses", "Java, in memory", "Java, on a kernel"
 FLOORS = (UNIT, BOTH, MEMORY, KERNEL)
 FLOOR_OF_TAG = {"memory": MEMORY, "loading": MEMORY, "newest": MEMORY, "preload": MEMORY, "kernel": KERNEL,
-                "unemulated": MEMORY, "unloading": BOTH, "linux": BOTH}
+                "unloading": BOTH, "linux": BOTH, "unemulated": MEMORY}
 
 
 def bare(text):

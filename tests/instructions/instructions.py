@@ -4,10 +4,11 @@ usage: instructions.py PROGRAM LIBRARY SIMULATION
 
 Without libusb, the C library and the virtual machine, whose instructions differ from machine to machine. A path that
 takes more than the margin above its recorded number fails; one that takes less is to be recorded anew, so that it stays.
-Exit status 77, with the reason, for a compiler without recorded numbers.
+Exit status 77, with the reason, for a compiler or a processor without recorded numbers.
 """
 
 import os
+import platform
 import re
 import subprocess
 import sys
@@ -61,8 +62,9 @@ def measure(program, library, simulation):
 def main(program, library, simulation):
     version = subprocess.run(["g++", "-dumpversion"], capture_output=True, text=True, check=True).stdout
     version = version.strip().partition(".")[0]
-    if version not in RECORDED:
-        print(f"not run here: no instructions are recorded for g++ {version}")
+    processor = platform.machine()
+    if version not in RECORDED or processor != "x86_64":
+        print(f"not run here: no instructions are recorded for g++ {version} on {processor}")
         return 77
     known = RECORDED[version]
     measured = measure(program, Path(library).resolve(), simulation)

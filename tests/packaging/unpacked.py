@@ -1,6 +1,6 @@
-"""Looks at the Debian packages and into them, and uses what is in them from a folder: usage unpacked.py FOLDER BUILD [ARCH].
+"""Looks at the Debian packages and into them, and uses what is in them: usage unpacked.py FOLDER BUILD [ARCH].
 
-BUILD is the folder of the build that they were made from. With the name of another processor ARCH they are for that
+What is used is used from a folder. BUILD is the folder of the build that they were made from. With the name of another processor ARCH they are for that
 one, and are only looked at. Prints lines of checks.py.
 """
 
