@@ -50,7 +50,7 @@ class PacketWrite : public IoTest {
     void expectEndedInTheThirdPacket(BackgroundCall& write) {
         EXPECT_EQ(2 * kPacketBytes + 10, write.result()) << "what was really moved";
         EXPECT_EQ(3U, callsOf("libusb_submit_transfer")) << "nothing goes out behind it";
-        EXPECT_EQ(1U, callsOf("libusb_cancel_transfer"));
+        EXPECT_LE(1U, callsOf("libusb_cancel_transfer")) << "again and again until it is back";
     }
 
  private:
