@@ -81,11 +81,9 @@ class ToolProcessTest extends UsbTest {
     @Tag("memory")
     void aValueOfAnotherOptionDoesNotSimulate() throws Exception {
         ChildVm.Outcome taken = child().runLauncher("echo", "--timeout", "50", "--serial", "--simulate=none");
-        assertEquals("orvex-usb: no device with serial number --simulate=none (orvex-usb list shows the devices)\n",
-                taken.err());
+        assertTrue(taken.err().startsWith("orvex-usb: no device with serial number --simulate=none of "), taken.err());
         ChildVm.Outcome both = child().runLauncher("echo", "--serial", "--simulate", "--simulate");
-        assertTrue(both.err().endsWith("orvex-usb: no device with serial number --simulate"
-                + " (orvex-usb list shows the devices)\n"), both.err());
+        assertTrue(both.err().contains("\norvex-usb: no device with serial number --simulate of "), both.err());
         for (String last : new String[] {"-V0x6A5C", "--vendor=0x6A5C", "--json"}) {
             ChildVm.Outcome own = child().runLauncher("list", last, "--simulate");
             assertEquals(0, own.status(), own.err());
