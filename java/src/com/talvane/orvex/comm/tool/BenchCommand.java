@@ -56,14 +56,14 @@ final class BenchCommand implements Callable<Integer> {
         @Option(
                 names = "--out",
                 paramLabel = "ADDRESS",
-                converter = Numbers.Octet.class,
+                converter = Numbers.OutEndpoint.class,
                 description = "Endpoint to write to (default: 0x01, without --in).")
         private Integer out;
 
         @Option(
                 names = "--in",
                 paramLabel = "ADDRESS",
-                converter = Numbers.Octet.class,
+                converter = Numbers.InEndpoint.class,
                 description = "Endpoint to read from (default: 0x81, without --out).")
         private Integer in;
 
@@ -79,7 +79,7 @@ final class BenchCommand implements Callable<Integer> {
         Pipe in = ends.pipe(ends.in, 0x81, this);
         try (StopRequest stop = new StopRequest();
                 Session session = device.session();
-                OpenDevice open = device.open(session)) {
+                OpenDevice open = device.openPipes(session)) {
             long start = System.nanoTime();
             while (isToGoOn(start) && !stop.comesWithin(0)) {
                 if (!round(open, out, in)) {

@@ -33,7 +33,7 @@ final class Doctor {
         } else if (entries().isEmpty()) {
             findings.add(Finding.bad("no device of " + vendors + " is listed", plugIn()));
         } else {
-            entries().stream().filter(entry -> entry.line().isUnopenable()).forEach(this::tellUnopenable);
+            findings.addAll(unopenable(entries()));
         }
         if (host.isMac()) {
             entries().stream().filter(entry -> entry.line().isHid()).forEach(this::tellHidOfMac);
@@ -150,9 +150,12 @@ final class Doctor {
                 : Finding.bad(what + String.join(", ", holders), "end that program, or have it close the device");
     }
 
-    private void tellUnopenable(DeviceInfo entry) {
-        findings.add(Finding.bad(Text.printable(entry.line().manufacturer()) + ": could not be opened",
-                "end the program that uses it; pull it and plug it in again"));
+    /** Those that the library could not open, told without a look at why. */
+    static List<Finding> unopenable(List<DeviceInfo> entries) {
+        return entries.stream().map(DeviceInfo::line).filter(UsbDeviceInfo::isUnopenable)
+                .map(line -> Finding.bad(Text.printable(line.manufacturer()) + ": could not be opened",
+                        "end the program that uses it; pull it and plug it in again"))
+                .toList();
     }
 
     /** Only an open shows whether the system allows it; that it allows none to a login over ssh is known before. */

@@ -23,6 +23,7 @@ final class DoctorCommand implements Callable<Integer> {
         Optional<List<DeviceInfo>> listed = list(findings);
         if (Session.isSimulated()) {
             findings.add(Finding.good("the bus is simulated; that of the machine is not looked at"));
+            listed.ifPresent(devices -> findings.addAll(Doctor.unopenable(devices)));
         } else {
             findings.addAll(new Doctor(Host.here(), from.vendors(), listed).findings());
         }

@@ -22,7 +22,7 @@ final class EchoCommand implements Callable<Integer> {
             names = "--out",
             paramLabel = "ADDRESS",
             defaultValue = "0x01",
-            converter = Numbers.Octet.class,
+            converter = Numbers.OutEndpoint.class,
             description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
     private int out;
 
@@ -30,7 +30,7 @@ final class EchoCommand implements Callable<Integer> {
             names = "--in",
             paramLabel = "ADDRESS",
             defaultValue = "0x81",
-            converter = Numbers.Octet.class,
+            converter = Numbers.InEndpoint.class,
             description = "Endpoint to read from (default: ${DEFAULT-VALUE}).")
     private int in;
 
@@ -62,7 +62,7 @@ final class EchoCommand implements Callable<Integer> {
 
     @Override
     public Integer call() {
-        try (Session session = device.session(); OpenDevice open = device.open(session)) {
+        try (Session session = device.session(); OpenDevice open = device.openPipes(session)) {
             DeviceInfo info = open.info();
             System.out.printf("Opened %s: %s %s%n", info.label(), Text.printable(info.line().manufacturer()),
                     Text.printable(info.line().product()));

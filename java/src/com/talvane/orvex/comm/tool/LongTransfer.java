@@ -36,7 +36,7 @@ record LongTransfer(DeviceOptions device, long total, int piece) {
 
     private long move(Step step, StopRequest stop) throws IOException, InterruptedException {
         try (Session session = device.session();
-                OpenDevice open = device.open(session);
+                OpenDevice open = device.openPipes(session);
                 ProgressBar bar = new ProgressBar(total)) {
             long done = 0;
             boolean moves = true;

@@ -80,6 +80,33 @@ final class Numbers {
         }
     }
 
+    /** The address of an endpoint that takes bytes. */
+    static final class OutEndpoint implements ITypeConverter<Integer> {
+        @Override
+        public Integer convert(String text) {
+            return endpoint(text, "OUT", 0x01);
+        }
+    }
+
+    /** The address of an endpoint that gives bytes. */
+    static final class InEndpoint implements ITypeConverter<Integer> {
+        @Override
+        public Integer convert(String text) {
+            return endpoint(text, "IN", 0x81);
+        }
+    }
+
+    /** To the library both directions are the same number: it would move the bytes through the other endpoint. */
+    private static int endpoint(String text, String direction, int least) {
+        int greatest = least | 0x0F;
+        int address = within(text, 0, 0xFF);
+        if (address < least || address > greatest) {
+            throw new TypeConversionException(String.format("'%s' is not an %s endpoint, 0x%02X to 0x%02X", text,
+                    direction, least, greatest));
+        }
+        return address;
+    }
+
     /** An endpoint address, or one byte of a control request. */
     static final class Octet implements ITypeConverter<Integer> {
         @Override

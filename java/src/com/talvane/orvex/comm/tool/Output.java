@@ -15,6 +15,7 @@ final class Output {
     private String file;
 
     void show(Transfer got) throws IOException {
+        System.err.println("Read " + got.took());
         if (file == null) {
             Text.hexDump(got.data()).forEach(System.out::println);
         } else if (file.equals("-")) {
@@ -23,6 +24,5 @@ final class Output {
         } else {
             Files.write(Path.of(file), got.data());
         }
-        System.err.println("Read " + got.took());
     }
 }

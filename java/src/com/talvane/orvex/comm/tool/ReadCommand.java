@@ -29,7 +29,7 @@ final class ReadCommand implements Callable<Integer> {
             names = "--in",
             paramLabel = "ADDRESS",
             defaultValue = "0x81",
-            converter = Numbers.Octet.class,
+            converter = Numbers.InEndpoint.class,
             description = "Endpoint to read from (default: ${DEFAULT-VALUE}).")
     private int endpoint;
 
@@ -78,7 +78,7 @@ final class ReadCommand implements Callable<Integer> {
         if (target.file != null) {
             return readFile(pipe);
         }
-        try (Session session = device.session(); OpenDevice open = device.open(session)) {
+        try (Session session = device.session(); OpenDevice open = device.openPipes(session)) {
             target.output.show(open.read(pipe, size == null ? USUAL_SIZE : size));
             return 0;
         }

@@ -25,7 +25,7 @@ final class WriteCommand implements Callable<Integer> {
             names = "--out",
             paramLabel = "ADDRESS",
             defaultValue = "0x01",
-            converter = Numbers.Octet.class,
+            converter = Numbers.OutEndpoint.class,
             description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
     private int endpoint;
 
@@ -66,7 +66,7 @@ final class WriteCommand implements Callable<Integer> {
             return writeFile(pipe);
         }
         byte[] data = content.once.bytes();
-        try (Session session = device.session(); OpenDevice open = device.open(session)) {
+        try (Session session = device.session(); OpenDevice open = device.openPipes(session)) {
             return tell(open.write(pipe, data), data.length);
         }
     }

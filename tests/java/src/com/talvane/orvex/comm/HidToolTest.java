@@ -86,9 +86,13 @@ class HidToolTest extends HidTest {
         assertEquals("orvex-usb: BENCH00001 is not a HID device (orvex-usb list shows the types)\n",
                 run(1, "hid --serial BENCH00001 --read 1").err());
         String silent = run(1, "hid --serial HIDT0021 --read 1 --timeout 100").err();
-        assertTrue(silent.startsWith("orvex-usb: read reports from HIDT0021: -150: "), silent);
+        assertTrue(silent.startsWith("orvex-usb: read reports from HIDT0021: nothing came within 100 ms (-150"), silent);
         String bulk = run(1, "echo --serial HIDT0021").err();
-        assertTrue(bulk.contains("-120: "), bulk);
+        assertEquals("orvex-usb: HIDT0021 is a HID device: it has reports, which orvex-usb hid moves\n", bulk);
+        for (String line : new String[] {"write --serial HIDT0021 --data 00", "read --serial HIDT0021",
+            "bench --serial HIDT0021"}) {
+            assertEquals(bulk, run(1, line).err());
+        }
         assertEquals(-116, usb.usbRelease(0), "the session was left open");
     }
 

@@ -75,7 +75,7 @@ class ToolJobsTest extends ToolFixture {
     void whatCameBeforeAFailureStaysInTheFile() {
         Path file = folder.resolve("read");
         bus.feed("bench", 0x81, pattern(64));
-        assertFails("read --serial BENCH00001 --timeout 50 --size 64 --bytes 100 --to " + file, "-150: ");
+        assertFails("read --serial BENCH00001 --timeout 50 --size 64 --bytes 100 --to " + file, "(-150; ");
         assertArrayEquals(pattern(64), read(file));
     }
 
@@ -159,7 +159,7 @@ class ToolJobsTest extends ToolFixture {
         ToolRun run = run("bench --serial BENCH00001 --out 5 --count 5 --size 10");
         assertEquals(1, run.status());
         assertEquals("orvex-usb: the device took only 0 of 10\n", run.err());
-        assertFails("bench --serial BENCH00001 --in 0x84 --count 5 --timeout 50", "-150: ");
+        assertFails("bench --serial BENCH00001 --in 0x84 --count 5 --timeout 50", "(-150; ");
     }
 
     @Test
