@@ -2,6 +2,8 @@ package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
 import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
+import java.util.LinkedHashMap;
+import java.util.Map;
 import java.util.concurrent.Callable;
 import java.util.concurrent.TimeUnit;
 import picocli.CommandLine.ArgGroup;
@@ -19,6 +21,9 @@ final class BenchCommand implements Callable<Integer> {
 
     @Mixin
     private DeviceOptions device;
+
+    @Mixin
+    private JsonOption json;
 
     @ArgGroup(exclusive = false)
     private Ends ends = new Ends();
@@ -130,6 +135,17 @@ final class BenchCommand implements Callable<Integer> {
     }
 
     private void show(OpenDevice open, long nanos) {
+        if (json.isWanted()) {
+            Map<String, Object> fields = new LinkedHashMap<>();
+            fields.put("rounds", latencies.count());
+            fields.put("size", size);
+            fields.put("seconds", nanos / 1e9);
+            fields.put("bytesOut", bytesOut);
+            fields.put("bytesIn", bytesIn);
+            fields.put("latency", latencies.fields());
+            JsonOption.write(fields);
+            return;
+        }
         System.out.printf("%s: %d rounds of %d bytes in %.3f s%n", open.info().label(), latencies.count(), size,
                 nanos / 1e9);
         System.out.printf("out      %d bytes, %s%n", bytesOut, Text.rate(bytesOut, nanos));

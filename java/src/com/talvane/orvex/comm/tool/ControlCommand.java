@@ -22,6 +22,9 @@ final class ControlCommand implements Callable<Integer> {
     @Mixin
     private DeviceOptions device;
 
+    @Mixin
+    private JsonOption json;
+
     @Spec
     private CommandSpec command;
 
@@ -85,6 +88,10 @@ final class ControlCommand implements Callable<Integer> {
             if (done.data().length == 0 && wanted > 0) {
                 throw new UsbFailure(String.format("%s refused the request%s: 0 of %d bytes", open.info().label(),
                         isIn() ? ", or had nothing to give" : "", wanted));
+            }
+            if (json.isWanted()) {
+                JsonOption.write(isIn() ? JsonOption.got(done, wanted) : JsonOption.sent(done, wanted));
+                return !isIn() && !WriteCommand.tookAll(done, wanted) ? 1 : 0;
             }
             if (isIn()) {
                 System.err.println("Read " + done.took());

@@ -14,8 +14,18 @@ final class Output {
             description = "Write the bytes to this file, - for standard output, instead of a hex dump.")
     private String file;
 
-    void show(Transfer got) throws IOException {
-        System.err.println("Read " + got.took());
+    boolean isStandard() {
+        return "-".equals(file);
+    }
+
+    /** What was read, but for its bytes, is for the caller to tell when that is as JSON. */
+    void show(Transfer got, boolean isTold) throws IOException {
+        if (!isTold) {
+            System.err.println("Read " + got.took());
+        }
+        if (file == null && isTold) {
+            return;
+        }
         if (file == null) {
             Text.hexDump(got.data()).forEach(System.out::println);
         } else if (file.equals("-")) {
