@@ -35,6 +35,7 @@ final class DescribeCommand implements Runnable {
             showText("Manufacturer", session.descriptor(info, TEXT, 1));
             showText("Product", session.descriptor(info, TEXT, 2));
             showText("Serial number", session.descriptor(info, TEXT, 3));
+            showPort(info);
             showDescriptors("device descriptor", session.descriptor(info, DEVICE, 0));
             showDescriptors("configuration descriptor", session.descriptor(info, CONFIGURATION, 0));
             showEndpoints(session.endpoints(info));
@@ -43,6 +44,7 @@ final class DescribeCommand implements Runnable {
 
     private static Map<String, Object> fields(Session session, DeviceInfo info) {
         Map<String, Object> fields = info.fields();
+        fields.put("ports", Session.isSimulated() ? List.of() : Host.here().ports(info.line()));
         fields.put("deviceDescriptor", JsonOption.hex(session.descriptor(info, DEVICE, 0)));
         fields.put("configurationDescriptor", JsonOption.hex(session.descriptor(info, CONFIGURATION, 0)));
         fields.put("endpoints", session.endpoints(info).stream().map(DescribeCommand::fields).toList());
@@ -56,6 +58,14 @@ final class DescribeCommand implements Runnable {
         fields.put("type", Descriptors.transferType(endpoint.attributes()));
         fields.put("packetSize", endpoint.packetSize());
         return fields;
+    }
+
+    /** Where it is plugged in, as the system tells it; of devices that look the same it cannot be told which is where. */
+    private static void showPort(DeviceInfo info) {
+        List<String> ports = Session.isSimulated() ? List.of() : Host.here().ports(info.line());
+        if (!ports.isEmpty()) {
+            System.out.printf("%-14s %s%n", "Port", String.join(" or ", ports));
+        }
     }
 
     private static void showText(String name, byte[] text) {

@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.talvane.orvex.comm.tool.FakeHost;
@@ -73,6 +74,16 @@ class DoctorToolTest extends ToolFixture {
                 + " host\n"), out);
         machine.device(1, 0x1009, "MISSING1");
         wrong("doctor", "MISSING1 (6A5C:1009): on the bus, but the library does not list it\n");
+    }
+
+    @Test
+    void describeTellsThePortsWhereTheSystemDoes() throws Exception {
+        assertFalse(good("describe --serial PAIR0002").out().contains("Port"));
+        machine.device(4, 0x1002, "PAIR0002");
+        machine.device(5, 0x1002, "ANOTHER1");
+        assertTrue(good("describe --serial PAIR0002").out().contains("\nPort           1-4\n"));
+        machine.device(6, 0x1002, "");
+        assertTrue(good("describe --serial PAIR0002").out().contains("\nPort           1-4 or 1-6\n"));
     }
 
     @Test
