@@ -29,10 +29,11 @@ const char* fromEnvironment(const char* name) {
     return value == nullptr || *value == '\0' ? nullptr : value;
 }
 
-void loadFromEnvironment(Bus& bus) {
+// False when there is a scenario and it cannot be loaded; standard error tells why.
+bool loadFromEnvironment(Bus& bus) {
     const char* path = fromEnvironment("SIMBUS_SCENARIO");
     if (path == nullptr) {
-        return;
+        return true;
     }
     try {
         std::ifstream file(path);
@@ -40,8 +41,10 @@ void loadFromEnvironment(Bus& bus) {
             throw std::runtime_error("cannot be read");
         }
         bus.loadScenario({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+        return true;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "simbus: scenario %s: %s\n", path, error.what());
+        return false;
     }
 }
 
@@ -64,7 +67,7 @@ namespace {
 }
 
 Bus::Bus() : parts_(new Parts) {
-    loadFromEnvironment(*this);
+    parts_->lacksScenario = !loadFromEnvironment(*this);
     if (const char* path = fromEnvironment("SIMBUS_SOCKET"); path != nullptr) {
         parts_->socket.open(path, [this](const std::string& line) { return command(line); });
     }
@@ -72,6 +75,11 @@ Bus::Bus() : parts_(new Parts) {
 
 bool Bus::hasControlSocket() const {
     return parts_->socket.isOpen();
+}
+
+bool Bus::lacksScenario() const {
+    const Lock lock(parts_->mutex);
+    return parts_->lacksScenario;
 }
 
 void Bus::stop() {

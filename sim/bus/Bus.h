@@ -128,6 +128,8 @@ class SIMBUS_API Bus {
 
     // Whether the control socket that the environment asks for could be made.
     bool hasControlSocket() const;
+    // Whether the environment names a scenario that could not be loaded, and no other was loaded since.
+    bool lacksScenario() const;
 
     // Control. These throw std::runtime_error with a text for people when something is not so (no such
     // device, already plugged in, ...).

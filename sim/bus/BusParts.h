@@ -29,6 +29,7 @@ struct Bus::Parts {
     Agenda agenda;
     std::vector<BusDevice> devices;
     Json loaded = Json::array();  // the devices of the loaded scenario
+    bool lacksScenario = false;
     ConnectionId lastConnection = 0;
     std::map<std::uint8_t, std::uint8_t> lastAddress;  // by bus number
     Front front = Front::memory;

@@ -239,6 +239,7 @@ void Bus::loadScenario(const std::string& json) {
     for (const Json& device : list) {
         readDevice(device);  // a scenario that is wrong anywhere changes nothing
     }
+    parts_->lacksScenario = false;
     while (!parts_->devices.empty()) {
         parts_->remove(parts_->devices.back());
     }

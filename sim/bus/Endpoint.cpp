@@ -71,18 +71,30 @@ void Endpoint::forget() {
 }
 
 void Endpoint::service() {
-    while (!waiting_.empty()) {
-        Transfer& transfer = *waiting_.front();
-        if (transfer.dueNanoseconds != 0 && transfer.dueNanoseconds > nowNanoseconds()) {
-            device_.agenda().wakeAt(transfer.dueNanoseconds);
-            return;
-        }
-        if (!move(transfer)) {
-            return;
-        }
-        waiting_.pop_front();
-        device_.agenda().complete(transfer, transfer.status);
+    if (std::exchange(inService_, true)) {
+        return;  // a transfer's own doing led here again, as a control request that halts its pipe
     }
+    while (serviceOne()) {
+    }
+    inService_ = false;
+}
+
+// False when nothing can be completed now.
+bool Endpoint::serviceOne() {
+    if (waiting_.empty()) {
+        return false;
+    }
+    Transfer& transfer = *waiting_.front();
+    if (transfer.dueNanoseconds != 0 && transfer.dueNanoseconds > nowNanoseconds()) {
+        device_.agenda().wakeAt(transfer.dueNanoseconds);
+        return false;
+    }
+    if (!move(transfer)) {
+        return false;
+    }
+    waiting_.pop_front();
+    device_.agenda().complete(transfer, transfer.status);
+    return true;
 }
 
 bool Endpoint::move(Transfer& transfer) {

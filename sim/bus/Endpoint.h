@@ -60,6 +60,7 @@ class Endpoint {
         std::size_t at = 0;
     };
 
+    bool serviceOne();
     bool move(Transfer& transfer);  // true when the transfer has ended, with its status set
     bool moveOut(Transfer& transfer);
     bool moveIn(Transfer& transfer);
@@ -74,6 +75,7 @@ class Endpoint {
     std::deque<Chunk> queue_;
     std::uint8_t nextSourceByte_ = 0;
     bool halted_ = false;
+    bool inService_ = false;
 };
 
 }  // namespace simbus

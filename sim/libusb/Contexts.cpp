@@ -98,6 +98,9 @@ using sim::StateLock;
 int libusb_init(libusb_context** given) {
     SIM_ENTER("libusb_init");
     auto& bus = simbus::Bus::instance();
+    if (bus.lacksScenario()) {
+        return LIBUSB_ERROR_OTHER;  // an empty bus would look like one that has lost its devices
+    }
     static const int subscription = bus.subscribe(sim::onBusNews);
     static_cast<void>(subscription);  // for as long as the process lives
     const StateLock lock(sim::state().mutex);

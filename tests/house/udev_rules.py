@@ -20,8 +20,8 @@ NAMES = {'SUBSYSTEM=="usb"': ("ATTR{idVendor}", str), 'SUBSYSTEM=="hidraw"': ("K
 
 
 def tool_vendors(root):
-    default = re.search(r'defaultValue = "(.*)"', (root / TOOL).read_text()).group(1)
-    return [vendor.lower().removeprefix("0x") for vendor in default.split(",")]
+    usual = re.search(r"USUAL = List.of\((.*)\)", (root / TOOL).read_text()).group(1)
+    return [vendor.lower().removeprefix("0x") for vendor in usual.split(", ")]
 
 
 def number_complaints(rules):

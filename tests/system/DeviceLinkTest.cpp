@@ -237,6 +237,16 @@ TEST_F(DeviceLinkTest, UnpluggedDeviceAnswersNothingMore) {
     EXPECT_EQ(recv(kernel_, &byte, 1, 0), 0);
 }
 
+TEST_F(DeviceLinkTest, AHaltOfTheControlPipeItselfIsAnswered) {
+    const Bytes setHalt{0x02, 3, 0, 0, 0x80, 0, 0, 0};
+    const Bytes clearHalt{0x02, 1, 0, 0, 0x80, 0, 0, 0};
+    send({1, 1, 0, 0, 0, 0, 0}, setHalt);
+    expectAnswer(submitAnswered, 1, 0);
+    send({1, 2, 0, 0, 0, 0, 0}, clearHalt);
+    expectAnswer(submitAnswered, 2, 0);
+    passOver(3);
+}
+
 TEST_F(DeviceLinkTest, ANumberThatWaitsCannotBeGivenToAnother) {
     submitIn(1, 1, 64);
     submitIn(1, 1, 64);

@@ -10,10 +10,10 @@ final class Setup {
 
     /** The setup packet with the data, or the room for it, behind it. */
     static byte[] bytes(int requestType, int request, int value, int index, byte[] data) {
-        within("request type", requestType, 0, OCTET);
-        within("request", request, 0, OCTET);
-        within("value", value, 0, WORD);
-        within("index", index, 0, WORD);
+        withinHex("request type", requestType, 0, OCTET);
+        withinHex("request", request, 0, OCTET);
+        withinHex("value", value, 0, WORD);
+        withinHex("index", index, 0, WORD);
         within("length", data.length, 0, WORD);
         byte[] bytes = new byte[Connection.SETUP_BYTES + data.length];
         bytes[0] = (byte) requestType;
@@ -36,5 +36,32 @@ final class Setup {
                     String.format("%s %d is not within %d to %d", name, number, least, greatest));
         }
         return number;
+    }
+
+    /** The same for what people write in hexadecimal: ids, addresses, bytes of a request. */
+    static int withinHex(String name, int number, int least, int greatest) {
+        if (number < least || number > greatest) {
+            String form = greatest > OCTET ? "0x%04X" : "0x%02X";
+            String told = number < 0 ? Integer.toString(number) : String.format(form, number);
+            throw new IllegalArgumentException(
+                    String.format("%s %s is not within " + form + " to " + form, name, told, least, greatest));
+        }
+        return number;
+    }
+
+    /** A time-out that may be {@link UsbDevice#FOREVER}. */
+    static void timeout(int milliseconds) {
+        if (milliseconds < 0) {
+            throw new IllegalArgumentException(
+                    String.format("time-out %d is neither FOREVER nor 1 ms or more", milliseconds));
+        }
+    }
+
+    /** A time-out that has to end. */
+    static void endingTimeout(int milliseconds) {
+        if (milliseconds < 1) {
+            String told = milliseconds == Deadline.FOREVER ? "FOREVER" : Integer.toString(milliseconds);
+            throw new IllegalArgumentException("time-out " + told + " is not 1 ms or more: only a read may wait for ever");
+        }
     }
 }

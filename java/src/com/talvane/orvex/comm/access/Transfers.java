@@ -9,42 +9,38 @@ record Transfers(UsbDevice device, Connection connection) {
     private static final int GREATEST_ENDPOINT = 0x0F;
 
     int read(RawCall call, int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        Setup.within("endpoint", endpoint, Connection.DIRECTION + 1, Connection.DIRECTION + GREATEST_ENDPOINT);
-        Setup.within("time-out", timeout, Deadline.FOREVER, Integer.MAX_VALUE);
+        Setup.withinHex("endpoint", endpoint, Connection.DIRECTION + 1, Connection.DIRECTION + GREATEST_ENDPOINT);
+        Setup.timeout(timeout);
         byte[] bytes = part(buffer, offset, length);
         int result = connection.read(call, endpoint, timeout, bytes);
         return giveBack(bytes, atEndpoint("read from", endpoint).ofRead(length, result), buffer, offset);
     }
 
     int write(RawCall call, int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        Setup.within("endpoint", endpoint, 1, GREATEST_ENDPOINT);
-        demandEnd(timeout);
+        Setup.withinHex("endpoint", endpoint, 1, GREATEST_ENDPOINT);
+        Setup.endingTimeout(timeout);
         byte[] bytes = part(buffer, offset, length);
         int result = connection.write(call, endpoint, timeout, bytes);
         return atEndpoint("write to", endpoint).ofWrite(length, result);
     }
 
     int control(byte[] setupAndData, int timeout) throws UsbException {
-        demandEnd(timeout);
+        Setup.endingTimeout(timeout);
         Deadline deadline = new Deadline(timeout);
         int result = connection.control(setupAndData, timeout);
         return of("control request to", 0).ofControl(setupAndData, result, deadline.isOver());
     }
 
     int readReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        Setup.within("time-out", timeout, Deadline.FOREVER, Integer.MAX_VALUE);
+        Setup.timeout(timeout);
         byte[] bytes = part(buffer, offset, length);
         int result = connection.readReports(timeout, bytes);
         return giveBack(bytes, of("read reports from", 0).ofReports(result), buffer, offset);
     }
 
     int writeReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        demandEnd(timeout);
+        Setup.endingTimeout(timeout);
         return of("write reports to", 0).ofReports(connection.writeReports(timeout, part(buffer, offset, length)));
-    }
-
-    private static void demandEnd(int timeout) {
-        Setup.within("time-out", timeout, 1, Integer.MAX_VALUE);
     }
 
     private Outcome atEndpoint(String action, int endpoint) {

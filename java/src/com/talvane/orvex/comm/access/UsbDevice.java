@@ -118,7 +118,7 @@ public final class UsbDevice implements AutoCloseable {
         switch (type) {
             case 1, 2 -> Setup.within("descriptor index", descriptorIndex, 0, 0);
             case 3 -> Setup.within("text", descriptorIndex, 1, 3);
-            case 5 -> Setup.within("endpoint", descriptorIndex, 0, 0xFF);
+            case 5 -> Setup.withinHex("endpoint", descriptorIndex, 0, 0xFF);
             default -> throw new IllegalArgumentException("no descriptor of type " + type + " is kept");
         }
         return session.locked(() -> {
@@ -346,7 +346,7 @@ public final class UsbDevice implements AutoCloseable {
     public byte[] readControl(int requestType, int request, int value, int indexWord, int length, int timeout)
             throws UsbException {
         Setup.within("length", length, 0, 0xFFFF);
-        Setup.within("request type", requestType, Connection.DIRECTION, 0xFF);
+        Setup.withinHex("request type", requestType, Connection.DIRECTION, 0xFF);
         byte[] bytes = Setup.bytes(requestType, request, value, indexWord, new byte[length]);
         int moved = pipes().control(bytes, timeout);
         return Arrays.copyOfRange(bytes, Connection.SETUP_BYTES, Connection.SETUP_BYTES + moved);
@@ -369,7 +369,7 @@ public final class UsbDevice implements AutoCloseable {
      */
     public int writeControl(int requestType, int request, int value, int indexWord, byte[] data, int timeout)
             throws UsbException {
-        Setup.within("request type", requestType, 0, Connection.DIRECTION - 1);
+        Setup.withinHex("request type", requestType, 0, Connection.DIRECTION - 1);
         return pipes().control(Setup.bytes(requestType, request, value, indexWord, data), timeout);
     }
 

@@ -98,10 +98,11 @@ public final class UsbSession implements AutoCloseable {
     private static Set<Integer> checked(int[] vendorIds) {
         Setup.within("number of vendor ids", vendorIds.length, 1, MOST_VENDORS);
         Set<Integer> vendors = Arrays.stream(vendorIds)
-                .mapToObj(id -> Setup.within("vendor id", id, 0, GREATEST_ID))
+                .mapToObj(id -> Setup.withinHex("vendor id", id, 0, GREATEST_ID))
                 .collect(Collectors.toUnmodifiableSet());
         if (vendors.size() < vendorIds.length) {
-            throw new IllegalArgumentException("a vendor id is given twice: " + Arrays.toString(vendorIds));
+            throw new IllegalArgumentException("a vendor id is given twice: " + Arrays.stream(vendorIds)
+                    .mapToObj(id -> String.format("0x%04X", id)).collect(Collectors.joining(", ")));
         }
         return vendors;
     }

@@ -2,6 +2,8 @@ package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
 import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
+import java.util.LinkedHashMap;
+import java.util.Map;
 import java.util.concurrent.Callable;
 import java.util.concurrent.TimeUnit;
 import picocli.CommandLine.ArgGroup;
@@ -19,6 +21,9 @@ final class BenchCommand implements Callable<Integer> {
 
     @Mixin
     private DeviceOptions device;
+
+    @Mixin
+    private JsonOption json;
 
     @ArgGroup(exclusive = false)
     private Ends ends = new Ends();
@@ -56,14 +61,14 @@ final class BenchCommand implements Callable<Integer> {
         @Option(
                 names = "--out",
                 paramLabel = "ADDRESS",
-                converter = Numbers.Octet.class,
+                converter = Numbers.OutEndpoint.class,
                 description = "Endpoint to write to (default: 0x01, without --in).")
         private Integer out;
 
         @Option(
                 names = "--in",
                 paramLabel = "ADDRESS",
-                converter = Numbers.Octet.class,
+                converter = Numbers.InEndpoint.class,
                 description = "Endpoint to read from (default: 0x81, without --out).")
         private Integer in;
 
@@ -79,7 +84,7 @@ final class BenchCommand implements Callable<Integer> {
         Pipe in = ends.pipe(ends.in, 0x81, this);
         try (StopRequest stop = new StopRequest();
                 Session session = device.session();
-                OpenDevice open = device.open(session)) {
+                OpenDevice open = device.openPipes(session)) {
             long start = System.nanoTime();
             while (isToGoOn(start) && !stop.comesWithin(0)) {
                 if (!round(open, out, in)) {
@@ -130,6 +135,17 @@ final class BenchCommand implements Callable<Integer> {
     }
 
     private void show(OpenDevice open, long nanos) {
+        if (json.isWanted()) {
+            Map<String, Object> fields = new LinkedHashMap<>();
+            fields.put("rounds", latencies.count());
+            fields.put("size", size);
+            fields.put("seconds", nanos / 1e9);
+            fields.put("bytesOut", bytesOut);
+            fields.put("bytesIn", bytesIn);
+            fields.put("latency", latencies.fields());
+            JsonOption.write(fields);
+            return;
+        }
         System.out.printf("%s: %d rounds of %d bytes in %.3f s%n", open.info().label(), latencies.count(), size,
                 nanos / 1e9);
         System.out.printf("out      %d bytes, %s%n", bytesOut, Text.rate(bytesOut, nanos));

@@ -15,12 +15,15 @@ import picocli.CommandLine.Spec;
 /** One control request. */
 @Command(
         name = "control",
-        description = "Makes a control request. One that the device refuses moves 0 bytes.")
+        description = "Makes a control request. One that should move bytes and moves none has failed.")
 final class ControlCommand implements Callable<Integer> {
     private static final int GREATEST_LENGTH = 0xFFFF;
 
     @Mixin
     private DeviceOptions device;
+
+    @Mixin
+    private JsonOption json;
 
     @Spec
     private CommandSpec command;
@@ -81,12 +84,21 @@ final class ControlCommand implements Callable<Integer> {
         byte[] buffer = setupAndData();
         try (Session session = device.session(); OpenDevice open = device.open(session)) {
             Transfer done = open.control(buffer, device.timeout);
+            int wanted = buffer.length - OpenDevice.SETUP_BYTES;
+            if (done.data().length == 0 && wanted > 0) {
+                throw new UsbFailure(String.format("%s refused the request%s: 0 of %d bytes", open.info().label(),
+                        isIn() ? ", or had nothing to give" : "", wanted));
+            }
+            if (json.isWanted()) {
+                JsonOption.write(isIn() ? JsonOption.got(done, wanted) : JsonOption.sent(done, wanted));
+                return !isIn() && !WriteCommand.tookAll(done, wanted) ? 1 : 0;
+            }
             if (isIn()) {
-                Text.hexDump(done.data()).forEach(System.out::println);
                 System.err.println("Read " + done.took());
+                Text.hexDump(done.data()).forEach(System.out::println);
                 return 0;
             }
-            return WriteCommand.tell(done, buffer.length - OpenDevice.SETUP_BYTES);
+            return WriteCommand.tell(done, wanted);
         }
     }
 

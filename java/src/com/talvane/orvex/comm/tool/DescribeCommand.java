@@ -3,7 +3,9 @@ package com.talvane.orvex.comm.tool;
 import com.talvane.orvex.comm.access.UsbEndpoint;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
+import java.util.LinkedHashMap;
 import java.util.List;
+import java.util.Map;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 
@@ -19,16 +21,50 @@ final class DescribeCommand implements Runnable {
     @Mixin
     private DeviceChoice device;
 
+    @Mixin
+    private JsonOption json;
+
     @Override
     public void run() {
         try (Session session = device.session()) {
             DeviceInfo info = device.find(session);
+            if (json.isWanted()) {
+                JsonOption.write(fields(session, info));
+                return;
+            }
             showText("Manufacturer", session.descriptor(info, TEXT, 1));
             showText("Product", session.descriptor(info, TEXT, 2));
             showText("Serial number", session.descriptor(info, TEXT, 3));
+            showPort(info);
             showDescriptors("device descriptor", session.descriptor(info, DEVICE, 0));
             showDescriptors("configuration descriptor", session.descriptor(info, CONFIGURATION, 0));
             showEndpoints(session.endpoints(info));
+        }
+    }
+
+    private static Map<String, Object> fields(Session session, DeviceInfo info) {
+        Map<String, Object> fields = info.fields();
+        fields.put("ports", Session.isSimulated() ? List.of() : Host.here().ports(info.line()));
+        fields.put("deviceDescriptor", JsonOption.hex(session.descriptor(info, DEVICE, 0)));
+        fields.put("configurationDescriptor", JsonOption.hex(session.descriptor(info, CONFIGURATION, 0)));
+        fields.put("endpoints", session.endpoints(info).stream().map(DescribeCommand::fields).toList());
+        return fields;
+    }
+
+    private static Map<String, Object> fields(UsbEndpoint endpoint) {
+        Map<String, Object> fields = new LinkedHashMap<>();
+        fields.put("address", endpoint.address());
+        fields.put("direction", endpoint.isIn() ? "in" : "out");
+        fields.put("type", Descriptors.transferType(endpoint.attributes()));
+        fields.put("packetSize", endpoint.packetSize());
+        return fields;
+    }
+
+    /** Where it is plugged in, as the system tells it; of devices that look the same it cannot be told which is where. */
+    private static void showPort(DeviceInfo info) {
+        List<String> ports = Session.isSimulated() ? List.of() : Host.here().ports(info.line());
+        if (!ports.isEmpty()) {
+            System.out.printf("%-14s %s%n", "Port", String.join(" or ", ports));
         }
     }
 

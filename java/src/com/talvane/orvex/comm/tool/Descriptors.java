@@ -22,7 +22,7 @@ final class Descriptors {
             Map.entry(0xFE, "application"), Map.entry(0xFF, "vendor"));
 
     /** A number of one or two bytes, low byte first, and how it is shown. */
-    private record Field(String name, int size, IntFunction<String> text) {
+    record Field(String name, int size, IntFunction<String> text) {
         static Field octet(String name, IntFunction<String> text) {
             return new Field(name, 1, text);
         }
@@ -37,7 +37,7 @@ final class Descriptors {
     }
 
     /** What follows length and type in a descriptor. */
-    private record Layout(String name, List<Field> fields) {
+    record Layout(String name, List<Field> fields) {
         Layout(String name, Field... fields) {
             this(name, List.of(fields));
         }
@@ -80,6 +80,8 @@ final class Descriptors {
             0x0B, new Layout("Interface association"),
             0x30, new Layout("SuperSpeed endpoint companion"));
 
+    private static final int INTERFACE = 4;
+
     private Descriptors() {
     }
 
@@ -87,6 +89,8 @@ final class Descriptors {
     static List<String> describe(byte[] bytes) {
         List<String> lines = new ArrayList<>();
         int length;
+        int interfaceClass = 0;
+        int interfaceSubClass = 0;
         for (int at = 0; at < bytes.length; at += length) {
             length = bytes[at] & 0xFF;
             if (length < 2) {
@@ -94,14 +98,24 @@ final class Descriptors {
                 lines.addAll(Text.hexDump(Arrays.copyOfRange(bytes, at, bytes.length)));
                 break;
             }
-            addDescriptor(lines, Arrays.copyOfRange(bytes, at, Math.min(at + length, bytes.length)), length);
+            byte[] one = Arrays.copyOfRange(bytes, at, Math.min(at + length, bytes.length));
+            if (one.length >= 7 && one[1] == INTERFACE) {
+                interfaceClass = one[5] & 0xFF;
+                interfaceSubClass = one[6] & 0xFF;
+            }
+            addDescriptor(lines, one, length, layoutOf(one, interfaceClass, interfaceSubClass));
         }
         return lines;
     }
 
-    private static void addDescriptor(List<String> lines, byte[] bytes, int length) {
+    private static Layout layoutOf(byte[] bytes, int interfaceClass, int interfaceSubClass) {
         int type = bytes.length > 1 ? bytes[1] & 0xFF : 0;
-        Layout layout = LAYOUTS.getOrDefault(type, new Layout(String.format("Type 0x%02X", type)));
+        Layout known = LAYOUTS.get(type);
+        return known != null ? known : ClassDescriptors.layout(bytes, interfaceClass, interfaceSubClass)
+                .orElseGet(() -> new Layout(String.format("Type 0x%02X", type)));
+    }
+
+    private static void addDescriptor(List<String> lines, byte[] bytes, int length, Layout layout) {
         String cut = bytes.length < length ? ", cut after " + bytes.length + " of " + length + " bytes" : "";
         lines.add(layout.name() + cut + ": " + HEX.formatHex(bytes));
         int at = 2;
@@ -131,7 +145,7 @@ final class Descriptors {
         return String.format("0x%04X", number);
     }
 
-    private static String release(int number) {
+    static String release(int number) {
         return String.format("0x%04X  %X.%02X", number, number >> 8, number & 0xFF);
     }
 

@@ -24,8 +24,18 @@ final class DeviceOptions {
         return which.find(session);
     }
 
-    /** Opens the chosen device. */
+    /** Opens the chosen device, for control requests. */
     OpenDevice open(Session session) {
         return session.open(find(session));
+    }
+
+    /** Opens the chosen device, to move bytes through its endpoints. */
+    OpenDevice openPipes(Session session) {
+        DeviceInfo chosen = find(session);
+        if (chosen.line().isHid()) {
+            throw new IllegalStateException(
+                    chosen.label() + " is a HID device: it has reports, which orvex-usb hid moves");
+        }
+        return session.open(chosen);
     }
 }

@@ -4,10 +4,8 @@ import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import com.talvane.orvex.comm.tool.KernelDevice.Interface;
 import java.nio.file.Path;
 import java.util.ArrayList;
-import java.util.Collection;
 import java.util.List;
 import java.util.Optional;
-import java.util.stream.Collectors;
 
 /**
  * Holds what the library lists against what Linux shows: what does not fit is why a device cannot be used. Of macOS it
@@ -18,12 +16,12 @@ final class Doctor {
     private static final String PROGRAM = "usbfs";
 
     private final Host host;
-    private final Collection<Integer> vendors;
+    private final Vendors vendors;
     /** Empty when the library could not say. */
     private final Optional<List<DeviceInfo>> listed;
     private final List<Finding> findings = new ArrayList<>();
 
-    Doctor(Host host, Collection<Integer> vendors, Optional<List<DeviceInfo>> listed) {
+    Doctor(Host host, Vendors vendors, Optional<List<DeviceInfo>> listed) {
         this.host = host;
         this.vendors = vendors;
         this.listed = listed;
@@ -33,9 +31,9 @@ final class Doctor {
         if (host.hasSysfs()) {
             lookAtTheBus();
         } else if (entries().isEmpty()) {
-            findings.add(Finding.bad("no device of the vendors " + vendorIds() + " is listed", plugIn()));
+            findings.add(Finding.bad("no device of " + vendors + " is listed", plugIn()));
         } else {
-            entries().stream().filter(entry -> entry.line().isUnopenable()).forEach(this::tellUnopenable);
+            findings.addAll(unopenable(entries()));
         }
         if (host.isMac()) {
             entries().stream().filter(entry -> entry.line().isHid()).forEach(this::tellHidOfMac);
@@ -52,9 +50,8 @@ final class Doctor {
             return;
         }
         List<KernelDevice> all = host.devices();
-        List<KernelDevice> ours = all.stream().filter(device -> vendors.contains(device.vendorId())).toList();
-        String count = String.format("of the %d devices on the bus %d are of the vendors %s", all.size(), ours.size(),
-                vendorIds());
+        List<KernelDevice> ours = all.stream().filter(device -> vendors.has(device.vendorId())).toList();
+        String count = String.format("of the %d devices on the bus %d are of %s", all.size(), ours.size(), vendors);
         findings.add(ours.isEmpty() ? Finding.bad(count, plugIn()) : Finding.good(count));
         for (KernelDevice device : ours) {
             lookAt(device, ours);
@@ -153,9 +150,12 @@ final class Doctor {
                 : Finding.bad(what + String.join(", ", holders), "end that program, or have it close the device");
     }
 
-    private void tellUnopenable(DeviceInfo entry) {
-        findings.add(Finding.bad(Text.printable(entry.line().manufacturer()) + ": could not be opened",
-                "end the program that uses it; pull it and plug it in again"));
+    /** Those that the library could not open, told without a look at why. */
+    static List<Finding> unopenable(List<DeviceInfo> entries) {
+        return entries.stream().map(DeviceInfo::line).filter(UsbDeviceInfo::isUnopenable)
+                .map(line -> Finding.bad(Text.printable(line.manufacturer()) + ": could not be opened",
+                        "end the program that uses it; pull it and plug it in again"))
+                .toList();
     }
 
     /** Only an open shows whether the system allows it; that it allows none to a login over ssh is known before. */
@@ -171,7 +171,7 @@ final class Doctor {
     private void tellUnsupported(DeviceInfo entry) {
         findings.add(Finding.bad(named(entry) + ": its class is one that the library does not drive",
                 "it is left to the system's driver; this shows its class:",
-                "    orvex-usb describe --vendor " + vendorIds() + " --index " + entry.index()));
+                "    orvex-usb describe " + vendors.option() + " --index " + entry.index()));
     }
 
     /** The lines that are surely or probably those of a device. */
@@ -195,11 +195,7 @@ final class Doctor {
         return listed.orElse(List.of());
     }
 
-    private String vendorIds() {
-        return vendors.stream().map(id -> String.format("0x%04X", id)).collect(Collectors.joining(","));
-    }
-
     private static String plugIn() {
-        return "plug one in; if it is, another cable or port may help, or its vendor id is another one: see --vendor";
+        return "plug one in; if it is, another cable or port may help, or its vendor id is another one: see orvex-usb list --all";
     }
 }

@@ -1,7 +1,9 @@
 package com.talvane.orvex.comm.tool;
 
 import java.util.ArrayList;
+import java.util.LinkedHashMap;
 import java.util.List;
+import java.util.Map;
 import java.util.Optional;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
@@ -17,17 +19,29 @@ final class DoctorCommand implements Callable<Integer> {
     @Mixin
     private VendorOptions from;
 
+    @Mixin
+    private JsonOption json;
+
     @Override
     public Integer call() {
         List<Finding> findings = new ArrayList<>();
         Optional<List<DeviceInfo>> listed = list(findings);
         if (Session.isSimulated()) {
             findings.add(Finding.good("the bus is simulated; that of the machine is not looked at"));
+            listed.ifPresent(devices -> findings.addAll(Doctor.unopenable(devices)));
         } else {
             findings.addAll(new Doctor(Host.here(), from.vendors(), listed).findings());
         }
-        findings.forEach(DoctorCommand::show);
-        return findings.stream().allMatch(Finding::isGood) ? 0 : 1;
+        boolean isGood = findings.stream().allMatch(Finding::isGood);
+        if (json.isWanted()) {
+            Map<String, Object> fields = new LinkedHashMap<>();
+            fields.put("good", isGood);
+            fields.put("findings", findings.stream().map(DoctorCommand::fields).toList());
+            JsonOption.write(fields);
+        } else {
+            findings.forEach(DoctorCommand::show);
+        }
+        return isGood ? 0 : 1;
     }
 
     /** What the library lists; its session is over afterwards, so what holds a device then is somebody else. */
@@ -47,6 +61,14 @@ final class DoctorCommand implements Callable<Integer> {
                     "this tells more:", "    ORVEXCOMM_DEBUG=1 orvex-usb list"));
         }
         return Optional.empty();
+    }
+
+    private static Map<String, Object> fields(Finding finding) {
+        Map<String, Object> fields = new LinkedHashMap<>();
+        fields.put("good", finding.isGood());
+        fields.put("text", finding.text());
+        fields.put("remedy", finding.remedy());
+        return fields;
     }
 
     private static void show(Finding finding) {

@@ -4,6 +4,8 @@ import com.talvane.orvex.comm.tool.OpenDevice.Pipe;
 import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
 import java.nio.charset.StandardCharsets;
 import java.util.Arrays;
+import java.util.LinkedHashMap;
+import java.util.Map;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
@@ -18,11 +20,14 @@ final class EchoCommand implements Callable<Integer> {
     @Mixin
     private DeviceOptions device;
 
+    @Mixin
+    private JsonOption json;
+
     @Option(
             names = "--out",
             paramLabel = "ADDRESS",
             defaultValue = "0x01",
-            converter = Numbers.Octet.class,
+            converter = Numbers.OutEndpoint.class,
             description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
     private int out;
 
@@ -30,7 +35,7 @@ final class EchoCommand implements Callable<Integer> {
             names = "--in",
             paramLabel = "ADDRESS",
             defaultValue = "0x81",
-            converter = Numbers.Octet.class,
+            converter = Numbers.InEndpoint.class,
             description = "Endpoint to read from (default: ${DEFAULT-VALUE}).")
     private int in;
 
@@ -62,10 +67,8 @@ final class EchoCommand implements Callable<Integer> {
 
     @Override
     public Integer call() {
-        try (Session session = device.session(); OpenDevice open = device.open(session)) {
-            DeviceInfo info = open.info();
-            System.out.printf("Opened %s: %s %s%n", info.label(), Text.printable(info.line().manufacturer()),
-                    Text.printable(info.line().product()));
+        try (Session session = device.session(); OpenDevice open = device.openPipes(session)) {
+            showOpened(open.info());
             byte[] data = content.bytes();
             Transfer sent = open.write(new Pipe(out, false, device.timeout), data);
             show("OUT", out, sent);
@@ -75,12 +78,30 @@ final class EchoCommand implements Callable<Integer> {
             Transfer echo = open.readAll(new Pipe(in, false, device.timeout), data.length);
             show("IN ", in, echo);
             boolean equal = Arrays.equals(data, echo.data());
-            System.out.println(equal ? "The echo is equal." : "The echo differs.");
+            if (json.isWanted()) {
+                Map<String, Object> fields = new LinkedHashMap<>();
+                fields.put("equal", equal);
+                fields.put("out", JsonOption.sent(sent, data.length));
+                fields.put("in", JsonOption.got(echo, data.length));
+                JsonOption.write(fields);
+            } else {
+                System.out.println(equal ? "The echo is equal." : "The echo differs.");
+            }
             return equal ? 0 : 1;
         }
     }
 
-    private static void show(String direction, int endpoint, Transfer transfer) {
+    private void showOpened(DeviceInfo info) {
+        if (!json.isWanted()) {
+            System.out.printf("Opened %s: %s %s%n", info.label(), Text.printable(info.line().manufacturer()),
+                    Text.printable(info.line().product()));
+        }
+    }
+
+    private void show(String direction, int endpoint, Transfer transfer) {
+        if (json.isWanted()) {
+            return;
+        }
         System.out.printf("%s 0x%02X  %s%n", direction, endpoint, transfer.took());
         Text.hexDump(transfer.data()).forEach(System.out::println);
     }

@@ -1,7 +1,10 @@
 package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.tool.OpenDevice.Reports;
+import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
 import java.io.IOException;
+import java.util.LinkedHashMap;
+import java.util.Map;
 import java.util.concurrent.Callable;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
@@ -29,6 +32,9 @@ final class HidCommand implements Callable<Integer> {
 
     @Mixin
     private Output output;
+
+    @Mixin
+    private JsonOption json;
 
     private static final class Work {
         @ArgGroup
@@ -61,6 +67,7 @@ final class HidCommand implements Callable<Integer> {
 
     @Override
     public Integer call() throws IOException {
+        json.demandRoom(output);
         byte[] data = work.send == null ? null : work.send.bytes();
         try (Session session = device.session(); OpenDevice open = session.open(hidDevice(session))) {
             return move(open, data);
@@ -81,9 +88,22 @@ final class HidCommand implements Callable<Integer> {
                 ? Reports.standard(device.timeout)
                 : new Reports(packets.size, packets.fill, device.timeout);
         open.prepare(reports);
-        int status = data == null ? 0 : WriteCommand.tell(open.write(reports, data), data.length);
+        Map<String, Object> fields = new LinkedHashMap<>();
+        int status = 0;
+        if (data != null) {
+            Transfer sent = open.write(reports, data);
+            fields.put("out", JsonOption.sent(sent, data.length));
+            boolean all = json.isWanted() ? WriteCommand.tookAll(sent, data.length)
+                    : WriteCommand.tell(sent, data.length) == 0;
+            status = all ? 0 : 1;
+        }
         if (work.read > 0) {
-            output.show(open.read(reports, work.read));
+            Transfer got = open.read(reports, work.read);
+            fields.put("in", JsonOption.got(got, work.read));
+            output.show(got, json.isWanted());
+        }
+        if (json.isWanted()) {
+            JsonOption.write(fields);
         }
         return status;
     }

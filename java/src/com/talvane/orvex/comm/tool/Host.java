@@ -1,5 +1,6 @@
 package com.talvane.orvex.comm.tool;
 
+import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import java.io.IOException;
 import java.io.UncheckedIOException;
 import java.nio.file.Files;
@@ -52,6 +53,19 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
         return children(root.resolve("sys/bus/usb/devices")).stream()
                 .map(folder -> KernelDevice.read(folder, root.resolve("dev")))
                 .flatMap(Optional::stream)
+                .toList();
+    }
+
+    /**
+     * The ports at which the devices are plugged in that a line may be of, such as 1-4.2: port 2 of a hub at port 4 of
+     * bus 1. Devices without serial numbers that look the same have one each.
+     */
+    List<String> ports(UsbDeviceInfo line) {
+        return devices().stream()
+                .filter(device -> device.vendorId() == line.vendorId() && device.productId() == line.productId())
+                .filter(device -> device.serial().isEmpty() || line.serial().equals(device.serial())
+                        || line.serial().startsWith(device.serial() + "_"))
+                .map(device -> device.folder().getFileName().toString())
                 .toList();
     }
 

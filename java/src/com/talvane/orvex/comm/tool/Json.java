@@ -1,10 +1,11 @@
 package com.talvane.orvex.comm.tool;
 
+import java.util.List;
 import java.util.Map;
 import java.util.stream.Collectors;
 
 /**
- * JSON as the tool writes it: objects of numbers, truth values and texts. Nothing but printable ASCII comes out, so a
+ * JSON as the tool writes it: objects and lists of numbers, truth values and texts. Nothing but printable ASCII comes out, so a
  * device's texts arrive whole in any character set and cannot steer a terminal.
  */
 final class Json {
@@ -13,12 +14,18 @@ final class Json {
 
     /** An object with these fields, on one line. */
     static String object(Map<String, ?> fields) {
-        return fields.entrySet().stream()
-                .map(field -> text(field.getKey()) + ": " + value(field.getValue()))
-                .collect(Collectors.joining(", ", "{", "}"));
+        return value(fields);
     }
 
     private static String value(Object value) {
+        if (value instanceof Map<?, ?> fields) {
+            return fields.entrySet().stream()
+                    .map(field -> text(field.getKey().toString()) + ": " + value(field.getValue()))
+                    .collect(Collectors.joining(", ", "{", "}"));
+        }
+        if (value instanceof List<?> values) {
+            return values.stream().map(Json::value).collect(Collectors.joining(", ", "[", "]"));
+        }
         return value instanceof Number || value instanceof Boolean ? value.toString() : text(value.toString());
     }
 

@@ -1,6 +1,8 @@
 package com.talvane.orvex.comm.tool;
 
 import java.util.Arrays;
+import java.util.LinkedHashMap;
+import java.util.Map;
 import java.util.Random;
 
 /** Durations in nanoseconds. Of very many a random choice is kept, so that a run of hours needs no more memory. */
@@ -29,12 +31,29 @@ final class Latencies {
         return count;
     }
 
+    /** In seconds. */
+    Map<String, Object> fields() {
+        long[] sorted = sorted();
+        Map<String, Object> fields = new LinkedHashMap<>();
+        fields.put("p50", at(sorted, 0.5) / 1e3);
+        fields.put("p99", at(sorted, 0.99) / 1e3);
+        fields.put("p999", at(sorted, 0.999) / 1e3);
+        fields.put("max", max / 1e9);
+        return fields;
+    }
+
+    private long[] sorted() {
+        long[] sorted = Arrays.copyOf(kept, (int) Math.min(count, MOST_KEPT));
+        Arrays.sort(sorted);
+        return sorted;
+    }
+
     /** Such as "median 0.010 ms, p99 0.020 ms, max 0.100 ms". */
     @Override
     public String toString() {
-        long[] sorted = Arrays.copyOf(kept, (int) Math.min(count, MOST_KEPT));
-        Arrays.sort(sorted);
-        return String.format("median %.3f ms, p99 %.3f ms, max %.3f ms", at(sorted, 0.5), at(sorted, 0.99), max / 1e6);
+        long[] sorted = sorted();
+        return String.format("median %.3f ms, p99 %.3f ms, p99.9 %.3f ms, max %.3f ms", at(sorted, 0.5),
+                at(sorted, 0.99), at(sorted, 0.999), max / 1e6);
     }
 
     private static double at(long[] sorted, double share) {

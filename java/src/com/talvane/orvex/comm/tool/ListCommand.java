@@ -47,9 +47,11 @@ final class ListCommand implements Runnable {
         }
     }
 
-    private static void show(List<DeviceInfo> devices) {
+    private void show(List<DeviceInfo> devices) {
         if (devices.isEmpty()) {
-            System.out.println("No devices found.");
+            Vendors vendors = from.vendors();
+            System.out.println("No devices of " + vendors + " were found"
+                    + (vendors.isEvery() ? "." : "; list --all shows those of every vendor."));
             return;
         }
         List<List<String>> rows = new ArrayList<>();

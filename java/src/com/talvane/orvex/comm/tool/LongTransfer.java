@@ -10,8 +10,9 @@ import java.io.IOException;
  * @param device with which it is made
  * @param total  how many bytes
  * @param piece  how many of them a transfer has at most
+ * @param json   whether it is told as JSON
  */
-record LongTransfer(DeviceOptions device, long total, int piece) {
+record LongTransfer(DeviceOptions device, long total, int piece, boolean json) {
     static final int USUAL_PIECE = 1 << 16;
 
     /** One of the transfers; it may move less than it could. */
@@ -20,13 +21,17 @@ record LongTransfer(DeviceOptions device, long total, int piece) {
     }
 
     /** Moves all bytes, or until the device moves none of them; tells how it went and gives the exit status. */
-    int run(String what, Step step) throws IOException, InterruptedException {
+    int run(boolean in, Step step) throws IOException, InterruptedException {
         // Told before the process ends by it.
         try (StopRequest stop = new StopRequest()) {
             long start = System.nanoTime();
             long done = move(step, stop);
             long nanos = System.nanoTime() - start;
-            System.err.printf("%s %s, %s%n", what, Text.took(done, nanos), Text.rate(done, nanos));
+            if (json) {
+                JsonOption.write(JsonOption.transfer(in ? "in" : "out", done, total, nanos));
+                return done < total ? 1 : 0;
+            }
+            System.err.printf("%s %s, %s%n", in ? "Read" : "Wrote", Text.took(done, nanos), Text.rate(done, nanos));
             if (done < total) {
                 System.err.printf("orvex-usb: it ended after %d of %d bytes%n", done, total);
             }
@@ -36,7 +41,7 @@ record LongTransfer(DeviceOptions device, long total, int piece) {
 
     private long move(Step step, StopRequest stop) throws IOException, InterruptedException {
         try (Session session = device.session();
-                OpenDevice open = device.open(session);
+                OpenDevice open = device.openPipes(session);
                 ProgressBar bar = new ProgressBar(total)) {
             long done = 0;
             boolean moves = true;

@@ -7,9 +7,14 @@ import java.util.regex.Pattern;
 import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.TypeConversionException;
 
-/** Numbers as people write them on a command line: decimal, or hexadecimal with 0x in front. */
+/**
+ * Numbers as people write them on a command line: decimal, or hexadecimal with 0x in front; but the ids of vendors and
+ * products always hexadecimal, as every list of USB devices has them.
+ */
 final class Numbers {
     private static final Pattern NUMBER = Pattern.compile("\\d+|0[xX](?<hexadecimal>\\p{XDigit}+)");
+
+    private static final Pattern ID = Pattern.compile("(?:0[xX])?(\\p{XDigit}{1,4})");
 
     private Numbers() {
     }
@@ -31,12 +36,75 @@ final class Numbers {
                 String.format("'%s' is not a number from %d to %d (0x%X)", text, least, greatest, greatest));
     }
 
-    /** A vendor id, or two bytes of a control request. */
+    private static int id(String text) {
+        Matcher id = ID.matcher(text);
+        if (!id.matches()) {
+            throw new TypeConversionException("'" + text + "' is not an id, up to four hexadecimal digits");
+        }
+        return Integer.parseInt(id.group(1), 16);
+    }
+
+    /** A vendor id. */
+    static final class Id implements ITypeConverter<Integer> {
+        @Override
+        public Integer convert(String text) {
+            return id(text);
+        }
+    }
+
+    /** The ids of a device, such as 6A5C:1001. */
+    record Ids(int vendor, int product) {
+        @Override
+        public String toString() {
+            return String.format("%04X:%04X", vendor, product);
+        }
+
+        /** Reads them. */
+        static final class Converter implements ITypeConverter<Ids> {
+            @Override
+            public Ids convert(String text) {
+                String[] parts = text.split(":", 2);
+                if (parts.length < 2) {
+                    throw new TypeConversionException("'" + text + "' is not two ids with a colon between them");
+                }
+                return new Ids(id(parts[0]), id(parts[1]));
+            }
+        }
+    }
+
+    /** Two bytes of a control request. */
     static final class Word implements ITypeConverter<Integer> {
         @Override
         public Integer convert(String text) {
             return within(text, 0, 0xFFFF);
         }
+    }
+
+    /** The address of an endpoint that takes bytes. */
+    static final class OutEndpoint implements ITypeConverter<Integer> {
+        @Override
+        public Integer convert(String text) {
+            return endpoint(text, "OUT", 0x01);
+        }
+    }
+
+    /** The address of an endpoint that gives bytes. */
+    static final class InEndpoint implements ITypeConverter<Integer> {
+        @Override
+        public Integer convert(String text) {
+            return endpoint(text, "IN", 0x81);
+        }
+    }
+
+    /** To the library both directions are the same number: it would move the bytes through the other endpoint. */
+    private static int endpoint(String text, String direction, int least) {
+        int greatest = least | 0x0F;
+        int address = within(text, 0, 0xFF);
+        if (address < least || address > greatest) {
+            throw new TypeConversionException(String.format("'%s' is not an %s endpoint, 0x%02X to 0x%02X", text,
+                    direction, least, greatest));
+        }
+        return address;
     }
 
     /** An endpoint address, or one byte of a control request. */

@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.ORVEXCommUSBAccess;
+import com.talvane.orvex.comm.UsbAccessCode;
 import java.io.ByteArrayOutputStream;
 import java.util.Arrays;
 import java.util.function.IntSupplier;
@@ -52,13 +53,13 @@ final class OpenDevice implements AutoCloseable {
 
     /** Writes all of the data; the result holds what the device took. */
     Transfer write(Pipe pipe, byte[] data) {
-        return move(pipe.name("write to"), pipe.interrupt() ? usb::usbWriteInterruptPipe : usb::usbWriteBulkPipe,
+        return move(pipe.name("write to"), "not taken", pipe.interrupt() ? usb::usbWriteInterruptPipe : usb::usbWriteBulkPipe,
                 pipe.endpoint(), pipe.timeout(), data);
     }
 
     /** Reads up to size bytes. */
     Transfer read(Pipe pipe, int size) {
-        return move(pipe.name("read from"), pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe,
+        return move(pipe.name("read from"), "nothing came", pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe,
                 pipe.endpoint(), pipe.timeout(), new byte[size]);
     }
 
@@ -95,13 +96,13 @@ final class OpenDevice implements AutoCloseable {
 
     /** Sends all of the data to a HID device, as output reports. */
     Transfer write(Reports reports, byte[] data) {
-        return move("write reports to", reports.call(usb::usbWriteInterruptPipe, usb::usbWriteInterruptPipeEx),
+        return move("write reports to", "not taken", reports.call(usb::usbWriteInterruptPipe, usb::usbWriteInterruptPipeEx),
                 HID_ENDPOINT, reports.timeout(), data);
     }
 
     /** Reads exactly size bytes of a HID device's input reports. */
     Transfer read(Reports reports, int size) {
-        return move("read reports from", reports.call(usb::usbReadInterruptPipe, usb::usbReadInterruptPipeEx),
+        return move("read reports from", "nothing came", reports.call(usb::usbReadInterruptPipe, usb::usbReadInterruptPipeEx),
                 HID_ENDPOINT, reports.timeout(), new byte[size]);
     }
 
@@ -113,9 +114,16 @@ final class OpenDevice implements AutoCloseable {
                 : usb.usbWriteControlPipe(list, info.index(), 0, timeout, buffer));
     }
 
-    private Transfer move(String action, PipeCall call, int endpoint, int timeout, byte[] buffer) {
-        return timed(action + " " + info.label(), buffer, 0,
-                () -> call.move(list, info.index(), endpoint, buffer.length, timeout, buffer));
+    private Transfer move(String action, String late, PipeCall call, int endpoint, int timeout, byte[] buffer) {
+        String attempted = action + " " + info.label();
+        return timed(attempted, buffer, 0, () -> {
+            int moved = call.move(list, info.index(), endpoint, buffer.length, timeout, buffer);
+            if (moved == UsbAccessCode.TIMED_OUT.code()) {
+                throw new UsbFailure(String.format("%s: %s within %d ms (%d; --timeout changes that)", attempted, late,
+                        timeout, moved));
+            }
+            return moved;
+        });
     }
 
     /** Makes a call that answers how many bytes moved; they stand in the buffer from an offset on. */

@@ -14,7 +14,18 @@ final class Output {
             description = "Write the bytes to this file, - for standard output, instead of a hex dump.")
     private String file;
 
-    void show(Transfer got) throws IOException {
+    boolean isStandard() {
+        return "-".equals(file);
+    }
+
+    /** What was read, but for its bytes, is for the caller to tell when that is as JSON. */
+    void show(Transfer got, boolean isTold) throws IOException {
+        if (!isTold) {
+            System.err.println("Read " + got.took());
+        }
+        if (file == null && isTold) {
+            return;
+        }
         if (file == null) {
             Text.hexDump(got.data()).forEach(System.out::println);
         } else if (file.equals("-")) {
@@ -23,6 +34,5 @@ final class Output {
         } else {
             Files.write(Path.of(file), got.data());
         }
-        System.err.println("Read " + got.took());
     }
 }

@@ -25,11 +25,14 @@ final class ReadCommand implements Callable<Integer> {
     @Mixin
     private DeviceOptions device;
 
+    @Mixin
+    private JsonOption json;
+
     @Option(
             names = "--in",
             paramLabel = "ADDRESS",
             defaultValue = "0x81",
-            converter = Numbers.Octet.class,
+            converter = Numbers.InEndpoint.class,
             description = "Endpoint to read from (default: ${DEFAULT-VALUE}).")
     private int endpoint;
 
@@ -74,12 +77,18 @@ final class ReadCommand implements Callable<Integer> {
 
     @Override
     public Integer call() throws IOException, InterruptedException {
+        json.demandRoom(target.output);
         Pipe pipe = new Pipe(endpoint, interrupt, device.timeout);
         if (target.file != null) {
             return readFile(pipe);
         }
-        try (Session session = device.session(); OpenDevice open = device.open(session)) {
-            target.output.show(open.read(pipe, size == null ? USUAL_SIZE : size));
+        try (Session session = device.session(); OpenDevice open = device.openPipes(session)) {
+            int most = size == null ? USUAL_SIZE : size;
+            Transfer got = open.read(pipe, most);
+            target.output.show(got, json.isWanted());
+            if (json.isWanted()) {
+                JsonOption.write(JsonOption.got(got, most));
+            }
             return 0;
         }
     }
@@ -87,7 +96,7 @@ final class ReadCommand implements Callable<Integer> {
     private int readFile(Pipe pipe) throws IOException, InterruptedException {
         int piece = size == null ? LongTransfer.USUAL_PIECE : size;
         try (Destination to = new Destination(target.file.path)) {
-            int status = new LongTransfer(device, target.file.bytes, piece).run("Read", (open, at, most) -> {
+            int status = new LongTransfer(device, target.file.bytes, piece, json.isWanted()).run(true, (open, at, most) -> {
                 to.open();
                 Transfer got = open.read(pipe, most);
                 to.write(got.data());

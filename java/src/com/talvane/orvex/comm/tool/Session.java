@@ -4,7 +4,6 @@ import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.UsbAccessCode;
 import com.talvane.orvex.comm.access.UsbEndpoint;
 import java.util.Arrays;
-import java.util.Collection;
 import java.util.List;
 import java.util.stream.IntStream;
 
@@ -15,18 +14,20 @@ import java.util.stream.IntStream;
 final class Session implements AutoCloseable {
     private static final String SIMULATED = "ORVEX_USB_SIMULATED";
 
+    private static final int EVERY_VENDOR = -1;
     private static final int MOST_DESCRIPTOR_BYTES = 512;
 
     private final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
     private final int id;
     private final int list;
 
-    Session(Collection<Integer> vendors) {
+    Session(Vendors vendors) {
         if (isSimulated()) {
             System.err.println("The USB bus is simulated. On real hardware: orvex-usb list (without --simulate).");
         }
         id = UsbFailure.check("open a session", usb.usbInitialize());
-        list = usb.usbCreateDeviceList2(id, vendors.stream().mapToInt(Integer::intValue).toArray());
+        list = vendors.isEvery() ? usb.usbCreateDeviceList(id, EVERY_VENDOR)
+                : usb.usbCreateDeviceList2(id, vendors.toArray());
         if (list < 0) {
             usb.usbRelease(id);
             throw new UsbFailure("list the devices", list);

@@ -6,8 +6,12 @@ import com.talvane.orvex.comm.UsbAccessCode;
 final class UsbFailure extends RuntimeException {
     private static final long serialVersionUID = 1L;
 
+    UsbFailure(String text) {
+        super(text);
+    }
+
     UsbFailure(String action, int code) {
-        super(action + ": " + UsbAccessCode.describe(code));
+        this(action + ": " + UsbAccessCode.describe(code));
     }
 
     /** Passes a good result on; a negative one ends the action. */

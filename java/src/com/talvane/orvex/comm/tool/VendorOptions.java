@@ -3,6 +3,7 @@ package com.talvane.orvex.comm.tool;
 import static picocli.CommandLine.Spec.Target.MIXEE;
 
 import java.util.List;
+import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
@@ -12,24 +13,38 @@ import picocli.CommandLine.Spec;
 final class VendorOptions {
     private static final int MOST_VENDORS = 16;
 
-    @Option(
-            names = {"-V", "--vendor"},
-            paramLabel = "VENDOR",
-            defaultValue = "0x6A5C,0x6A5D",
-            split = ",",
-            converter = Numbers.Word.class,
-            description = "Vendor id to list; may be given up to 16 times (default: ${DEFAULT-VALUE}).")
-    private List<Integer> vendors;
+    private static final List<Integer> USUAL = List.of(0x6A5C, 0x6A5D);
+
+    @ArgGroup
+    private Choice choice = new Choice();
+
+    private static final class Choice {
+        @Option(
+                names = {"-V", "--vendor"},
+                paramLabel = "ID",
+                split = ",",
+                converter = Numbers.Id.class,
+                description = "Vendor id to list, in hexadecimal, with 0x or without; may be given up to 16 times"
+                        + " (default: 6A5C,6A5D).")
+        private List<Integer> vendors;
+
+        @Option(names = "--all", description = "List the devices of every vendor.")
+        private boolean all;
+    }
 
     @Spec(MIXEE)
     private CommandSpec command;
 
-    /** The ids; more than a list can take are a wrong use of the command line. */
-    List<Integer> vendors() {
-        if (vendors.size() > MOST_VENDORS) {
-            throw new ParameterException(command.commandLine(),
-                    vendors.size() + " vendor ids are given, " + MOST_VENDORS + " can be");
+    /** The vendors. More than a list can take are a wrong use of the command line. */
+    Vendors vendors() {
+        if (choice.all) {
+            return Vendors.EVERY;
         }
-        return vendors;
+        List<Integer> ids = choice.vendors == null ? USUAL : choice.vendors;
+        if (ids.size() > MOST_VENDORS) {
+            throw new ParameterException(command.commandLine(),
+                    ids.size() + " vendor ids are given, " + MOST_VENDORS + " can be");
+        }
+        return new Vendors(ids);
     }
 }

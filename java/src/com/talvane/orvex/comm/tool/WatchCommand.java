@@ -1,9 +1,12 @@
 package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.access.UsbDeviceInfo;
+import java.time.Instant;
 import java.time.LocalTime;
 import java.time.format.DateTimeFormatter;
+import java.util.LinkedHashMap;
 import java.util.List;
+import java.util.Map;
 import java.util.concurrent.Callable;
 import java.util.concurrent.TimeUnit;
 import picocli.CommandLine.Command;
@@ -20,6 +23,9 @@ final class WatchCommand implements Callable<Integer> {
 
     @Mixin
     private VendorOptions from;
+
+    @Mixin
+    private JsonOption json;
 
     @Option(
             names = "--seconds",
@@ -43,7 +49,11 @@ final class WatchCommand implements Callable<Integer> {
         try (StopRequest stop = new StopRequest(); Session session = new Session(from.vendors())) {
             List<DeviceInfo> known = session.devices();
             known.forEach(device -> show("present", device));
-            System.out.println("Watching; Ctrl-C ends it.");
+            if (json.isWanted()) {
+                JsonOption.write(Map.of("event", "watching"));
+            } else {
+                System.out.println("Watching; Ctrl-C ends it.");
+            }
             // Nobody may be reading any more; then nobody would end it either.
             while (left > 0 && System.nanoTime() - start < limit && !System.out.checkError()
                     && !stop.comesWithin(PERIOD_MS)) {
@@ -61,7 +71,7 @@ final class WatchCommand implements Callable<Integer> {
     }
 
     /** A record keeps its place, so the two lists differ in presence and at the end only. */
-    private static int showChanges(List<DeviceInfo> before, List<DeviceInfo> now) {
+    private int showChanges(List<DeviceInfo> before, List<DeviceInfo> now) {
         int changes = 0;
         for (DeviceInfo device : now) {
             boolean was = device.index() < before.size() && before.get(device.index()).line().present();
@@ -73,8 +83,16 @@ final class WatchCommand implements Callable<Integer> {
         return changes;
     }
 
-    private static void show(String what, DeviceInfo device) {
+    private void show(String what, DeviceInfo device) {
         UsbDeviceInfo line = device.line();
+        if (json.isWanted()) {
+            Map<String, Object> fields = new LinkedHashMap<>();
+            fields.put("event", what);
+            fields.put("time", Instant.now().toString());
+            fields.putAll(device.fields());
+            JsonOption.write(fields);
+            return;
+        }
         System.out.println(String.format("%s  %-7s  %3d  %04X:%04X  %-16s  %s", LocalTime.now().format(TIME), what,
                 device.index(), line.vendorId(), line.productId(), Text.printable(line.serial()),
                 Text.printable(line.product())));

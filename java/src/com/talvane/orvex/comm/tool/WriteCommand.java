@@ -21,11 +21,14 @@ final class WriteCommand implements Callable<Integer> {
     @Mixin
     private DeviceOptions device;
 
+    @Mixin
+    private JsonOption json;
+
     @Option(
             names = "--out",
             paramLabel = "ADDRESS",
             defaultValue = "0x01",
-            converter = Numbers.Octet.class,
+            converter = Numbers.OutEndpoint.class,
             description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
     private int endpoint;
 
@@ -66,14 +69,19 @@ final class WriteCommand implements Callable<Integer> {
             return writeFile(pipe);
         }
         byte[] data = content.once.bytes();
-        try (Session session = device.session(); OpenDevice open = device.open(session)) {
-            return tell(open.write(pipe, data), data.length);
+        try (Session session = device.session(); OpenDevice open = device.openPipes(session)) {
+            Transfer sent = open.write(pipe, data);
+            if (json.isWanted()) {
+                JsonOption.write(JsonOption.sent(sent, data.length));
+                return tookAll(sent, data.length) ? 0 : 1;
+            }
+            return tell(sent, data.length);
         }
     }
 
     private int writeFile(Pipe pipe) throws IOException, InterruptedException {
         try (FileChannel file = FileChannel.open(content.file.path)) {
-            return new LongTransfer(device, file.size(), content.file.piece).run("Wrote", (open, at, size) -> {
+            return new LongTransfer(device, file.size(), content.file.piece, json.isWanted()).run(false, (open, at, size) -> {
                 ByteBuffer bytes = ByteBuffer.allocate(size);
                 int read = file.read(bytes, at);
                 return open.write(pipe, Arrays.copyOf(bytes.array(), Math.max(0, read)));

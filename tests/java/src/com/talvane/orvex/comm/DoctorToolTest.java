@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.talvane.orvex.comm.tool.FakeHost;
@@ -48,7 +49,7 @@ class DoctorToolTest extends ToolFixture {
         List<String> found = out.lines().filter(line -> !line.startsWith("   ")).toList();
         assertEquals(List.of("ok     native library, version 3.47",
                 "ok     the library lists 2 devices and parts of devices",
-                "ok     of the 2 devices on the bus 2 are of the vendors 0x6A5C"), found.subList(0, 3));
+                "ok     of the 2 devices on the bus 2 are of the vendor 6A5C"), found.subList(0, 3));
         assertTrue(found.stream().allMatch(line -> line.startsWith("ok     ")), out);
     }
 
@@ -73,6 +74,16 @@ class DoctorToolTest extends ToolFixture {
                 + " host\n"), out);
         machine.device(1, 0x1009, "MISSING1");
         wrong("doctor", "MISSING1 (6A5C:1009): on the bus, but the library does not list it\n");
+    }
+
+    @Test
+    void describeTellsThePortsWhereTheSystemDoes() throws Exception {
+        assertFalse(good("describe --serial PAIR0002").out().contains("Port"));
+        machine.device(4, 0x1002, "PAIR0002");
+        machine.device(5, 0x1002, "ANOTHER1");
+        assertTrue(good("describe --serial PAIR0002").out().contains("\nPort           1-4\n"));
+        machine.device(6, 0x1002, "");
+        assertTrue(good("describe --serial PAIR0002").out().contains("\nPort           1-4 or 1-6\n"));
     }
 
     @Test

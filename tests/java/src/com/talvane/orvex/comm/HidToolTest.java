@@ -45,6 +45,14 @@ class HidToolTest extends HidTest {
     }
 
     @Test
+    void whatWasMovedIsWrittenAsJson() {
+        plugForTheTool();
+        String out = run(0, "hid --json --serial HIDT0021 --data 48 --read 2").out();
+        assertTrue(out.matches("\\{\"out\": \\{\"direction\": \"out\", \"bytes\": 1, .*\"data\": \"485A\"\\}\\}\n"), out);
+        assertTrue(run(2, "hid --json --serial HIDT0021 --read 2 -o -").err().contains("both want standard output"));
+    }
+
+    @Test
     void sizeAndFillingOfReportsCanBeChosen() {
         change(512, "");
         plugForTheTool();
@@ -86,9 +94,13 @@ class HidToolTest extends HidTest {
         assertEquals("orvex-usb: BENCH00001 is not a HID device (orvex-usb list shows the types)\n",
                 run(1, "hid --serial BENCH00001 --read 1").err());
         String silent = run(1, "hid --serial HIDT0021 --read 1 --timeout 100").err();
-        assertTrue(silent.startsWith("orvex-usb: read reports from HIDT0021: -150: "), silent);
+        assertTrue(silent.startsWith("orvex-usb: read reports from HIDT0021: nothing came within 100 ms (-150"), silent);
         String bulk = run(1, "echo --serial HIDT0021").err();
-        assertTrue(bulk.contains("-120: "), bulk);
+        assertEquals("orvex-usb: HIDT0021 is a HID device: it has reports, which orvex-usb hid moves\n", bulk);
+        for (String line : new String[] {"write --serial HIDT0021 --data 00", "read --serial HIDT0021",
+            "bench --serial HIDT0021"}) {
+            assertEquals(bulk, run(1, line).err());
+        }
         assertEquals(-116, usb.usbRelease(0), "the session was left open");
     }
 

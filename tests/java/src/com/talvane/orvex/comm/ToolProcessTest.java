@@ -8,6 +8,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.io.BufferedReader;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.List;
 import java.util.concurrent.TimeUnit;
 import java.util.function.Consumer;
 import org.junit.jupiter.api.BeforeEach;
@@ -79,13 +80,43 @@ class ToolProcessTest extends UsbTest {
 
     @Test
     @Tag("memory")
+    void aScenarioThatCannotBeReadIsAFailure() throws Exception {
+        for (String text : new String[] {"{\"devices\": [", "{\"devices\": [{\"id\": 7}]}"}) {
+            Path file = Files.writeString(folder.resolve("broken"), text);
+            ChildVm.Outcome tool = child().runLauncher("--simulate=" + file, "list");
+            assertEquals(1, tool.status(), tool.toString());
+            assertTrue(tool.err().contains("simbus: scenario " + file + ": "), tool.err());
+            assertEquals("", tool.out());
+        }
+    }
+
+    @Test
+    @Tag("memory")
+    void theDoctorDoesNotPassOverADeviceOfASimulatedBusThatCannotBeOpened() throws Exception {
+        Path file = Files.writeString(folder.resolve("scenario"), "{\"devices\": [{\"id\": \"tool\","
+                + "\"vendorId\": \"0x6A5C\", \"productId\": \"0x1001\", \"hostFailures\": {\"open\": -3}}]}");
+        ChildVm.Outcome doctor = child().runLauncher("--simulate=" + file, "doctor");
+        assertEquals(1, doctor.status(), doctor.out());
+        assertTrue(doctor.out().contains("\nwrong  <cannot_open>6A5C:1001: could not be opened\n"), doctor.out());
+    }
+
+    @Test
+    @Tag("memory")
+    @Tag("linux")
+    void whatWasReadStandsBelowItsOwnLine() throws Exception {
+        List<String> lines = child().under("sh", "-c", "exec \"$@\" 2>&1", "sh")
+                .runLauncher("--simulate", "hid", "--serial", "HID00001", "--data", "48", "--read", "1").out().lines()
+                .map(line -> line.split(" ")[0]).toList();
+        assertEquals(List.of("The", "Wrote", "Read", ""), lines);
+    }
+
+    @Test
+    @Tag("memory")
     void aValueOfAnotherOptionDoesNotSimulate() throws Exception {
         ChildVm.Outcome taken = child().runLauncher("echo", "--timeout", "50", "--serial", "--simulate=none");
-        assertEquals("orvex-usb: no device with serial number --simulate=none (orvex-usb list shows the devices)\n",
-                taken.err());
+        assertTrue(taken.err().startsWith("orvex-usb: no device with serial number --simulate=none of "), taken.err());
         ChildVm.Outcome both = child().runLauncher("echo", "--serial", "--simulate", "--simulate");
-        assertTrue(both.err().endsWith("orvex-usb: no device with serial number --simulate"
-                + " (orvex-usb list shows the devices)\n"), both.err());
+        assertTrue(both.err().contains("\norvex-usb: no device with serial number --simulate of "), both.err());
         for (String last : new String[] {"-V0x6A5C", "--vendor=0x6A5C", "--json"}) {
             ChildVm.Outcome own = child().runLauncher("list", last, "--simulate");
             assertEquals(0, own.status(), own.err());

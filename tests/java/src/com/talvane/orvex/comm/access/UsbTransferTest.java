@@ -11,6 +11,7 @@ import java.util.HexFormat;
 import java.util.concurrent.Future;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 import org.junit.jupiter.params.provider.ValueSource;
@@ -202,5 +203,23 @@ class UsbTransferTest extends AccessTest {
         bus.feed("bench", 0x81, pattern(5));
         assertEquals(5, result(first));
         assertEquals(5, result(second));
+    }
+
+    @Test
+    void whatIsRefusedIsToldAsPeopleWriteIt() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        byte[] bytes = new byte[1];
+        assertTold("endpoint 0x01 is not within 0x81 to 0x8F", () -> bench.readBulk(0x01, bytes, 0, 1, 1000));
+        assertTold("endpoint 0x81 is not within 0x01 to 0x0F", () -> bench.writeBulk(0x81, bytes, 0, 1, 1000));
+        assertTold("endpoint -1 is not within 0x81 to 0x8F", () -> bench.readBulk(-1, bytes, 0, 1, 1000));
+        assertTold("time-out FOREVER is not 1 ms or more: only a read may wait for ever",
+                () -> bench.writeBulk(0x01, bytes, 0, 1, UsbDevice.FOREVER));
+        assertTold("time-out -1 is neither FOREVER nor 1 ms or more", () -> bench.readBulk(0x81, bytes, 0, 1, -1));
+        assertTold("value 0x10000 is not within 0x0000 to 0xFFFF",
+                () -> bench.readControl(0xC0, 1, 0x10000, 0, 1, 1000));
+    }
+
+    private static void assertTold(String text, Executable call) {
+        assertEquals(text, assertThrows(IllegalArgumentException.class, call).getMessage());
     }
 }

@@ -47,10 +47,33 @@ class DescriptorsTest {
                         "  bmAttributes         0x03  interrupt",
                         "  wMaxPacketSize       512",
                         "  bInterval            10",
-                        "Type 0x21: 04 21 11 01",
+                        "HID: 04 21 11 01",
+                        "  bcdHID               0x0111  1.11",
                         "SuperSpeed endpoint companion: 02 30"),
-                lines.subList(15, 22));
-        assertEquals(22, lines.size());
+                lines.subList(15, 23));
+        assertEquals(23, lines.size());
+    }
+
+    private static String ofInterface(String interfaceClass, String descriptor) {
+        List<String> lines = describe("09 04 00 00 00 " + interfaceClass + " 00 00 " + descriptor);
+        return String.join("; ", lines.subList(8, lines.size())).replaceAll(" +", " ");
+    }
+
+    @Test
+    void functionalDescriptorsAreNamedByTheClassOfTheirInterface() {
+        assertEquals("HID: 09 21 11 01 00 01 22 1D 00; bcdHID 0x0111 1.11; bCountryCode 0; bNumDescriptors 1;"
+                + " bDescriptorType 0x22; wDescriptorLength 29", ofInterface("03 00", "09 21 11 01 00 01 22 1D 00"));
+        assertEquals("DFU functional: 09 21 0D E8 03 00 08 10 01; bmAttributes 0x0D; wDetachTimeOut 1000 ms;"
+                + " wTransferSize 2048; bcdDFUVersion 0x0110 1.10", ofInterface("FE 01", "09 21 0D E8 03 00 08 10 01"));
+        assertEquals("CCID: 06 21 10 01 00 07; bcdCCID 0x0110 1.10; bMaxSlotIndex 0; bVoltageSupport 0x07",
+                ofInterface("0B 00", "06 21 10 01 00 07"));
+        assertEquals("CDC header: 05 24 00 10 01; bDescriptorSubtype 0x00; bcdCDC 0x0110 1.10;"
+                + " CDC union: 05 24 06 00 01; bDescriptorSubtype 0x06; bControlInterface 0; bSubordinateInterface0 1",
+                ofInterface("02 02", "05 24 00 10 01 05 24 06 00 01"));
+        assertEquals("CDC: 03 24 77; bDescriptorSubtype 0x77", ofInterface("0A 00", "03 24 77"));
+        assertEquals("Type 0x21: 03 21 01", ofInterface("FF 00", "03 21 01"));
+        assertEquals("Type 0x21: 03 21 01", ofInterface("FE 02", "03 21 01"));
+        assertEquals("Type 0x24: 03 24 01", ofInterface("01 01", "03 24 01"));
     }
 
     @Test

@@ -20,7 +20,7 @@ class DoctorTest {
     private static final String RIGHTS = "MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"";
     private static final String LABEL = "TOOL0001 (6A5C:1001): ";
     private static final String FREE = LABEL + "no other driver and no other program holds it";
-    private static final String FOUND = "of the 1 devices on the bus 1 are of the vendors 0x6A5C";
+    private static final String FOUND = "of the 1 devices on the bus 1 are of the vendor 6A5C";
 
     @TempDir
     private Path root;
@@ -44,7 +44,7 @@ class DoctorTest {
     private List<Finding> findings(String... lines) {
         List<DeviceInfo> listed =
                 IntStream.range(0, lines.length).mapToObj(i -> DeviceInfo.parse(i, lines[i])).toList();
-        return new Doctor(fake.host(), List.of(0x6A5C), Optional.of(listed)).findings();
+        return new Doctor(fake.host(), new Vendors(List.of(0x6A5C)), Optional.of(listed)).findings();
     }
 
     /** What is found of a plain tool that is listed. */
@@ -185,7 +185,7 @@ class DoctorTest {
     void nothingPluggedInIsTold() throws IOException {
         Path other = fake.device(7, 1, "");
         Files.writeString(other.resolve("idVendor"), "1d6b\n");
-        assertEquals("of the 1 devices on the bus 0 are of the vendors 0x6A5C", wrong(findings()).text());
+        assertEquals("of the 1 devices on the bus 0 are of the vendor 6A5C", wrong(findings()).text());
         assertTrue(wrong(findings()).remedy().get(0).startsWith("plug one in"));
     }
 
@@ -208,7 +208,7 @@ class DoctorTest {
     @Test
     void withoutTheLibraryNothingIsSaidOfItsList() throws IOException {
         plugTool();
-        List<Finding> findings = new Doctor(fake.host(), List.of(0x6A5C), Optional.empty()).findings();
+        List<Finding> findings = new Doctor(fake.host(), new Vendors(List.of(0x6A5C)), Optional.empty()).findings();
         assertEquals(List.of(FOUND, LABEL + node + " can be used", FREE), texts(findings));
     }
 
@@ -224,14 +224,14 @@ class DoctorTest {
     void aClassThatIsNotSupportedIsTold() throws IOException {
         fake.addInterface(plugTool(), 0, "08", "usb-storage");
         assertWrong(LABEL + "its class is one that the library does not drive",
-                "    orvex-usb describe --vendor 0x6A5C --index 0", findings(line("TOOL0001", 'u', 0, 0)));
+                "    orvex-usb describe --vendor 6A5C --index 0", findings(line("TOOL0001", 'u', 0, 0)));
     }
 
     @Test
     void aSystemThatShowsNothingLeavesTheList() throws IOException {
         Files.delete(root.resolve("sys/bus"));
         assertEquals(List.of(), ofTool());
-        assertEquals("no device of the vendors 0x6A5C is listed", wrong(findings()).text());
+        assertEquals("no device of the vendor 6A5C is listed", wrong(findings()).text());
         assertEquals("<cannot_open>6A5C:1001: could not be opened",
                 wrong(findings("1:=6A5C:=1001:=0100:=<cannot_open>6A5C:1001:=?:=?:=x:=b:=0:=0:=end")).text());
     }

@@ -64,7 +64,7 @@ class PagesTest {
     void theManualPageTellsTheExitStatusAndLeavesNothingToBeFilledIn() throws Exception {
         String page = Files.readString(beside("man/orvex-usb.1"));
         assertTrue(page.contains(".SH EXIT STATUS\n.TP\n0\nsuccess\n.TP\n1\n"), page);
-        assertTrue(page.contains("(default: 0x6A5C,0x6A5D)"), page);
+        assertTrue(page.contains("(default: 6A5C,6A5D)"), page);
         assertTrue(page.startsWith(".TH ORVEX-USB 1 \"\" \"orvex-usb 3.47\""), page);
         assertTrue(!page.contains("${") && !page.contains("%n") && !page.contains("@|"), page);
     }
