@@ -47,7 +47,7 @@ final class PrivateFolder {
         return inner;
     }
 
-    /** Who owns a folder, or may write to it while it is not sticky, can put another folder in the place of one in it. */
+    /** Who owns a folder, or may write to it while it is not sticky, can put another one in the place of one in it. */
     private static void checkAbove(Path folder, UserPrincipal user) throws IOException {
         Map<String, Object> found = Files.readAttributes(folder, "unix:mode,uid,owner", LinkOption.NOFOLLOW_LINKS);
         int mode = (int) found.get("mode");

@@ -61,7 +61,8 @@ final class Setup {
     static void endingTimeout(int milliseconds) {
         if (milliseconds < 1) {
             String told = milliseconds == Deadline.FOREVER ? "FOREVER" : Integer.toString(milliseconds);
-            throw new IllegalArgumentException("time-out " + told + " is not 1 ms or more: only a read may wait for ever");
+            throw new IllegalArgumentException(
+                    "time-out " + told + " is not 1 ms or more: only a read may wait for ever");
         }
     }
 }

@@ -5,7 +5,7 @@ import com.talvane.orvex.comm.tool.Descriptors.Layout;
 import java.util.Map;
 import java.util.Optional;
 
-/** The functional descriptors of well-known classes: their types mean something within an interface of the class only. */
+/** The functional descriptors of well-known classes. What their types mean depends on the class of the interface. */
 final class ClassDescriptors {
     private static final int FUNCTIONAL = 0x21;
     private static final int CLASS_INTERFACE = 0x24;

@@ -60,7 +60,7 @@ final class DescribeCommand implements Runnable {
         return fields;
     }
 
-    /** Where it is plugged in, as the system tells it; of devices that look the same it cannot be told which is where. */
+    /** Where it is plugged in, as the system tells it; which of devices that look the same is where cannot be told. */
     private static void showPort(DeviceInfo info) {
         List<String> ports = Session.isSimulated() ? List.of() : Host.here().ports(info.line());
         if (!ports.isEmpty()) {

@@ -196,6 +196,7 @@ final class Doctor {
     }
 
     private static String plugIn() {
-        return "plug one in; if it is, another cable or port may help, or its vendor id is another one: see orvex-usb list --all";
+        return "plug one in; if it is, another cable or port may help, or its vendor id is another one:"
+                + " see orvex-usb list --all";
     }
 }

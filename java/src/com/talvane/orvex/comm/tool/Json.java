@@ -5,8 +5,8 @@ import java.util.Map;
 import java.util.stream.Collectors;
 
 /**
- * JSON as the tool writes it: objects and lists of numbers, truth values and texts. Nothing but printable ASCII comes out, so a
- * device's texts arrive whole in any character set and cannot steer a terminal.
+ * JSON as the tool writes it: objects and lists of numbers, truth values and texts. Nothing but printable ASCII comes
+ * out, so a device's texts arrive whole in any character set and cannot steer a terminal.
  */
 final class Json {
     private Json() {

@@ -23,8 +23,8 @@ final class ListCommand implements Runnable {
     private static final class Form {
         @Option(
                 names = "--raw",
-                description = "Show the information lines as the library gives them, but with a ? for each line end in a"
-                        + " device's texts, and on a terminal for each control character.")
+                description = "Show the information lines as the library gives them, but with a ? for each line end in"
+                        + " a device's texts, and on a terminal for each control character.")
         private boolean raw;
 
         @Option(names = "--json", description = "Show a JSON array of objects with the fields of these lines.")

@@ -10,6 +10,9 @@ import java.util.function.IntSupplier;
 final class OpenDevice implements AutoCloseable {
     static final int SETUP_BYTES = 8;
 
+    private static final String NOT_TAKEN = "not taken";
+    private static final String NOTHING_CAME = "nothing came";
+
     /** A HID device has one stream each way: the library does not look at the endpoint. */
     private static final int HID_ENDPOINT = 0;
 
@@ -53,13 +56,15 @@ final class OpenDevice implements AutoCloseable {
 
     /** Writes all of the data; the result holds what the device took. */
     Transfer write(Pipe pipe, byte[] data) {
-        return move(pipe.name("write to"), "not taken", pipe.interrupt() ? usb::usbWriteInterruptPipe : usb::usbWriteBulkPipe,
+        return move(pipe.name("write to"), NOT_TAKEN,
+                pipe.interrupt() ? usb::usbWriteInterruptPipe : usb::usbWriteBulkPipe,
                 pipe.endpoint(), pipe.timeout(), data);
     }
 
     /** Reads up to size bytes. */
     Transfer read(Pipe pipe, int size) {
-        return move(pipe.name("read from"), "nothing came", pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe,
+        return move(pipe.name("read from"), NOTHING_CAME,
+                pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe,
                 pipe.endpoint(), pipe.timeout(), new byte[size]);
     }
 
@@ -96,13 +101,15 @@ final class OpenDevice implements AutoCloseable {
 
     /** Sends all of the data to a HID device, as output reports. */
     Transfer write(Reports reports, byte[] data) {
-        return move("write reports to", "not taken", reports.call(usb::usbWriteInterruptPipe, usb::usbWriteInterruptPipeEx),
+        return move("write reports to", NOT_TAKEN,
+                reports.call(usb::usbWriteInterruptPipe, usb::usbWriteInterruptPipeEx),
                 HID_ENDPOINT, reports.timeout(), data);
     }
 
     /** Reads exactly size bytes of a HID device's input reports. */
     Transfer read(Reports reports, int size) {
-        return move("read reports from", "nothing came", reports.call(usb::usbReadInterruptPipe, usb::usbReadInterruptPipeEx),
+        return move("read reports from", NOTHING_CAME,
+                reports.call(usb::usbReadInterruptPipe, usb::usbReadInterruptPipeEx),
                 HID_ENDPOINT, reports.timeout(), new byte[size]);
     }
 

@@ -62,8 +62,8 @@ final class ReadCommand implements Callable<Integer> {
                 names = "--to",
                 paramLabel = "FILE",
                 required = true,
-                description = "Read into this file until it has as many bytes as --bytes tells; what it had goes when the"
-                        + " first ones are there.")
+                description = "Read into this file until it has as many bytes as --bytes tells; what it had goes when"
+                        + " the first ones are there.")
         private Path path;
 
         @Option(
@@ -96,7 +96,8 @@ final class ReadCommand implements Callable<Integer> {
     private int readFile(Pipe pipe) throws IOException, InterruptedException {
         int piece = size == null ? LongTransfer.USUAL_PIECE : size;
         try (Destination to = new Destination(target.file.path)) {
-            int status = new LongTransfer(device, target.file.bytes, piece, json.isWanted()).run(true, (open, at, most) -> {
+            LongTransfer transfer = new LongTransfer(device, target.file.bytes, piece, json.isWanted());
+            int status = transfer.run(true, (open, at, most) -> {
                 to.open();
                 Transfer got = open.read(pipe, most);
                 to.write(got.data());

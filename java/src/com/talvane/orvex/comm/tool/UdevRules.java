@@ -18,7 +18,7 @@ final class UdevRules {
                 + RIGHTS;
     }
 
-    /** For the nodes of their HID interfaces. An idVendor among the parents could be that of a hub before the device. */
+    /** For the nodes of their HID interfaces. An idVendor among the parents could be that of a hub. */
     static String hid(int vendor) {
         return String.format("SUBSYSTEM==\"hidraw\", KERNELS==\"0003:%04X:*\", ", vendor) + RIGHTS;
     }

@@ -81,7 +81,8 @@ final class WriteCommand implements Callable<Integer> {
 
     private int writeFile(Pipe pipe) throws IOException, InterruptedException {
         try (FileChannel file = FileChannel.open(content.file.path)) {
-            return new LongTransfer(device, file.size(), content.file.piece, json.isWanted()).run(false, (open, at, size) -> {
+            LongTransfer transfer = new LongTransfer(device, file.size(), content.file.piece, json.isWanted());
+            return transfer.run(false, (open, at, size) -> {
                 ByteBuffer bytes = ByteBuffer.allocate(size);
                 int read = file.read(bytes, at);
                 return open.write(pipe, Arrays.copyOf(bytes.array(), Math.max(0, read)));

@@ -48,7 +48,8 @@ class HidToolTest extends HidTest {
     void whatWasMovedIsWrittenAsJson() {
         plugForTheTool();
         String out = run(0, "hid --json --serial HIDT0021 --data 48 --read 2").out();
-        assertTrue(out.matches("\\{\"out\": \\{\"direction\": \"out\", \"bytes\": 1, .*\"data\": \"485A\"\\}\\}\n"), out);
+        assertTrue(out.startsWith("{\"out\": {\"direction\": \"out\", \"bytes\": 1, "), out);
+        assertTrue(out.endsWith(", \"data\": \"485A\"}}\n"), out);
         assertTrue(run(2, "hid --json --serial HIDT0021 --read 2 -o -").err().contains("both want standard output"));
     }
 

@@ -112,6 +112,22 @@ class ToolProcessTest extends UsbTest {
 
     @Test
     @Tag("memory")
+    @Tag("linux")
+    void theLauncherTakesTheToolsClassesFromAnArchive() throws Exception {
+        Path log = folder.resolve("log");
+        ChildVm.Outcome tool = child().withEnvironment("JAVA_TOOL_OPTIONS", "-Xlog:class+load:file=" + log)
+                .runLauncher("--simulate", "list");
+        assertEquals(0, tool.status(), tool.err());
+        assertFalse(tool.out().contains("cds"), tool.out());
+        Path archive = Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY)).resolveSibling("orvex-usb.jsa");
+        // Only the Java that has made it can use it.
+        if (Files.exists(archive) && Runtime.version().feature() == 17) {
+            assertTrue(Files.readString(log).contains("tool.ListCommand source: shared objects file (top)"));
+        }
+    }
+
+    @Test
+    @Tag("memory")
     void aValueOfAnotherOptionDoesNotSimulate() throws Exception {
         ChildVm.Outcome taken = child().runLauncher("echo", "--timeout", "50", "--serial", "--simulate=none");
         assertTrue(taken.err().startsWith("orvex-usb: no device with serial number --simulate=none of "), taken.err());
