@@ -84,4 +84,5 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT CMAKE_CROSSCOMPILING AND NOT ORVEX
     COMMENT "Archiving the tool's classes")
   add_custom_target(orvex_archive ALL DEPENDS ${archive})
   add_dependencies(orvex_archive orvex_jar)
+  add_dependencies(orvex_jars orvex_archive)
 endif()
