@@ -86,19 +86,35 @@ final class BenchCommand implements Callable<Integer> {
                 Session session = device.session();
                 OpenDevice open = device.openPipes(session)) {
             long start = System.nanoTime();
-            while (isToGoOn(start) && !stop.comesWithin(0)) {
-                if (!round(open, out, in)) {
-                    return 1;
-                }
+            if (!rounds(open, out, in, start, stop)) {
+                return 1;
             }
             show(open, System.nanoTime() - start);
             return 0;
         }
     }
 
+    /** False when the device did not do its part. */
+    private boolean rounds(OpenDevice open, Pipe out, Pipe in, long start, StopRequest stop)
+            throws InterruptedException {
+        try (ProgressBar bar = new ProgressBar(count != null ? count : limit())) {
+            while (isToGoOn(start) && !stop.comesWithin(0)) {
+                if (!round(open, out, in)) {
+                    return false;
+                }
+                bar.show(count != null ? latencies.count() : System.nanoTime() - start);
+            }
+            return true;
+        }
+    }
+
+    /** How long it goes on at most, in nanoseconds. */
+    private long limit() {
+        return TimeUnit.SECONDS.toNanos(seconds != null ? seconds : count != null ? Long.MAX_VALUE : USUAL_SECONDS);
+    }
+
     private boolean isToGoOn(long start) {
-        long limit = seconds != null ? seconds : count != null ? Long.MAX_VALUE : USUAL_SECONDS;
-        return System.nanoTime() - start < TimeUnit.SECONDS.toNanos(limit)
+        return System.nanoTime() - start < limit()
                 && (count == null || latencies.count() < count);
     }
 
@@ -151,5 +167,8 @@ final class BenchCommand implements Callable<Integer> {
         System.out.printf("out      %d bytes, %s%n", bytesOut, Text.rate(bytesOut, nanos));
         System.out.printf("in       %d bytes, %s%n", bytesIn, Text.rate(bytesIn, nanos));
         System.out.printf("latency  %s%n", latencies);
+        if (Terminal.isOut()) {
+            latencies.histogram().forEach(System.out::println);
+        }
     }
 }

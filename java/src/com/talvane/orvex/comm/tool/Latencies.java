@@ -2,12 +2,16 @@ package com.talvane.orvex.comm.tool;
 
 import java.util.Arrays;
 import java.util.LinkedHashMap;
+import java.util.List;
 import java.util.Map;
 import java.util.Random;
+import java.util.TreeMap;
 
 /** Durations in nanoseconds. Of very many a random choice is kept, so that a run of hours needs no more memory. */
 final class Latencies {
     private static final int MOST_KEPT = 1 << 20;
+
+    private static final int BAR_WIDTH = 40;
 
     private final Random random = new Random();
     private long[] kept = new long[1 << 10];
@@ -40,6 +44,23 @@ final class Latencies {
         fields.put("p999", at(sorted, 0.999) / 1e3);
         fields.put("max", max / 1e9);
         return fields;
+    }
+
+    /** A bar for each doubling of the time: the share of the durations within it. None without durations. */
+    List<String> histogram() {
+        Map<Integer, Long> counts = new TreeMap<>();
+        long[] sorted = sorted();
+        for (long nanos : sorted) {
+            counts.merge(Long.SIZE - Long.numberOfLeadingZeros(nanos), 1L, Long::sum);
+        }
+        return counts.entrySet().stream()
+                .map(entry -> {
+                    double share = (double) entry.getValue() / sorted.length;
+                    String bar = "#".repeat((int) Math.ceil(BAR_WIDTH * share));
+                    return String.format("  < %12.6f ms  %-" + BAR_WIDTH + "s  %5.1f %%",
+                            Math.scalb(1.0, entry.getKey()) / 1e6, bar, 100 * share);
+                })
+                .toList();
     }
 
     private long[] sorted() {

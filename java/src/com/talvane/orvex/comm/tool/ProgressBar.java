@@ -15,7 +15,7 @@ final class ProgressBar implements AutoCloseable {
 
     /** Shows what has been moved so far; cheap when that looks the same as before. */
     void show(long bytes) {
-        long now = total == 0 ? 100 : Math.min(100, 100 * bytes / total);
+        long now = total == 0 ? 100 : Math.min(100, (long) (100.0 * bytes / total));
         if (isShown && now != percent) {
             percent = now;
             int full = (int) (WIDTH * now / 100);

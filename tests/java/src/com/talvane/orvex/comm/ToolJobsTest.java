@@ -127,6 +127,17 @@ class ToolJobsTest extends ToolFixture {
     }
 
     @Test
+    void benchShowsProgressAndBarsOnATerminalOnly() {
+        String line = "bench --serial BENCH00001 --size 10 --count 20";
+        ToolRun run = onTerminals("out,err", line);
+        assertTrue(run.out().matches("(?s).*\nlatency  .*(\n  < +\\d+\\.\\d{6} ms  #+ +\\d+\\.\\d %)+\n"), run.out());
+        assertTrue(run.err().endsWith("] 100 %\n"), run.err());
+        ToolRun piped = good(line);
+        assertEquals("", piped.err());
+        assertFalse(piped.out().contains("#"), piped.out());
+    }
+
+    @Test
     void benchMeasuresOneDirectionAndInterruptEndpoints() {
         String out = good("bench --serial BENCH00001 --out 3 --size 10 --count 5").out();
         assertTrue(out.contains("\nout      50 bytes,") && out.contains("\nin       0 bytes,"), out);
