@@ -89,11 +89,11 @@ make_arm64_roots() {
     recipe=$(cat "${BASH_SOURCE[0]}" /etc/os-release | cksum)
     [[ ! -e $arm64_place/recipe || $(<"$arm64_place/recipe") != "$recipe" ]] || return 0
     mirror=$(own_mirror)
-    [[ -n $mirror ]] || fail "apt's sources name no archive of Debian: $0 works on Debian 12 and 13"
+    [[ -n $mirror ]] || cannot "apt's sources name no archive of Debian: $0 works on Debian 12 and 13"
     say "fetching and unpacking Debian's arm64 files"
     rm -rf "$arm64_place"
     mkdir -p "$arm64_place"
     (set -e && arm64_make "$mirror") >"$log" 2>&1 </dev/null &
-    wait $! || fail "Debian's arm64 packages cannot be had from $mirror: see to the network and the address; what apt said is in ${log#"$root/"}"
+    wait $! || cannot "Debian's arm64 packages cannot be had from $mirror: see to the network and the address; what apt said is in ${log#"$root/"}"
     echo "$recipe" >"$arm64_place/recipe"
 }

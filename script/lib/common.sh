@@ -11,6 +11,11 @@ fail() {
     exit 1
 }
 
+# cannot MESSAGE: ends the script because this machine cannot do what it is for.
+cannot() {
+    (fail "$@") || exit 3
+}
+
 usage_error() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2
     usage >&2
