@@ -7,7 +7,7 @@
 
 namespace {
 
-/// One line of the dump; the format brings its own line feed.
+/// Writes one line of the dump; `format` ends in a line feed.
 template <class Value>
 void writeField(const char* format, Value value) {
     char line[512];
