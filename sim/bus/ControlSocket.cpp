@@ -17,8 +17,7 @@ namespace simbus {
 
 namespace {
 
-constexpr std::size_t longestLine = 16U
-                                    << 20U;  // a client that sends a longer line does not speak this protocol
+constexpr std::size_t longestLine = 16U << 20U;  // longer ones are not of this protocol
 
 void prepare(int fd) {
     fcntl(fd, F_SETFD, FD_CLOEXEC);

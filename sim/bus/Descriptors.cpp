@@ -18,8 +18,7 @@ void putEndpoint(Bytes& bytes, const EndpointModel& endpoint, Speed speed) {
     put16(bytes, endpoint.maxPacketSize);
     bytes.push_back(endpoint.interval);
     if (speed == Speed::super) {
-        bytes.insert(bytes.end(),
-                     {6, 0x30, 0, 0, 0, 0});  // hosts expect the companion descriptor after every endpoint
+        bytes.insert(bytes.end(), {6, 0x30, 0, 0, 0, 0});  // hosts expect it after every endpoint
     }
 }
 

@@ -139,8 +139,7 @@ void DeviceLink::unlink(const Request& request) {
 }
 
 void DeviceLink::completed(std::uint32_t number) {
-    const auto keep =
-        shared_from_this();  // the end of the transfer drops the reference that has kept this link alive
+    const auto keep = shared_from_this();  // the end of the transfer drops its reference to this link
     std::shared_ptr<Urb> urb;
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = waiting_.find(number);

@@ -80,8 +80,7 @@ RemoteFront::RemoteFront() {
 
 void RemoteFront::serve(int client) {
     const int yes = 1;
-    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes,
-               sizeof yes);  // answers are small and clients wait for them
+    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);  // answers are small and urgent
     setPatience(client, patienceSeconds);
     Preamble preamble;
     const bool spoke = receiveWhole(client, preamble.data(), preamble.size());

@@ -34,8 +34,7 @@ class HostileDescriptors : public ListTest {
         EXPECT_STREQ("tool", entry.sSerialNumber);
     }
 
-    std::unique_ptr<FakeConfiguration>
-        claimed_;  ///< the total length that libusb reports; without it libusb parses the descriptor itself
+    std::unique_ptr<FakeConfiguration> claimed_;  ///< total length for libusb; else it parses itself
 };
 
 /// A configuration of 600 bytes with `part` at an offset (at least 9), and descriptors of an unknown type

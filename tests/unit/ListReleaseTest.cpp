@@ -84,8 +84,7 @@ TEST_F(ListRelease, ASingleCallListConsumesTheReferenceOfAnotherList) {
     libusb_device* device = record(watched, 0).pDevice;
     LibUSB_ReleaseDeviceList(createSingleCallList(kVendor));
     EXPECT_EQ(-1, getRefCount(device));
-    EXPECT_EQ(0,
-              LibUSB_OpenDevice(&record(watched, 0)));  // the reference of the record keeps the device alive
+    EXPECT_EQ(0, LibUSB_OpenDevice(&record(watched, 0)));  // its own reference keeps the device alive
     EXPECT_EQ(0, LibUSB_CloseDevice(&record(watched, 0)));
 }
 

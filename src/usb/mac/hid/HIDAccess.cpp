@@ -133,8 +133,7 @@ int HIDAccess::Close() {
     }
     HidDevice* device = loadShared(ppDeviceInterface);
     const bool ended = endReadThread(*this);
-    // Deliberate: stops the run loop of the calling thread, not that of the read thread, which has left its
-    // own by now.
+    // Deliberate: stops the calling thread's run loop; the read thread has left its own by now.
     hidOperations().stopCallersLoop();
     // fetch_add(0), not a load: additions to `writes` have one order, so either this one sees the count of a
     // write, or that write sees that the device is gone.

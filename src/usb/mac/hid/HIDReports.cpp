@@ -73,8 +73,8 @@ void InputReportCallback(void* context, const uint8_t* report, int32_t /*length*
     }
 }
 
-/// True while `device` is the open device of the object. A Close that gave up waiting for this thread has
-/// cleared it; threadState then no longer belongs to this thread.
+/// True while `device` is the open device of the object. False after a Close that gave up waiting for this
+/// thread, to which threadState then no longer belongs.
 bool isCurrent(const HIDAccess& access, const HidDevice* device) {
     return loadShared(access.ppDeviceInterface) == device;
 }

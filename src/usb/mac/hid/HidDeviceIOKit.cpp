@@ -141,8 +141,8 @@ bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_
                            static_cast<uint32_t>(timeoutMs), nullptr, nullptr, 0) == kIOReturnSuccess;
 }
 
-/// Deliberate: the serial number is not part of the match; with two identical devices the descriptor may be
-/// either's.
+/// Deliberate: the serial number is not matched; with two devices of the same ids it may be either's
+/// descriptor.
 ///
 /// Ownership of the service: the plug-in holds a reference of its own. A query for an interface with an id
 /// below 245, such as this one, releases that reference at once, yet the interface releases one at its end as

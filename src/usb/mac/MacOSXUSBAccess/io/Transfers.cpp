@@ -40,8 +40,7 @@ int32_t transfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
     if (result != 0) {
         return result;
     }
-    // Deliberate: only a time-out is an error. Any other end returns the bytes transferred, so callers check
-    // the count.
+    // Deliberate: only a time-out is an error; any other end returns the bytes transferred.
     return outcome.status == LIBUSB_TRANSFER_TIMED_OUT ? kTimedOut : outcome.actualLength;
 }
 

@@ -37,8 +37,8 @@ int32_t LibUSB_ReadBulkPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoin
 /// not the bytes sent before it.
 int32_t LibUSB_WriteInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                     int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue);
-/// Checks `packetSize` (64 to 1024 bytes). A HID record reads reports of this size; other records ignore it.
-/// `fillValue` is ignored.
+/// Checks `packetSize` (64 to 1024 bytes). A HID record takes both settings over and reads reports of that
+/// size; other records ignore both.
 int32_t LibUSB_ReadInterruptPipeEx(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length,
                                    int32_t timeout, uint8_t* buffer, int32_t packetSize, int32_t fillValue);
 

@@ -137,8 +137,7 @@ tagUSB_DEVICE_ACCESS_ENTRY* splitOff(tagUSB_DEVICE_ACCESS_ENTRY& parent) {
 }  // namespace
 
 uint32_t HandleCompositeDevices(uint32_t handle, tagUSB_DEVICE_LIST* list) {
-    tagUSB_DEVICE_ACCESS_ENTRY* firstChild =
-        nullptr;  // children that this call creates are not split themselves
+    tagUSB_DEVICE_ACCESS_ENTRY* firstChild = nullptr;  // the children of this call are not split themselves
     for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list->pFirst; entry != firstChild; entry = entry->pNext) {
         tagUSB_DEVICE_ACCESS_ENTRY* child = splitOff(*entry);
         appendRecords(*list, child, entry);

@@ -12,6 +12,7 @@
 uint32_t LibUSB_CreateDeviceList2(libusb_context* context, int32_t count, const int32_t* vendorIds);
 
 /// Creates a list of the devices of one vendor, or of all vendors for 0xFFFFFFFF. Reuse and result as above.
+/// Deliberate: 0xFFFFFFFF (-1) matches every device here and none in LibUSB_CreateDeviceList2.
 /// Deliberate: the list has no hotplug watch of its own. It is updated only when another list watches its
 /// vendor id and comes after it in the chain.
 uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId);

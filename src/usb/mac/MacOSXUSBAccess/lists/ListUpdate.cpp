@@ -135,8 +135,7 @@ int32_t LibUSB_UpdateDeviceList(uint32_t handle, uint32_t /*unused*/) {
     list->changePending.exchange(false);
     tagUSB_DEVICE_LIST* enumerated = enumerateAgain(*list);
     matchRecords(*list, *enumerated);
-    // Deliberate: the remaining, new records take no counted reference, which only the ref_count log lines
-    // show.
+    // Deliberate: the remaining, new records take no counted reference; only the log shows it.
     appendRecords(*list, enumerated->pFirst);
     unref_unplugged_devices(list);
     delete enumerated;

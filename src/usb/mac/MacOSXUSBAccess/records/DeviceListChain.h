@@ -48,6 +48,5 @@ tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_EnumerateDeviceList(uint32_t handle, tagUSB_D
 /// Returns the record at a position, 0 being the first; absent devices count. Null beyond the end and for an
 /// unknown handle.
 tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_GetDeviceFromIndex(uint32_t handle, uint32_t index);
-/// Deliberate: always null, so usbGetChangeInfo returns an empty line. Each record holds its presence
-/// instead.
+/// Deliberate: always null, so usbGetChangeInfo returns an empty line; each record holds its presence.
 tagUSB_DEVICE_ACCESS_ENTRY* LibUSB_GetDeviceFromChangeList(uint32_t handle, uint32_t index);

@@ -24,7 +24,7 @@ extern std::map<libusb_device*, std::atomic<int32_t>>& g_refCount;
 
 /// Takes one counted reference. `entry` is unused. Throws std::bad_alloc without taking one.
 void tlvn_libusb_ref_device(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device* device);
-/// Drops one counted reference. For a device without one, only logs `entry`'s serial number.
+/// Drops one counted reference. For a device without one, only logs the device and `entry`'s serial number.
 void tlvn_libusb_unref_device(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device* device);
 /// Returns the device's count, or -1 when it has no entry.
 int32_t getRefCount(libusb_device* device);

@@ -4,8 +4,7 @@
 
 #include "DebugUtil/DebugLog.h"
 
-// Deliberate: the pair that is logged after the serial number is the bus number and bcdDevice, both in
-// decimal.
+// Deliberate: the logged pair after the serial number is bus number and bcdDevice, both in decimal.
 
 int tlvn_libusb_open(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device* device,
                      libusb_device_handle** handle) {
