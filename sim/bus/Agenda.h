@@ -1,5 +1,5 @@
-// What the bus has still to do, kept apart from the devices that cause it: calls to make with no lock held,
-// in the order in which they arose, and the next moment at which a delayed transfer falls due.
+// Pending work of the bus, kept apart from the devices that cause it: calls to make with no lock held, in the
+// order in which they arose, and the time at which the next delayed transfer is due.
 #pragma once
 
 #include <chrono>
@@ -21,7 +21,7 @@ inline std::int64_t nowNanoseconds() {
         .count();
 }
 
-// All functions expect the lock of the bus to be held.
+// The caller of every function holds the lock of the bus.
 class Agenda {
  public:
     static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
@@ -33,22 +33,22 @@ class Agenda {
     int subscribe(Bus::Subscriber subscriber);
     void unsubscribe(int subscription) { subscribers_.erase(subscription); }
 
-    // Makes the calls that are due, letting go of the lock around each, unless another thread (or a caller of
-    // this one) is at it: that one makes them.
+    // Makes the calls that are due, releasing the lock around each. Does nothing while another thread, or an
+    // outer call on this one, is making them: that one makes the new ones, too.
     void deliver(std::unique_lock<std::mutex>& lock);
     // deliver(), then waits until everything that was due at entry has been called; does not wait inside such
     // a call.
     void settle(std::unique_lock<std::mutex>& lock);
 
-    // The earliest moment asked for with wakeAt(), which is forgotten by takeWake().
+    // The earliest time passed to wakeAt() since the last takeWake().
     std::int64_t nextWake() const { return nextWake_; }
     void takeWake() { nextWake_ = never; }
-    // Told when nextWake() moves forward.
+    // Notified when nextWake() becomes earlier.
     std::condition_variable& wakeChanged() { return wakeChanged_; }
 
  private:
     struct Call {
-        Transfer* transfer;  // null when it is about a device
+        Transfer* transfer;  // null for news about a device
         DeviceInfoPtr device;
         bool arrived;
     };
@@ -57,7 +57,7 @@ class Agenda {
     std::deque<Call> calls_;
     std::uint64_t added_ = 0;
     std::uint64_t made_ = 0;
-    std::thread::id maker_;  // of the thread that makes the calls now
+    std::thread::id maker_;  // the thread that is making the calls
     std::condition_variable madeOne_;
     std::map<int, Bus::Subscriber> subscribers_;
     int nextSubscription_ = 1;

@@ -19,7 +19,8 @@ using Lock = std::unique_lock<std::mutex>;
 
 namespace {
 
-// Null when there is none, and in a program that has more rights than its user, who must not steer it.
+// Returns null when the variable is unset, and in a program that has more rights than its user: the user must
+// not control it.
 const char* fromEnvironment(const char* name) {
 #ifdef __GLIBC__
     const char* value = secure_getenv(name);
@@ -29,7 +30,7 @@ const char* fromEnvironment(const char* name) {
     return value == nullptr || *value == '\0' ? nullptr : value;
 }
 
-// False when there is a scenario and it cannot be loaded; standard error tells why.
+// Returns false when there is a scenario that cannot be loaded, and writes the reason to standard error.
 bool loadFromEnvironment(Bus& bus) {
     const char* path = fromEnvironment("SIMBUS_SCENARIO");
     if (path == nullptr) {
@@ -50,8 +51,8 @@ bool loadFromEnvironment(Bus& bus) {
 
 }  // namespace
 
-// Stops the threads when the process ends or the library is unloaded. What they work on stays, because
-// threads of the program may still be calling.
+// Stops the threads when the process ends or the library is unloaded. Their data stays, because threads of
+// the program may still be calling.
 struct BusEnd {
     ~BusEnd() { Bus::instance().stop(); }
 };

@@ -1,12 +1,12 @@
-// The simulated USB bus: devices in memory, for fronts that show them to a program (a drop-in libusb, a
+// The simulated USB bus: devices in memory, for fronts that present them to a program (a drop-in libusb, a
 // USB/IP server, ...) and for tests that plug, change and break them.
 //
-// Three users, three sections of the class below: whoever controls the bus, a front as the host side of it,
-// and a front that counts, fails and checks the calls of the program that it serves.
+// The class below has three sections for its three users: the code that controls the bus, a front as the host
+// side, and a front that counts, fails and checks the calls of the program it serves.
 //
-// Every function may be called from any thread, also from inside a completion or a subscriber. Completions
-// and subscribers are called one at a time, in the order in which things happened on the bus, with no lock of
-// the bus held, on whichever thread (one of the bus, or one that is calling the bus) finds them due.
+// Every function is thread-safe and may be called from inside a completion or a subscriber. Completions and
+// subscribers are called one at a time, in the order of the events on the bus, with no lock of the bus held,
+// on whichever thread (one of the bus, or one that is calling the bus) finds them due.
 #pragma once
 
 #include <atomic>
@@ -25,7 +25,7 @@ namespace simbus {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// One plug of one device. Counts up from 1 and is never used again: a device that comes back has a new one.
+// One plug of one device. Counts up from 1; a device that is plugged in again gets a new number.
 using ConnectionId = std::uint64_t;
 
 enum class Speed { full, high, super };
@@ -34,7 +34,7 @@ enum class TransferType : std::uint8_t { control = 0, isochronous = 1, bulk = 2,
 
 enum class Status { completed, stall, noDevice, cancelled, overflow };
 
-// A HID interface, as a host's HID driver finds it in the interface's descriptors.
+// A HID interface as a host's HID driver finds it in the descriptors.
 struct HidInterface {
     std::uint8_t number = 0;
     std::uint8_t inEndpoint = 0;              // interrupt IN, for input reports
@@ -42,7 +42,7 @@ struct HidInterface {
     std::size_t inputBytes = 64;              // of an input report
 };
 
-// What a front learns about a device when it is plugged in; never changes while the connection lasts.
+// The description of a device that a front gets at the plug; constant while the connection lasts.
 struct DeviceInfo {
     ConnectionId connection = 0;
     std::string id;      // the scenario's name of the device
@@ -68,8 +68,8 @@ struct Setup {
     std::uint16_t length = 0;  // of the data stage
 };
 
-// One transfer, owned by the front that submits it: it and its data stay where they are until `done` was
-// called. It may be submitted again from then on (from inside `done`, too).
+// One transfer, owned by the front that submits it. The transfer and its data must stay in place until `done`
+// has been called; from then on, also inside `done`, it may be submitted again.
 struct Transfer {
     // Filled in by the front.
     std::uint8_t endpoint = 0;  // address with direction bit; 0 for a control transfer (0x80 means the same)
@@ -80,9 +80,9 @@ struct Transfer {
 
     // Filled in by the bus before `done`.
     Status status = Status::completed;
-    std::size_t actual = 0;  // bytes moved, also when it did not complete well
+    std::size_t actual = 0;  // bytes transferred, also when it failed
 
-    // The bus's own.
+    // Private to the bus.
     ConnectionId connection = 0;
     std::int64_t dueNanoseconds = 0;
 };
@@ -94,16 +94,17 @@ struct ActiveEndpoint {
 
 enum class Submitted { accepted, noDevice, noEndpoint };
 
-// One function of a front that calls are counted, failed and hooked at. Make one static object per function.
+// A function of a front whose calls are counted, failed and hooked. One static object per function.
 class SIMBUS_API CallPoint {
  public:
-    // `name` as tests give it ("libusb_open"). It and the object must stay for as long as the process lives.
+    // `name` is the name that tests use ("libusb_open"). It and the object must outlive all calls of the
+    // process.
     explicit CallPoint(const char* name);
     CallPoint(const CallPoint&) = delete;
     CallPoint& operator=(const CallPoint&) = delete;
 
-    // Call at the function's entry, with no lock held: counts, runs the hook, and answers the code to fail
-    // with, if any.
+    // To be called at the function's entry with no lock held: counts the call, runs the hook, and returns the
+    // code to fail with, if any.
     std::optional<int> enter() {
         count_.fetch_add(1, std::memory_order_relaxed);
         return armed_.load(std::memory_order_acquire) ? enterArmed() : std::nullopt;
@@ -115,42 +116,43 @@ class SIMBUS_API CallPoint {
 
     const char* name_;
     std::atomic<std::uint64_t> count_{0};
-    std::atomic<bool> armed_{false};  // there is a hook or a fault for this function
+    std::atomic<bool> armed_{false};  // the function has a hook or a fault
 };
 
 class SIMBUS_API Bus {
  public:
-    // The one bus of the process. It is made when the library is loaded: the scenario file named by
-    // SIMBUS_SCENARIO is read, and a control socket made at SIMBUS_SOCKET. At process exit its threads are
-    // stopped and the socket goes.
-    // Programs that have more rights than their user are steered by neither.
+    // The one bus of the process. It is created when the library is loaded, reads the scenario file named by
+    // SIMBUS_SCENARIO and creates a control socket at SIMBUS_SOCKET. Its threads stop and the socket is
+    // removed at process exit.
+    // Both variables are ignored in programs that have more rights than their user.
     static Bus& instance();
 
-    // Whether the control socket that the environment asks for could be made.
+    // Whether the control socket named in the environment could be created.
     bool hasControlSocket() const;
-    // Whether the environment names a scenario that could not be loaded, and no other was loaded since.
+    // Whether the environment names a scenario that could not be loaded and no other has been loaded since.
     bool lacksScenario() const;
 
-    // Control. These throw std::runtime_error with a text for people when something is not so (no such
+    // Control. These throw std::runtime_error with a readable text when the request does not apply (no such
     // device, already plugged in, ...).
 
-    // Replaces everything on the bus by the devices of a scenario (JSON text).
+    // Replaces everything on the bus with the devices of a scenario (JSON text).
     void loadScenario(const std::string& json);
     void plug(const std::string& id);
     void unplug(const std::string& id);
-    // Back to the loaded scenario; also forgets faults, hooks, calls, violations and records.
+    // Returns to the loaded scenario and clears faults, hooks, calls, violations and records.
     void reset();
 
-    // Bytes to be read from an IN endpoint, cut into packets when they are read.
+    // Queues bytes to be read from an IN endpoint; they are cut into packets when they are read.
     void feed(const std::string& id, std::uint8_t endpoint, const Bytes& data);
-    // What the OUT endpoint took since the plug, one entry per transfer; the oldest fall off after some
-    // megabytes.
+    // What the OUT endpoint has received since the plug, one entry per transfer. Only the latest megabytes
+    // are kept.
     std::vector<Bytes> received(const std::string& id, std::uint8_t endpoint);
     void clearReceived(const std::string& id, std::uint8_t endpoint);
-    // Transfers that wait on the endpoint now.
+    // The number of transfers that are waiting on the endpoint.
     std::size_t pending(const std::string& id, std::uint8_t endpoint);
 
-    // The whole control protocol: one JSON object in, one out (both without line end). Never throws.
+    // Executes one request of the control protocol: a JSON object in, one out, both without line end. Never
+    // throws.
     std::string command(const std::string& jsonLine);
 
     // Host side, for fronts.
@@ -158,56 +160,59 @@ class SIMBUS_API Bus {
     // The devices that are plugged in, oldest connection first.
     std::vector<DeviceInfoPtr> devices();
 
-    // Tells of every device that comes (true) and goes (false) from now on. plug() and unplug() return after
-    // it was told, unless they are called from inside a completion or subscriber. After unsubscribe() it may
-    // still run once more on another thread.
+    // Calls `subscriber` for every device that is plugged in (true) or unplugged (false) from now on. plug()
+    // and unplug() return after that call, unless they are called from inside a completion or subscriber.
+    // After unsubscribe() the subscriber may run once more on another thread.
     using Subscriber = std::function<void(const DeviceInfoPtr&, bool arrived)>;
     int subscribe(Subscriber subscriber);
     void unsubscribe(int subscription);
 
-    // Hands a transfer to the device. When accepted, transfer.done is called once, possibly before this
-    // returns. A front must not hold a lock here that its `done` takes.
+    // Submits a transfer to the device. If it is accepted, transfer.done is called once, possibly before this
+    // returns. The caller must not hold a lock that its `done` takes.
     Submitted submit(ConnectionId connection, Transfer& transfer);
-    // Ends a transfer that waits: done is called with `cancelled`. False when it was not waiting (any more).
+    // Ends a waiting transfer: done is called with `cancelled`. Returns false when it was not waiting (any
+    // more).
     bool cancel(Transfer& transfer);
 
-    // The requests that a host's driver makes on behalf of a program. Each answers completed, stall (there is
-    // no such configuration, interface or setting) or noDevice. Transfers on endpoints that go away are
+    // Requests that a host's driver makes on behalf of a program. Each returns completed, stall (no such
+    // configuration, interface or setting) or noDevice. Transfers on endpoints that are removed are
     // cancelled.
     Status setConfiguration(ConnectionId connection, std::uint8_t value);  // 0 unconfigures
     Status setAlternate(ConnectionId connection, std::uint8_t interfaceNumber, std::uint8_t alternate);
     Status clearHalt(ConnectionId connection, std::uint8_t endpoint);
-    // Cancels everything that waits, empties all queues and clears all halts; keeps configuration and
-    // alternates.
+    // Cancels all waiting transfers, empties all queues and clears all halts; keeps the configuration and
+    // alternate settings.
     Status resetDevice(ConnectionId connection);
 
-    // What is active now; nothing when there is no such device, configuration or interface.
+    // The active configuration, setting or endpoint; empty when there is no such device, configuration or
+    // interface.
     std::optional<std::uint8_t> configuration(ConnectionId connection);  // 0 when unconfigured
     std::optional<std::uint8_t> alternate(ConnectionId connection, std::uint8_t interfaceNumber);
     // An endpoint of the active settings.
     std::optional<ActiveEndpoint> activeEndpoint(ConnectionId connection, std::uint8_t endpoint);
 
-    // A front to a real kernel cannot count, fail or check calls; the control protocol then says so.
+    // A front to a real kernel cannot count, fail or check calls; the control protocol then reports that.
     enum class Front { memory, kernel };
     void setFront(Front front);
 
     // Calls of the program under test, for fronts in memory and for tests.
 
-    // The nth next call (1 = the next) of a function and the times-1 after it answer `code`.
+    // The nth next call (1 = the next) of a function, and the times-1 calls after it, return `code`.
     void failCall(const std::string& function, unsigned nth, int code, unsigned times = 1);
     void clearFaults();
-    // Run at every entry of the function, on the calling thread, with no lock held. An empty hook takes it
-    // away.
+    // Runs `hook` at every entry of the function, on the calling thread, with no lock held. An empty hook
+    // removes it.
     void onCall(const std::string& function, std::function<void()> hook);
     void clearHooks();
-    // Calls per function since the start or the last clearCalls(); functions not called are left out.
+    // Calls per function since the start or the last clearCalls(); functions that were not called are
+    // missing.
     std::map<std::string, std::uint64_t> calls();
     void clearCalls();
-    // What a front found wrong in its caller, oldest first; at most 1000 are kept.
+    // Wrong uses that a front has found in its caller, oldest first; at most 1000 are kept.
     std::vector<std::string> violations();
     void addViolation(const std::string& text);
     void clearViolations();
-    // Numbers that a front keeps by name ("config descriptors not freed"); not violations.
+    // Numbers that a front keeps by name ("config descriptors not freed"); they are not violations.
     std::int64_t tally(const std::string& name);
     void addToTally(const std::string& name, std::int64_t amount);
 
@@ -223,7 +228,7 @@ class SIMBUS_API Bus {
     template <class Action>
     Status onDevice(ConnectionId connection, Action action);
 
-    Parts* parts_;  // never freed: threads of the program may call until the very end of the process
+    Parts* parts_;  // never freed: threads of the program may call until the process has ended
 };
 
 }  // namespace simbus

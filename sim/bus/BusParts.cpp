@@ -7,8 +7,8 @@ namespace simbus {
 
 namespace {
 
-// The scenario without what a host cannot see or what acts at once: devices that look the same to a host are
-// equal.
+// The scenario without what a host cannot see and what takes effect at once: equal for devices that look the
+// same to a host.
 Json visible(Json scenario) {
     scenario.erase("plugged");
     forEachEndpoint(scenario, [](Json& endpoint) {
@@ -60,7 +60,7 @@ Received& Bus::Parts::received(const std::string& id, std::uint8_t address) {
     return findPlugged(id).received(address);
 }
 
-// Counts up like a host does, and passes over addresses in use when it comes round.
+// Counts up as a host does, and skips addresses in use after it wraps around.
 std::uint8_t Bus::Parts::nextAddress(std::uint8_t bus) {
     std::uint8_t& last = lastAddress[bus];
     const auto inUse = [&](std::uint8_t address) {

@@ -19,7 +19,7 @@ namespace simbus {
 // A device of the bus, plugged in or not.
 struct BusDevice {
     Json scenario;      // as last changed
-    DeviceModel model;  // what `scenario` says
+    DeviceModel model;  // parsed from `scenario`
     std::unique_ptr<PluggedDevice> plugged;
     Json pluggedScenario;  // as it was at the plug
 };
@@ -34,11 +34,11 @@ struct Bus::Parts {
     std::map<std::uint8_t, std::uint8_t> lastAddress;  // by bus number
     Front front = Front::memory;
 
-    Worker timer;  // completes delayed transfers; runs from the first one on
+    Worker timer;  // completes delayed transfers; started with the first of them
     bool stopping = false;
     ControlSocket socket;
 
-    // All of these expect the lock to be held.
+    // The caller of each of these holds the lock.
     BusDevice& find(const std::string& id);
     PluggedDevice& findPlugged(const std::string& id);
     PluggedDevice* connection(ConnectionId connection);
@@ -50,11 +50,12 @@ struct Bus::Parts {
     void remove(BusDevice& device);
     void plug(BusDevice& device);
     void unplug(BusDevice& device);
-    // Takes a new text for the device: behaviours act at once, everything else at the next plug.
+    // Changes the scenario of a device: endpoint behaviours take effect at once, everything else at the next
+    // plug.
     static void change(BusDevice& device, const Json& scenario);
     void reset();
 
-    // To be called last by whatever may have caused completions, news or delays; see Agenda.
+    // To be called last by every function that may cause completions, news or delays; see Agenda.
     void deliver(std::unique_lock<std::mutex>& lock);
     void settle(std::unique_lock<std::mutex>& lock);
     void startTimer();

@@ -17,7 +17,7 @@ std::optional<int> CallPoint::enterArmed() {
 }
 
 CallLog& CallLog::instance() {
-    static auto* const log = new CallLog;  // never freed: calls may come until the very end of the process
+    static auto* const log = new CallLog;  // never freed: calls may come until the process has ended
     return *log;
 }
 

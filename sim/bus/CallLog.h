@@ -1,5 +1,5 @@
-// What is kept about the calls of the program under test: counts, faults and hooks by function name,
-// violations, tallies. One for the process, with a lock of its own that is never held while a hook runs.
+// Record of the calls of the program under test: counts, faults and hooks by function name, violations,
+// tallies. One for the process; its own lock is never held while a hook runs.
 #pragma once
 
 #include <cstdint>
@@ -38,12 +38,12 @@ class CallLog {
 
  private:
     struct Fault {
-        unsigned skip;   // calls that still pass
-        unsigned times;  // calls that fail then
+        unsigned skip;   // calls that still succeed
+        unsigned times;  // calls that fail after those
         int code;
     };
     struct Function {
-        CallPoint* point = nullptr;  // null until the front has come
+        CallPoint* point = nullptr;  // null until a front has created it
         std::vector<Fault> faults;
         std::function<void()> hook;
     };

@@ -1,5 +1,5 @@
-// How a plugged device answers on its control pipe: first what the scenario says about a request, then what
-// every device must answer.
+// The answers of a plugged device on its control pipe: first those of the scenario, then those that every
+// device must give.
 #include <algorithm>
 
 #include "PluggedDevice.h"
@@ -152,7 +152,7 @@ Status PluggedDevice::describeHid(const Setup& setup, Bytes& reply) const {
     return Status::completed;
 }
 
-// Output reports that come this way are taken and forgotten; a control rule can keep them.
+// Output reports on the control pipe are accepted and dropped; a control rule can keep them.
 Status PluggedDevice::answerHidClass(const Setup& setup) const {
     const bool known = setup.request == setReport || setup.request == setIdle || setup.request == setProtocol;
     const bool in = (setup.requestType & 0x80U) != 0;

@@ -51,7 +51,7 @@ Json describe(const BusDevice& device) {
 
 }  // namespace
 
-// Answers one request; throws what becomes "ok":false.
+// Answers one request. An exception becomes an answer with "ok":false.
 class ControlProtocol {
  public:
     ControlProtocol(Bus& bus, Bus::Parts& parts) : bus_(bus), parts_(parts) {}
@@ -237,7 +237,7 @@ void Bus::loadScenario(const std::string& json) {
     }
     std::unique_lock<std::mutex> lock(parts_->mutex);
     for (const Json& device : list) {
-        readDevice(device);  // a scenario that is wrong anywhere changes nothing
+        readDevice(device);  // an invalid scenario changes nothing
     }
     parts_->lacksScenario = false;
     while (!parts_->devices.empty()) {
@@ -258,7 +258,7 @@ std::string Bus::command(const std::string& jsonLine) {
     } catch (const std::exception& error) {
         answer = {{"ok", false}, {"error", error.what()}};
     }
-    // What a device was sent is not always text.
+    // Data that a device has received is not always valid UTF-8.
     return answer.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 

@@ -17,7 +17,7 @@ namespace simbus {
 
 namespace {
 
-constexpr std::size_t longestLine = 16U << 20U;  // past this a client is not talking our protocol
+constexpr std::size_t longestLine = 16U << 20U;  // longer ones are not of this protocol
 
 void prepare(int fd) {
     fcntl(fd, F_SETFD, FD_CLOEXEC);
@@ -34,8 +34,7 @@ constexpr int sendFlags = MSG_NOSIGNAL;
 constexpr int sendFlags = 0;
 #endif
 
-// Makes the way free: only a socket that nobody answers on is nobody's. False, with errno, when the path is
-// taken.
+// Removes a socket that nobody answers on. Returns false, with errno set, when the path is taken.
 bool makeRoom(const sockaddr_un& address) {
     struct stat found {};
     if (lstat(address.sun_path, &found) != 0) {
@@ -54,7 +53,7 @@ bool makeRoom(const sockaddr_un& address) {
     return left && unlink(address.sun_path) == 0;
 }
 
-// Nobody can connect before listen(), so the rights are right in time.
+// Nobody can connect before listen(), so setting the permissions before it is early enough.
 bool listenOn(int fd, const sockaddr_un& address) {
     return makeRoom(address) && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
            chmod(address.sun_path, S_IRUSR | S_IWUSR) == 0 && listen(fd, 16) == 0;

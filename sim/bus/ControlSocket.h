@@ -1,4 +1,4 @@
-// The control socket: lines in, lines out, any number of clients, one thread.
+// The control socket: line-based, any number of clients, served by one thread.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,9 @@ class ControlSocket {
  public:
     using Answer = std::function<std::string(const std::string& line)>;
 
-    // Makes the socket, for this user alone, and serves it. One at the path that nobody answers on any more
-    // is replaced, nothing else. False, with a text on standard error, when that cannot be done.
+    // Creates the socket, accessible to this user alone, and serves it. Replaces an existing socket at the
+    // path if nobody answers on it, and nothing else. On failure returns false and writes a message to
+    // standard error.
     bool open(const std::string& path, Answer answer);
     bool isOpen() const { return worker_.running(); }
     // Stops the thread and removes the file.
@@ -26,7 +27,7 @@ class ControlSocket {
         int fd;
         std::string in;
         std::string out;
-        bool ended = false;  // the other side sends no more
+        bool ended = false;  // the client has ended its side
         bool broken = false;
     };
     void serve();
@@ -37,7 +38,7 @@ class ControlSocket {
     std::string path_;
     Answer answer_;
     int listener_ = -1;
-    int stop_[2] = {-1, -1};  // a pipe; a byte in it ends serve()
+    int stop_[2] = {-1, -1};  // a pipe; a byte in it stops serve()
     std::vector<Client> clients_;
     Worker worker_;
 };

@@ -18,7 +18,7 @@ void putEndpoint(Bytes& bytes, const EndpointModel& endpoint, Speed speed) {
     put16(bytes, endpoint.maxPacketSize);
     bytes.push_back(endpoint.interval);
     if (speed == Speed::super) {
-        bytes.insert(bytes.end(), {6, 0x30, 0, 0, 0, 0});  // hosts want the companion behind every endpoint
+        bytes.insert(bytes.end(), {6, 0x30, 0, 0, 0, 0});  // hosts expect it after every endpoint
     }
 }
 
@@ -59,7 +59,7 @@ Bytes configurationDescriptor(const ConfigurationModel& configuration, Speed spe
     return bytes;
 }
 
-// One character of well-formed UTF-8 (the JSON reader lets no other through); moves `at` behind it.
+// Returns the next character of well-formed UTF-8 (the JSON reader accepts no other) and moves `at` past it.
 char32_t nextCharacter(const std::string& utf8, std::size_t& at) {
     const auto lead = static_cast<unsigned char>(utf8[at++]);
     const int more = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
@@ -125,11 +125,11 @@ Bytes hidDescriptor(const HidModel& hid) {
     return bytes;
 }
 
-// One application collection of a vendor-defined usage with bytes in and bytes out.
+// One application collection of a vendor-defined usage with input and output bytes.
 Bytes reportDescriptor(const HidModel& hid) {
     Bytes bytes{0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x15, 0x00, 0x26, 0xFF, 0x00, 0x75, 0x08};
     const auto putReport = [&](std::uint16_t count, std::uint8_t mainItem) {
-        bytes.push_back(0x96);  // how many fields of eight bits
+        bytes.push_back(0x96);  // number of eight-bit fields
         put16(bytes, count);
         bytes.insert(bytes.end(), {0x09, 0x01, mainItem, 0x02});
     };

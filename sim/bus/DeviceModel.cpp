@@ -86,8 +86,7 @@ constexpr std::uint8_t kHidClass = 3;
 constexpr std::uint8_t kVendorClass = 0xFF;
 constexpr std::int64_t kLargestReport = 4096;
 
-// Reads one device; gives out string indices on the way: 1 to 3 for the device's own, then the next free
-// ones.
+// Reads one device and assigns string indices: 1 to 3 for the device's own strings, then the next free ones.
 class DeviceReader {
  public:
     explicit DeviceReader(const Json& json) : json_(json) {}
@@ -121,7 +120,7 @@ class DeviceReader {
         device_.deviceClass = numberOf<std::uint8_t>(json_, "deviceClass", 0);
         device_.deviceSubClass = numberOf<std::uint8_t>(json_, "deviceSubClass", 0);
         device_.deviceProtocol = numberOf<std::uint8_t>(json_, "deviceProtocol", 0);
-        // A SuperSpeed device gives the exponent of 512.
+        // SuperSpeed devices give the exponent of two: 9 is 512.
         device_.maxPacketSize0 =
             numberOf<std::uint8_t>(json_, "maxPacketSize0", device_.speed == Speed::super ? 9 : 64);
     }
@@ -149,7 +148,7 @@ class DeviceReader {
         device_.serialIndex = ownString("serial", 3);
     }
 
-    // An explicit entry in "strings" may replace the text that is told under the same index.
+    // An explicit entry in "strings" may replace the text with the same index.
     std::uint8_t ownString(const char* key, std::uint8_t index) {
         const auto text = optionalText(json_, key);
         if (!text) {

@@ -1,6 +1,6 @@
-// What a scenario says about one device, read and checked: its descriptors' contents and how its endpoints
-// and its control pipe behave. Plain values; nothing here changes while a device is plugged in, but for
-// endpoint behaviours.
+// The parsed and checked scenario of one device: the contents of its descriptors and the behaviour of its
+// endpoints and its control pipe. Plain values; while a device is plugged in, only endpoint behaviours
+// change.
 #pragma once
 
 #include <cstdint>
@@ -18,9 +18,9 @@ namespace simbus {
 struct Behaviour {
     enum class Kind { echo, sink, source, silent, stall };
     Kind kind = Kind::echo;
-    std::uint8_t echoTo = 0;           // the IN endpoint where an echoing OUT endpoint's bytes come out
+    std::uint8_t echoTo = 0;           // the IN endpoint that returns the bytes of an echoing OUT endpoint
     std::uint32_t delayMs = 0;         // from submission to completion
-    std::size_t shortBy = 0;           // transfers move this many bytes less than asked for
+    std::size_t shortBy = 0;           // transfers move this many bytes less than requested
     std::optional<std::size_t> limit;  // and at most this many; a silent endpoint moves them, then nothing
     bool record = true;                // keep what an OUT endpoint takes, for Bus::received()
 };
@@ -35,7 +35,7 @@ struct EndpointModel {
     bool isIn() const { return (address & 0x80U) != 0; }
 };
 
-// Reports of a HID interface, without report numbers.
+// Reports of a HID interface, without report ids.
 struct HidModel {
     std::uint16_t inputBytes = 64;
     std::uint16_t outputBytes = 64;
@@ -61,7 +61,7 @@ struct ConfigurationModel {
     std::vector<InterfaceModel> interfaces;
 };
 
-// One rule for control requests that match it; absent numbers match anything.
+// A rule for control requests that match it; absent numbers match any value.
 struct ControlRule {
     std::optional<std::uint8_t> requestType;
     std::optional<std::uint8_t> request;
@@ -69,7 +69,7 @@ struct ControlRule {
     std::optional<std::uint16_t> index;
 
     Bytes reply;
-    std::string store;  // name of the slot that takes the data stage
+    std::string store;  // name of the slot that stores the data stage
     std::string fetch;  // name of the slot that is the reply
     bool stall = false;
     bool silent = false;
@@ -105,18 +105,19 @@ struct DeviceModel {
     const ConfigurationModel* configuration(std::uint8_t value) const;
 };
 
-// Throws std::runtime_error with a text that names what is wrong.
+// Throws std::runtime_error with a text that names the error.
 DeviceModel readDevice(const nlohmann::json& device);
 // Visits the endpoints in the JSON of a device, in all its configurations and settings.
 void forEachEndpoint(nlohmann::json& device, const std::function<void(nlohmann::json&)>& visit);
 
-// The descriptors as the device gives them to a host, raw ones of the scenario first.
+// The descriptors that the device returns to a host; raw ones of the scenario take precedence.
 Bytes deviceDescriptor(const DeviceModel& device);
 std::vector<Bytes> configurationDescriptors(const DeviceModel& device);
-// Of a HID interface: the class descriptor behind the interface descriptor, and the report descriptor.
+// The descriptors of a HID interface: the class descriptor that follows the interface descriptor, and the
+// report descriptor.
 Bytes hidDescriptor(const HidModel& hid);
 Bytes reportDescriptor(const HidModel& hid);
-// A string descriptor of UTF-8 text; cut to what one can hold.
+// The string descriptor of a UTF-8 text, cut to the longest that a descriptor can hold.
 Bytes stringDescriptor(const std::string& utf8);
 
 }  // namespace simbus

@@ -72,14 +72,14 @@ void Endpoint::forget() {
 
 void Endpoint::service() {
     if (std::exchange(inService_, true)) {
-        return;  // a transfer's own doing led here again, as a control request that halts its pipe
+        return;  // re-entered from a transfer, such as a control request that halts its own pipe
     }
     while (serviceOne()) {
     }
     inService_ = false;
 }
 
-// False when nothing can be completed now.
+// Returns false when nothing can complete now.
 bool Endpoint::serviceOne() {
     if (waiting_.empty()) {
         return false;
@@ -150,7 +150,7 @@ bool Endpoint::moveIn(Transfer& transfer) {
                 fillFromSource(transfer, wanted);
             }
             return false;
-        default:  // a sink has nothing to give
+        default:  // a sink has no data to send
             return false;
     }
 }
@@ -160,7 +160,7 @@ void Endpoint::fillFromSource(Transfer& transfer, std::size_t wanted) {
     transfer.actual = wanted;
 }
 
-// Packets until one is short, the transfer is full, or there are no more.
+// Takes packets until one is short, the transfer is full, or none is left.
 void Endpoint::takePacket(Transfer& transfer, std::size_t wanted) {
     const std::size_t packetSize = std::max<std::size_t>(model_.maxPacketSize & 0x7FFU, 1);
     transfer.actual = 0;
@@ -172,8 +172,8 @@ void Endpoint::takePacket(Transfer& transfer, std::size_t wanted) {
         std::copy_n(chunk.bytes.begin() + static_cast<std::ptrdiff_t>(chunk.at), taken,
                     transfer.data + transfer.actual);
         transfer.actual += taken;
-        // A host that made its buffer too small for a packet loses the rest of it and is told so; where the
-        // device was told to answer short, the rest stays for the next transfer.
+        // A host whose buffer is too small for a packet loses the rest of the packet and gets an error. If
+        // the device was told to answer short, the rest stays for the next transfer.
         const bool babble = packet > room && wanted == transfer.length;
         chunk.at += babble ? packet : taken;
         if (chunk.at == chunk.bytes.size()) {

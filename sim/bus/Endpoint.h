@@ -1,5 +1,5 @@
-// One endpoint of a plugged device at work: the transfers that wait on it and the bytes that pass through it.
-// Guarded by the lock of the bus.
+// One endpoint of a plugged device: the transfers that wait on it and the bytes that pass through it. Guarded
+// by the lock of the bus.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,8 @@
 
 namespace simbus {
 
-// The OUT transfers' bytes of one endpoint address since the plug. Bounded, for a program may write for days.
+// The bytes of the OUT transfers of one endpoint address since the plug. Bounded, because a program may write
+// for days.
 class Received {
  public:
     void add(const std::uint8_t* data, std::size_t length);
@@ -25,14 +26,14 @@ class Received {
 
 class Endpoint {
  public:
-    // What the endpoint asks of its device.
+    // What the endpoint needs from its device.
     class Device {
      public:
         virtual ~Device() = default;
         virtual Agenda& agenda() = 0;
         virtual Received& received(std::uint8_t address) = 0;
         virtual void feed(std::uint8_t address, Bytes data) = 0;
-        // Nothing while the request is not answered.
+        // Empty while the request has not been answered.
         virtual std::optional<Status> answerControl(Transfer& transfer) = 0;
     };
 
@@ -45,23 +46,23 @@ class Endpoint {
     bool halted() const { return halted_ || model_.behaviour.kind == Behaviour::Kind::stall; }
 
     void submit(Transfer& transfer);
-    bool cancel(Transfer& transfer);  // false when it does not wait here
+    bool cancel(Transfer& transfer);  // false when it is not waiting here
     void feed(Bytes data);
     void setBehaviour(const Behaviour& behaviour);
     void setHalted(bool halted);
     void finishAll(Status status);
-    void forget();   // what is queued, and the halt
-    void service();  // completes what can be completed now
+    void forget();   // drops what is queued, and clears the halt
+    void service();  // completes the transfers that can complete now
 
  private:
-    // One write or feed, read off packet by packet; an empty one is a zero-length packet.
+    // One write or feed, read packet by packet; an empty one is a zero-length packet.
     struct Chunk {
         Bytes bytes;
         std::size_t at = 0;
     };
 
     bool serviceOne();
-    bool move(Transfer& transfer);  // true when the transfer has ended, with its status set
+    bool move(Transfer& transfer);  // true when the transfer has ended and its status is set
     bool moveOut(Transfer& transfer);
     bool moveIn(Transfer& transfer);
     void takePacket(Transfer& transfer, std::size_t wanted);

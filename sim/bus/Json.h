@@ -1,5 +1,5 @@
-// Reading values out of the JSON of scenarios and control requests. Everything here throws std::runtime_error
-// with a text that names the key when a value is not what it should be.
+// Reads values from the JSON of scenarios and control requests. Every function throws std::runtime_error with
+// a text that names the key when a value is invalid.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ using Json = nlohmann::json;
 // The value of a key, or null when it is absent.
 const Json& valueOf(const Json& object, const char* key);
 
-std::string textOf(const Json& object, const char* key);  // must be there and not empty
+std::string textOf(const Json& object, const char* key);  // must be present and not empty
 std::optional<std::string> optionalText(const Json& object, const char* key);
 bool flagOf(const Json& object, const char* key, bool fallback);
 
@@ -38,7 +38,7 @@ T numberOf(const Json& object, const char* key, T fallback) {
     return optionalNumber<T>(object, key).value_or(fallback);
 }
 
-Bytes bytesOf(const Json& object, const char* key);  // of a hex string; empty when absent
+Bytes bytesOf(const Json& object, const char* key);  // from a hex string; empty when absent
 std::string hexOf(const Bytes& bytes);               // upper case, without spaces
 
 }  // namespace simbus

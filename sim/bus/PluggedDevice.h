@@ -1,5 +1,5 @@
-// A device from its plug to its unplug: configuration, endpoints at work, control pipe. Guarded by the lock
-// of the bus.
+// A device from its plug to its unplug: configuration, active endpoints, control pipe. Guarded by the lock of
+// the bus.
 #pragma once
 
 #include <array>
@@ -27,12 +27,12 @@ class PluggedDevice : public Endpoint::Device {
     Status setAlternate(std::uint8_t interfaceNumber, std::uint8_t alternate);
     std::uint8_t configuration() const { return configuration_ == nullptr ? 0 : configuration_->value; }
     std::optional<std::uint8_t> alternate(std::uint8_t interfaceNumber) const;
-    // Neither configuration nor alternate settings were changed since the plug.
+    // True when neither the configuration nor an alternate setting has changed since the plug.
     bool asPlugged() const;
 
     void adoptBehaviours(const DeviceModel& changed);
-    void reset();       // what a bus reset does
-    void forgetPast();  // all that was queued, received and stored; what waits goes on waiting
+    void reset();       // performs a bus reset
+    void forgetPast();  // drops everything queued, received and stored; waiting transfers keep waiting
     void finishAll(Status status);
     void service();
 
@@ -43,7 +43,7 @@ class PluggedDevice : public Endpoint::Device {
 
     Status answerStandard(const Setup& setup, Bytes& reply);
     Status describe(const Setup& setup, Bytes& reply) const;
-    const HidModel* hidOf(const Setup& setup) const;  // of the interface that the request is for
+    const HidModel* hidOf(const Setup& setup) const;  // of the interface that the request addresses
     Status describeHid(const Setup& setup, Bytes& reply) const;
     Status answerHidClass(const Setup& setup) const;
     Status report(const Setup& setup, Bytes& reply);
@@ -61,7 +61,7 @@ class PluggedDevice : public Endpoint::Device {
     std::map<std::uint8_t, std::uint8_t> alternates_;      // of the active configuration's interfaces
     std::array<std::unique_ptr<Endpoint>, 32> endpoints_;  // OUT 0 to 15, then IN 1 to 15
     std::array<Received, 32> received_;
-    std::map<std::string, Bytes> slots_;  // of control rules that store and fetch
+    std::map<std::string, Bytes> slots_;  // contents stored by control rules
 };
 
 }  // namespace simbus

@@ -1,4 +1,4 @@
-// A thread of the bus that must never keep a process from ending.
+// A thread of the bus that never prevents a process from ending.
 #pragma once
 
 #include <functional>
@@ -9,12 +9,12 @@ namespace simbus {
 
 class Worker {
  public:
-    // Runs `body` on a thread with all signals blocked, so that the program's handlers run on the program's
+    // Runs `body` on a thread with all signals blocked, so that signal handlers run on the program's own
     // threads.
     void start(std::function<void()> body);
     bool running() const { return thread_.joinable(); }
-    // Joins a thread that has been told to stop. One that does not come to its end within a second, or that
-    // is the caller itself, is left behind.
+    // Joins a thread that has been told to stop. A thread that does not end within a second, or that is the
+    // caller itself, is left running.
     void finish();
 
  private:

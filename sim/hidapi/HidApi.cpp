@@ -10,7 +10,8 @@
 
 #include "UsbHid.h"
 
-// First line of every function that answers a code: counts the call and fails it when a test wants so.
+// First line of every function that returns a code: counts the call and makes it fail if a test asks for
+// that.
 #define SIM_ENTER(name, failed)               \
     static simbus::CallPoint callPoint(name); \
     if (callPoint.enter().has_value()) {      \
@@ -20,7 +21,7 @@
 struct hid_device_ {
     std::unique_ptr<sim::HidOpening> opening;
     bool blocking = true;
-    bool hasReport = false;  // the last read gave one, which the program has got when it reads again
+    bool hasReport = false;  // the last read returned a report; it counts as taken at the next read
 };
 
 namespace {
@@ -39,7 +40,7 @@ wchar_t* copyOf(const std::optional<std::wstring>& text) {
     return wcsdup(text.value_or(L"").c_str());
 }
 
-// The kernel's HID driver has 64 bytes for a serial number, the last one a NUL.
+// The kernel's HID driver keeps 64 bytes of a serial number, including the NUL.
 std::optional<std::wstring> asTheKernelKeepsIt(std::optional<std::wstring> serial) {
     constexpr std::size_t kMostCharacters = 63;
     if (serial && serial->size() > kMostCharacters) {
@@ -156,7 +157,7 @@ int hid_write(hid_device* device, const unsigned char* data, size_t length) {
     if (data == nullptr || length == 0) {
         return -1;
     }
-    // The report number 0 says that there is none; it is not sent, but counted.
+    // Report id 0 means no id; it is not sent, but counts in the result.
     const size_t unnumbered = data[0] == 0 ? 1 : 0;
     const int sent = device->opening->write(data + unnumbered, length - unnumbered);
     return sent < 0 ? -1 : sent + static_cast<int>(unnumbered);

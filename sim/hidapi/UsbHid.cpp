@@ -8,10 +8,10 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t kQueuedReports = 63;   // a kernel has 64 places for one opening and keeps one free
-constexpr std::size_t kSmallestBuffer = 64;  // and what it asks for at least
+constexpr std::size_t kQueuedReports = 63;   // a kernel has 64 slots per opening and keeps one free
+constexpr std::size_t kSmallestBuffer = 64;  // the least that a kernel requests
 
-// Waits for one transfer; its status and bytes are in the transfer then.
+// Runs one transfer and waits for it; status and length are then in the transfer.
 bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
                  std::chrono::milliseconds limit) {
     auto ended = std::make_shared<std::promise<void>>();
@@ -171,7 +171,7 @@ void UsbHid::dropOldReports() const {
     transfer.endpoint = interface_.at.inEndpoint;
     transfer.data = report.data();
     transfer.length = report.size();
-    constexpr int kMostDropped = 4096;  // a source has no end
+    constexpr int kMostDropped = 4096;  // a source never runs empty
     for (int dropped = 0; dropped < kMostDropped &&
                           runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0));
          ++dropped) {
@@ -230,7 +230,7 @@ void UsbHid::answered() {
         }
         news_.notify_all();
         if (input_.status == simbus::Status::stall) {
-            return;  // nobody asks a stalling endpoint again before the next opening
+            return;  // a kernel does not poll a stalling endpoint until the next open
         }
     }
     ask();

@@ -1,6 +1,5 @@
-// What a kernel's HID driver does for the HID interfaces of the devices on the bus: finds them, and while
-// somebody has one open, keeps asking its interrupt endpoint for input reports and hands each one to
-// everybody who has it open.
+// The HID driver of a kernel for the devices on the bus: finds HID interfaces, and while one is open, polls
+// its interrupt endpoint for input reports and passes each report to every opening.
 #pragma once
 
 #include <chrono>
@@ -26,18 +25,18 @@ struct HidInterface {
 // All HID interfaces of the plugged devices, oldest connection first.
 std::vector<HidInterface> findHidInterfaces();
 
-// A string descriptor of the device in its first language, as Unicode; nothing when there is none.
+// Reads a string descriptor in the device's first language as Unicode; empty when there is none.
 std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index);
 
 class UsbHid;
 class HidOpening;
 
-// What a HID driver does is counted and can be made to fail under these names, whichever front asks for it:
-// "hid open", "hid write", and "hid report taken" for each input report that the program has got.
-std::unique_ptr<HidOpening> openHid(const HidInterface& interface);  // null when it is to fail
+// Call points of the HID driver, which count its operations and make them fail on every front: "hid open",
+// "hid write", and "hid report taken" for each input report that the program has received.
+std::unique_ptr<HidOpening> openHid(const HidInterface& interface);  // null when a fault asks for it
 void countReportTaken();
 
-// One opening of a HID interface. Not to be used by two threads at once.
+// One opening of a HID interface. Not thread-safe.
 class HidOpening {
  public:
     explicit HidOpening(std::shared_ptr<UsbHid> driver);
@@ -45,10 +44,10 @@ class HidOpening {
     HidOpening(const HidOpening&) = delete;
     HidOpening& operator=(const HidOpening&) = delete;
 
-    // The next input report, at most `length` bytes of it: their number, 0 when none came in time, -1 when
-    // the device is gone and all its reports are read.
+    // Reads the next input report, at most `length` bytes of it. Returns their number, 0 on time-out, or -1
+    // when the device is gone and all its reports have been read.
     int read(std::uint8_t* data, std::size_t length, std::optional<std::chrono::milliseconds> timeout);
-    // Sends one output report (without number): its length, or -1.
+    // Sends one output report (without id). Returns its length, or -1.
     int write(const std::uint8_t* data, std::size_t length);
     const HidInterface& interface() const;
 
@@ -56,15 +55,15 @@ class HidOpening {
     friend class UsbHid;
     std::shared_ptr<UsbHid> driver_;
     std::deque<simbus::Bytes>
-        reports_;  // guarded by the driver's mutex; like a kernel's queue it drops when full
+        reports_;  // guarded by the driver's mutex; drops reports when full, like a kernel's queue
 };
 
-// The driver of one HID interface, shared by all openings of it.
+// The driver of one HID interface, shared by all its openings.
 class UsbHid : public std::enable_shared_from_this<UsbHid> {
  public:
     explicit UsbHid(HidInterface interface) : interface_(std::move(interface)) {}
 
-    // The driver of this interface, made by its first opening.
+    // Returns the driver of this interface; the first opening creates it.
     static std::shared_ptr<UsbHid> of(const HidInterface& interface);
 
     void add(HidOpening& opening);
@@ -72,7 +71,7 @@ class UsbHid : public std::enable_shared_from_this<UsbHid> {
 
  private:
     friend class HidOpening;
-    // Like a kernel's driver, which lets nobody hear what a device has said while nobody listened.
+    // Drops reports that the device sent while nobody had it open, as a kernel's driver does.
     void dropOldReports() const;
     void ask();       // submits the transfer for the next input report
     void answered();  // its completion
@@ -82,10 +81,10 @@ class UsbHid : public std::enable_shared_from_this<UsbHid> {
     std::condition_variable news_;
     std::vector<HidOpening*> openings_;
     bool gone_ = false;
-    bool asking_ = false;  // the transfer is the bus's
+    bool asking_ = false;  // the bus owns the transfer
     simbus::Transfer input_;
     simbus::Bytes inputData_;
-    std::shared_ptr<UsbHid> self_;  // as long as the transfer is the bus's
+    std::shared_ptr<UsbHid> self_;  // set while the bus owns the transfer
 };
 
 }  // namespace sim

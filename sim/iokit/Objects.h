@@ -1,4 +1,4 @@
-// Objects of the stand-in Core Foundation and I/O Kit, and the count of those in use.
+// Objects of the stand-in Core Foundation and I/O Kit, and the count of those alive.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -14,7 +14,7 @@ namespace sim {
 
 constexpr const char* kObjectsInUse = "I/O Kit objects in use";
 
-// Counts one object in the bus's tallies for as long as it lives.
+// Counts one object in the bus's tallies for its lifetime.
 class Counted {
  public:
     Counted() { simbus::Bus::instance().addToTally(kObjectsInUse, 1); }
@@ -32,7 +32,7 @@ enum class Kind : CFTypeID {
     runLoopSource = 42
 };
 
-// What every Core Foundation object begins with. A constant one is neither counted nor ever freed.
+// The base of every Core Foundation object. A constant object is neither counted nor freed.
 struct Object {
     explicit Object(Kind kindOfIt, bool isConstant = false) : kind(kindOfIt), constant(isConstant) {
         if (!constant) {
@@ -52,13 +52,13 @@ struct Object {
 inline Object* objectOf(CFTypeRef reference) {
     return const_cast<Object*>(static_cast<const Object*>(reference));
 }
-// A reference as the program sees it: the address of the Object part.
+// The reference that the program sees: the address of the Object part.
 template <class Ref>
 Ref referenceTo(Object* object) {
     return reinterpret_cast<Ref>(object);
 }
 
-// The library wants nothing special of the system: options that it does not know of are a slip.
+// The library passes no options: any other value is recorded as a violation.
 inline void expectNoOptions(const char* function, IOOptionBits options) {
     if (options != 0) {
         simbus::Bus::instance().addViolation(std::string(function) + ": options");
@@ -66,18 +66,19 @@ inline void expectNoOptions(const char* function, IOOptionBits options) {
 }
 
 bool isKind(CFTypeRef reference, Kind kind);
-// Unicode text of a string object, as UTF-8; number of a number object; nothing for anything else.
+// The text of a string object as UTF-8; the number of a number object; empty for any other object.
 std::optional<std::string> textOf(CFTypeRef reference);
 std::optional<std::int64_t> numberOf(CFTypeRef reference);
 
 CFStringRef createString(const std::string& utf8);
 CFNumberRef createNumber(std::int64_t value);
 
-// An event source: when it is signalled, the run loop that it was added to calls `perform` on its own thread.
+// Creates an event source. When it is signalled, the run loop that it was added to calls `perform` on its own
+// thread.
 CFRunLoopSourceRef createSource(std::function<void()> perform);
 void signalSource(CFRunLoopSourceRef source);
 
-// First line of every function that can be made to fail: counts the call, and the code to fail with.
+// First line of every function that can be made to fail: counts the call and gets the code to fail with.
 #define SIM_CALL_POINT(name)                  \
     static simbus::CallPoint callPoint(name); \
     const std::optional<int> fault = callPoint.enter()

@@ -1,4 +1,4 @@
-// Stand-in plug-ins: the way from a service to its interface, and the interfaces of HID and USB devices.
+// Stand-in plug-ins: from a service to its interface, and the interfaces of HID and USB devices.
 #include <IOKit/hid/IOHIDDevicePlugIn.h>
 #include <IOKit/usb/IOUSBLib.h>
 
@@ -21,7 +21,7 @@ bool isId(REFIID id, CFUUIDRef known) {
     return id == CFUUIDGetUUIDBytes(known);
 }
 
-// An object with a table of functions, as COM has them: the program holds the address of `table`.
+// A COM object with a function table: the program holds the address of `table`.
 template <class Table, class Derived>
 struct WithTable {
     const Table* table = &Derived::functions();
@@ -41,7 +41,7 @@ struct WithTable {
     }
 };
 
-// A reference of a service, dropped at the end of the plug-in or interface that holds it.
+// A reference on a service, dropped at the end of the plug-in or interface that holds it.
 class ServiceReference {
  public:
     explicit ServiceReference(io_service_t takenOver) : service_(takenOver) {}
@@ -58,8 +58,8 @@ class ServiceReference {
     const io_service_t service_;
 };
 
-// A HID device's interface. While it is open and input was asked for, a thread takes its reports from the
-// driver and signals the event source.
+// The interface of a HID device. While it is open with input started, a thread takes reports from the driver
+// and signals the event source.
 struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceObject> {
     HidInterfaceObject(HidInterface at, io_service_t ofService)
         : interface(std::move(at)), service(ServiceReference::retained(ofService)) {}
@@ -93,7 +93,7 @@ struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceOb
             pump.join();
         }
     }
-    // On the thread whose run loop has the source.
+    // Runs on the thread whose run loop has the source.
     void hand() {
         for (auto report = reports.take(); report; report = reports.take()) {
             const std::size_t count = std::min(report->size(), bufferLength);
@@ -167,8 +167,8 @@ IOReturn setCallback(void* self, std::uint8_t* report, CFIndex length, IOHIDRepo
     return kIOReturnSuccess;
 }
 
-// With a callback the system would send later and answer at once. Without one it does not look at the
-// time-out; a tally has that of the latest report.
+// With a callback the system would send asynchronously. Without one it ignores the time-out; a tally records
+// that of the latest report.
 IOReturn sendReport(void* self, IOHIDReportType type, std::uint32_t id, const std::uint8_t* report,
                     CFIndex length, std::uint32_t timeout, IOHIDReportCallback callback, void* context,
                     IOOptionBits options) {
@@ -204,7 +204,7 @@ const IOHIDDeviceDeviceInterface& HidInterfaceObject::functions() {
     return table;
 }
 
-// A USB device's interface, for its descriptors only.
+// The interface of a USB device, for its descriptors only.
 struct UsbDeviceObject : WithTable<IOUSBDeviceInterface, UsbDeviceObject> {
     UsbDeviceObject(simbus::DeviceInfoPtr at, io_service_t ofService)
         : device(std::move(at)), service(ofService) {}
@@ -212,7 +212,7 @@ struct UsbDeviceObject : WithTable<IOUSBDeviceInterface, UsbDeviceObject> {
     static const IOUSBDeviceInterface& functions();
 
     const simbus::DeviceInfoPtr device;
-    const ServiceReference service;  // the program's: see queryPlugIn
+    const ServiceReference service;  // the program's reference; see queryPlugIn
     simbus::Bytes configuration;
 };
 
@@ -225,7 +225,7 @@ IOReturn countConfigurations(void* self, UInt8* count) {
     return kIOReturnSuccess;
 }
 
-// The system keeps as many bytes as the descriptor says that it has.
+// The system stores as many bytes as the descriptor claims to have.
 IOReturn getConfiguration(void* self, UInt8 index, IOUSBConfigurationDescriptorPtr* descriptor) {
     SIM_CALL_POINT("IOUSBDeviceInterface.GetConfigurationDescriptorPtr");
     UsbDeviceObject& object = UsbDeviceObject::of(self);
@@ -278,9 +278,8 @@ HRESULT queryPlugIn(void* self, REFIID id, LPVOID* result) {
     if (service.hid && isId(id, kIOHIDDeviceDeviceInterfaceID)) {
         *result = (new HidInterfaceObject({service.device, *service.hid}, plugIn.name))->handle();
     } else if (!service.hid && isId(id, kIOUSBDeviceInterfaceID)) {
-        // The system does this for all interfaces of USB devices with an id below 245: the plug-in gives its
-        // reference back when such an interface is asked for, and the interface drops the program's at its
-        // end.
+        // For all interfaces of USB devices with an id below 245, the system's plug-in drops its own
+        // reference when such an interface is queried, and the interface drops the program's at its end.
         plugIn.reference.reset();
         *result = (new UsbDeviceObject(service.device, plugIn.name))->handle();
     }

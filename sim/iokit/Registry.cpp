@@ -17,7 +17,7 @@ struct Handle {
     Counted counted;
     std::uint32_t references = 1;
     std::optional<Service> service;
-    std::vector<Service> toCome;  // of an iterator, the next one last
+    std::vector<Service> toCome;  // of an iterator; the next one is last
 };
 
 std::mutex g_mutex;
@@ -42,7 +42,7 @@ bool areSame(const Service& one, const Service& other) {
            one.hid.has_value() == other.hid.has_value() && (!one.hid || one.hid->number == other.hid->number);
 }
 
-// A program has a service under one name, however often it asks for it: each time that is one more reference.
+// A program sees a service under one name, however often it asks for it; each time adds a reference.
 io_service_t referTo(const Service& service) {
     const std::lock_guard lock(g_mutex);
     for (auto& [name, handle] : g_handles) {
@@ -54,12 +54,12 @@ io_service_t referTo(const Service& service) {
     return newHandle(service, {});
 }
 
-// What the program has under this name, or null; with g_mutex held.
+// Returns the handle with this name, or null. g_mutex is held.
 Handle* find(io_object_t object) {
     const auto found = g_handles.find(object);
     return found == g_handles.end() ? nullptr : &found->second;
 }
-// The same for a function that wants one: none is a slip of its caller.
+// The same for a function that requires one: null is recorded as a violation of its caller.
 Handle* find(io_object_t object, const char* function) {
     Handle* handle = find(object);
     if (handle == nullptr) {
@@ -77,7 +77,7 @@ std::uint8_t byteAt(const simbus::Bytes& bytes, std::size_t at) {
     return at < bytes.size() ? bytes[at] : std::uint8_t{0};
 }
 
-// The property as a new object, or null.
+// Creates an object for the property, or returns null.
 CFTypeRef createProperty(const Service& service, const std::string& key) {
     const simbus::Bytes& descriptor = service.device->deviceDescriptor;
     const bool hid = service.hid.has_value();
@@ -97,7 +97,7 @@ CFTypeRef createProperty(const Service& service, const std::string& key) {
     return content ? createString(utf8Of(*content)) : nullptr;
 }
 
-// Of numbers the system compares the low 16 bits.
+// The system compares only the low 16 bits of numbers.
 bool equal(CFTypeRef one, CFTypeRef other) {
     constexpr std::int64_t kCompared = 0xFFFF;
     return (textOf(one) && textOf(one) == textOf(other)) ||
@@ -118,7 +118,7 @@ bool matches(const Service& service, const Dictionary& wanted) {
     return true;
 }
 
-// A device is on the bus before its HID driver has registered. How long, a test decides: by failing this.
+// A device is on the bus before its HID driver has registered. A test delays that by making this call fail.
 bool hasRegistered() {
     SIM_CALL_POINT("hid driver registered");
     return !fault;
@@ -140,7 +140,7 @@ std::vector<Service> servicesOf(const std::string& serviceClass) {
     return services;
 }
 
-// The services that match; uses up the program's reference of the dictionary.
+// Returns the matching services; consumes the program's reference on the dictionary.
 std::vector<Service> findServices(CFDictionaryRef matching) {
     const auto& wanted = *static_cast<Dictionary*>(objectOf(matching));
     std::vector<Service> found;

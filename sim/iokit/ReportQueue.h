@@ -9,14 +9,14 @@
 
 namespace sim {
 
-// Bounded, as the system's is: a report that finds it full is lost, and nobody is told. Used by two threads.
+// Bounded like the system's: a report that finds the queue full is dropped silently. Thread-safe.
 class ReportQueue {
  public:
-    // The smallest queue that the system makes, and what it needs beside the bytes of each report.
+    // The smallest queue that the system creates, and its overhead per report, in bytes.
     static constexpr std::size_t kBytes = 16'384;
     static constexpr std::size_t kBytesBeside = 32;
 
-    // False when the report was dropped. Its call point makes the queue full at will.
+    // Returns false when the report was dropped. A fault at its call point makes the queue full.
     bool put(simbus::Bytes report) {
         SIM_CALL_POINT("hid report queued");
         const std::lock_guard lock(mutex_);
@@ -29,7 +29,7 @@ class ReportQueue {
         return true;
     }
 
-    // The oldest report.
+    // Takes the oldest report; empty when there is none.
     std::optional<simbus::Bytes> take() {
         const std::lock_guard lock(mutex_);
         if (reports_.empty()) {

@@ -1,4 +1,4 @@
-// Stand-in run loops: one a thread, with event sources that other threads signal.
+// Stand-in run loops: one per thread, with event sources that other threads signal.
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -11,7 +11,7 @@ namespace sim {
 
 namespace {
 
-// Guards the sources and loops of all threads: they are few and do little.
+// Guards the sources and loops of all threads; there is little contention.
 std::mutex g_mutex;
 
 struct Loop;
@@ -126,7 +126,7 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode, CFTimeInterval seconds,
         ->run(std::chrono::duration<double>(seconds), returnAfterSourceHandled != 0);
 }
 
-// A loop that does not run is not stopped in advance.
+// Deliberate: stopping an idle loop does not stop its next run.
 void CFRunLoopStop(CFRunLoopRef loop) {
     SIM_CALL_POINT("CFRunLoopStop");
     static_cast<void>(fault);

@@ -1,13 +1,13 @@
-// Texts on their way to and from UTF-8.
+// Conversion of texts to UTF-8.
 #pragma once
 
 #include <string>
 
 namespace sim {
 
-// The text of Mac OS Roman bytes as UTF-8.
+// Converts Mac OS Roman bytes to UTF-8.
 std::string utf8OfMacRoman(const std::string& bytes);
-// A string descriptor's text: its units as they are.
+// Converts a string descriptor's text to UTF-8, unit by unit.
 std::string utf8Of(const std::wstring& text);
 
 }  // namespace sim

@@ -12,8 +12,8 @@ auto keyOf(const libusb_device_handle& handle, std::uint8_t interfaceNumber) {
 
 bool fits(unsigned char asked, simbus::TransferType actual) {
     const bool same = asked == static_cast<unsigned char>(actual);
-    // The kernel takes a bulk transfer on an interrupt endpoint for an interrupt one, but not the other way
-    // round.
+    // The kernel treats a bulk transfer on an interrupt endpoint as an interrupt transfer, but not the
+    // reverse.
     return same || (asked == LIBUSB_TRANSFER_TYPE_BULK && actual == simbus::TransferType::interrupt);
 }
 

@@ -1,4 +1,4 @@
-// Who has claimed which interface of which device. State's lock held.
+// The claims on interfaces. The state's lock is held.
 #pragma once
 
 #include "Objects.h"
@@ -6,16 +6,16 @@
 namespace sim {
 
 int claimInterface(libusb_device_handle& handle, std::uint8_t interfaceNumber);
-// For what claimInterface() has claimed only, not for what claimForTransfer() has.
+// Only for claims of claimInterface(), not for those of claimForTransfer().
 bool hasClaimed(const libusb_device_handle& handle, std::uint8_t interfaceNumber);
 void dropClaim(libusb_device_handle& handle, std::uint8_t interfaceNumber);
-// Claims the interface that a transfer's endpoint belongs to, as the kernel does for a program that did not.
-// Answers LIBUSB_ERROR_IO when there is no such endpoint, it is of another type, or somebody else has the
-// interface.
+// Claims the interface of a transfer's endpoint, as the kernel does for a program that has not claimed it.
+// Returns LIBUSB_ERROR_IO when the endpoint does not exist or has another type, or the interface is claimed
+// elsewhere.
 int claimForTransfer(TransferRecord& record);
-// A HID driver of the system has the interface; programs reach the device through hidapi.
+// True when the system's HID driver has the interface; programs reach the device through hidapi.
 bool heldByHidDriver(const libusb_device& device, std::uint8_t interfaceNumber);
-// By a handle or by the HID driver.
+// True when a handle or the HID driver has claimed any interface.
 bool anyClaimed(const libusb_device& device);
 void dropClaims(const libusb_device_handle& handle);
 

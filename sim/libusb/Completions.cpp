@@ -1,4 +1,4 @@
-// From the bus's completion of a transfer to its callback, and the ways in which a transfer ends early.
+// The path of a transfer from its completion on the bus to its callback, and the early ends of a transfer.
 #include <algorithm>
 #include <chrono>
 #include <iterator>
@@ -52,8 +52,8 @@ libusb_transfer_status statusOf(const TransferRecord& record) {
     if (record.timedOut) {
         return LIBUSB_TRANSFER_TIMED_OUT;
     }
-    // A bulk or interrupt transfer that the kernel stopped by itself is shown as completed, with what it had
-    // moved.
+    // A bulk or interrupt transfer that the kernel stopped by itself is reported as completed, with the bytes
+    // transferred.
     const bool asked = record.cancelling || record.shown->type == LIBUSB_TRANSFER_TYPE_CONTROL;
     return asked ? LIBUSB_TRANSFER_CANCELLED : LIBUSB_TRANSFER_COMPLETED;
 }
@@ -109,7 +109,7 @@ void expireTransfers(libusb_context& context) {
             }
         }
     }
-    // The earliest first, for so they will complete.
+    // The earliest first: they complete in this order.
     std::sort(late.begin(), late.end(),
               [](const Late& one, const Late& other) { return one.deadline < other.deadline; });
     for (const Late& one : late) {
@@ -118,8 +118,7 @@ void expireTransfers(libusb_context& context) {
 }
 
 void reapTransfers(libusb_context& context) {
-    constexpr int most =
-        26;  // per pass, so that a program that submits anew in every callback still gets to return
+    constexpr int most = 26;  // per pass, so that a program that resubmits in every callback still returns
     for (int reaped = 0; reaped < most; ++reaped) {
         TransferRecord* record = nullptr;
         {

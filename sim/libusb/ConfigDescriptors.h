@@ -1,4 +1,4 @@
-// Configuration descriptors, taken apart the way the library hands them out.
+// Configuration descriptors, parsed into libusb's structures.
 #pragma once
 
 #include <vector>
@@ -19,7 +19,7 @@ struct InterfaceStore {
     std::vector<libusb_interface_descriptor> shown;
 };
 
-// One descriptor that a program holds: `shown`, and all that it points to.
+// A descriptor that a program holds: `shown` and everything it points to.
 struct ConfigRecord {
     libusb_config_descriptor shown{};
     simbus::Bytes extra;
@@ -27,9 +27,9 @@ struct ConfigRecord {
     std::vector<libusb_interface> shownInterfaces;
 };
 
-// Takes apart what a device gave, whatever it is; fills `record` and answers LIBUSB_SUCCESS or
-// LIBUSB_ERROR_IO. What is cut short at the end is left out; a length that leads nowhere makes the whole
-// descriptor bad.
+// Parses the descriptor of a device, whatever its bytes are, into `record`. Returns LIBUSB_SUCCESS or
+// LIBUSB_ERROR_IO. A descriptor that is cut short at the end is left out; an impossible length makes the
+// whole configuration invalid.
 int parseConfiguration(const simbus::Bytes& bytes, ConfigRecord& record);
 
 }  // namespace sim

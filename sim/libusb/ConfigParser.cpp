@@ -13,7 +13,7 @@ constexpr std::size_t mostEndpoints = 32;
 
 enum class Found { whole, cutShort, bad };
 
-// Walks over descriptors; never past the end.
+// Iterates over descriptors, never past the end.
 class Cursor {
  public:
     Cursor(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
@@ -27,7 +27,7 @@ class Cursor {
         data_ += data_[0];
     }
 
-    // Skips what is none of the library's own kinds; the bytes skipped go to `extra`.
+    // Skips descriptors of kinds that the library does not parse; appends their bytes to `extra`.
     Found skipExtras(simbus::Bytes& extra) {
         const std::uint8_t* begin = data_;
         Found found = Found::whole;
@@ -120,7 +120,7 @@ Found parseAlternate(Cursor& cursor, InterfaceStore& interface) {
     return Found::whole;
 }
 
-// All settings of one interface, which follow each other.
+// Parses all settings of one interface; they are consecutive.
 Found parseInterface(Cursor& cursor, InterfaceStore& interface) {
     while (cursor.left() >= LIBUSB_DT_INTERFACE_SIZE) {
         const auto& alternates = interface.alternates;
@@ -142,7 +142,7 @@ Found parseInterface(Cursor& cursor, InterfaceStore& interface) {
     return interface.alternates.empty() ? Found::cutShort : Found::whole;
 }
 
-// Lets the C structs point at what is stored; to be done when nothing moves any more.
+// Sets the pointers of the C structs to the stored data; to be called when nothing moves any more.
 void connect(ConfigRecord& record) {
     for (InterfaceStore& interface : record.interfaces) {
         for (AlternateStore& alternate : interface.alternates) {

@@ -1,4 +1,4 @@
-// Contexts, and the state of the library as a whole.
+// Contexts, and the global state of the library.
 #include <algorithm>
 #include <iterator>
 
@@ -35,7 +35,7 @@ void onBusNews(const simbus::DeviceInfoPtr& info, bool arrived) {
     }
 }
 
-// A new context stands where an ended one stood, as a program's memory would have it too.
+// Reuses the address of an ended context, as a program's allocator might.
 libusb_context& makeContext() {
     auto& contexts = state().contexts;
     const auto ended = std::find_if(contexts.begin(), contexts.end(), [](const auto& context) {
@@ -75,7 +75,7 @@ std::vector<TransferRecord*> endContext(libusb_context& context) {
         state().handles.retire(handle);
     }
     context.handles.clear();
-    // A context that comes to stand here later has nothing to do with the lists of this one.
+    // A later context at this address is not related to the lists of this one.
     state().lists.forEachInUse([&](DeviceListRecord& list) {
         if (list.context == &context) {
             list.context = nullptr;
@@ -99,10 +99,10 @@ int libusb_init(libusb_context** given) {
     SIM_ENTER("libusb_init");
     auto& bus = simbus::Bus::instance();
     if (bus.lacksScenario()) {
-        return LIBUSB_ERROR_OTHER;  // an empty bus would look like one that has lost its devices
+        return LIBUSB_ERROR_OTHER;  // an empty bus would look as if all devices had left
     }
     static const int subscription = bus.subscribe(sim::onBusNews);
-    static_cast<void>(subscription);  // for as long as the process lives
+    static_cast<void>(subscription);  // kept for the lifetime of the process
     const StateLock lock(sim::state().mutex);
     sim::State& all = sim::state();
     if (given == nullptr && all.defaultContextUsers > 0) {
@@ -110,8 +110,8 @@ int libusb_init(libusb_context** given) {
         return LIBUSB_SUCCESS;
     }
     libusb_context& context = sim::makeContext();
-    // News that is told from now on waits for our lock; news of devices that are in this list already is
-    // passed over.
+    // From now on, subscriber calls wait for our lock; those about devices that are already in this list are
+    // skipped.
     for (const auto& info : bus.devices()) {
         sim::deviceArrived(context, info, false);
     }
@@ -166,7 +166,7 @@ int libusb_has_capability(uint32_t capability) {
         case LIBUSB_CAP_HAS_HOTPLUG:
             return 1;
         case LIBUSB_CAP_HAS_HID_ACCESS:
-            return 0x10000;  // these two answer their bit in the back end's own flags
+            return 0x10000;  // these two return their bit in the back end's own flags
         case LIBUSB_CAP_SUPPORTS_DETACH_KERNEL_DRIVER:
             return 0x20000;
         default:
@@ -176,5 +176,5 @@ int libusb_has_capability(uint32_t capability) {
 
 int libusb_set_option(libusb_context* /*context*/, libusb_option /*option*/, ...) {
     SIM_ENTER("libusb_set_option");
-    return LIBUSB_SUCCESS;  // there is nothing here that an option would change
+    return LIBUSB_SUCCESS;  // no option has an effect here
 }

@@ -54,7 +54,7 @@ void deviceArrived(libusb_context& context, const simbus::DeviceInfoPtr& info, b
     constexpr std::size_t whole = 18;
     if (info->deviceDescriptor.size() < whole ||
         findConnection(context, info->connection) != context.devices.end()) {
-        return;  // a device without a whole descriptor is none that a host would list
+        return;  // a host does not list a device without a complete descriptor
     }
     auto* device = new libusb_device{&context, info, decode(info->deviceDescriptor)};
     state().devices.add(device, device);
@@ -72,7 +72,7 @@ void deviceLeft(libusb_context& context, const simbus::DeviceInfo& info) {
     libusb_device& device = **found;
     device.attached = false;
     context.devices.erase(found);
-    notify(context, device, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);  // takes over the connection's reference
+    notify(context, device, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);  // passes on the connection's reference
 }
 
 void holdDevice(libusb_device& device) {

@@ -1,4 +1,4 @@
-// Devices as the library sees them come and go, and who refers to them. State's lock held.
+// Devices as the library sees them, and their reference counts. The state's lock is held.
 #pragma once
 
 #include "Objects.h"
@@ -8,7 +8,7 @@ namespace sim {
 void deviceArrived(libusb_context& context, const simbus::DeviceInfoPtr& info, bool notify);
 void deviceLeft(libusb_context& context, const simbus::DeviceInfo& info);
 
-void holdDevice(libusb_device& device);     // a reference of the library's own
-void releaseDevice(libusb_device& device);  // frees it with the last reference
+void holdDevice(libusb_device& device);     // takes a reference of the library's own
+void releaseDevice(libusb_device& device);  // drops one; frees the device with the last reference
 
 }  // namespace sim

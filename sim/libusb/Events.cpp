@@ -11,7 +11,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-// The waiters' lock, with its holder on record for the checks.
+// Takes the waiters' lock and records its holder for the checks.
 void lockWaiters(libusb_context& context) {
     context.waitersMutex.lock();
     const StateLock lock(state().mutex);
@@ -26,8 +26,8 @@ void unlockWaiters(libusb_context& context) {
     context.waitersMutex.unlock();
 }
 
-// Sleeps until the handler leaves; the waiters' lock is held before and after, not meanwhile. True when time
-// is up.
+// Sleeps until the event handler leaves. The waiters' lock is held before and after, but not during the
+// sleep. Returns true on time-out.
 bool waitForHandlerToLeave(libusb_context& context, nanoseconds timeout) {
     std::unique_lock<std::mutex> waiters(context.waitersMutex, std::adopt_lock);
     const bool timedOut = context.waiters.wait_for(waiters, timeout) == std::cv_status::timeout;
@@ -50,8 +50,8 @@ bool triggered(const libusb_context& context) {
            !context.messages.empty() || !context.inUse;
 }
 
-// Sleeps until there is something to do. What was found is answered as it was at that moment: what comes up
-// while it is dealt with waits for the next pass.
+// The result of one wait for work, as of the moment at which the wait ended: work that comes up meanwhile is
+// left for the next pass.
 struct Work {
     bool trigger;
     bool timer;
@@ -60,7 +60,7 @@ struct Work {
 
 Work waitForWork(libusb_context& context, nanoseconds timeout) {
     StateLock lock(state().mutex);
-    context.sourcesChanged = false;  // this pass knows the devices that are open now
+    context.sourcesChanged = false;  // this pass includes the devices that are open now
     const std::int64_t end = nowNanoseconds() + timeout.count();
     for (;;) {
         const std::int64_t now = nowNanoseconds();
@@ -129,8 +129,8 @@ int handleEvents(libusb_context& context, nanoseconds timeout, const int* comple
             unlockEvents(context);
             return LIBUSB_SUCCESS;
         }
-        // Another thread handles events. It tells when it leaves, and that alone: a completion that it
-        // handles after the caller last looked is not heard of before.
+        // Another thread handles events and wakes waiters only when it leaves: a completion after the
+        // caller's last check goes unnoticed until then.
         lockWaiters(context);
         if (isSet(completed)) {
             unlockWaiters(context);
@@ -159,7 +159,7 @@ bool isValid(const timeval* time) {
 }
 
 nanoseconds durationOf(const timeval& time) {
-    constexpr std::int64_t aYear = 31'536'000;  // as good as for ever, and no overflow
+    constexpr std::int64_t aYear = 31'536'000;  // effectively no limit, without overflow
     return std::chrono::seconds(std::min<std::int64_t>(time.tv_sec, aYear)) +
            std::chrono::microseconds(time.tv_usec);
 }
@@ -268,7 +268,8 @@ void libusb_lock_event_waiters(libusb_context* given) {
 namespace sim {
 namespace {
 
-// The context when the calling thread holds its waiters' lock, null after a violation when not.
+// Returns the context if the calling thread holds its waiters' lock; otherwise records a violation and
+// returns null.
 libusb_context* contextWithWaitersLock(const char* function, libusb_context* given) {
     const StateLock lock(state().mutex);
     libusb_context* context = checkContext(function, given);

@@ -1,5 +1,5 @@
-// Event handling inside the library: one thread at a time handles a context's events, the others wait for it
-// to leave. State's lock not held.
+// Event handling inside the library: one thread at a time handles a context's events; the others wait for it
+// to leave. The state's lock is not held.
 #pragma once
 
 #include <chrono>
@@ -12,10 +12,10 @@ void lockEvents(libusb_context& context);
 bool tryLockEvents(libusb_context& context);
 void unlockEvents(libusb_context& context);
 
-// What libusb_handle_events_timeout_completed does; `completed` may be null.
+// Implements libusb_handle_events_timeout_completed; `completed` may be null.
 int handleEvents(libusb_context& context, std::chrono::nanoseconds timeout, const int* completed);
 
-// Calls the hotplug callbacks for what has happened since the last time.
+// Calls the hotplug callbacks for the events since the last call.
 void processHotplug(libusb_context& context);
 
 }  // namespace sim

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int mostInterfaces = 32;
 
-// What the scenario makes this device always answer to an operation.
+// The code that the scenario makes this device return for an operation.
 std::optional<int> hostFailure(const libusb_device& device, const char* operation) {
     const auto found = device.info->hostFailures.find(operation);
     return found == device.info->hostFailures.end() ? std::nullopt : std::optional<int>(found->second);
@@ -30,7 +30,7 @@ int codeOf(simbus::Status status) {
     }
 }
 
-// What every call on a handle begins with: the handle when it is one, and the code to answer when the call
+// The first step of every call on a handle: the handle, if it is valid, and the code to return when the call
 // ends there.
 struct Opened {
     libusb_device_handle* handle = nullptr;
@@ -121,8 +121,8 @@ void libusb_close(libusb_device_handle* given) {
     if (handle == nullptr) {
         return;
     }
-    // A device is closed while nobody handles events; the thread that handles them is asked to leave. Inside
-    // one of its own callbacks that thread need not ask.
+    // A device is closed while no thread handles events; the thread that does is asked to leave. A close
+    // inside one of that thread's own callbacks does not ask.
     libusb_context& context = *handle->context;
     const bool handlesEvents = sim::threadState().handling == &context;
     if (!handlesEvents) {
@@ -132,7 +132,7 @@ void libusb_close(libusb_device_handle* given) {
         sim::lockEvents(context);
         lock.lock();
     }
-    // Another thread may have closed it meanwhile, against the rules.
+    // Another thread may have closed it meanwhile, which is a wrong use.
     handle = sim::checkHandle("libusb_close", given);
     const auto abandoned =
         handle == nullptr ? std::vector<sim::TransferRecord*>() : sim::closeHandle(*handle);
@@ -186,7 +186,7 @@ int libusb_set_configuration(libusb_device_handle* given, int configuration) {
         return LIBUSB_ERROR_BUSY;
     }
     lock.unlock();
-    const auto value = static_cast<std::uint8_t>(std::max(configuration, 0));  // -1 means none
+    const auto value = static_cast<std::uint8_t>(std::max(configuration, 0));  // -1 means unconfigured
     return sim::codeOf(simbus::Bus::instance().setConfiguration(opened.connection, value));
 }
 
@@ -217,7 +217,7 @@ int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
     sim::dropClaim(*opened.handle, number);
     const auto stopped = sim::transfersOf(*opened.handle, number);
     lock.unlock();
-    // The kernel stops what runs on the interface and puts it back to its first setting.
+    // The kernel stops the transfers on the interface and selects its first setting.
     sim::stopOnBus(stopped);
     auto& bus = simbus::Bus::instance();
     if (bus.alternate(opened.connection, number).value_or(0) != 0) {
@@ -264,7 +264,7 @@ int libusb_reset_device(libusb_device_handle* given) {
         return opened.error;
     }
     lock.unlock();
-    // A device that vanishes during the reset counts as not found.
+    // A device that is unplugged during the reset counts as not found.
     const auto status = simbus::Bus::instance().resetDevice(opened.connection);
     return status == simbus::Status::completed ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
 }
@@ -279,7 +279,7 @@ int libusb_kernel_driver_active(libusb_device_handle* given, int interfaceNumber
     return sim::heldByHidDriver(*opened.handle->device, static_cast<std::uint8_t>(interfaceNumber)) ? 1 : 0;
 }
 
-// The HID driver keeps its interfaces for as long as the device is there; no other driver exists.
+// The HID driver keeps its interfaces while the device is connected; there is no other driver.
 int libusb_attach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
     SIM_ENTER("libusb_attach_kernel_driver");
     const StateLock lock(sim::state().mutex);

@@ -17,7 +17,7 @@ bool matches(const HotplugCallback& callback, const libusb_device_descriptor& de
            fits(callback.deviceClass, descriptor.bDeviceClass);
 }
 
-// Calls back with no lock held.
+// Calls the callback with no lock held.
 int call(libusb_context& context, const HotplugCallback& callback, libusb_device& device,
          libusb_hotplug_event event) {
     ThreadState& thread = threadState();
@@ -60,7 +60,7 @@ bool isSane(int events, int flags, int vendorId, int productId, int deviceClass,
            function != nullptr;
 }
 
-// Tells a new callback of the devices that are there already. Its answer counts for nothing here.
+// Calls a new callback for the devices that are already connected. Its result is ignored.
 void enumerate(libusb_context& context, const HotplugCallback& callback, StateLock& lock) {
     const auto devices = context.devices;
     std::for_each(devices.begin(), devices.end(), [](libusb_device* device) { holdDevice(*device); });

@@ -1,4 +1,4 @@
-// The library's public header, declared for export, and how every function of it begins.
+// The library's public header, declared for export, and the first line of each of its functions.
 #pragma once
 
 #pragma GCC visibility push(default)
@@ -7,14 +7,14 @@
 
 #include "Bus.h"
 
-// First line of every function that answers a code (or a count): counts the call and fails it when a test
-// wants so.
+// First line of every function that returns a code (or a count): counts the call and makes it fail if a test
+// asks for that.
 #define SIM_ENTER(name)                              \
     static simbus::CallPoint callPoint(name);        \
     if (const auto fault = callPoint.enter(); fault) \
     return *fault
 
-// The same for the others.
+// The same for the other functions, which only count the call.
 #define SIM_ENTER_VOID(name)                  \
     static simbus::CallPoint callPoint(name); \
     callPoint.enter()

@@ -1,4 +1,4 @@
-// Texts of the library's codes.
+// Names and messages of the library's codes.
 #include <array>
 
 #include "LibusbApi.h"

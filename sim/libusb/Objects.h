@@ -1,5 +1,5 @@
-// What stands behind the opaque pointers of the library's interface. Unless said otherwise everything here is
-// guarded by sim::state().mutex. That lock is never held while the bus makes calls or user callbacks run.
+// The objects behind the opaque pointers of the library's interface. Unless stated otherwise, all of it is
+// guarded by sim::state().mutex, which is never held while the bus makes calls or user callbacks run.
 #pragma once
 
 #include <condition_variable>
@@ -21,7 +21,7 @@ struct libusb_device {
     simbus::DeviceInfoPtr info;
     libusb_device_descriptor descriptor;
     bool attached = true;
-    int callerReferences = 0;  // of lists and libusb_ref_device
+    int callerReferences = 0;  // from lists and libusb_ref_device
     int ownReferences =
         1;  // of the library: the connection (then its departure's message), handles, transfers
 };
@@ -29,7 +29,7 @@ struct libusb_device {
 struct libusb_device_handle {
     libusb_device* device;
     libusb_context* context;
-    std::uint32_t claimed = 0;  // the interfaces that the program claimed by itself, a bit each
+    std::uint32_t claimed = 0;  // interfaces that the program has claimed itself, one bit each
 };
 
 namespace sim {
@@ -40,10 +40,10 @@ struct TransferRecord {
     TransferRecord(const TransferRecord&) = delete;
     TransferRecord& operator=(const TransferRecord&) = delete;
 
-    libusb_transfer* const shown;  // what the program fills in
+    libusb_transfer* const shown;  // the part that the program fills in
 
-    std::mutex submission;  // held while the bus is asked to take or cancel this transfer; taken before the
-                            // state's lock
+    std::mutex submission;  // held while the transfer is submitted to the bus or cancelled there; taken
+                            // before the state's lock
     simbus::Transfer bus;
 
     libusb_context* context = nullptr;  // these four as of the last submission
@@ -52,13 +52,13 @@ struct TransferRecord {
     std::uint8_t interfaceNumber = 0;
 
     std::uint64_t submissions = 0;
-    std::int64_t deadline = 0;  // nanoseconds of the steady clock; 0: none
+    std::int64_t deadline = 0;  // nanoseconds of the steady clock; 0 for none
     bool inFlight = false;
     bool cancelling = false;
     bool timeoutSeen = false;
     bool timedOut = false;
-    bool abandoned = false;           // its handle was closed under it: it will not be heard of again
-    std::optional<int> forcedStatus;  // by a fault
+    bool abandoned = false;           // its handle was closed meanwhile; no callback will run
+    std::optional<int> forcedStatus;  // set by a fault
 };
 
 struct HotplugCallback {
@@ -79,7 +79,7 @@ struct HotplugMessage {
 
 struct DeviceListRecord {
     libusb_context* context;
-    std::vector<libusb_device*> devices;  // with the null at its end
+    std::vector<libusb_device*> devices;  // including the terminating null
 };
 
 struct ConfigRecord;
@@ -93,20 +93,20 @@ struct libusb_context {
     std::vector<std::shared_ptr<sim::HotplugCallback>> callbacks;  // newest first
     libusb_hotplug_callback_handle nextCallback = 1;
 
-    // Who handles events, and what wakes it.
+    // The thread that handles events, and what wakes it.
     std::thread::id eventsOwner;  // of the events lock
     std::condition_variable eventsFree;
     bool handlerActive = false;
-    int closing = 0;  // threads that are closing a device and want the events lock
+    int closing = 0;  // threads that are closing a device and wait for the events lock
     std::condition_variable wake;
     bool interrupted = false;
     bool deregistered = false;
     bool sourcesChanged = false;  // a device was opened
     std::deque<sim::HotplugMessage> messages;
-    std::deque<sim::TransferRecord*> finished;  // completed on the bus, not yet handed to their callbacks
+    std::deque<sim::TransferRecord*> finished;  // completed on the bus, callback not yet called
     std::vector<sim::TransferRecord*> flying;   // submitted, callback not yet called
 
-    // The event waiters lock is a lock of its own: programs hold it. Taken before the state's lock.
+    // The event waiters lock is a separate lock, because programs hold it. Taken before the state's lock.
     std::mutex waitersMutex;
     std::condition_variable waiters;
     std::thread::id waitersOwner;  // guarded by the state's lock
@@ -122,25 +122,25 @@ struct State {
     Registry<DeviceListRecord> lists;
     Registry<ConfigRecord> configs;
 
-    std::vector<std::unique_ptr<libusb_context>> contexts;  // ended ones wait here to be used again
+    std::vector<std::unique_ptr<libusb_context>> contexts;  // including ended ones, kept for reuse
     libusb_context* defaultContext = nullptr;
     int defaultContextUsers = 0;
-    // The first one made, which a null context means when there is no default.
+    // The first context, which a null context means when there is no default.
     libusb_context* implicitDefault = nullptr;
 
-    // By whom each interface of each connection is claimed.
+    // The handle that has claimed each interface of each connection.
     std::map<std::pair<simbus::ConnectionId, std::uint8_t>, libusb_device_handle*> claims;
 };
 
-// Never freed: threads may call until the very end of the process.
+// Never freed: threads may call until the process has ended.
 State& state();
 
 using StateLock = std::unique_lock<std::mutex>;
 
 // What the current thread is doing inside the library.
 struct ThreadState {
-    libusb_context* handling = nullptr;  // whose events it handles
-    bool inCallback = false;             // of a transfer or of hotplug
+    libusb_context* handling = nullptr;  // the context whose events it handles
+    bool inCallback = false;             // in a transfer or hotplug callback
 };
 ThreadState& threadState();
 

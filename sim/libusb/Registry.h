@@ -1,5 +1,5 @@
-// Which objects a program may use: those that were handed out and not yet given back. What was given back is
-// kept for a while, so that its late use is told from a valid one and does not read freed memory.
+// The objects that a program may use: those it was given and has not freed. Freed objects are kept for a
+// while, so that a late use is recognised and does not read freed memory.
 #pragma once
 
 #include <cstddef>
@@ -8,13 +8,13 @@
 
 namespace sim {
 
-// Not locked. An object is named by the address that the program sees.
+// Not locked. An object is identified by the address that the program sees.
 template <class Object>
 class Registry {
  public:
     void add(const void* address, Object* object) { entries_[address] = {object, true}; }
 
-    // The object in use at that address, or null.
+    // Returns the object in use at that address, or null.
     Object* find(const void* address) const {
         const auto found = entries_.find(address);
         return found != entries_.end() && found->second.inUse ? found->second.object : nullptr;

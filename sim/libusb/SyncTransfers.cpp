@@ -1,4 +1,4 @@
-// Transfers that their caller waits for, by handling events itself.
+// Synchronous transfers: the caller waits and handles events itself.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -36,7 +36,7 @@ int resultOf(libusb_transfer_status status) {
     }
 }
 
-// Submits and waits; `moved` gets the bytes moved, whatever the result.
+// Submits the transfer and waits for it. `moved` receives the bytes transferred, whatever the result.
 int run(const char* function, libusb_transfer wanted, int& moved) {
     {
         const StateLock lock(state().mutex);
@@ -57,7 +57,7 @@ int run(const char* function, libusb_transfer wanted, int& moved) {
         while (__atomic_load_n(&completed, __ATOMIC_ACQUIRE) == 0) {
             handleEvents(*record.context, std::chrono::seconds(60), &completed);
             const StateLock lock(state().mutex);
-            if (record.shown->dev_handle == nullptr) {  // closed by another thread: no callback will come
+            if (record.shown->dev_handle == nullptr) {  // closed by another thread: no callback will run
                 record.shown->status = LIBUSB_TRANSFER_NO_DEVICE;
                 break;
             }
@@ -110,7 +110,7 @@ int runControl(const char* function, libusb_device_handle* handle, const simbus:
     return result == LIBUSB_SUCCESS ? moved : result;
 }
 
-// One string descriptor into a buffer; the bytes read, or an error.
+// Reads a string descriptor into a buffer. Returns the bytes read, or an error code.
 int readString(const char* function, libusb_device_handle* handle, std::uint8_t index, std::uint16_t language,
                unsigned char* data, std::uint16_t length) {
     constexpr unsigned timeout = 1000;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr auto transfersNotFreed = "transfers not freed";
 
-// Where tests make transfers on an endpoint complete badly: "transfer:0x81".
+// The call point through which tests make transfers on an endpoint fail: "transfer:0x81".
 simbus::CallPoint& completionPoint(std::uint8_t endpoint) {
     struct Points {
         std::array<std::array<char, 16>, 32> names{};
@@ -88,7 +88,8 @@ int cancelTransfer(TransferRecord& record, std::uint64_t submission, bool timedO
 
 namespace {
 
-// Fills in the bus's part from the program's. LIBUSB_SUCCESS or what the submission answers instead.
+// Fills in the bus's part from the program's. Returns LIBUSB_SUCCESS, or the code with which the submission
+// fails.
 int prepare(TransferRecord& record) {
     libusb_transfer& shown = *record.shown;
     simbus::Transfer& bus = record.bus;
@@ -122,7 +123,7 @@ int prepare(TransferRecord& record) {
     return bus.setup.length <= bus.length ? LIBUSB_SUCCESS : LIBUSB_ERROR_IO;
 }
 
-// Takes note of the submission, which is in flight from here on.
+// Records the submission; the transfer is in flight from here on.
 int begin(TransferRecord& record) {
     const StateLock lock(state().mutex);
     if (record.inFlight) {
@@ -151,7 +152,7 @@ int begin(TransferRecord& record) {
     record.deadline = 0;
     if (record.shown->timeout != 0) {
         record.deadline = nowNanoseconds() + std::int64_t{record.shown->timeout} * 1'000'000;
-        record.context->wake.notify_all();  // whoever sleeps there must know of the new deadline
+        record.context->wake.notify_all();  // a sleeping event handler must learn of the new deadline
     }
     record.context->flying.push_back(&record);
     return LIBUSB_SUCCESS;

@@ -11,26 +11,26 @@ namespace sim {
 TransferRecord& allocateTransfer(int isochronousPackets);
 void freeTransfer(TransferRecord& record);
 int submitTransfer(TransferRecord& record);
-// `submission`: only if it still is that one; 0 means whichever. LIBUSB_ERROR_NOT_FOUND when there is none to
-// cancel.
+// Cancels the transfer if `submission` is still its current submission; 0 means any. Returns
+// LIBUSB_ERROR_NOT_FOUND when there is none to cancel.
 int cancelTransfer(TransferRecord& record, std::uint64_t submission = 0, bool timedOut = false);
-// Cancels those whose time is over; their callbacks come when events are handled next.
+// Cancels the transfers that have timed out; their callbacks run when events are handled next.
 void expireTransfers(libusb_context& context);
-// Takes the transfers that finished and calls their callbacks, some at most.
+// Calls the callbacks of finished transfers, a limited number per call.
 void reapTransfers(libusb_context& context);
-// The bus is done with the transfer: it waits for a thread that handles events.
+// Called when the bus has finished the transfer: it now waits for a thread that handles events.
 void transferFinished(TransferRecord& record);
-// Stops transfers on the bus without the caller having asked for it.
+// Stops transfers on the bus that the caller has not cancelled.
 void stopOnBus(const std::vector<TransferRecord*>& records);
 
 // --- With the state's lock held.
 void removeFromFlying(TransferRecord& record);
 using Selection = std::function<bool(const TransferRecord&)>;
 std::vector<TransferRecord*> flyingTransfers(const libusb_context& context, const Selection& selected);
-// Cuts off transfers in flight: their callbacks will not be called. To be stopped on the bus when the lock is
-// let go.
+// Abandons transfers in flight: their callbacks will not run. The caller stops them on the bus after it has
+// released the lock.
 std::vector<TransferRecord*> abandonTransfers(libusb_context& context, const Selection& selected);
-// When the next of them times out, in nanoseconds of the steady clock.
+// The time at which the next of them times out, in nanoseconds of the steady clock.
 std::int64_t nextDeadline(const libusb_context& context);
 
 std::int64_t nowNanoseconds();

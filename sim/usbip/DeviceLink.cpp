@@ -28,7 +28,7 @@ int errnoOf(Status status) {
             return -EOVERFLOW;
         case Status::noDevice:
             return -ESHUTDOWN;
-        case Status::cancelled:  // by the device's own side
+        case Status::cancelled:  // by the device, not by an unlink
             return -EPROTO;
     }
     return -EPROTO;
@@ -61,7 +61,7 @@ void DeviceLink::serve() {
     takeBackAll();
 }
 
-// False at the end of the link, and at a message that makes no sense: what follows it could not be read
+// Returns false at the end of the link, and at an invalid message: the data after it could not be read
 // either.
 bool DeviceLink::readRequest(Request& request, Bytes& data) {
     Header header;
@@ -82,7 +82,7 @@ bool DeviceLink::readRequest(Request& request, Bytes& data) {
            receiveWhole(socket_, isoDescriptors.data(), isoDescriptors.size());
 }
 
-// False when the request makes no sense.
+// Returns false when the request is invalid.
 bool DeviceLink::submit(const Request& request, Bytes data) {
     if (request.isoPackets > 0) {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -110,8 +110,8 @@ bool DeviceLink::submit(const Request& request, Bytes data) {
     return true;
 }
 
-// False for a number that waits already: its answer could not be told from the other's. False, too, when more
-// waits than any kernel lets wait.
+// Returns false for a number that is already waiting, whose answers could not be told apart, and when more is
+// waiting than any kernel allows.
 bool DeviceLink::noteAsWaiting(std::uint32_t number, const std::shared_ptr<Urb>& urb) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const std::size_t bytes = sizeof(Urb) + urb->data.size();
@@ -134,12 +134,12 @@ void DeviceLink::unlink(const Request& request) {
         urb = found->second;
         urb->unlinkedBy = request.number;
     }
-    // Whether it is cancelled or completes at this moment: completed() sends what belongs to it.
+    // Whether it is cancelled or completes at this moment, completed() sends the answer.
     Bus::instance().cancel(urb->transfer);
 }
 
 void DeviceLink::completed(std::uint32_t number) {
-    const auto keep = shared_from_this();  // the transfer goes at the end, and with it what held this link
+    const auto keep = shared_from_this();  // the end of the transfer drops its reference to this link
     std::shared_ptr<Urb> urb;
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = waiting_.find(number);
@@ -152,10 +152,10 @@ void DeviceLink::completed(std::uint32_t number) {
 
     const Transfer& transfer = urb->transfer;
     if (transfer.status == Status::noDevice) {
-        return;  // a device that is gone answers nothing; the link is about to be closed
+        return;  // no answer from a device that is gone; the link is about to be closed
     }
     const bool takenBack = urb->unlinkedBy != 0 && transfer.status == Status::cancelled;
-    // The answer to an unlink carries no data, so a transfer that has moved some gets its own answer first.
+    // The answer to an unlink carries no data, so a transfer that has moved some is answered itself first.
     if (!takenBack || transfer.actual > 0) {
         const int status = takenBack ? -ECONNRESET : errnoOf(transfer.status);
         send(submitAnswer(number, status, transfer.actual), transfer.data, urb->in ? transfer.actual : 0);

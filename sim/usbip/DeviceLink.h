@@ -1,4 +1,4 @@
-// Serves one plugged device over a socket whose other end the kernel's virtual host controller holds.
+// Serves one plugged device over a socket whose other end is held by the kernel's virtual host controller.
 #pragma once
 
 #include <cstdint>
@@ -10,23 +10,23 @@
 
 namespace simbus::usbip {
 
-// The kernel sees every transfer answered exactly once: by the answer to the submit, or, when it took the
-// transfer back in time, by the answer to the unlink alone. It drops the device at the first answer that it
-// does not expect.
+// Every transfer is answered to the kernel exactly once: by the answer to its submit, or, if the kernel
+// unlinks it in time, only by the answer to the unlink. The kernel drops the device at the first unexpected
+// answer.
 class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
  public:
-    // Takes the socket (a stream socket) over and closes it in the end.
+    // Takes ownership of the socket (a stream socket) and closes it at the end.
     DeviceLink(ConnectionId connection, int socket);
     ~DeviceLink();
     DeviceLink(const DeviceLink&) = delete;
     DeviceLink& operator=(const DeviceLink&) = delete;
 
     // Reads and handles requests on the calling thread until the other end or hangUp() closes the link, or a
-    // request makes no sense; then takes back what still waits. Answers are sent from whichever thread
-    // completes a transfer.
+    // request is invalid; then cancels the waiting transfers. Answers are sent on whichever thread completes
+    // a transfer.
     void serve();
 
-    // Closes the link towards the kernel, which is the device's unplug there. From any thread.
+    // Closes the link to the kernel, which sees an unplug. Callable from any thread.
     void hangUp();
 
  private:
@@ -34,7 +34,7 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
         Transfer transfer;
         Bytes data;
         bool in = false;
-        std::uint32_t unlinkedBy = 0;  // number of the request to take it back; 0 when there is none
+        std::uint32_t unlinkedBy = 0;  // number of the unlink request; 0 for none
     };
 
     bool readRequest(Request& request, Bytes& data);
@@ -47,11 +47,11 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
 
     const ConnectionId connection_;
     const int socket_;
-    // Guards what waits and the sending, so that an unlink finds either a waiting transfer or its answer
-    // sent.
+    // Guards the waiting transfers and the sending, so that an unlink finds its transfer either waiting or
+    // already answered.
     std::mutex mutex_;
     std::map<std::uint32_t, std::shared_ptr<Urb>> waiting_;
-    std::size_t waitingBytes_ = 0;  // the memory that they take
+    std::size_t waitingBytes_ = 0;  // the memory that they use
 };
 
 }  // namespace simbus::usbip

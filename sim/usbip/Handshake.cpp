@@ -10,12 +10,12 @@ namespace {
 constexpr unsigned version = 0x0111;
 constexpr unsigned listRequest = 0x8005;
 constexpr unsigned importRequest = 0x8003;
-constexpr unsigned answerMask = 0x7FFF;  // an answer has its request's number without the highest bit
+constexpr unsigned answerMask = 0x7FFF;  // an answer has its request's operation code without the highest bit
 constexpr std::size_t pathBytes = 256;
 constexpr std::uint8_t interfaceDescriptor = 4;
 constexpr std::size_t interfaceDescriptorBytes = 9;
-constexpr std::size_t interfaceBytes = 4;    // of one in an answer
-constexpr std::size_t mostInterfaces = 255;  // their number has one byte
+constexpr std::size_t interfaceBytes = 4;    // per interface in an answer
+constexpr std::size_t mostInterfaces = 255;  // their count is one byte
 
 void put(Bytes& message, std::uint32_t value, int bytes) {
     for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
@@ -30,7 +30,7 @@ void putText(Bytes& message, const std::string& text, std::size_t field) {
     message.resize(end);
 }
 
-// The byte of a descriptor, or 0: a scenario may make descriptors of any length.
+// Returns a byte of a descriptor, or 0 beyond its end: a scenario may define descriptors of any length.
 std::uint8_t byteAt(const Bytes& descriptor, std::size_t at) {
     return at < descriptor.size() ? descriptor[at] : 0;
 }
@@ -43,7 +43,7 @@ Bytes firstConfiguration(const DeviceInfo& device) {
     return device.configurationDescriptors.empty() ? Bytes{} : device.configurationDescriptors.front();
 }
 
-// Class, subclass, protocol and a filling byte of each interface in its first setting.
+// Class, subclass, protocol and a padding byte of the first setting of each interface.
 Bytes interfacesOf(const Bytes& configuration) {
     Bytes triples;
     for (std::size_t at = 0; byteAt(configuration, at) > 0; at += configuration[at]) {

@@ -1,4 +1,4 @@
-// Shows every device that is plugged into the bus to the Linux kernel.
+// Presents every device on the bus to the Linux kernel.
 #pragma once
 
 #include <map>
@@ -10,19 +10,19 @@
 
 namespace simbus::usbip {
 
-// A plug on the bus attaches the device to the kernel, and an unplug detaches it and returns when the kernel
-// has let go. What goes wrong later than in the constructor is told on standard error. Must live as long as
-// the process, for the bus may tell it of devices until the end.
+// A plug on the bus attaches the device to the kernel; an unplug detaches it and returns when the kernel has
+// released it. Failures after the constructor are reported on standard error. The object must live as long as
+// the process, because the bus may call it until the end.
 class KernelFront {
  public:
-    // Attaches what is plugged in already and waits until the kernel has configured it; a device that the
-    // kernel does not configure is told on standard error. Throws std::runtime_error when the kernel takes no
+    // Attaches the devices that are plugged in and waits until the kernel has configured them; one that it
+    // does not configure is reported on standard error. Throws std::runtime_error when the kernel accepts no
     // devices.
     KernelFront();
     KernelFront(const KernelFront&) = delete;
     KernelFront& operator=(const KernelFront&) = delete;
 
-    // Detaches everything and attaches nothing any more.
+    // Detaches all devices and attaches no more.
     void close();
 
  private:

@@ -18,12 +18,12 @@
 namespace simbus::usbip {
 namespace {
 
-constexpr int patienceSeconds = 5;  // with a client that has no device yet
+constexpr int patienceSeconds = 5;  // for a client that has no device yet
 constexpr int waitingClients = 16;
-constexpr std::chrono::milliseconds pauseAfterError{100};  // too many open files or threads, mostly
+constexpr std::chrono::milliseconds pauseAfterError{100};  // usually too many open files or threads
 
 void setPatience(int socket, int seconds) {
-    const timeval patience{seconds, 0};  // 0 is for ever
+    const timeval patience{seconds, 0};  // 0 means no limit
     setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
 }
 
@@ -55,7 +55,7 @@ int listeningSocket(std::uint16_t port) {
     return listener;
 }
 
-// False when the system has no thread to give.
+// Returns false when the system cannot create a thread.
 template <class Work>
 bool startThread(Work work) {
     try {
@@ -80,7 +80,7 @@ RemoteFront::RemoteFront() {
 
 void RemoteFront::serve(int client) {
     const int yes = 1;
-    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);  // answers are small, and waited for
+    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);  // answers are small and urgent
     setPatience(client, patienceSeconds);
     Preamble preamble;
     const bool spoke = receiveWhole(client, preamble.data(), preamble.size());
@@ -110,7 +110,7 @@ void RemoteFront::lend(int client) {
         return;
     }
     if (findDevice(busIdOf(*device)) != device) {
-        link->hangUp();  // unplugged before it was noted as lent
+        link->hangUp();  // unplugged before it was recorded as lent
     }
     setPatience(client, 0);
     sendMessage(client, importAnswer(ImportStatus::granted, device.get()));
@@ -119,7 +119,7 @@ void RemoteFront::lend(int client) {
     lent_.erase(device->connection);
 }
 
-// Null when somebody has the device.
+// Returns null when another client has the device.
 std::shared_ptr<DeviceLink> RemoteFront::lendTo(int client, const DeviceInfoPtr& device) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (closed_ || lent_.count(device->connection) != 0) {

@@ -1,4 +1,4 @@
-// Lends the devices of the bus to the kernels of other machines: a server of USB/IP.
+// A USB/IP server: lends the devices of the bus to the kernels of other machines.
 #pragma once
 
 #include <cstdint>
@@ -10,24 +10,26 @@
 
 namespace simbus::usbip {
 
-// A client asks for a list of the devices, or takes one until either side hangs up; then another may take it.
-// Unplugging a device hangs up on whoever has it. Must live as long as the process, for the bus may tell it
-// of devices until the end.
+// A client lists the devices, or imports one until either side closes the connection; then another client may
+// import it. Unplugging a device disconnects its client. The object must live as long as the process, because
+// the bus may call it until the end.
 class RemoteFront {
  public:
     RemoteFront();
     RemoteFront(const RemoteFront&) = delete;
     RemoteFront& operator=(const RemoteFront&) = delete;
 
-    // Serves one client (a stream socket, which it takes over) on the calling thread until it goes. One that
-    // speaks nonsense, or keeps silent for some seconds before it has a device, is hung up on.
+    // Serves one client (a stream socket, of which it takes ownership) on the calling thread until the client
+    // leaves. Disconnects a client that sends an invalid message, or nothing for some seconds before it has a
+    // device.
     void serve(int client);
 
-    // Serves all who come to the port of this machine's loopback address, on threads of their own. Throws
-    // std::system_error when it cannot be had. Whoever can connect gets the devices, hence no other address.
+    // Serves all clients that connect to the port of this machine's loopback address, on threads of their
+    // own. Throws std::system_error when the port is not available.
+    // Deliberate: no other address, because every client that can connect may import the devices.
     void listen(std::uint16_t port);
 
-    // Hangs up on everybody; nobody gets a device any more.
+    // Disconnects all clients and lends no more devices.
     void close();
 
  private:

@@ -7,7 +7,7 @@
 namespace simbus::usbip {
 namespace {
 
-// Places in the header, counted in words.
+// Offsets in the header, in words.
 enum Word : std::size_t {
     kind = 0,
     number = 1,
@@ -65,7 +65,7 @@ Request parseRequest(const Header& header) {
         return request;
     }
     request.length = get(header, length);
-    // Some kernels say "no isochronous packets" as -1.
+    // Some kernels encode "no isochronous packets" as -1.
     const std::uint32_t packets = get(header, isoPackets);
     request.isoPackets = packets == UINT32_MAX ? 0 : packets;
     request.setup = getSetup(header);

@@ -21,7 +21,7 @@ struct Port {
     std::string hub;  // "hs" or "ss"
     int number = 0;
     int state = 0;
-    std::string device;  // its name in sysfs; "0-0" before the kernel has given it an address
+    std::string device;  // its name in sysfs; "0-0" until the kernel has assigned an address
 };
 
 // Status files are "status", "status.1", ...: one per group of ports, a heading line, then a line for each
@@ -46,7 +46,7 @@ bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
     }
 }
 
-// The kernel has no events for what is waited for here.
+// Polls, because the kernel sends no events for these conditions.
 bool waitUntil(const std::function<bool()>& reached) {
     const auto end = std::chrono::steady_clock::now() + deadline;
     while (!reached()) {

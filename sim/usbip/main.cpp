@@ -1,5 +1,5 @@
-// simbus-usbip: shows the devices of a scenario to a Linux kernel, this one or others, until it is told to
-// stop.
+// simbus-usbip: presents the devices of a scenario to a Linux kernel, this machine's or others', until it is
+// stopped.
 #include <getopt.h>
 #include <semaphore.h>
 #include <unistd.h>
@@ -40,7 +40,7 @@ struct Options {
     std::string scenario;
     std::string control;
     std::string readyFile;
-    std::uint16_t port = 0;  // 0: for this machine's kernel
+    std::uint16_t port = 0;  // 0: this machine's kernel
 };
 
 [[noreturn]] void refuseArguments() {
@@ -57,7 +57,7 @@ std::uint16_t parsePort(const std::string& text) {
     return static_cast<std::uint16_t>(port);
 }
 
-// Exits at --help and at wrong arguments.
+// Exits on --help and on wrong arguments.
 Options parseOptions(int argc, char** argv) {
     static const option known[] = {{"scenario", required_argument, nullptr, 's'},
                                    {"control", required_argument, nullptr, 'c'},
@@ -110,7 +110,8 @@ void stopOnSignals() {
     sigaction(SIGINT, &action, nullptr);
 }
 
-// The bus makes its control socket when it is loaded, at the path in the environment: start again with that.
+// The bus creates its control socket when it is loaded, at the path in the environment: restart with that
+// variable set.
 void restartWithControl(const std::string& path, char** argv) {
     const char* current = std::getenv("SIMBUS_SOCKET");
     if (!path.empty() && (current == nullptr || path != current)) {
@@ -128,7 +129,7 @@ void untilStopped(const Options& options) {
     }
 }
 
-// Fronts are never freed: the bus may call them until the end.
+// Fronts are never freed: the bus may call them until the process has ended.
 
 void showHere(const Options& options) {
     static auto& front = *new simbus::usbip::KernelFront();

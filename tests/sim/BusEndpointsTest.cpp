@@ -1,4 +1,4 @@
-// How endpoints behave, seen from the host side of the bus.
+// The behaviour of endpoints, seen from the host side of the bus.
 #include "SimTest.h"
 
 namespace simtest {
@@ -8,7 +8,7 @@ using simbus::Status;
 using simbus::Submitted;
 using testing::ElementsAre;
 
-// A transfer with its buffer that notes how it ended.
+// A transfer with its buffer; records how it ended.
 struct Recorded {
     Recorded(std::uint8_t endpoint, Bytes data) : buffer(std::move(data)) {
         transfer.endpoint = endpoint;

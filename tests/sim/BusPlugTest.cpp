@@ -1,4 +1,4 @@
-// Plug, unplug, reset, configurations: the devices of the bus as a host sees them come and go.
+// Plug, unplug, reset and configurations of the devices of the bus, as a host sees them.
 #include <fstream>
 #include <mutex>
 

@@ -1,4 +1,4 @@
-// Control requests as devices answer them.
+// Control requests and the devices' answers.
 #include "SimTest.h"
 
 namespace simtest {

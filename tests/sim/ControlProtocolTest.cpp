@@ -1,4 +1,4 @@
-// The control protocol, as a test program speaks it.
+// The control protocol, as a test program uses it.
 #include "SimTest.h"
 
 namespace simtest {

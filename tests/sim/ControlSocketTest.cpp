@@ -1,4 +1,4 @@
-// The control socket, spoken to by clients of its own process.
+// The control socket, used by clients in the same process.
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -18,7 +18,7 @@ namespace {
 class Client {
  public:
     explicit Client(const std::string& path) : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {
-        std::signal(SIGPIPE, SIG_IGN);  // what is sent to a closed socket fails
+        std::signal(SIGPIPE, SIG_IGN);  // sending to a closed socket fails instead
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
@@ -33,7 +33,7 @@ class Client {
     }
     void endSending() { shutdown(fd_, SHUT_WR); }
 
-    // One line without its end; empty when the other side has closed.
+    // Reads one line without its end; empty when the other side has closed.
     std::string line() {
         std::size_t end = 0;
         while ((end = got_.find('\n')) == std::string::npos) {
@@ -67,7 +67,7 @@ class ControlSocketTest : public testing::Test {
         return stat(path.c_str(), &status) == 0;
     }
 
-    // What a process leaves that ends by a signal: nobody listens there.
+    // A socket as a process leaves it that ends by a signal: nobody listens there.
     static int boundTo(const std::string& path) {
         const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
         sockaddr_un address{};

@@ -1,4 +1,4 @@
-// The bytes that a host is told, from what a scenario says.
+// The descriptor bytes that a host gets from a scenario.
 #include "SimTest.h"
 
 namespace simtest {

@@ -1,4 +1,4 @@
-// HID interfaces on the bus, and how the drop-in libusb keeps its hands off them.
+// HID interfaces on the bus, and that the drop-in libusb does not claim them.
 #include "HidScenario.h"
 
 namespace simtest {
@@ -7,7 +7,7 @@ namespace {
 using HidInterfacesOnTheBus = HidInterfaces;
 using simbus::Status;
 
-// What "plain" answers to a request.
+// The answer of "plain" to a request.
 std::pair<Status, Bytes> request(simbus::ConnectionId connection, const simbus::Setup& setup) {
     Bytes data(setup.length);
     simbus::Transfer transfer;

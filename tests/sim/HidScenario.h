@@ -1,13 +1,13 @@
-// Devices with HID interfaces, for the tests of all fronts that show them.
+// Devices with HID interfaces, for the tests of all fronts that present them.
 #pragma once
 
 #include "SimTest.h"
 
 namespace simtest {
 
-// A bus with: "hid" (HIDT0001; a HID interface with reports of 64 bytes that come back as they were sent),
-// "plain" (HIDT0002; interface 0 with bulk endpoints, interface 1 HID without an OUT endpoint), and
-// "nameless" (HID, of another vendor, without any text). A libusb context is there, too.
+// A bus with: "hid" (HIDT0001; a HID interface with reports of 64 bytes that are echoed), "plain" (HIDT0002;
+// interface 0 with bulk endpoints, interface 1 HID without an OUT endpoint), and "nameless" (HID, of another
+// vendor, without any strings); and a libusb context.
 class HidInterfaces : public LibusbTest {
  protected:
     void SetUp() override {

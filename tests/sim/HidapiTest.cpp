@@ -1,4 +1,4 @@
-// The drop-in hidapi: what it lists, and reports in and out.
+// The drop-in hidapi: its device list, and input and output reports.
 #include <hidapi/hidapi.h>
 
 #include "HidScenario.h"
@@ -7,7 +7,7 @@ namespace simtest {
 namespace {
 
 constexpr std::size_t kReport = 64;
-constexpr unsigned kQueued = 63;  // unread reports that one opening keeps
+constexpr unsigned kQueued = 63;  // unread reports that one opening queues
 
 class Hidapi : public HidInterfaces {
  protected:
@@ -42,7 +42,7 @@ class Hidapi : public HidInterfaces {
         hid_close(device);
     }
 
-    // Feeds reports of counting first bytes; they have been handed to all openings when this returns.
+    // Feeds reports with increasing first bytes; all openings have received them when this returns.
     void feed(unsigned count) {
         for (unsigned i = 0; i < count; ++i) {
             bus.feed("hid", 0x81, counting(kReport, i));
@@ -50,7 +50,7 @@ class Hidapi : public HidInterfaces {
         EXPECT_TRUE(eventually([&] { return bus.pending("hid", 0x81) == 1; }));
     }
 
-    // One report; without bytes when none comes in time.
+    // Reads one report; empty on time-out.
     static Bytes read(hid_device* device, std::chrono::milliseconds timeout = deadline) {
         Bytes report(kReport);
         const int count =

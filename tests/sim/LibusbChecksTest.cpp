@@ -1,4 +1,4 @@
-// The drop-in: what it tells of a caller that uses it wrongly. Nothing of this may crash.
+// The drop-in: its reports of wrong uses, none of which may crash.
 #include "SimTest.h"
 
 namespace simtest {
@@ -296,7 +296,7 @@ TEST_F(LibusbChecks, AnEmptyListThatIsNeverFreedIsOnlyCounted) {
     libusb_free_device_list(list, 1);
 }
 
-// Late uses are told apart for a good while only; past it an object is as unknown as one that never was.
+// Late uses are recognised only for a while; after that a freed object is unknown.
 TEST_F(LibusbChecks, TheMemoryOfFreedObjectsIsBounded) {
     libusb_transfer* first = libusb_alloc_transfer(0);
     libusb_free_transfer(first);

@@ -1,4 +1,4 @@
-// The drop-in: configuration descriptors taken apart, also bad ones.
+// The drop-in: parsing of configuration descriptors, also invalid ones.
 #include "SimTest.h"
 
 namespace simtest {
@@ -6,7 +6,7 @@ namespace {
 
 class LibusbConfig : public LibusbTest {
  protected:
-    // What the library makes of these bytes; freed at the end of the test.
+    // The parsed descriptor; freed at the end of the test.
     libusb_config_descriptor* parse(const std::string& hex) {
         const Json device = {{"id", "raw"}, {"serial", "RAW"}, {"rawConfigurationDescriptors", {hex}}};
         const Json answer = ask({{"op", "add"}, {"device", device}});
@@ -168,7 +168,7 @@ TEST_F(LibusbConfig, GarbageIsAnError) {
     }
 }
 
-// Every cut of a good descriptor must be survived, with its memory checked by the sanitizers.
+// A valid descriptor may be cut at any byte; the sanitizers check the memory accesses.
 TEST_F(LibusbConfig, EveryCutIsSurvived) {
     const std::string whole =
         "09022B000201008032"

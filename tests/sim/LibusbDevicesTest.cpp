@@ -83,7 +83,7 @@ TEST_F(LibusbDevices, AReferencedDeviceOutlivesItsUnplug) {
     EXPECT_EQ(libusb_open(echo, &handle), LIBUSB_ERROR_NO_DEVICE);
 }
 
-// The library's own reference is what keeps a device that the caller did not reference.
+// A device that the caller did not reference is kept by the library's own reference.
 TEST_F(LibusbDevices, AnUnreferencedDeviceDiesWhenItsDepartureIsHandled) {
     libusb_device** list = nullptr;
     libusb_get_device_list(context, &list);

@@ -1,4 +1,4 @@
-// The drop-in: who handles events, who waits, and what wakes whom.
+// The drop-in: event handlers, waiters, and what wakes them.
 #include "SimTest.h"
 
 namespace simtest {
@@ -68,7 +68,7 @@ TEST_F(LibusbEvents, AWaiterSleepsUntilTheHandlerLeaves) {
     libusb_lock_events(context);
     auto waiter = std::async(std::launch::async, [&] { return libusb_handle_events(context); });
     EXPECT_EQ(waiter.wait_for(aWhile), std::future_status::timeout);
-    // A waiter that came late handles events itself then, so it is asked to leave until it has.
+    // A late waiter handles events itself then, so it is asked to leave until it has left.
     libusb_unlock_events(context);
     EXPECT_TRUE(eventually([&] {
         libusb_interrupt_event_handler(context);
@@ -108,7 +108,7 @@ TEST_F(LibusbEvents, WaitersCanWaitByThemselves) {
     EXPECT_EQ(libusb_wait_for_event(context, &bad), LIBUSB_ERROR_INVALID_PARAM);
     std::thread handler([&] {
         libusb_lock_events(context);
-        libusb_unlock_events(context);  // waits for the waiters' lock before it wakes them
+        libusb_unlock_events(context);  // takes the waiters' lock before it wakes them
     });
     EXPECT_EQ(libusb_wait_for_event(context, nullptr), 0);
     libusb_unlock_event_waiters(context);
@@ -162,7 +162,7 @@ TEST_F(LibusbEvents, ACompletionCallbackHoldsTheWaitersLock) {
     std::thread other;
     out.onCallback = [&] {
         inCallback = true;
-        std::this_thread::sleep_for(aWhile);  // that the other thread does not get the lock meanwhile
+        std::this_thread::sleep_for(aWhile);  // observes that the other thread does not get the lock
         EXPECT_FALSE(gotLock);
     };
     other = std::thread([&] {

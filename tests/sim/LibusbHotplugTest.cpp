@@ -10,7 +10,7 @@ constexpr auto arrived = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED;
 constexpr auto left = LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
 constexpr auto any = LIBUSB_HOTPLUG_MATCH_ANY;
 
-// One registration that notes what it hears: "+0x1001" for an arrival of that product.
+// One registration that records its events: "+0x1001" for an arrival of that product.
 struct Listener {
     static int hear(libusb_context*, libusb_device* device, libusb_hotplug_event event, void* self) {
         auto* listener = static_cast<Listener*>(self);

@@ -1,6 +1,6 @@
-// A thread looks whether its transfer is done, and only then asks to handle events. When another thread
-// completes the transfer between the two, the first goes to sleep over a finished transfer. libusb is like
-// that, and programs must live with it: so the drop-in must be like that, too.
+// A thread checks whether its transfer is done and only then starts to handle events. If another thread
+// completes the transfer in between, the first one sleeps although its transfer is finished.
+// Deliberate: libusb behaves like this and programs must cope with it, so the drop-in does the same.
 #include "SimTest.h"
 
 namespace simtest {
@@ -17,7 +17,7 @@ class LibusbLostWakeup : public LibusbTest {
         LibusbTest::TearDown();
     }
 
-    // Runs at the waiter's call of libusb_handle_events, after its look at the flag.
+    // Runs `what` at the waiter's call of libusb_handle_events, after its check of the flag.
     void inTheGap(std::function<void()> what) {
         bus.onCall("libusb_handle_events", [this, what = std::move(what)] {
             bus.onCall("libusb_handle_events", {});
@@ -26,7 +26,7 @@ class LibusbLostWakeup : public LibusbTest {
         });
     }
 
-    // The waiter's loop, as programs write it, on a thread of its own.
+    // Runs the waiter's loop, as programs write it, on a thread of its own.
     std::future<void> startWaiter() {
         EXPECT_EQ(in->submit(), 0);
         return std::async(std::launch::async, [this] {
@@ -36,7 +36,7 @@ class LibusbLostWakeup : public LibusbTest {
         });
     }
 
-    // In the gap, the event thread handles the completion and goes to sleep again.
+    // In the gap, the event thread handles the completion and sleeps again.
     void completeInTheGap(EventThread& events) {
         in->onCallback = [&] { passOfCompletion = events.passes(); };
         inTheGap([&] {
@@ -47,7 +47,7 @@ class LibusbLostWakeup : public LibusbTest {
         });
     }
 
-    // The waiter has gone on to handle events, and still does a while later.
+    // True when the waiter handles events, and still does a while later.
     bool sleeps(const std::future<void>& waiter) {
         return eventually([&] { return gapIsOver.load(); }) &&
                waiter.wait_for(aWhile) == std::future_status::timeout;
@@ -65,7 +65,7 @@ TEST_F(LibusbLostWakeup, AWaiterSleepsOverACompletionThatAnotherThreadHandledInT
     EXPECT_TRUE(sleeps(waiter)) << "though its transfer is done";
     EXPECT_FALSE(in->pending());
 
-    // The handler leaves when it is interrupted, and that wakes the waiter.
+    // An interrupt makes the handler leave, which wakes the waiter.
     EXPECT_TRUE(eventually([&] {
         libusb_interrupt_event_handler(context);
         return waiter.wait_for(std::chrono::milliseconds(1)) == std::future_status::ready;
@@ -73,7 +73,7 @@ TEST_F(LibusbLostWakeup, AWaiterSleepsOverACompletionThatAnotherThreadHandledInT
 }
 
 TEST_F(LibusbLostWakeup, TheHandlersPeriodBoundsTheSleep) {
-    // Long enough that the waiter finds the handler at work, and does not become the handler itself.
+    // Long enough for the waiter to find the handler active instead of becoming the handler itself.
     EventThread events(context, {3, 0});
     completeInTheGap(events);
     auto waiter = startWaiter();
@@ -83,7 +83,7 @@ TEST_F(LibusbLostWakeup, TheHandlersPeriodBoundsTheSleep) {
 TEST_F(LibusbLostWakeup, AWaiterThatBecomesTheHandlerSleepsAsLongAsAHandlerDoes) {
     inTheGap([&] {
         bus.feed("echo", 0x81, counting(1));
-        handleEvents();  // completes it, and nobody handles events any more
+        handleEvents();  // completes it; from now on nobody handles events
         EXPECT_FALSE(in->pending());
     });
     auto waiter = startWaiter();

@@ -1,4 +1,4 @@
-// The drop-in: transfers that their caller waits for.
+// The drop-in: synchronous transfers.
 #include "SimTest.h"
 
 namespace simtest {

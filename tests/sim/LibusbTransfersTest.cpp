@@ -122,7 +122,7 @@ TEST_F(LibusbTransfers, ATimeOutOfZeroWaitsForEver) {
 TEST_F(LibusbTransfers, ATimeOutNeedsSomebodyToHandleEvents) {
     AsyncTransfer in(echo, 0x81, Bytes(64), 1);
     ASSERT_EQ(in.submit(), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // past the time-out
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // until the transfer has timed out
     bus.feed("echo", 0x81, counting(5));
     finish(in);
     EXPECT_EQ(in.raw->status, LIBUSB_TRANSFER_COMPLETED) << "nobody looked at the clock before the data came";
@@ -289,7 +289,7 @@ TEST_F(LibusbTransfers, AnAsynchronousControlTransfer) {
     EXPECT_EQ(control.buffer[11], 0x0D);
 }
 
-// Cancels, time-outs and completions that meet: every submission gets its callback exactly once.
+// Concurrent cancels, time-outs and completions: every submission gets exactly one callback.
 TEST_F(LibusbTransfers, EveryTransferCompletesOnceWhateverMeets) {
     EventThread events(context);
     for (int round = 0; round < 200; ++round) {

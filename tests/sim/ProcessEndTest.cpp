@@ -1,4 +1,4 @@
-// A process must end at once whatever its threads do with the bus, and find what its environment asks for at
+// A process must end at once whatever its threads do with the bus, and its bus must follow the environment at
 // its start.
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -15,7 +15,7 @@ namespace {
 
 class ProcessEnd : public testing::Test {
  protected:
-    // The child is this program started anew, so that the bus is made as in any process.
+    // The child is a new run of this program, so its bus is created as in any process.
     void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
     static bool exists(const std::string& path) {
@@ -80,7 +80,8 @@ TEST_F(ProcessEnd, ByExitOnAThreadOfTheBus) {
     EXPECT_EXIT(endInASubscriberOfTheBussOwnThread(), testing::ExitedWithCode(0), "");
 }
 
-// The test after it runs this one in a process with more rights than its user; elsewhere nothing is named.
+// The test after this one runs it in a process with more rights than its user; elsewhere the variable is not
+// set.
 TEST(ProcessWithRights, FindsAnEmptyBus) {
     const char* named = std::getenv("SIMBUS_SCENARIO");
     EXPECT_TRUE(named == nullptr || simbus::Bus::instance().devices().empty());
@@ -104,7 +105,7 @@ TEST(ProcessWithRights, TheEnvironmentNamesNothing) {
 }
 
 TEST_F(ProcessEnd, TheEnvironmentNamesScenarioAndSocket) {
-    // The child comes this way, too, with what its parent has set.
+    // The child runs this code, too, with the variables of its parent.
     const char* inherited = std::getenv("SIMBUS_SOCKET");
     const std::string socket =
         inherited != nullptr ? inherited : testing::TempDir() + "simbus-env-" + std::to_string(getpid());

@@ -1,4 +1,4 @@
-// What the tests of the simulated bus share.
+// Shared by the tests of the simulated bus.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -21,23 +21,22 @@ namespace simtest {
 using Json = nlohmann::json;
 using simbus::Bytes;
 
-// Long enough for the slowest machine; what is waited for comes at once on any that works.
+// Long enough for the slowest machine; on a working one the awaited event comes at once.
 constexpr auto deadline = std::chrono::seconds(30);
-// How long it is watched that something does not happen.
+// How long a test observes that something does not happen.
 constexpr auto aWhile = std::chrono::milliseconds(100);
 
-// Waits for a condition, handing over the processor between looks. False when the deadline has passed.
+// Waits for a condition, yielding between checks. Returns false when the deadline has passed.
 bool eventually(const std::function<bool()>& condition);
 
 Bytes counting(std::size_t length, unsigned first = 0);
 
-// One request of the control protocol, and its answer.
+// Sends one request of the control protocol and returns its answer.
 Json ask(const Json& request);
 
 // A bus with: "echo" (ECHO0001; bulk 01/81 and interrupt 02/82 echo pairs, packets of 64), "double" (two
-// configurations, of which the first has two interfaces, the second of these two settings), and "away"
-// (ECHO0003), which is not plugged in. After a test the bus must have no violation that the test did not
-// take.
+// configurations; the first has two interfaces, the second of them two settings), and "away" (ECHO0003),
+// which is not plugged in. A test fails if it leaves violations on the bus that it has not taken.
 class SimTest : public testing::Test {
  protected:
     void SetUp() override;
@@ -59,11 +58,11 @@ class LibusbTest : public SimTest {
         const std::string& serial);  // referenced until the end of the test; null when absent
     libusb_device_handle* open(const std::string& serial);
     void close(libusb_device_handle* handle);
-    // Closes and gives back everything, and ends the context.
+    // Closes and frees everything and ends the context.
     void endContext();
-    std::vector<std::string> serials();  // of libusb's device list, in its order
+    std::vector<std::string> serials();  // of libusb's device list, in order
 
-    // One pass of event handling that lasts at most that long.
+    // One pass of event handling of at most `time`.
     int handleEvents(std::chrono::milliseconds time = std::chrono::milliseconds(0));
 
     libusb_context* context = nullptr;
@@ -73,7 +72,7 @@ class LibusbTest : public SimTest {
     std::vector<libusb_device*> devices_;
 };
 
-// An asynchronous transfer with its buffer, that counts its callbacks.
+// An asynchronous transfer with its buffer; counts its callbacks.
 class AsyncTransfer {
  public:
     AsyncTransfer(libusb_device_handle* handle, std::uint8_t endpoint, Bytes data, unsigned timeout = 0,
@@ -85,7 +84,7 @@ class AsyncTransfer {
     int submit() { return libusb_submit_transfer(raw); }
     bool pending() const { return callbacks.load() == 0; }
     Bytes moved() const { return {buffer.begin(), buffer.begin() + raw->actual_length}; }
-    void free();  // earlier than at the end
+    void free();  // before the end of the test
 
     Bytes buffer;
     libusb_transfer* raw;
@@ -97,7 +96,7 @@ class AsyncTransfer {
     static void callback(libusb_transfer* transfer);
 };
 
-// A thread that handles events, period after period, until it is told to stop.
+// A thread that handles events in periods until it is stopped.
 class EventThread {
  public:
     explicit EventThread(libusb_context* context, timeval period = {1, 0});

@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-/// A call that may block, on a thread of its own. Waits for it when it goes out of scope.
+/// A call that may block, on a thread of its own. The destructor waits for it.
 class BackgroundCall {
  public:
     explicit BackgroundCall(std::function<int32_t()> call)
@@ -19,7 +19,7 @@ class BackgroundCall {
     BackgroundCall& operator=(const BackgroundCall&) = delete;
 
     bool hasReturned() const { return returned_.load(); }
-    /// What the call returned; waits for it.
+    /// Waits for the call and returns its result.
     int32_t result() {
         wait();
         return result_;
@@ -34,5 +34,5 @@ class BackgroundCall {
 
     int32_t result_ = 0;
     std::atomic<bool> returned_{false};
-    std::thread thread_;  // last: it starts at once and uses the two above
+    std::thread thread_;  // last: the thread starts at once and uses the two members above
 };

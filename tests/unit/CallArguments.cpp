@@ -39,7 +39,7 @@ std::vector<CallArguments::Call> CallArguments::of(const std::string& function) 
     return g_calls[function];
 }
 
-// A call whose arguments are a handle and the number of an interface.
+// A call whose arguments are a handle and an interface number.
 #define NOTED_INTERFACE_CALL(function)                                         \
     int __real_##function(libusb_device_handle* handle, int interfaceNumber);  \
     int __wrap_##function(libusb_device_handle* handle, int interfaceNumber);  \

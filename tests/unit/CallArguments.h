@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// Notes, as long as it lives, the arguments of some calls that the library makes to libusb: the linker leads
-/// the program's calls here on their way. Pointers are left out. One at a time.
+/// Records, for its lifetime, the arguments of some libusb calls of the library; the linker redirects the
+/// program's calls here. Pointers are not recorded. One object at a time.
 class CallArguments {
  public:
     using Call = std::vector<int64_t>;

@@ -8,7 +8,7 @@
 
 #include "bus/Bus.h"
 
-/// Notes the order in which functions of the drop-in libusb are entered, on any thread, while it lives.
+/// Records, for its lifetime, the order in which functions of the drop-in libusb are entered, on any thread.
 class CallOrder {
  public:
     CallOrder(simbus::Bus& bus, std::initializer_list<std::string> functions)
@@ -41,5 +41,5 @@ class CallOrder {
 
     simbus::Bus& bus_;
     std::vector<std::string> functions_;
-    std::shared_ptr<Log> log_ = std::make_shared<Log>();  // a hook may still run when it was taken away
+    std::shared_ptr<Log> log_ = std::make_shared<Log>();  // a hook may still run after it was removed
 };

@@ -62,7 +62,7 @@ TEST_F(Cancel, PassesOnWhatLibusbSays) {
 
 TEST_F(Cancel, DoesNotWait) {
     openTool();
-    deinitHotplugUsb();  // nobody handles events now but the reader, and that one is held
+    deinitHotplugUsb();  // now only the reader handles events, and it is held
     Gate gate;
     bus.onCall("libusb_handle_events", [&] { gate.pass(); });
     const auto read = blockedRead();

@@ -1,5 +1,5 @@
-// A transfer that another thread completes between its waiter's look at it and its waiter's way into event
-// handling. The tests force that gap: a hook holds the waiter at the entry of libusb_handle_events until the
+// A transfer that another thread completes after its waiter has checked it and before the waiter handles
+// events. The tests force that gap: a hook holds the waiter at the entry of libusb_handle_events until the
 // transfer has ended.
 #include <libusb.h>
 
@@ -17,21 +17,21 @@ using Clock = std::chrono::steady_clock;
 
 class CompletionHandOver : public IoTest {
  protected:
-    /// Holds every waiter that comes into event handling from now on, until the gate is opened.
+    /// Holds every waiter that enters event handling from now on, until the gate is opened.
     void holdWaiters(Gate& gate) {
         bus.onCall("libusb_handle_events", [&gate] { gate.pass(); });
     }
     void letWaitersPass() { bus.onCall("libusb_handle_events", {}); }
     bool hasEnded(uint8_t address) { return loadShared(transferRecord(address).isPending) == 0; }
 
-    /// A read whose waiter stands in the gap.
+    /// A read whose waiter is in the gap.
     std::unique_ptr<BackgroundCall> heldRead(Gate& gate) {
         holdWaiters(gate);
         auto read = blockedRead(0x81);
         EXPECT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
         return read;
     }
-    /// Lets the waiter go that was held and whose three bytes have come meanwhile.
+    /// Releases a held waiter whose three bytes have arrived meanwhile.
     static void expectWakesUp(Gate& gate, BackgroundCall& held) {
         const auto letGo = Clock::now();
         gate.open();
@@ -39,7 +39,7 @@ class CompletionHandOver : public IoTest {
         EXPECT_LT(Clock::now() - letGo, std::chrono::seconds(10));
     }
 
-    /// One read whose data comes, and is taken by the event thread, while its waiter stands in the gap.
+    /// One read whose data arrives, and is taken by the event thread, while its waiter is in the gap.
     void readThroughTheGap() {
         Gate gate;
         const auto read = heldRead(gate);
@@ -51,7 +51,8 @@ class CompletionHandOver : public IoTest {
     }
 };
 
-/// The same wait with plain libusb calls: a flag that the completion sets, looked at before event handling.
+/// The same wait with plain libusb calls: a flag that the completion sets and that is checked before event
+/// handling.
 class PlainWait {
  public:
     PlainWait(libusb_context* context, libusb_device_handle* handle)
@@ -113,7 +114,7 @@ TEST_F(CompletionHandOver, WithoutItAWaiterSleepsUntilTheHandlersPeriodEnds) {
 
 TEST_F(CompletionHandOver, WakesAWaiterBehindTheEventThreadAtOnce) {
     openTool();
-    constexpr int kRounds = 10;  // each would cost up to a second
+    constexpr int kRounds = 10;  // each would take up to a second
     const auto start = Clock::now();
     for (int round = 0; round < kRounds; ++round) {
         readThroughTheGap();
@@ -155,7 +156,7 @@ TEST_F(CompletionHandOver, WakesAWaiterThatBecomesTheOnlyHandler) {
     expectWakesUp(gate, *held);
 }
 
-/// libusb itself handles events while it waits for the requests of a listing.
+/// During a listing libusb itself handles events while it waits for its requests.
 TEST_F(CompletionHandOver, WakesAWaiterWhoseTransferAListingHasCompleted) {
     openTool();
     deinitHotplugUsb();  // no event thread: a handler sleeps for up to a minute

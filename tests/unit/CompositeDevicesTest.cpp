@@ -25,8 +25,7 @@ DescriptorBytes vendorInterface(uint8_t number, uint8_t stringIndex) {
 
 class CompositeDevices : public ListTest {
  protected:
-    /// A list of one device of the maker that gives this configuration and has a string "Trace Port" of
-    /// index 9.
+    /// A list of one device of the maker with this configuration and a string "Trace Port" of index 9.
     uint32_t listWith(const DescriptorBytes& configuration, const std::string& overrides = "{}") {
         startSession({deviceJson("tool", merged({R"({"strings":{"9":"Trace Port"}})",
                                                  rawConfiguration(configuration), overrides}))});
@@ -125,7 +124,7 @@ TEST_F(CompositeDevices, BothVendorIdsOfTheMakerAreSplit) {
     EXPECT_THAT(recordsOf(listWithStandardTool(R"({"vendorId":"0x6A5D"})")), SizeIs(2));
 }
 
-/// The vendor ids next to the maker's two, and one far away.
+/// The vendor ids adjacent to the maker's two, and a distant one.
 class OtherVendors : public CompositeDevices, public ::testing::WithParamInterface<int32_t> {};
 
 TEST_P(OtherVendors, AreNeverSplit) {
@@ -303,7 +302,7 @@ TEST_F(CompositeDevices, AChildOfAClassThatIsNotDrivenIsDrivenAllTheSame) {
 
 TEST_F(CompositeDevices, ASliceGoesOnNineBytesBehindItsStartWhateverTheInterfaceSays) {
     DescriptorBytes longer = joined({interfaceBytes(1), {2, 4}});
-    longer[0] = 11;  // the two bytes more look like another interface
+    longer[0] = 11;  // the two extra bytes look like another interface
     const uint32_t list =
         listWith(configurationBytes({interfaceBytes(0), longer, endpointBytes(0x82), endpointBytes(0x02)}));
     EXPECT_EQ(9, childOf(list).configDescriptorLength);

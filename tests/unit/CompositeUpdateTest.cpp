@@ -29,7 +29,7 @@ std::vector<uint32_t> presenceOf(const std::vector<tagUSB_DEVICE_ACCESS_ENTRY*>&
     return presence;
 }
 
-/// What becomes of parent and child when a composite device goes and comes back.
+/// Parent and child of a composite device that is unplugged and plugged in again.
 class CompositeUpdate : public ListTest {
  protected:
     void SetUp() override {
@@ -131,7 +131,7 @@ TEST_F(CompositeUpdate, AChildThatChangedIsAppendedAndBelongsToTheOldParent) {
     EXPECT_EQ(parent_, records[2]->pCompositeParent);
     EXPECT_EQ(child_, parent_->pCompositeChild);
     EXPECT_EQ(parent_->pDevice, records[2]->pDevice);
-    EXPECT_EQ(1U, child_->isPresent);  // it came back with its parent, whatever became of its interface
+    EXPECT_EQ(1U, child_->isPresent);  // present with its parent, even without its interface
 }
 
 TEST_F(CompositeUpdate, AChildThatChangedStaysBesideTheOldOneOverFurtherUpdates) {
@@ -252,8 +252,8 @@ TEST_F(CompositeUpdate, AReleasedListIsSplitAgainWhenItIsFilled) {
     EXPECT_EQ(&record(list_, 0), record(list_, 1).pCompositeParent);
 }
 
-/// Two composite devices without serial numbers that differ in their product strings: their interfaces look
-/// alike.
+/// Two composite devices without serial numbers that differ in their product strings; their interfaces are
+/// identical.
 class TwinInterfaces : public CompositeUpdate {
  protected:
     void SetUp() override {
@@ -269,7 +269,7 @@ class TwinInterfaces : public CompositeUpdate {
     }
     /// The id on the bus of the device behind a record.
     static std::string idOf(const tagUSB_DEVICE_ACCESS_ENTRY& entry) { return entry.sProduct; }
-    /// Nothing but the presence changes over more updates, and every present device stays referenced.
+    /// Further updates change nothing but the presence, and every present device stays referenced.
     void expectStays(const std::vector<uint32_t>& presence) {
         for (int round = 0; round < 3; ++round) {
             EXPECT_EQ(before_, recordsOf(list_));

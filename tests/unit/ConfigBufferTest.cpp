@@ -12,7 +12,7 @@ namespace {
 using ::testing::Each;
 using ::testing::ElementsAre;
 
-/// An open record and a buffer that is all 0xEE before fillConfigBuffer.
+/// An open record, and a buffer that is filled with 0xEE before fillConfigBuffer.
 class ConfigBuffer : public UsbTest {
  protected:
     void openWith(const std::string& overrides) {
@@ -26,7 +26,7 @@ class ConfigBuffer : public UsbTest {
         lines_ = debugLinesOf([&] { result = fillConfigBuffer(entry_, buffer_.data(), size); });
         return result;
     }
-    /// Calls of libusb that read descriptors.
+    /// The number of libusb calls that read descriptors.
     uint64_t descriptorCalls() {
         return bus.calls()["libusb_get_device_descriptor"] + bus.calls()["libusb_control_transfer"];
     }

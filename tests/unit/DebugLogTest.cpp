@@ -9,7 +9,7 @@
 
 namespace {
 
-/// The debug log switched on, before its first line, on clocks of the test's own.
+/// The debug log, enabled, before its first line, with clocks that the test controls.
 class DebugLog : public ::testing::Test {
  protected:
     void SetUp() override {
@@ -19,7 +19,7 @@ class DebugLog : public ::testing::Test {
     }
     void TearDown() override { unsetenv("ORVEXCOMM_DEBUG"); }
 
-    /// Readings of the monotonic clock, in order; the last one stays.
+    /// Readings of the monotonic clock, in order; the last one repeats.
     void setMonotonicClock(const std::vector<timespec>& readings) {
         clock_.clockGettime = [this, readings](clockid_t id, timespec& time) {
             EXPECT_EQ(CLOCK_MONOTONIC, id);

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr unsigned kEachCall = 1000;
-/// Of a call that is made again and again until something happens.
+/// For a call that is repeated until something happens.
 constexpr unsigned kFirstPolls = 2;
 
 const std::vector<int> kLibusbCodes{
@@ -19,14 +19,14 @@ const std::vector<int> kLibusbCodes{
 const std::vector<int> kTransferStatuses{LIBUSB_TRANSFER_ERROR,     LIBUSB_TRANSFER_TIMED_OUT,
                                          LIBUSB_TRANSFER_CANCELLED, LIBUSB_TRANSFER_STALL,
                                          LIBUSB_TRANSFER_NO_DEVICE, LIBUSB_TRANSFER_OVERFLOW};
-/// For a call that answers nothing, or null, whatever the reason.
+/// For a call that returns nothing or null, whatever the reason.
 const std::vector<int> kFails{-1};
 /// General error, no memory, no device, not permitted, exclusive access, not open, time-out.
 const std::vector<int> kIoKitCodes{static_cast<int>(0xE00002BC), static_cast<int>(0xE00002BD),
                                    static_cast<int>(0xE00002C0), static_cast<int>(0xE00002E2),
                                    static_cast<int>(0xE00002C5), static_cast<int>(0xE00002CD),
                                    static_cast<int>(0xE00002D6)};
-/// A run loop that has no source, and one that was stopped.
+/// A run loop without a source, and one that was stopped.
 const std::vector<int> kRunLoopEnds{1, 2};
 
 using Faults = std::map<std::string, DependencyFault>;
@@ -76,7 +76,7 @@ struct Answers {
     std::set<int> codes;
 };
 
-/// What the methods answer besides 0 and more.
+/// The negative results of the methods.
 const std::map<std::string, Answers>& answers() {
     static const Answers bulkWrite{false, {-109, -112, -114, -120, -150}};
     static const Answers bulkRead{false, {-109, -113, -114, -120, -150}};

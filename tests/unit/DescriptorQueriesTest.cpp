@@ -1,4 +1,4 @@
-// Descriptors and endpoint lists as Java gets them, from the copies in a record. No bus is needed.
+// Descriptors and endpoint lists as Java gets them, from the copies in a record. Needs no bus.
 #include <gmock/gmock.h>
 
 #include <cstring>
@@ -21,7 +21,7 @@ class DescriptorQueries : public ::testing::Test {
         std::iota(entry.deviceDescriptor, entry.deviceDescriptor + 18, uint8_t{0x10});
     }
 
-    /// Asks into a buffer of 600 bytes; what was written stands in `given`.
+    /// Queries with a buffer of 600 bytes; the bytes written are in `given`.
     int32_t query(int32_t type, int32_t index, int32_t size) {
         given.assign(600, kUntouched);
         return LibUSB_GetDeviceDescriptor(&entry, given.data(), type, index, size);

@@ -13,7 +13,7 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using Bytes = DescriptorBytes;
 
-/// The bytes on the heap, so that a look beyond them is seen by the address sanitizer.
+/// A walk over bytes on the heap, so that the address sanitizer detects reads beyond them.
 DescriptorWalk walkOf(const Bytes& bytes, int32_t offset = 0) {
     return {bytes.data(), static_cast<int32_t>(bytes.size()), offset};
 }
@@ -122,7 +122,7 @@ TEST(DescriptorWalk, NoBytesLeadItOutOfTheBlockOrRoundInIt) {
     }
 }
 
-/// Sixteen entries, none of them unused before the call.
+/// Sixteen entries, all in use before the call.
 class EndpointList : public ::testing::Test {
  protected:
     void SetUp() override {

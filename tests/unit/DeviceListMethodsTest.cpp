@@ -1,4 +1,4 @@
-// The native methods that make, update, count and release device lists.
+// The native methods that create, update, count and release device lists.
 #include <gmock/gmock.h>
 
 #include <numeric>

@@ -10,7 +10,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-/// One device that some record holds, with no counted reference on it but those that a test takes.
+/// One device that a record holds, without counted references except those that a test takes.
 class DeviceReferences : public ListTest {
  protected:
     void SetUp() override {
@@ -136,7 +136,7 @@ TEST_F(DeviceReferences, AHeldDeviceCostsOnePlainReference) {
     holdDevice(other, device());
     EXPECT_EQ(device(), other.pDevice);
     EXPECT_EQ(1U, callsOf("libusb_ref_device"));
-    holdDevice(other, device());  // taken before the old one is let go of
+    holdDevice(other, device());  // taken before the old reference is dropped
     EXPECT_EQ(2U, callsOf("libusb_ref_device"));
     EXPECT_EQ(1U, callsOf("libusb_unref_device"));
     holdDevice(other, nullptr);

@@ -1,4 +1,4 @@
-// The event thread leaves events to the waiters for a moment when a wait has begun.
+// The event thread leaves events to the waiters for a moment after a wait has begun.
 #include <gmock/gmock.h>
 #include <libusb.h>
 
@@ -17,13 +17,13 @@ using ::testing::ElementsAre;
 
 namespace {
 
-/// The event thread is stopped: who looks for announced waits is the test.
+/// The event thread is stopped; the test checks for announced waits itself.
 class EventsLeftToWaiters : public IoTest {
  protected:
     void openWithoutEventThread() {
         openTool();
         deinitHotplugUsb();
-        leaveEventsToWaiters();  // what the opening announced
+        leaveEventsToWaiters();  // the wait that the open announced
     }
 };
 

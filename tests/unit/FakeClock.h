@@ -7,10 +7,10 @@
 #include <ctime>
 #include <functional>
 
-/// Stands in for the clocks that the library reads for its log stamps, as long as it lives, and looks at its
-/// sleeps: the linker leads the program's calls of clock_gettime, gettimeofday and nanosleep here. A function
-/// that is not set leaves that call alone. The clocks return what the call returns, 0 or -1. One at a time,
-/// made before and ended after the threads that log or sleep.
+/// Replaces, for its lifetime, the clocks that the library reads for its log stamps, and observes its sleeps:
+/// the linker redirects the program's calls of clock_gettime, gettimeofday and nanosleep here. A function
+/// that is not set leaves its call unchanged. The clock functions return the result of the call, 0 or -1. One
+/// object at a time, created before and destroyed after the threads that log or sleep.
 struct FakeClock {
     FakeClock();
     ~FakeClock();
@@ -23,7 +23,7 @@ struct FakeClock {
     std::function<void(const timespec&)> beforeSleep;
 };
 
-/// A clock that goes on by a millisecond at every look, so that a read's time passes by its own looks.
+/// A clock that advances by a millisecond with each reading, so a read times out by reading it.
 struct LookingClock {
     LookingClock() {
         clock.getTimeOfDay = [this](timeval& time) {

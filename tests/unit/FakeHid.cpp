@@ -8,7 +8,7 @@ namespace {
 
 FakeHid* g_fake = nullptr;
 
-/// A new device at every open; there is nothing to know of it but where it is.
+/// A new device for every open; only its address matters.
 HidDevice* newDevice() {
     static char places[1000];
     static size_t used = 0;

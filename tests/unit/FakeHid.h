@@ -11,8 +11,8 @@
 #include "Gate.h"
 #include "hid/HidDeviceOperations.h"
 
-/// A platform's HID interface in memory: while it lives, the library's HID operations come here. One device
-/// can be open at a time. What a test sets before a call, that call sees.
+/// A HID platform in memory, which the library uses for the lifetime of this object. One device can be open
+/// at a time. A call sees the values that were set before it.
 class FakeHid {
  public:
     using Report = std::vector<uint8_t>;
@@ -22,36 +22,36 @@ class FakeHid {
     FakeHid(const FakeHid&) = delete;
     FakeHid& operator=(const FakeHid&) = delete;
 
-    // What the operations answer.
+    // Results of the operations.
     std::vector<HidDeviceInfo> devices;
     bool lists = true;
     HidOpenResult openResult = HidOpenResult::opened;
     bool startsInput = true;
-    std::atomic<bool> reportsStop{false};    ///< the event source says that it was stopped
-    int32_t sendsBeforeFailure = INT32_MAX;  ///< output reports taken before one fails
-    std::vector<uint8_t> configuration;      ///< of readConfigDescriptor; empty: configurationFailure
+    std::atomic<bool> reportsStop{false};    ///< the event source reports that it was stopped
+    int32_t sendsBeforeFailure = INT32_MAX;  ///< output reports that succeed before one fails
+    std::vector<uint8_t> configuration;  ///< returned by readConfigDescriptor; empty: configurationFailure
     int32_t configurationFailure = -131;
-    /// Run at the entries of the operations, when set.
+    /// Called at the entry of the operations, when set.
     std::function<void()> onList;
     std::function<void()> onStartInput;
     std::function<void()> onRunPeriod;
     std::function<void()> onSend;
     std::function<void()> onReadConfigDescriptor;
 
-    /// Hands one input report to the read thread as a platform does: into the buffer that startInput was
-    /// given, as far as it goes. Returns when the library has taken it.
+    /// Delivers one input report to the read thread as a platform does: in the buffer that was passed to
+    /// startInput, as much as it holds. Returns when the library has taken it.
     void deliver(const Report& report);
-    /// The same for a report that begins with this number, little-endian, followed by zeroes.
+    /// The same with a report that begins with this number, little endian, followed by zeroes.
     void deliverNumber(uint32_t number, size_t bytes = 64);
 
-    // What the library asked for.
+    // Requests of the library.
     std::vector<Report> sent() const;
     std::vector<int32_t> sendTimeouts() const;
-    /// open, start, stop, stopCallersLoop, close, as they came.
+    /// open, start, stop, stopCallersLoop, close, in the order of the calls.
     std::vector<std::string> calls() const;
-    /// Of the last open: "VVVV:PPPP serial".
+    /// The last open: "VVVV:PPPP serial".
     std::string opened() const;
-    /// Of the last readConfigDescriptor: ids and size, "VVVV:PPPP size".
+    /// The last readConfigDescriptor: ids and size, "VVVV:PPPP size".
     std::string asked() const;
     int32_t inputLength() const;
     bool isOpen() const;

@@ -15,7 +15,7 @@ void note(const char* call) {
     }
 }
 
-/// Length of each array made so far; JNI asks for it without saying what the elements are.
+/// Length of each array created so far; JNI asks for it without the type of the elements.
 std::map<jarray, jsize>& lengths() {
     static std::map<jarray, jsize> all;
     return all;
@@ -95,7 +95,7 @@ FakeJni::FakeJni() {
 }
 
 FakeByteArray::FakeByteArray(std::vector<jbyte> content) : bytes(std::move(content)) {
-    bytes.reserve(1);  // pinning an empty array gives a pointer, too
+    bytes.reserve(1);  // pinning an empty array returns a pointer, too
     lengths()[this] = static_cast<jsize>(bytes.size());
 }
 

@@ -6,7 +6,7 @@ namespace {
 
 struct Memory {
     std::size_t failingBytes = FailingAllocation::kAnySize;
-    int allocationsLeft = 0;  // up to and including the one that fails; 0 when none does
+    int allocationsLeft = 0;  // up to and including the one that fails; 0 for none
     std::size_t countedBytes = 0;
     int deletions = 0;
 };
@@ -47,7 +47,7 @@ int DeletionCount::count() {
     return t_memory.deletions;
 }
 
-// Named as the compiler names the operators, and visible, as the linker wants them for the shared libraries
+// Named as the compiler names the operators, and visible, because the linker needs them for shared libraries
 // that use the operators as well.
 #pragma GCC visibility push(default)
 extern "C" {

@@ -3,18 +3,19 @@
 #include <cstddef>
 #include <cstdint>
 
-// Memory that runs out when a test wants it to: the linker leads the program's own calls of operator new and
-// delete and of calloc (the library's and the tests', not those inside other libraries) here on their way.
+// Memory that runs out on request: the linker redirects the program's own calls of operator new, operator
+// delete and calloc (those of the library and the tests, not those inside other libraries) here.
 
-/// A node of a map from endpoint addresses to their records: three links, a colour, key and value.
+/// The size of a node of a map from endpoint addresses to their records: three links, a colour, key and
+/// value.
 constexpr std::size_t kMapNodeBytes = 32 + 2 * sizeof(void*);
 
-/// The calling thread's nth allocation of exactly this many bytes from now on fails, and those after it
-/// succeed again. One at a time on a thread.
+/// Makes the calling thread's nth allocation of exactly this many bytes from now on fail; later ones succeed
+/// again. One object at a time per thread.
 class FailingAllocation {
  public:
     static constexpr std::size_t kAnySize = 0;
-    /// Whatever its size, but one that asks for null instead of an exception.
+    /// An allocation of any size that returns null instead of throwing.
     static constexpr std::size_t kAnyNoThrow = SIZE_MAX;
 
     explicit FailingAllocation(std::size_t bytes, int nth = 1);
@@ -26,10 +27,11 @@ class FailingAllocation {
     static bool happened();
 };
 
-/// Counts the calling thread's deletions of objects of exactly this many bytes. One at a time on a thread.
+/// Counts the calling thread's deletions of objects of exactly this many bytes. One object at a time per
+/// thread.
 class DeletionCount {
  public:
-    /// As many as the thread's next allocation has that asks for null instead of an exception.
+    /// The size of the thread's next allocation that returns null instead of throwing.
     static constexpr std::size_t kNextNoThrow = SIZE_MAX;
 
     explicit DeletionCount(std::size_t bytes);

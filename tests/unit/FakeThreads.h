@@ -2,7 +2,8 @@
 
 #include <atomic>
 
-/// As long as it lives, the library cannot start a thread: the linker leads its calls of pthread_create here.
+/// For its lifetime the library cannot create a thread: the linker redirects its calls of pthread_create
+/// here.
 struct NoThreads {
     NoThreads();
     ~NoThreads();
@@ -10,9 +11,8 @@ struct NoThreads {
     NoThreads& operator=(const NoThreads&) = delete;
 };
 
-/// Counts, as long as it lives, the threads of the library that are joined and those that are detached: each
-/// has to be one or the other, or it is never given back. The linker leads the program's calls here. One at a
-/// time.
+/// Counts, for its lifetime, the library's threads that are joined and those that are detached: each must be
+/// one or the other, or it leaks. The linker redirects the program's calls here. One object at a time.
 struct ThreadEnds {
     ThreadEnds();
     ~ThreadEnds();

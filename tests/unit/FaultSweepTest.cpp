@@ -1,5 +1,5 @@
-// What becomes of the main job when a call that the library makes fails: each call in turn, with each code
-// that it can give.
+// The main job when a call that the library makes fails: each call in turn, with each code that it can
+// return.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ struct FaultPoint {
 };
 
 size_t threadsOfThisProcess() {
-    std::error_code none;  // where the system does not tell, there are none
+    std::error_code none;  // systems without this information count as none
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task", none),
                                              std::filesystem::directory_iterator()));
 }
@@ -35,9 +35,9 @@ class FaultSweep : public JniTest {
  protected:
     using Steps = std::function<void()>;
 
-    /// Runs a scenario without a fault, then once for each fault point, on a bus of these devices: `prepare`,
-    /// `steps`, the session's end; calls fail from `steps` on. After each fault the next session has to do
-    /// the whole scenario as the first one did, and nothing may be left over.
+    /// Runs a scenario on a bus of these devices without a fault, then once per fault point: `prepare`,
+    /// `steps`, the end of the session. Calls fail from `steps` on. After each fault the next session must
+    /// complete the whole scenario like the first, and nothing may leak.
     void sweep(const std::vector<std::string>& devices, const Steps& prepare, const Steps& steps) {
         run_ = [=] {
             bus.command(R"({"op":"reset"})");
@@ -51,7 +51,7 @@ class FaultSweep : public JniTest {
         for (const FaultPoint& point : points) {
             probe(point);
             if (HasFailure()) {
-                return;  // what comes after it would stand on what it has left
+                return;  // later checks would depend on what it has left
             }
         }
         std::printf("%zu fault points, %zu of them reached\n", points.size(), reached_);
@@ -59,8 +59,8 @@ class FaultSweep : public JniTest {
         EXPECT_GT(reached_, 0U);
     }
 
-    // What scenarios are made of. Each step asks one method, whose answer is kept and has to be one of its
-    // own.
+    // The steps of scenarios. Each calls one method, stores its result and expects it to be one of the
+    // method's own.
 
     template <class Method, class... Arguments>
     jint ask(const char* name, Method* method, Arguments... arguments) {
@@ -72,7 +72,7 @@ class FaultSweep : public JniTest {
         EXPECT_TRUE(mayAnswer(name, result)) << name << " answers " << result;
         answers_.push_back(name + " " + std::to_string(result));
     }
-    /// False when there is none: the scenario ends there.
+    /// Returns false when there is no session; the scenario then ends.
     bool startSession() { return ask("usbInitialize", usbInitialize) == 0; }
     void startWithList() {
         ASSERT_EQ(0, call(usbInitialize));
@@ -88,8 +88,8 @@ class FaultSweep : public JniTest {
             answers_.push_back(infoLine(list, index));
         }
     }
-    /// Pulls one device, plugs the other one and updates the list. With a fault the events may never come;
-    /// then the list is flagged by hand.
+    /// Unplugs one device, plugs in the other one and updates the list. With a fault the events may never
+    /// arrive; the list is then flagged by the test.
     void updateAfterExchange(const std::string& pulled, const std::string& plugged) {
         bus.unplug(pulled);
         bus.plug(plugged);
@@ -99,8 +99,8 @@ class FaultSweep : public JniTest {
         findDeviceList(handle(), status)->changePending.store(true);
         ORVEX_ASK(usbUpdateDeviceList, list, 0);
     }
-    /// A read on the silent endpoint 0x84 by a thread of its own; returns when the device has it, or when it
-    /// has failed.
+    /// A read on the silent endpoint 0x84 on a thread of its own; returns when the device has it, or it has
+    /// failed.
     std::unique_ptr<BackgroundCall> blockedRead() {
         auto read = std::make_unique<BackgroundCall>(
             [this] { return call(usbReadBulkPipe, list, 0, 0x84, 64, timeoutMs(), blocked_.java()); });
@@ -112,7 +112,7 @@ class FaultSweep : public JniTest {
     jint timeoutMs() const { return static_cast<jint>(patience_.count()); }
 
     bool sweepsLibusb = true;
-    size_t share = 0;  ///< which of the shares of the fault points this test takes
+    size_t share = 0;  ///< the share of the fault points that this test takes
     size_t shares = 1;
     jint list = -1;
     FakeByteArray bytes{std::vector<jbyte>(512)};
@@ -133,9 +133,9 @@ class FaultSweep : public JniTest {
         }
         bus.clearFaults();
     }
-    /// The scenario without a fault. The calls that it makes.
+    /// Runs the scenario without a fault and returns the calls that it makes.
     std::map<std::string, uint64_t> rehearse() {
-        for (int round = 0; round < 2; ++round) {  // the first one starts threads that stay
+        for (int round = 0; round < 2; ++round) {  // the first one starts threads that remain
             perform(false);
         }
         asRehearsed_ = answers_;
@@ -179,7 +179,7 @@ class FaultSweep : public JniTest {
         patience_ = milliseconds(faulty ? 10 : 20'000);
         answers_.clear();
         run_();
-        // Looked at now: the next run begins with a bus that has forgotten them.
+        // Checked now: the next run begins with a reset bus.
         EXPECT_THAT(bus.violations(), ::testing::IsEmpty());
     }
     void expectNothingLeft() {
@@ -202,7 +202,7 @@ class FaultSweep : public JniTest {
 
 using HidFaultSweep = FaultSweep;
 
-/// For a scenario that takes long: four tests, each with every fourth of the fault points.
+/// For a slow scenario: four tests, each with every fourth fault point.
 class FaultSweepInQuarters : public FaultSweep, public ::testing::WithParamInterface<size_t> {
  protected:
     FaultSweepInQuarters() {
@@ -217,7 +217,7 @@ const auto kQuarters = ::testing::Range(size_t{0}, size_t{4});
 INSTANTIATE_TEST_SUITE_P(Points, FaultSweepInQuarters, kQuarters);
 INSTANTIATE_TEST_SUITE_P(Points, HidFaultSweepInQuarters, kQuarters);
 
-/// Two interfaces, the second of which is listed by itself.
+/// Two interfaces, the second of which is listed as a record of its own.
 const std::string kComposite = R"({"interfaces":[{"number":0,"class":3},
     {"number":1,"subClass":255,"endpoints":[{"address":"0x85"},{"address":"0x05"}]}]})";
 

@@ -3,12 +3,12 @@
 #include <condition_variable>
 #include <mutex>
 
-/// Holds threads until it is opened; then lets all through for good.
+/// Blocks threads until it is opened; from then on lets all pass.
 class Gate {
  public:
     ~Gate() { open(); }
 
-    /// Called by the thread to be held.
+    /// Called by the thread that is to be blocked.
     void pass() {
         std::unique_lock<std::mutex> lock(mutex_);
         ++arrivals_;
@@ -19,7 +19,7 @@ class Gate {
         open_ = true;
         opened_.notify_all();
     }
-    /// How many have come to the gate so far.
+    /// The number of threads that have reached the gate.
     int arrivals() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return arrivals_;

@@ -135,7 +135,7 @@ TEST_F(HidAccess, OpenGoesOnWhenTheEarlierReadThreadNeverEnds) {
     g_hidThreadWaitMs = 1;
     storeShared(access->threadState, kReadThreadStops);
     EXPECT_EQ(0, access->Open());
-    waitForState(kReadThreadEnded);  // the new thread finds itself asked to stop
+    waitForState(kReadThreadEnded);  // the new thread finds a stop requested
 }
 
 TEST_F(HidAccess, TheWaitsLast20Seconds) {
@@ -234,7 +234,7 @@ TEST_F(HidAccess, AThreadThatCloseGaveUpLeavesTheNextOneAlone) {
     open();
     const auto before = hid.calls().size();
     gate.open();
-    EXPECT_TRUE(eventually([&] { return hid.calls().size() == before + 2; }));  // its start and its stop
+    EXPECT_TRUE(eventually([&] { return hid.calls().size() == before + 2; }));  // startInput and stopInput
     EXPECT_EQ(kReadThreadRuns, threadState());
     EXPECT_EQ(0, access->Close());
 }
@@ -276,7 +276,7 @@ TEST_F(HidAccess, CloseGoesOnWithoutAThreadThatDoesNotEnd) {
     EXPECT_EQ(-109, access->Close());
     EXPECT_EQ(0, ends.joined);
     EXPECT_EQ(1, ends.detached) << "it is given back when it ends";
-    // The thread may still be using the device, so that stays open.
+    // The thread may still be using the device, so the device stays open.
     EXPECT_TRUE(hid.isOpen());
     EXPECT_THAT(hid.calls(), ElementsAre("open", "start", "stopCallersLoop"));
     gate.open();
@@ -355,7 +355,7 @@ TEST_F(HidAccess, AnOpenObjectIsNotFreed) {
     open();
     HIDAccess* object = access.release();
     deleteHIDAccess(object);
-    hid.deliverNumber(7);  // its thread goes on
+    hid.deliverNumber(7);  // its thread is still running
     access.reset(object);
     EXPECT_EQ(7, nextNumber());
 }

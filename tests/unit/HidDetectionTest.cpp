@@ -143,7 +143,7 @@ TEST_F(HidDetection, TwoServicesAlikeMarkTwoRecordsAlikeInListOrder) {
     const std::string twin = R"({"serial":"twin"})";
     const uint32_t list = listOfDevices({deviceJson("a", twin), deviceJson("b", twin)});
     EXPECT_THAT(marksOf(list), ElementsAre(1, 0));
-    // Each marks the first record that is not marked yet: one more service, one more record.
+    // Each device marks the first unmarked record: one more service, one more record.
     EXPECT_EQ(1, HID_MarkHidDevicesInList(&listOf(list)));
     EXPECT_THAT(marksOf(list), ElementsAre(1, 1));
     EXPECT_EQ(1, HID_MarkHidDevicesInList(&listOf(list)));
@@ -230,7 +230,7 @@ TEST_F(HidDetection, AConfigurationWithoutInterfaceLeavesTheEndpointsAsTheyWere)
     hid.configuration = configurationBytes({});
     const auto& entry = record(listOfTool(), 0);
     EXPECT_EQ(9, entry.configDescriptorLength);
-    EXPECT_EQ(10, entry.endpointCount);  // as libusb told them
+    EXPECT_EQ(10, entry.endpointCount);  // as read through libusb
     EXPECT_EQ(0x01, entry.endpoints[0].address);
 }
 

@@ -1,5 +1,5 @@
 // The HID path on the platform's own HID interface, over HID devices of the simulated bus: the same tests for
-// every platform's table.
+// each platform's table.
 #include "HidPlatformTest.h"
 
 #include <gmock/gmock.h>
@@ -25,7 +25,7 @@ using ::testing::SizeIs;
 
 class HidPlatform : public HidPlatformTest {
  protected:
-    /// An open of any device with this product id opens the one with that serial number.
+    /// Expects an open of any device with this product id to open the one with that serial number.
     void expectAnyOpens(uint16_t productId, const char* serialNumber) {
         HIDAccess* access = newHIDAccess(kVendor, productId, "?", 64, 0);
         EXPECT_EQ(0, access->Open());
@@ -145,7 +145,7 @@ TEST_F(HidPlatform, AConfigurationThatClaimsLessThanItHasIsCutThere) {
     bytes.resize(12);
     uint8_t buffer[64];
     const int32_t count = readConfiguration(buffer, 64);
-    if (count != 41) {  // a platform that keeps the descriptor of its own does not ask the device again
+    if (count != 41) {  // a platform with a stored descriptor does not request it again
         EXPECT_EQ(12, count);
     }
 }

@@ -6,7 +6,7 @@
 
 #include "ListTest.h"
 
-/// A HID device like deviceJson's, but for its one interface: HID, reports of 64 bytes, what is written to
+/// A HID device like that of deviceJson, with a single HID interface: reports of 64 bytes; what is written to
 /// 0x01 comes back from 0x81.
 std::string hidJson(const std::string& id, const std::string& overrides = "{}");
 
@@ -15,9 +15,9 @@ class HidPlatformTest : public ListTest {
  protected:
     void TearDown() override;
 
-    /// Starts the session with a HID device "tool" and opens it; closed again by TearDown.
+    /// Starts the session with a HID device "tool" and opens it; TearDown closes it.
     void openTool(const std::string& overrides = "{}");
-    /// Expects that the read thread of a silent device calls this function at most once in each period.
+    /// Expects the read thread of a silent device to call this function at most once per period.
     void expectPeriods(const std::string& function, std::chrono::microseconds period);
     int32_t write(std::vector<uint8_t> bytes);
     /// LibUSB_ReadInterruptPipe into `received`.

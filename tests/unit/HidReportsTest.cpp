@@ -41,7 +41,7 @@ class HidRing : public HidTest, public ::testing::WithParamInterface<int32_t> {
             hid.deliverNumber(number, static_cast<size_t>(size()));
         }
     }
-    /// Takes these numbers out of the ring, and then finds it empty.
+    /// Takes these numbers out of the ring and expects it to be empty then.
     void expectNumbers(uint32_t first, uint32_t end) {
         for (uint32_t number = first; number < end; ++number) {
             ASSERT_EQ(number, nextNumber());
@@ -91,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(All, HidRing, ::testing::Values(64, 100, 512, 1000, 102
 
 class HidReports : public HidTest {
  protected:
-    /// A write of zeroes whose first report the device has not taken yet; it goes on when the gate is opened.
+    /// A write of zeroes whose first report is held until the gate is opened.
     std::unique_ptr<BackgroundCall> heldWrite(Gate& gate, int size) {
         hid.onSend = [&gate] { gate.pass(); };
         zeroes_.resize(static_cast<size_t>(size));
@@ -207,7 +207,7 @@ TEST_F(HidReports, ReadAllocatesNothing) {
 TEST_F(HidReports, WriteAllocatesNothing) {
     open();
     Bytes bytes(130);
-    std::optional<FailingAllocation> first;  // from here to the device; taking the report, the test allocates
+    std::optional<FailingAllocation> first;  // until the device has the report; the test allocates then
     hid.onSend = [&] {
         EXPECT_FALSE(first.has_value() && FailingAllocation::happened());
         first.reset();

@@ -8,8 +8,8 @@
 #include "FakeHid.h"
 #include "hid/HIDAccess.h"
 
-/// A test on one HIDAccess over the HID interface in memory. Nothing waits longer than a moment for a read
-/// thread that does not answer, unless a test says so.
+/// A test on one HIDAccess over the HID interface in memory. By default all waits for a read thread that does
+/// not answer are short.
 class HidTest : public ::testing::Test {
  protected:
     static constexpr uint16_t kHidVendor = 0x6A5C;
@@ -17,14 +17,13 @@ class HidTest : public ::testing::Test {
 
     ~HidTest() override;
 
-    /// Opens it, with reports of `packetSize` bytes, and waits until the read thread runs.
+    /// Opens it with reports of `packetSize` bytes and waits until the read thread runs.
     void open(int packetSize = 64);
     void waitForState(int32_t state) const;
     int32_t threadState() const;
-    /// The number that the next report in the ring begins with (FakeHid::deliverNumber); -1 for an empty
-    /// ring.
+    /// The number at the start of the next report in the ring (FakeHid::deliverNumber); -1 for an empty ring.
     int64_t nextNumber();
-    /// Read of `size` bytes; the bytes are in `received`.
+    /// Calls Read for `size` bytes, into `received`.
     int read(int size, int timeout = 10'000);
     int write(const std::vector<uint8_t>& bytes, int timeout = 1'000);
 
@@ -38,7 +37,7 @@ class HidTest : public ::testing::Test {
     const int64_t waitBefore_ = g_hidThreadWaitMs;
 };
 
-/// How many reports the ring holds before it drops the oldest.
+/// The number of reports that the ring holds before it drops the oldest.
 constexpr int32_t ringCapacity(int32_t packetSize) {
     return (kRingBytes + packetSize - 1) / packetSize - 1;
 }

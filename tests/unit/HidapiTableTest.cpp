@@ -1,4 +1,4 @@
-// The Linux side, call by call: what each failure of hidapi gives, and that nothing is left behind.
+// The Linux side, call by call: the result of each failure of hidapi, and that nothing leaks.
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -131,7 +131,7 @@ TEST_F(HidapiTable, TheReadThreadSleepsByItselfOnlyWhenTheDeviceHasGone) {
     bus.unplug("tool");
     EXPECT_TRUE(eventually([&] { return sleeps >= 3; }));
     EXPECT_EQ(0, LibUSB_CloseDevice(std::exchange(tool_, nullptr)));
-    deinitHotplugUsb();  // whoever sleeps ends before the clock
+    deinitHotplugUsb();  // threads that sleep must end before the clock
 }
 
 }  // namespace

@@ -13,10 +13,10 @@ namespace {
 
 using ::testing::Each;
 
-/// Lists of devices whose configuration is not what it ought to be.
+/// Lists of devices with invalid configurations.
 class HostileDescriptors : public ListTest {
  protected:
-    /// A device that answers with exactly these bytes, which libusb has let pass.
+    /// A device that returns exactly these bytes, whatever libusb would accept.
     tagUSB_DEVICE_ACCESS_ENTRY& listDeviceWith(const DescriptorBytes& bytes) {
         claimed_ = std::make_unique<FakeConfiguration>(static_cast<uint16_t>(bytes.size()));
         return listDeviceWithOverrides(configurationReply(bytes));
@@ -34,11 +34,11 @@ class HostileDescriptors : public ListTest {
         EXPECT_STREQ("tool", entry.sSerialNumber);
     }
 
-    std::unique_ptr<FakeConfiguration> claimed_;  ///< what libusb lets pass; else it parses for itself
+    std::unique_ptr<FakeConfiguration> claimed_;  ///< total length for libusb; else it parses itself
 };
 
-/// A configuration of 600 bytes with `part` from an offset on (at least 9), and descriptors of an unknown
-/// type before and behind it.
+/// A configuration of 600 bytes with `part` at an offset (at least 9), and descriptors of an unknown type
+/// before and after it.
 DescriptorBytes longConfiguration(std::size_t offset, const DescriptorBytes& part) {
     DescriptorBytes bytes{9, 2, 0x58, 0x02, 1, 1, 0, 0x80, 50};
     const auto padTo = [&bytes](std::size_t size) {
@@ -106,7 +106,7 @@ TEST_F(HostileDescriptors, AnInterfaceCutByTheClampHasTheClassThatIsLeftOfIt) {
     const tagUSB_DEVICE_ACCESS_ENTRY& cut = recordNamed(list, "cut");
     EXPECT_EQ(512, cut.configDescriptorLength);
     EXPECT_EQ(0, cut.endpointCount);
-    EXPECT_EQ(0U, cut.isUnsupportedClass);  // the class byte is the first one beyond
+    EXPECT_EQ(0U, cut.isUnsupportedClass);  // the class byte is the first byte beyond the buffer
     EXPECT_EQ(1U, recordNamed(list, "just there").isUnsupportedClass);
 }
 
@@ -159,7 +159,7 @@ TEST_F(HostileDescriptors, OfSeventeenEndpointsSixteenAreKept) {
     tagUSB_DEVICE_ACCESS_ENTRY& entry = listDeviceWith(bytes);
     EXPECT_EQ(16, entry.endpointCount);
     EXPECT_EQ(16, entry.endpoints[15].address);
-    EXPECT_EQ(512U, entry.packetSize);  // what stands behind the array
+    EXPECT_EQ(512U, entry.packetSize);  // the field that follows the array
     ASSERT_NE(nullptr, entry.pCompositeChild);
     EXPECT_EQ(16, entry.pCompositeChild->endpointCount);
     std::vector<uint8_t> answer(std::size_t{16} * 8);
@@ -197,7 +197,7 @@ TEST_F(HostileDescriptors, NoBytesAtAllBreakAList) {
     for (int round = 0; round < 60; ++round) {
         DescriptorBytes bytes(random() % 600);
         for (uint8_t& byte : bytes) {
-            // Half of the rounds draw from small lengths and the types that are looked for.
+            // Half of the rounds use small lengths and the types that the walk looks for.
             byte = static_cast<uint8_t>(round % 2 == 0 ? random() % 256 : random() % 8);
         }
         claimed_ = std::make_unique<FakeConfiguration>(static_cast<uint16_t>(random() % 700));

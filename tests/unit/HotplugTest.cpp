@@ -31,8 +31,8 @@ class Hotplug : public UsbTest {
         startSession({deviceJson("tool", R"({"plugged":false})"),
                       deviceJson("other", R"({"plugged":false,"vendorId":"0x1234"})")});
     }
-    /// Plugs "other" and waits for its event: events come in order, so all earlier ones have been handled
-    /// then.
+    /// Plugs in "other" and waits for its event. Events arrive in order, so all earlier ones have been
+    /// handled then.
     void handleEarlierEvents() {
         const uint32_t list = createList({kOtherVendor});
         plugAndWait("other", list);
@@ -170,7 +170,7 @@ TEST_F(Hotplug, AVendorThatNobodyWatchesRaisesNothing) {
 TEST_F(Hotplug, EventsComeWhileAThreadWaitsInATransfer) {
     startSession({deviceJson("tool"), deviceJson("two", R"({"plugged":false})")});
     const uint32_t list = createList({kVendor});
-    deinitHotplugUsb();  // the thread in the transfer is the only one that handles events
+    deinitHotplugUsb();  // only the thread in the transfer handles events
     auto& entry = record(list, 0);
     ASSERT_EQ(0, LibUSB_OpenDevice(&entry));
     uint8_t bytes[64] = {};

@@ -1,4 +1,4 @@
-// The text line that Java gets of a device.
+// The text line that Java gets for a device.
 #include <gmock/gmock.h>
 
 #include <cstring>
@@ -12,7 +12,7 @@ using ::testing::Not;
 
 namespace {
 
-/// The record that the change look-up finds; null leaves it to the library.
+/// The record that the change look-up returns; null calls the library's own look-up.
 tagUSB_DEVICE_ACCESS_ENTRY* g_changed = nullptr;
 
 class InformationLine : public JniTest {
@@ -25,7 +25,7 @@ class InformationLine : public JniTest {
         call(usbGetChangeInfo, 0, 0);
         return jni.strings.back();
     }
-    /// The line of the only device, after the test has changed its record.
+    /// The line of the only device after `change` has modified its record.
     template <class Change>
     std::string lineAfter(Change change) {
         openSession({deviceJson("TOOL1")});
@@ -116,7 +116,7 @@ TEST_F(InformationLine, ShowsPresenceOfTheSameRecord) {
 }
 
 TEST_F(InformationLine, IsCutAt511CharactersAndThenLacksItsEndMark) {
-    // Texts without an end, each running into the next: longer together than any that a device gives.
+    // Unterminated texts, each running into the next: longer in total than those of any device.
     const std::string line = lineAfter([](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         std::memset(entry.sManufacturer, 'm', sizeof entry.sManufacturer);
         std::memset(entry.sProduct, 'p', sizeof entry.sProduct);

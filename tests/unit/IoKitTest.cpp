@@ -1,4 +1,4 @@
-// The macOS side, call by call: what each failure of the system gives, and that nothing is left behind.
+// The macOS side, call by call: the result of each failure of the system, and that nothing leaks.
 #include <IOKit/hid/IOHIDKeys.h>
 #include <gmock/gmock.h>
 
@@ -52,7 +52,7 @@ class IoKit : public HidPlatformTest {
         deleteHIDAccess(access);
         HidPlatformTest::TearDown();
     }
-    /// What Open answers when the n-th call of a system's function fails.
+    /// The result of Open when the n-th call of a system function fails.
     int openWithout(const std::string& function, unsigned nth = 1) {
         bus.failCall(function, nth, kIOReturnError);
         const int result = access->Open();
@@ -107,7 +107,7 @@ TEST_F(IoKit, AnIdOf0x8000OrAboveFindsItsServices) {
 TEST_F(IoKit, AReadThreadThatCannotBeSetUpEndsAtOnce) {
     const std::pair<const char*, IOReturn> failures[] = {
         {"getAsyncEventSource", kIOReturnError},
-        {"getAsyncEventSource", kIOReturnSuccess},  // and gives none
+        {"getAsyncEventSource", kIOReturnSuccess},  // and returns no source
         {"setInputReportCallback", kIOReturnError},
     };
     for (const auto& [function, code] : failures) {
@@ -274,7 +274,7 @@ TEST_F(IoKit, ATextOfMoreThan127BytesIsEmpty) {
 
 class IoKitReports : public HidPlatformTest {
  protected:
-    /// Holds the read thread back, as a busy machine does, until `action` has ended.
+    /// Delays the read thread, as a busy machine does, until `action` has ended.
     void whileTheReadThreadIsHeldBack(const std::function<void()>& action) {
         const auto gate = std::make_shared<Gate>();
         bus.onCall("CFRunLoopRunInMode", [gate] { gate->pass(); });
@@ -283,7 +283,7 @@ class IoKitReports : public HidPlatformTest {
         bus.clearHooks();
         gate->open();
     }
-    /// Has the device send these reports, each with its number in the first byte.
+    /// Makes the device send these reports, each with its number in the first byte.
     void send(int first, int count) {
         for (int i = first; i < first + count; ++i) {
             std::vector<uint8_t> report(64);
@@ -303,7 +303,7 @@ class IoKitReports : public HidPlatformTest {
 };
 
 TEST_F(IoKitReports, TheSystemDropsWhatItsQueueDoesNotHoldAndTheRestIsRead) {
-    constexpr int kHeld = 170;  // of 64 bytes
+    constexpr int kHeld = 170;  // reports of 64 bytes
     openTool();
     bus.clearCalls();
     whileTheReadThreadIsHeldBack([this] {
@@ -328,7 +328,7 @@ TEST_F(IoKitReports, AReportThatTheSystemDropsIsMissingInTheMiddle) {
     EXPECT_EQ(1, dropped());
 }
 
-/// HID drivers that register after their devices have come.
+/// HID drivers that register after their devices have been plugged in.
 class IoKitLateDrivers : public HidPlatformTest {
  protected:
     void holdDriversBack() { bus.failCall("hid driver registered", 1, kIOReturnError, 1'000'000); }

@@ -21,9 +21,9 @@ class IoTest : public UsbTest {
     tagUSB_CALLBACK_INFO& transferRecord(uint8_t address) { return *tool_->callbackInfos.at(address); }
     libusb_transfer& libusbTransfer(uint8_t address) { return *transferRecord(address).pTransfer; }
 
-    /// A bulk read without time-out on a thread of its own; returns once the device has it waiting.
+    /// Starts a bulk read without time-out on a thread of its own; returns once it waits in the device.
     std::unique_ptr<BackgroundCall> blockedRead(uint8_t endpoint = 0x84);
-    /// Changes an endpoint's behaviour (JSON as a scenario has it) at once.
+    /// Changes an endpoint's behaviour (JSON as in a scenario) at once.
     void setBehaviour(const std::string& endpoint, const std::string& settings);
 
  private:

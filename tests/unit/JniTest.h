@@ -6,7 +6,7 @@
 #include "LibUSBJNILink/SessionMethods.h"
 #include "UsbTest.h"
 
-// The native methods under the names that Java knows them by.
+// The native methods under their Java names.
 #define ORVEX_NATIVE(method) constexpr auto* method = Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_##method
 ORVEX_NATIVE(usbInitialize);
 ORVEX_NATIVE(usbRelease);
@@ -38,8 +38,8 @@ ORVEX_NATIVE(usbGetEndpointList);
 ORVEX_NATIVE(usbGetLibVersion);
 #undef ORVEX_NATIVE
 
-/// A test that calls the library as Java does. Releases every list and the session at its end, when it left
-/// one.
+/// A test that calls the library as Java does. At its end it releases every list, and the session if one is
+/// left.
 class JniTest : public UsbTest {
  protected:
     void TearDown() override;
@@ -54,7 +54,7 @@ class JniTest : public UsbTest {
     void openSession(std::initializer_list<std::string> devices);
     /// A multi-vendor list of kVendor.
     jint listOfVendor();
-    /// The line that usbGetDeviceInfo gives Java.
+    /// The line that usbGetDeviceInfo returns to Java.
     std::string infoLine(jint list, jint index);
 
     FakeJni jni;

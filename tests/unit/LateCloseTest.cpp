@@ -1,4 +1,4 @@
-// What a close or a release could not end in time, and who ends it.
+// Closes and releases that could not complete in time, and the calls that complete them later.
 #include <gtest/gtest.h>
 #include <libusb.h>
 
@@ -19,7 +19,7 @@ constexpr unsigned kForEver = 1'000'000;
 
 class LateClose : public IoTest {
  protected:
-    /// A read that `giveUp` cannot end and that has come back afterwards, so that nothing uses the record.
+    /// A read that `giveUp` could not end and that has ended since, so that nothing uses the record.
     template <class GiveUp>
     void leaveUnfinished(GiveUp giveUp) {
         openTool();
@@ -134,7 +134,7 @@ class LateHidClose : public UsbTest {
     std::unique_ptr<BackgroundCall> read_;
 };
 
-// The drop-in libusb reports every reference that is left when the session ends.
+// The drop-in libusb reports every reference that is left at the end of the session.
 
 TEST_F(LateHidClose, GivesBackTheDeviceOfARecordThatAReadOutlivedTheReleaseOf) {
     EXPECT_EQ(0, LibUSB_ReleaseDeviceList(list()));

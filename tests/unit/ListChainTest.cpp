@@ -11,7 +11,7 @@ namespace {
 using ::testing::Each;
 using ::testing::ElementsAre;
 
-/// A chain of the test's own in the place of the library's.
+/// A chain of the test's own that replaces the library's.
 class ListChain : public ::testing::Test {
  protected:
     tagUSB_DEVICE_LIST* addList(uint32_t handle, const std::vector<int32_t>& ids, int32_t context = 0) {
@@ -30,7 +30,7 @@ class ListChain : public ::testing::Test {
         }
         return added;
     }
-    /// Different made-up contexts; the chain only compares them.
+    /// Distinct addresses as contexts; the chain only compares them.
     libusb_context* contextOf(int32_t number) {
         return reinterpret_cast<libusb_context*>(contexts_ + number);
     }

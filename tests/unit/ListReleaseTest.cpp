@@ -84,7 +84,7 @@ TEST_F(ListRelease, ASingleCallListConsumesTheReferenceOfAnotherList) {
     libusb_device* device = record(watched, 0).pDevice;
     LibUSB_ReleaseDeviceList(createSingleCallList(kVendor));
     EXPECT_EQ(-1, getRefCount(device));
-    EXPECT_EQ(0, LibUSB_OpenDevice(&record(watched, 0)));  // the record's own hold keeps the device alive
+    EXPECT_EQ(0, LibUSB_OpenDevice(&record(watched, 0)));  // its own reference keeps the device alive
     EXPECT_EQ(0, LibUSB_CloseDevice(&record(watched, 0)));
 }
 
@@ -99,7 +99,7 @@ TEST_F(ListRelease, AReleasedListIsFilledAgainByAnUpdate) {
     EXPECT_EQ(1U, record(list, 0).isPresent);
 }
 
-/// A temporary list as an update makes it.
+/// A temporary list as an update creates it.
 class InternalList : public ListTest {
  protected:
     void TearDown() override {

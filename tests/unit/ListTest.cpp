@@ -97,7 +97,7 @@ void ListTest::plugAndUpdate(const std::string& id, uint32_t list) {
 
 void ListTest::replugChanged(const std::string& id, const std::string& changes, uint32_t list) {
     unplugAndWait(id, list);
-    listOf(list).changePending.store(false);  // so that the arrival is waited for
+    listOf(list).changePending.store(false);  // so that the test waits for the arrival
     command(R"({"op":"change","device":")" + id + R"(","set":)" + changes + "}");
     plugAndUpdate(id, list);
 }

@@ -8,7 +8,7 @@
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "UsbTest.h"
 
-/// The library without any list, for as long as this lives.
+/// The library without any list, for the lifetime of this object.
 class NoLists {
  public:
     NoLists() : before_(std::exchange(g_pDeviceList, nullptr)) {}
@@ -25,7 +25,7 @@ class ListTest : public UsbTest {
  protected:
     void TearDown() override;
 
-    /// LibUSB_CreateDeviceList on `context`; released like the lists of createList.
+    /// LibUSB_CreateDeviceList on `context`; TearDown releases the list like those of createList.
     uint32_t createSingleCallList(uint32_t vendorId);
     static tagUSB_DEVICE_LIST& listOf(uint32_t handle);
     /// All records of a list, in order.
@@ -36,7 +36,7 @@ class ListTest : public UsbTest {
     static tagUSB_DEVICE_ACCESS_ENTRY& recordNamed(uint32_t list, std::string_view serial);
     /// The records' devices.
     static std::vector<libusb_device*> devicesOf(uint32_t list);
-    /// The devices of kVendor in the order in which libusb has them; of every vendor for -1.
+    /// The devices of kVendor in libusb's order; of every vendor for -1.
     std::vector<libusb_device*> libusbsDevices(int32_t vendorId = kVendor);
 
     /// LibUSB_UpdateDeviceList, expected to return 0.

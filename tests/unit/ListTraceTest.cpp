@@ -21,7 +21,7 @@ class ListTrace : public ListTest {
     std::vector<std::string> traceOf(const std::vector<int32_t>& ids) {
         return debugLinesOf([&] { list_ = createList(ids); });
     }
-    /// The numbers of the steps (two digits and a letter, if any) from 07 on.
+    /// The numbers of the steps from 07 on (two digits and an optional letter).
     std::vector<std::string> stepsOf(const std::vector<int32_t>& ids) {
         std::vector<std::string> steps;
         for (const std::string& line : traceOf(ids)) {

@@ -241,7 +241,7 @@ TEST_F(ListUpdate, IdenticalDevicesAreMatchedInOrder) {
     EXPECT_EQ(1U, record(list, 0).isPresent);
     EXPECT_EQ(0U, record(list, 1).isPresent);
     EXPECT_EQ(-1, getRefCount(first));
-    EXPECT_EQ(1, getRefCount(second));  // two for a moment, then the absent record's one was dropped
+    EXPECT_EQ(1, getRefCount(second));  // briefly two, until the absent record's one was dropped
 }
 
 TEST_F(ListUpdate, ADeviceThatGetsThePlaceOfItsTwinStaysOpenInItsOwn) {

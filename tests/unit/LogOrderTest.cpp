@@ -1,4 +1,4 @@
-// Which lines of the log come before the call of libusb that they tell of, and which behind it.
+// Which log lines are written before the libusb call that they describe, and which after it.
 #include <gmock/gmock.h>
 
 #include "DebugUtil/DebugLog.h"
@@ -15,14 +15,14 @@ using Lines = std::vector<std::string>;
 
 class LogOrder : public ListTest {
  protected:
-    /// From here on each call of one of these functions is a line of the log, too: "<libusb_open>", written
+    /// From now on each call of one of these functions adds a line to the log, such as "<libusb_open>",
     /// before the function begins.
     void logCallsOf(const Lines& functions) {
         for (const std::string& function : functions) {
             bus.onCall(function, [function] { debug_log("<%s>", function.c_str()); });
         }
     }
-    /// A session with one device and a list of it, calls of these functions in the log.
+    /// A session with one device and a list of it; calls of these functions are logged.
     void listTool(const Lines& functions) {
         startSession({deviceJson("tool")});
         list_ = createList({kVendor});
@@ -30,7 +30,7 @@ class LogOrder : public ListTest {
     }
     libusb_device* device() { return record(list_, 0).pDevice; }
     std::string deviceText() { return pointerText(device()); }
-    /// The line of an open or close, as "[tlvn_libusb_open]".
+    /// The line of an open or close, such as that of "[tlvn_libusb_open]".
     static std::string lineOf(const std::string& wrapper, const std::string& about,
                               const std::string& device) {
         return "[tlvn_libusb_" + wrapper + "] " + about + " dev: " + device;
@@ -39,8 +39,8 @@ class LogOrder : public ListTest {
     uint32_t list_ = 0;
 };
 
-/// The lines of the log without what follows their first colon and without the prefix of numbered steps; of
-/// equal ones that follow each other the first.
+/// The lines of the log up to their first colon and without the prefix of numbered steps; consecutive equal
+/// lines appear once.
 Lines labels(const Lines& lines) {
     const std::string step = "LibUSB_CreateDeviceList2 ";
     Lines result;

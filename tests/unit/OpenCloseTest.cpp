@@ -38,7 +38,7 @@ class OpenClose : public IoTest {
     }
 };
 
-/// Interface 0 as deviceJson has it, in two configurations, of which the second is active.
+/// Interface 0 of deviceJson in two configurations, the second of which is active.
 constexpr const char* kTwoConfigurations = R"({"interfaces":null, "activeConfiguration":2, "configurations":[
     {"value":1,"interfaces":[{"number":0,"endpoints":[{"address":"0x83","type":"bulk","behaviour":"source"}]}]},
     {"value":2,"interfaces":[{"number":0}]}]})";
@@ -61,7 +61,7 @@ std::string closeLine(const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 
 TEST_F(OpenClose, CloseFreesBothDirectionsOfAnEndpointNumberBeforeTheNextNumber) {
     openTool();
-    std::vector<uint8_t> left;  // addresses whose transfer has not been freed
+    std::vector<uint8_t> left;  // addresses whose transfer has not been freed yet
     std::vector<uint8_t> order;
     const auto look = [&] {
         for (const uint8_t address : std::exchange(left, {})) {
@@ -273,7 +273,7 @@ TEST_F(OpenClose, AnAttachComesBeforeTheCloseIsLogged) {
     openTool();
     tool().kernelDriverDetached = 1;
     bus.onCall("libusb_attach_kernel_driver", [] { debug_log("attach"); });
-    // The device had no driver to attach, so it is tried once more.
+    // The device had no driver to attach, so the library tries once more.
     const auto lines = debugLinesOf([&] { EXPECT_EQ(0, LibUSB_CloseDevice(&tool())); });
     EXPECT_THAT(
         lines,

@@ -1,4 +1,4 @@
-// Opening and closing as Java does it, and the map of the open devices.
+// Opening and closing as Java does it, and the open-device map.
 #include <gmock/gmock.h>
 
 #include "JniTest.h"
@@ -85,7 +85,7 @@ TEST_F(OpenDeviceMap, ADeviceThatCannotBeOpenedIsNotEntered) {
 
 TEST_F(OpenDeviceMap, AFailedCloseStillForgetsTheDevice) {
     EXPECT_EQ(0, call(usbOpenDevice, list, 0));
-    first().isOpen = 0;  // as an update leaves a record whose device has come back
+    first().isOpen = 0;  // as an update leaves the record of a device that was plugged in again
     EXPECT_EQ(-109, call(usbCloseDevice, list, 0));
     EXPECT_TRUE(g_DevMap.at(list).empty());
     EXPECT_EQ(-114, call(usbCloseDevice, list, 0));

@@ -1,4 +1,4 @@
-// Opening and closing at awkward moments: transfers that still run, a device that came back, no memory.
+// Opening and closing at awkward moments: transfers still running, a device that came back, no memory.
 #include <gmock/gmock.h>
 #include <libusb.h>
 
@@ -28,7 +28,7 @@ class OpenGuards : public IoTest {
         return LibUSB_ReadBulkPipe(&tool(), 0x83, sizeof bytes, 1000, bytes);
     }
 
-    /// Pulls the device, plugs it again and updates its list.
+    /// Unplugs the device, plugs it in again and updates its list.
     void replug() {
         unplugAndWait("tool", list());
         plugAndWait("tool", list());
@@ -87,7 +87,7 @@ TEST_F(OpenGuards, AReadEndedByACloseTellsWhatItGot) {
 
 TEST_F(OpenGuards, CloseFreesNothingBeforeTheReaderHasLeft) {
     openTool();
-    Gate gate;  // holds the reader on its way into event handling, so that others complete its transfer
+    Gate gate;  // holds the reader before event handling, so that other threads complete its transfer
     bus.onCall("libusb_handle_events", [&] { gate.pass(); });
     const auto read = blockedRead();
     ASSERT_TRUE(eventually([&] { return gate.arrivals() == 1; }));
@@ -233,7 +233,7 @@ TEST_F(OpenGuards, EveryEndpointAddressHasALaneOfItsOwn) {
     EXPECT_EQ(0U, lanes.count(nullptr));
 }
 
-/// A thread that is refused looks at the record first: until it has left, nobody may delete it.
+/// A thread whose call is refused reads the record first; the record must not be deleted until it has left.
 TEST_F(OpenGuards, ATransferThatWillBeRefusedCountsAsInsideTheRecord) {
     openTool();
     for (const uint8_t address : {uint8_t{0x81}, uint8_t{0x10}}) {

@@ -1,4 +1,4 @@
-// What the library answers when there is no memory for its records.
+// The library's results when memory runs out.
 #include <gmock/gmock.h>
 #include <libusb.h>
 
@@ -70,7 +70,7 @@ TEST_F(OutOfMemory, AListThatCannotBeFilledLeavesNothingBehind) {
     createList({kVendor + 1});
     const auto watched = g_hotPlugCallback;
     const int32_t ids[] = {kVendor, kVendor + 1};
-    // The list; an id that is not watched yet and a count; two devices and an interface; what is HID.
+    // The list; a newly watched id and a count; two devices and an interface; the HID objects.
     for (const Need& need :
          {Need{sizeof(tagUSB_DEVICE_LIST), 1}, Need{kMapNodeBytes - sizeof(void*), 1}, Need{kMapNodeBytes, 1},
           Need{sizeof(DeviceRecord), 3}, Need{sizeof(HidDeviceInfo), 1}, Need{sizeof(HIDAccessRecord), 1}}) {
@@ -154,7 +154,7 @@ TEST_F(OutOfMemory, AnOpenWithoutMemoryForARecordIsUndone) {
 
 TEST_F(OutOfMemory, AReplugWithoutMemoryForTheCountHoldsTheDeviceAllTheSame) {
     startSession({deviceJson("a")});
-    bus.failCall("libusb_open", 1, LIBUSB_ERROR_ACCESS, 2);  // its texts are not asked for
+    bus.failCall("libusb_open", 1, LIBUSB_ERROR_ACCESS, 2);  // its strings are not read
     const uint32_t list = createList({kVendor});
     bus.unplug("a");
     plugAndWait("a", list);
@@ -271,7 +271,7 @@ TEST_F(OutOfMemoryInJava, AnOpenDeviceThatCannotBeEnteredIsClosedAgain) {
     openSession({deviceJson("tool")});
     const jint list = listOfVendor();
     for (const bool mapIsThere : {false, true}) {
-        // The index's node, or before that the list's.
+        // The node of the index, or, before that, the node of the list.
         const std::size_t bytes = mapIsThere ? kMapNodeBytes : 32 + 8 + sizeof(OpenDevices);
         const FailingAllocation entry(bytes, mapIsThere ? 32 + 1 : 1);
         EXPECT_EQ(-11, call(usbOpenDevice, list, 0));

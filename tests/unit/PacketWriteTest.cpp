@@ -1,4 +1,4 @@
-// A write of many packets whose device is closed, released, cut off or cancelled meanwhile.
+// A write of many packets while its device is closed, released, detached or cancelled.
 #include <gtest/gtest.h>
 #include <libusb.h>
 
@@ -16,8 +16,8 @@ constexpr unsigned kForEver = 1'000'000;
 
 int g_movedBytes = -1;
 
-/// While it lives, every transfer is complete as soon as it is submitted and has moved so many bytes: the
-/// linker leads the library's submissions here.
+/// For its lifetime every transfer completes at once with so many bytes moved: the linker redirects the
+/// library's submissions here.
 struct CompletingSubmissions {
     explicit CompletingSubmissions(int movedBytes) { g_movedBytes = movedBytes; }
     ~CompletingSubmissions() { g_movedBytes = -1; }
@@ -32,7 +32,7 @@ class PacketWrite : public IoTest {
         openTool();
     }
 
-    /// A write without time-out of which the device takes two packets and ten bytes of the third.
+    /// A write without time-out; the device takes two packets and ten bytes of the third.
     std::unique_ptr<BackgroundCall> blockedWrite() {
         bus.onCall("libusb_submit_transfer", [this] {
             if (++submissions_ == 3) {
@@ -137,7 +137,8 @@ TEST_F(PacketWrite, OfAnotherListOfTheSessionIsCutOffAllTheSame) {
     expectsViolations = true;  // the context is given up on purpose
 }
 
-/// libusb never moves more than it was given; should it say so, a whole packet counts for the whole length.
+/// libusb never moves more than it was given; if it reported that, a whole packet would count as the whole
+/// length.
 TEST_F(PacketWrite, CreditsTheWholeLengthForAPacketThatMovedMore) {
     uint8_t bytes[2 * kPacketBytes + 2] = {};
     const auto creditOf = [&](int32_t length, int32_t moved) {

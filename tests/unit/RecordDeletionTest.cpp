@@ -1,4 +1,4 @@
-// What is given back of records and of what belongs to them, and when.
+// What is freed with a record, and when.
 #include <gtest/gtest.h>
 
 #include "FakeHid.h"

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// The debug log switched on, with a tick that counts the lines: 1, 2, 3, ...
+/// The debug log, enabled, with a tick that counts the lines: 1, 2, 3, ...
 class RecordDump : public ::testing::Test {
  protected:
     void SetUp() override {
@@ -37,7 +37,7 @@ class RecordDump : public ::testing::Test {
     }
 
     DeviceRecord entry_{};
-    int lastLine_ = 0;  ///< the variable goes away while this line is written; 0 never
+    int lastLine_ = 0;  ///< the variable is unset while this line is written; 0 for never
 
  private:
     FakeClock clock_;
@@ -98,7 +98,7 @@ TEST_F(RecordDump, StopsWhenTheVariableGoesAwayInTheMiddle) {
 }
 
 TEST_F(RecordDump, ALineIsCutAt511Bytes) {
-    // A text that nothing ends runs on over the fields behind it.
+    // An unterminated text continues in the fields after it.
     char* text = entry_.sSerialNumber;
     std::fill_n(text, 600, 's');
     EXPECT_NE(std::string::npos,

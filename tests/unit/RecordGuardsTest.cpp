@@ -20,8 +20,8 @@ using ::testing::Contains;
 using ::testing::Each;
 using ::testing::Not;
 
-/// No call of the library may touch what libusb has taken back: the drop-in reports every such call when the
-/// test ends.
+/// No call of the library may use what libusb has freed: the drop-in reports every such call at the end of
+/// the test.
 class RecordGuards : public ListTest {
  protected:
     static void expectGone(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
@@ -29,7 +29,7 @@ class RecordGuards : public ListTest {
         EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, entry.lastResult);
         EXPECT_EQ(0U, entry.isOpen);
     }
-    /// Waits until libusb itself has let go of the devices that were pulled: their events are handled.
+    /// Unplugs a device and waits until libusb itself has released it: its event has been handled then.
     void unplugAndForget(const std::string& id, uint32_t watched) {
         unplugAndWait(id, watched);
         ASSERT_THAT(libusbsDevices(), Not(Contains(record(watched, 0).pDevice)));
@@ -137,7 +137,7 @@ TEST_F(RecordGuards, AListOfAnEndedSessionIsNotReused) {
     const uint32_t single = createSingleCallList(kVendor);
     endSession();
     startSession({deviceJson("a")});
-    ASSERT_EQ(before, context);  // libusb gives a new context the old one's place
+    ASSERT_EQ(before, context);  // libusb reuses the address for the new context
     EXPECT_EQ(single + 1, createSingleCallList(kVendor));
     EXPECT_EQ(single + 1, createList({kVendor}));
     EXPECT_EQ(&listOf(single + 1), find_device_list(context, kVendor));

@@ -1,4 +1,4 @@
-// The order of the fields in the records, and their types, which are looked at when this is compiled.
+// The order and types of the record fields, checked at compile time.
 #include <gtest/gtest.h>
 
 #include <algorithm>

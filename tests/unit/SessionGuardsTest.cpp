@@ -1,4 +1,4 @@
-// What a program does with a session that has ended, never began, or is never ended.
+// Use of a session that has ended, never began, or is never ended.
 #include <gmock/gmock.h>
 #include <libusb.h>
 #include <pthread.h>
@@ -22,7 +22,7 @@
 
 namespace {
 
-/// While it lives, no thread can be made: each would need a larger stack than there are addresses.
+/// For its lifetime no thread can be created: each would need a stack larger than the address space.
 class NoThreads {
  public:
     NoThreads() {
@@ -48,7 +48,7 @@ using SessionGuards = JniTest;
 
 class EndedSession : public IoTest {
  protected:
-    /// Every call on the record of an ended session; none of them may reach libusb.
+    /// Makes every call on the record of an ended session; none may reach libusb.
     void expectRecordIsCutOff(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         bus.clearCalls();
         uint8_t bytes[16] = {};
@@ -61,7 +61,7 @@ class EndedSession : public IoTest {
         EXPECT_EQ(-107, LibUSB_OpenDevice(&entry));
         EXPECT_TRUE(bus.calls().empty()) << bus.calls().begin()->first;
     }
-    /// Lets a read on each of two devices refuse to end while `end(list)` ends them.
+    /// Makes a read on each of two devices refuse to end while `end(list)` ends them.
     template <class End>
     void expectThreeSecondsForEachDevice(End end) {
         startSession({deviceJson("one"), deviceJson("two")});
@@ -84,7 +84,7 @@ class EndedSession : public IoTest {
         bus.unplug("two");
         EXPECT_EQ(0, first->result());
         EXPECT_EQ(0, second->result());
-        expectsViolations = true;  // what `end` has given up on purpose
+        expectsViolations = true;  // leaks of `end`, by design
     }
 };
 using ReleasedList = EndedSession;
@@ -148,7 +148,7 @@ TEST_F(SessionGuards, AListOfAnEndedSessionIsNotReusedByTheNext) {
 }
 
 TEST_F(SessionGuards, AnEventFlagsTheRunningSessionsListOnly) {
-    // A new context is often at the old one's address; the list of the old one must not swallow its events.
+    // A new context is often at the address of the old one, whose list must not take its events.
     for (int session = 0; session < 5; ++session) {
         openSession({deviceJson("tool", R"({"plugged":false})")});
         const auto list = static_cast<uint32_t>(listOfVendor());
@@ -266,13 +266,13 @@ TEST_F(EndedSession, KeepsAContextThatATransferOfARecordKeptAsideDoesNotLeave) {
 
 bool g_hidDevicesHaveToBeClosed = false;
 
-/// What an open HID device has of the platform, whichever that is.
+/// The objects that an open HID device holds in the platform, whichever it is.
 int64_t hidObjects() {
     auto& bus = simbus::Bus::instance();
     return bus.tally("hid devices open") + bus.tally("I/O Kit objects in use");
 }
 
-/// Made before all other globals, this one is the last to go.
+/// Constructed before all other globals and therefore destroyed last.
 struct LastLook {
     ~LastLook() {
         if (g_hidDevicesHaveToBeClosed && hidObjects() != 0) {
@@ -312,7 +312,7 @@ TEST_F(SessionGuardsDeathTest, AProgramMayEndWhileAnotherThreadIsInARelease) {
     const auto program = [&] {
         openSession({deviceJson("tool")});
         listOfVendor();
-        Gate gate;  // the event thread does not end before the program has begun to end
+        Gate gate;  // the event thread does not end before the program begins to end
         bus.onCall("libusb_handle_events_timeout_completed", [&gate] { gate.pass(); });
         if (!eventually([&] {
                 libusb_interrupt_event_handler(g_pContext);

@@ -13,7 +13,7 @@ using ::testing::ElementsAre;
 
 namespace {
 
-/// What libusb_get_version answers; null leaves it to libusb.
+/// The result of libusb_get_version; null calls libusb's own.
 const libusb_version* g_version = nullptr;
 
 using Session = JniTest;

@@ -1,5 +1,5 @@
-// Java arrays that are shorter than the call says: the results stay, the heap stays whole. The array's bytes
-// stand at the end of their own heap block here, so that the address sanitizer sees a byte too many.
+// Java arrays that are shorter than the call says: the results are the same and the heap stays intact. Each
+// array ends at the end of its own heap block, so that the address sanitizer detects a byte too many.
 #include <gmock/gmock.h>
 
 #include "JniTest.h"

@@ -1,5 +1,5 @@
-// Many threads on one device, cancels and closes at awkward moments. What these tests look for is found by
-// the thread and address sanitizers, and by the strict checks of the drop-in libusb.
+// Many threads on one device, with cancels and closes at awkward moments. The faults that these tests look
+// for are detected by the thread and address sanitizers and by the strict checks of the drop-in libusb.
 #include <gmock/gmock.h>
 #include <libusb.h>
 
@@ -37,12 +37,12 @@ class Stress : public IoTest {
 
     using Threads = std::vector<std::unique_ptr<BackgroundCall>>;
 
-    /// A thread that goes on until the test is over; its own failures stay with it.
+    /// Runs `call` on a thread that is joined at the end of the test; its result is ignored.
     static void start(Threads& threads, std::function<int32_t()> call) {
         threads.push_back(std::make_unique<BackgroundCall>(std::move(call)));
     }
 
-    /// Writes and reads back `rounds` times; returns how many echoes were right.
+    /// Writes and reads back `rounds` times; returns the number of correct echoes.
     int32_t echo(int32_t endpoint, int rounds) {
         int32_t right = 0;
         for (int round = 0; round < rounds; ++round) {
@@ -101,7 +101,7 @@ TEST_F(Stress, TransfersCancelledAtAnyMomentComeBack) {
     }
     stop.store(true);
     for (const auto& reader : readers) {
-        // A reader may have begun another read behind the last cancel.
+        // A reader may have begun another read after the last cancel.
         EXPECT_TRUE(eventually([&] {
             for (const int32_t address : {0x8F, 0x81, 0x82}) {
                 LibUSB_CancelPipeTransfer(&tool(), address);
@@ -135,7 +135,7 @@ TEST_F(Stress, ClosesAmongTransfersAtAnyMomentAreClean) {
     });
     std::mt19937 random(20231);
     for (int round = 0; round < 60; ++round) {
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 1500));  // any moment will do
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 1500));  // a random moment
         EXPECT_EQ(0, LibUSB_CloseDevice(&tool()));
         EXPECT_EQ(0, LibUSB_OpenDevice(&tool()));
     }

@@ -14,7 +14,7 @@ constexpr uint8_t kString = 3;
 constexpr uint8_t kIndex = 9;
 constexpr int32_t kNoString = -1;
 
-/// A string descriptor of these bytes behind its two own; its length is what it is, unless told otherwise.
+/// A string descriptor with these bytes after its two own; its length is correct unless `length` is given.
 DescriptorBytes stringOf(const DescriptorBytes& units, int length = -1) {
     const auto whole = static_cast<int>(units.size()) + 2;
     return joined({{static_cast<uint8_t>(length < 0 ? whole : length), kString}, units});
@@ -31,8 +31,8 @@ class StringDescriptor : public UsbTest {
     void openWithAnswer(const DescriptorBytes& bytes) { openWith(descriptorReply(kString, kIndex, bytes)); }
     void openWithText(const std::string& text) { openWith(R"({"strings":{"9":")" + text + R"("}})"); }
 
-    /// Reads into a buffer of exactly `length` bytes that are all 'x' before; `text_` gets what is there
-    /// then, up to the first NUL.
+    /// Reads into a buffer of exactly `length` bytes that are all 'x' before; `text_` receives its contents
+    /// up to the first NUL.
     int32_t read(int32_t length = 126, uint8_t index = kIndex) {
         std::vector<uint8_t> buffer(static_cast<std::size_t>(length), 'x');
         const int32_t result =

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr long kPeriod = 4'194'304;  // seconds until the tick starts again
+constexpr long kPeriod = 4'194'304;  // seconds until the tick wraps
 
 unsigned long tickAt(long seconds, long microseconds) {
     FakeClock clock;
@@ -53,7 +53,7 @@ TEST(TickCount, IsTakenFromTheWallClock) {
     gettimeofday(&before, nullptr);
     const unsigned long tick = getTickCount();
     gettimeofday(&after, nullptr);
-    // The difference is counted modulo the period, so that a wrap between the readings does no harm.
+    // The difference is taken modulo the period, so a wrap between the readings does not matter.
     const auto since = static_cast<long>(tick) - static_cast<long>(tickAt(before.tv_sec, before.tv_usec));
     const long periodMs = kPeriod * 1000;
     EXPECT_LE((since + periodMs) % periodMs,

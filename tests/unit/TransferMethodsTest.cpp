@@ -35,7 +35,7 @@ class TransferMethods : public JniTest {
     void open() { ASSERT_EQ(0, call(usbOpenDevice, list, 0)); }
     int pins() const { return jni.pins - pinsBefore_; }
 
-    /// Every method that finds its record in the map of the open devices, one after the other, on `array`.
+    /// Calls every method that finds its record in the open-device map, one after the other, with `array`.
     std::vector<jint> callAllOpenDeviceMethods(jbyteArray array) {
         return {call(usbWriteControlPipe, list, 0, 0, 50, array),
                 call(usbReadControlPipe, list, 0, 0, 50, array),

@@ -1,4 +1,4 @@
-// What the eight bulk and interrupt transfers have in common: each test runs on every one of them.
+// The common behaviour of the eight bulk and interrupt transfers: each test runs on every one of them.
 #include <gmock/gmock.h>
 #include <libusb.h>
 
@@ -24,7 +24,7 @@ struct Operation {
     uint8_t type;
 };
 
-/// The extended calls, with a packet size that changes nothing for one packet.
+/// The extended calls, with a packet size that has no effect on one packet.
 template <int32_t (*kFunction)(tagUSB_DEVICE_ACCESS_ENTRY*, int32_t, int32_t, int32_t, uint8_t*, int32_t,
                                int32_t)>
 int32_t extended(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t endpoint, int32_t length, int32_t timeout,
@@ -67,7 +67,7 @@ class Transfers : public IoTest, public ::testing::WithParamInterface<Operation>
     int32_t run(int32_t endpoint, int32_t length = kLength, int32_t timeout = 1000) {
         return operation().run(&tool(), endpoint, length, timeout, buffer.data());
     }
-    /// The address that the operation works on, given an endpoint number.
+    /// The address that the operation uses for an endpoint number.
     static uint8_t addressOf(int number) {
         return static_cast<uint8_t>(operation().reads ? number | 0x80 : number);
     }
@@ -76,7 +76,7 @@ class Transfers : public IoTest, public ::testing::WithParamInterface<Operation>
         std::snprintf(text, sizeof text, "0x%02X", address);
         return text;
     }
-    /// The padded packets of an interrupt write count as sent, whatever became of them.
+    /// The padded packets of an interrupt write count as sent, however they ended.
     static bool countsShortPacketsAsFull() {
         return operation().run == extended<LibUSB_WriteInterruptPipeEx>;
     }
@@ -165,7 +165,7 @@ TEST_P(Transfers, AnswersNotOpenForAnEndpointNumberAboveFifteen) {
 
 TEST_P(Transfers, AnswersNotOpenAndLogsItOnAClosedRecord) {
     LibUSB_CloseDevice(&tool());
-    tool().isHid = 1;  // not looked at
+    tool().isHid = 1;  // has no effect
     const auto lines = debugLinesOf([&] { EXPECT_EQ(-109, run(1)); });
     EXPECT_THAT(lines, ElementsAre("[checkBulkTransferReady] not acquired"));
     tool().isHid = 0;

@@ -27,7 +27,7 @@ nlohmann::json endpoint(const char* address, const char* type, const char* behav
             {"behaviour", behaviour}};
 }
 
-/// Sends file descriptor 2 into a temporary file for as long as it lives.
+/// Redirects file descriptor 2 to a temporary file for its lifetime.
 class StandardErrorCapture {
  public:
     StandardErrorCapture() : file_(std::tmpfile()), original_(dup(STDERR_FILENO)) {

@@ -26,14 +26,14 @@ typedef UInt32 IOOptionBits;
 extern const mach_port_t kIOMainPortDefault;
 
 CFMutableDictionaryRef IOServiceMatching(const char* name);
-/// Both consume a reference of the dictionary.
+/// Both consume a reference on the dictionary.
 io_service_t IOServiceGetMatchingService(mach_port_t mainPort, CFDictionaryRef matching);
 kern_return_t IOServiceGetMatchingServices(mach_port_t mainPort, CFDictionaryRef matching,
                                            io_iterator_t* existing);
 io_object_t IOIteratorNext(io_iterator_t iterator);
 kern_return_t IOObjectRetain(io_object_t object);
 kern_return_t IOObjectRelease(io_object_t object);
-/// References that this program has of the object.
+/// The number of references that this program has on the object.
 std::uint32_t IOObjectGetUserRetainCount(io_object_t object);
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key,
                                           CFAllocatorRef allocator, IOOptionBits options);

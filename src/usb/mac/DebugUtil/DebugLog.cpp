@@ -15,7 +15,7 @@ bool isDebugEnabled() {
 
 namespace {
 
-/// Formats one line into a buffer of its own and hands it to DN_WriteStr.
+/// Formats one line, cut at kSize - 1 characters, and passes it to DN_WriteStr.
 template <std::size_t kSize, class... Values>
 void writeFormatted(int newline, const char* format, Values... values) {
     char text[kSize];
@@ -37,11 +37,11 @@ void debug_log(const char* format, ...) {
     }
     clock_gettime(CLOCK_MONOTONIC, &now);
     const long seconds = now.tv_sec - loadShared(timestamp_origin.tv_sec);
-    // The fraction is the clock's own, not the difference to the first line's: meant. A reader can line it up
-    // with other logs of the same clock; within one elapsed second it may seem to run backwards.
+    // Deliberate: the fraction is that of the clock, not of the elapsed time, so that lines match other logs
+    // of the same clock. Within one elapsed second it may seem to run backwards.
     const long microseconds = now.tv_nsec / 1000;
 
-    flockfile(stderr);  // one line stays one line when several threads log
+    flockfile(stderr);  // keeps the lines of concurrent threads apart
     std::fprintf(stderr, "[ORVEXCOMM_DBG] [%2ld.%06ld] ", seconds, microseconds);
     va_list arguments;
     va_start(arguments, format);

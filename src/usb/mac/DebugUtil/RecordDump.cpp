@@ -7,7 +7,7 @@
 
 namespace {
 
-/// One line of the dump; the format brings its own line feed.
+/// Writes one line of the dump; `format` ends in a line feed.
 template <class Value>
 void writeField(const char* format, Value value) {
     char line[512];
@@ -31,6 +31,7 @@ void DN_WriteDAE(const tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     writeField("     pHIDAccess = 0x%08lX\n", addressOf(entry->pHIDAccess));
     writeField("       idVendor = 0x%04X\n", entry->idVendor);
     writeField("      idProduct = 0x%04X\n", entry->idProduct);
+    // Deliberate: unlike the ids, bcdDevice is printed without 0x.
     writeField("      bcdDevice = %04X\n", entry->bcdDevice);
     writeField("  sManufacturer = '%s'\n", entry->sManufacturer);
     writeField("       sProduct = '%s'\n", entry->sProduct);

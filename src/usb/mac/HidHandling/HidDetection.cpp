@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kHidPacketSize = 64;
 constexpr uint32_t kHidFillValue = 0x5A;
-/// Ids are read as signed 16-bit numbers; what does not fit was not read.
+/// Ids are read as signed 16-bit numbers; a larger id counts as missing.
 constexpr int32_t kLargestReadableId = 0x7FFF;
 
 bool isReadable(const std::optional<int32_t>& id) {
@@ -46,8 +46,9 @@ void mark(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     entry.fillValue = kHidFillValue;
 }
 
-/// False when the configuration cannot be read, or a descriptor of length 0 stands before its first
-/// interface. One without an interface leaves the endpoints as they were: meant.
+/// Returns false when the configuration cannot be read, or has a descriptor of length 0 before its first
+/// interface.
+/// Deliberate: a configuration without an interface leaves the endpoint list unchanged.
 bool rebuildConfiguration(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     const int32_t count = fillConfigBuffer(&entry, entry.configDescriptor, kConfigDescriptorBytes);
     if (count < 0) {
@@ -67,7 +68,7 @@ bool rebuildConfiguration(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return !walk.atZeroLength();
 }
 
-/// The context in which the platform may use libusb, for as long as this object lives.
+/// Sets the libusb context that the platform may use, for the lifetime of this object.
 class HidUsbContext {
  public:
     explicit HidUsbContext(libusb_context* context) { setHidUsbContext(context); }

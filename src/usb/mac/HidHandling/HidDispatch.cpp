@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The report settings of the call that follows; the read thread may be using the old ones.
+/// Sets the report settings of the next call. The read thread may still be using the old ones.
 HIDAccess& withSettings(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint32_t packetSize, uint32_t fillValue) {
     storeShared(entry.exPacketSize, packetSize);
     storeShared(entry.exFillValue, fillValue);

@@ -1,4 +1,4 @@
-// How macOS lists its HID devices: the services of I/O Kit's registry and their properties.
+// Lists the HID devices of macOS: services of the I/O Kit registry and their properties.
 
 #include "HidHandling/HidServicesIOKit.h"
 
@@ -50,7 +50,7 @@ int GetIntProperty(io_service_t service, CFStringRef key, int16_t* value) {
     int16_t number = 0;
     const bool read =
         CFNumberGetValue(static_cast<CFNumberRef>(property.get()), kCFNumberSInt16Type, &number) != 0;
-    // The system hands out 0x8000 to 0xFFFF as negative numbers, where it could say that they do not fit.
+    // For 0x8000 to 0xFFFF the system reports success and returns a negative number.
     if (!read || number < 0) {
         return -1;
     }

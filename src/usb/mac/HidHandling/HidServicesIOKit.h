@@ -6,10 +6,11 @@
 /// Bytes of the text buffers of GetStringProperty.
 constexpr int kPropertyTextBytes = 128;
 
-/// Reads a number of a service as a signed 16-bit one to `*value`, 0 to 0x7FFF. 0, or -1 when the service has
-/// none of that name or a larger one; `*value` stays as it was then.
+/// Reads a numeric property of a service into `*value`, 0 to 0x7FFF. Returns 0, or -1, leaving `*value`
+/// unchanged, when the service has no such number or it is larger.
 int GetIntProperty(io_service_t service, CFStringRef key, int16_t* value);
 
-/// Reads a text of a service as UTF-8 to `text` (kPropertyTextBytes bytes), NUL-terminated; an empty one when
-/// it has more than 127 bytes. 0, or -1 with "?" in `text` when the service has none of that name.
+/// Reads a string property of a service as UTF-8 into `text` (kPropertyTextBytes bytes), NUL-terminated; a
+/// string of more than 127 bytes yields an empty one. Returns 0, or -1 with "?" in `text` when the service
+/// has no such string.
 int GetStringProperty(io_service_t service, CFStringRef key, char* text);

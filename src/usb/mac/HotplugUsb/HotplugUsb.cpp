@@ -19,15 +19,15 @@ constexpr timeval kEventPeriod{1, 0};
 Immortal<std::map<int32_t, int32_t>> g_callbacks;
 
 struct EventLoop {
-    std::thread thread;               ///< destroyed before it was joined, it would end the program
-    std::mutex stopping;              ///< held by who stops the loop, until its thread has ended
-    std::mutex mutex;                 ///< guards the context, and each change of g_eventLoopRunning to false
-    std::condition_variable changed;  ///< where the loop sleeps while it has no context
-    libusb_context* context = nullptr;  ///< whose events are handled; null while there is none
+    std::thread thread;   ///< must be joined before it is destroyed, or the program terminates
+    std::mutex stopping;  ///< held by the thread that stops the loop, until the event thread has ended
+    std::mutex mutex;     ///< guards `context`, and each change of g_eventLoopRunning to false
+    std::condition_variable changed;    ///< signalled when the loop gets a context or is stopped
+    libusb_context* context = nullptr;  ///< context whose events the loop handles; null while it has none
 };
 Immortal<EventLoop> g_loop;
 
-/// The loop's context; sleeps while there is none, until the loop is stopped: then null.
+/// Waits until the loop has a context or is stopped. Returns the context; null when it has none.
 libusb_context* nextContext() {
     std::unique_lock lock(g_loop.object.mutex);
     g_loop.object.changed.wait(lock,
@@ -35,7 +35,7 @@ libusb_context* nextContext() {
     return g_loop.object.context;
 }
 
-/// Gives a loop that has no context this one.
+/// Gives the loop this context if it has none.
 void adopt(libusb_context* context) {
     const std::lock_guard lock(g_loop.object.mutex);
     if (g_loop.object.context == nullptr) {
@@ -44,7 +44,7 @@ void adopt(libusb_context* context) {
     }
 }
 
-/// Asks the loop to end, wherever it sleeps.
+/// Asks the loop to end and wakes it.
 void stopLoop() {
     const std::lock_guard lock(g_loop.object.mutex);
     g_eventLoopRunning.exchange(false);
@@ -54,7 +54,7 @@ void stopLoop() {
     }
 }
 
-/// No event thread may outlive its code: it is stopped when the library is unloaded without a release.
+/// Stops the event thread when the library is unloaded without a release: a thread must not outlive its code.
 struct EventLoopOwner {
     ~EventLoopOwner() { deinitHotplugUsb(); }
 } g_eventLoopOwner;
@@ -71,7 +71,7 @@ std::map<int32_t, int32_t>& g_hotPlugCallback = g_callbacks.object;
 std::thread& g_eventLoopThread = g_loop.object.thread;
 
 void hotplugEventLoop(libusb_context* context) {
-    g_loop.object.context = context;  // nobody else looks at it before the loop runs
+    g_loop.object.context = context;  // not shared before the loop runs
     g_eventLoopRunning.exchange(true);
     while (g_eventLoopRunning.load()) {
         if (leaveEventsToWaiters()) {
@@ -98,7 +98,7 @@ int32_t initHotplugUsb(libusb_context* context) {
 }
 
 void deinitHotplugUsb() {
-    // A program may end beside a release: whoever comes second waits until the thread has ended, too.
+    // The program may exit during a release; the second caller waits for the end of the thread, too.
     const std::lock_guard stopping(g_loop.object.stopping);
     if (!g_eventLoopRunning.load()) {
         return;
@@ -128,7 +128,7 @@ int32_t registerForHotplug(libusb_context* context, int32_t vendorId) {
     const auto onEvent = [](libusb_context* of, libusb_device* device, libusb_hotplug_event event,
                             void* userData) { return hotplug_callback(of, device, event, userData); };
     libusb_hotplug_callback_handle handle = 0;
-    // libusb would take a null context for its default one.
+    // libusb treats a null context as its default context.
     const int result =
         context == nullptr
             ? LIBUSB_ERROR_INVALID_PARAM

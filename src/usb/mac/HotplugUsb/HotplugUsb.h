@@ -7,36 +7,35 @@
 
 #include "ground/DeviceRecords.h"
 
-// Arrivals and removals. One libusb registration for each vendor id that some multi-vendor list watches, and
-// one thread that handles the context's events. An event changes no list: it raises the `changePending` of
-// the first list of the running session that watches the id, and the next update of that list enumerates
-// again. Start, stop, registration and release are called from one thread; the callback runs on whichever
-// thread handles events.
+// Arrivals and removals. There is one libusb registration per vendor id that a multi-vendor list watches, and
+// one thread that handles the context's events. An event only sets `changePending` of the first list of the
+// running session that watches the vendor id; the next update of that list enumerates again. Start, stop,
+// registration and release are called on one thread; the callback runs on whichever thread handles events.
 
 extern std::map<int32_t, int32_t>& g_hotPlugCallback;  ///< libusb's callback handle by vendor id
 extern std::atomic<bool> g_eventLoopRunning;           ///< true while the event thread loops
 extern std::thread& g_eventLoopThread;                 ///< the event thread; stopped and joined at unload
 
-/// Starts the event thread and returns once it runs: 0. When it runs already: -1, and a loop that idles for
-/// want of a context adopts this one. A null context starts an idle loop. Throws std::system_error when no
-/// thread can be made.
+/// Starts the event thread; returns 0 once it runs. Returns -1 when it already runs; a loop that has no
+/// context then adopts this one. With a null context the loop idles. Throws std::system_error when the thread
+/// cannot be created.
 int32_t initHotplugUsb(libusb_context* context);
-/// Stops and joins the event thread, within about a second. Without one it does nothing.
+/// Stops and joins the event thread, within about a second. Does nothing when it does not run.
 void deinitHotplugUsb();
-/// The event thread's body: handles the context's events, a second at a time, until the loop is stopped.
+/// Body of the event thread: handles the context's events in periods of one second until the loop is stopped.
 void hotplugEventLoop(libusb_context* context);
 
-/// libusb's callback for both events. Returns 0, or libusb's code when the device's descriptor cannot be
-/// read, which ends this registration.
+/// libusb's callback for both events. Returns 0, or libusb's code when the device descriptor cannot be read;
+/// libusb then removes the registration.
 int hotplug_callback(libusb_context* context, libusb_device* device, int event, void* userData);
 
-/// Watches a vendor id: 0, or -1 when it is watched already (silently) or libusb refuses (logged). Throws
-/// std::bad_alloc before libusb is asked.
+/// Watches a vendor id. Returns 0, or -1 when the id is already watched (not logged) or libusb refuses
+/// (logged). Throws std::bad_alloc before libusb is called.
 int32_t registerForHotplug(libusb_context* context, int32_t vendorId);
-/// Ends the watch of one vendor id at libusb; the id stays in the map and is never registered again before
-/// the release: meant. 0, or -1 for an id that is not watched.
+/// Ends the watch of one vendor id. Returns 0, or -1 for an id that is not watched.
+/// Deliberate: the id stays in the map, so registerForHotplug answers -1 for it until the release.
 int32_t unregisterForHotplug(libusb_context* context, int32_t vendorId);
-/// Ends the watch of one vendor id and forgets it, so that it can be registered again.
+/// Ends the watch of one vendor id and removes it from the map, so that it can be registered again.
 void forgetHotplug(libusb_context* context, int32_t vendorId);
-/// Ends all watches in ascending order of vendor id.
+/// Ends all watches, in ascending order of vendor id.
 void releaseHotplugCallbacks(libusb_context* context);

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// The device information line, 511 characters at most; empty until it is formatted.
+/// The device information line, at most 511 characters; empty until it is formatted.
 struct InformationLine {
     char text[512] = "";
 
@@ -30,9 +30,9 @@ struct InformationLine {
     }
 };
 
-/// The line as Java text. Strings of a device may hold bytes of 0x80 to 0xFF, each a character of its own;
-/// handed over as they are, the virtual machine would take them for parts of longer characters and lose the
-/// end of the line.
+/// The line as a Java string. Device strings may contain bytes 0x80 to 0xFF, each a character of its own.
+/// They are encoded as two bytes: NewStringUTF would take raw ones for parts of longer characters and lose
+/// the end of the line.
 jstring javaText(JNIEnv* env, const InformationLine& line) {
     char encoded[2 * sizeof line.text];
     char* end = encoded;
@@ -48,7 +48,7 @@ jstring javaText(JNIEnv* env, const InformationLine& line) {
     return env->NewStringUTF(encoded);
 }
 
-/// Copies up to sixteen ids to `ids` and returns how many; 0 for a null array.
+/// Copies up to sixteen ids to `ids`. Returns their number; 0 for a null array or without memory.
 jint copyVendorIds(JNIEnv* env, jintArray array, int32_t (&ids)[kMaxVendorIds]) {
     if (array == nullptr) {
         return 0;

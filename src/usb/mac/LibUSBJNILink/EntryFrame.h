@@ -6,9 +6,8 @@
 
 #include "ground/ResultCodes.h"
 
-/// The frame of every native method: answers what `body()` answers. No C++ exception may pass into the
-/// virtual machine, so it ends here: out of memory is -11, and a thread that cannot be made, the one other
-/// exception there is, -99.
+/// The frame of every native method: returns what `body()` returns. No C++ exception may pass into the
+/// virtual machine: std::bad_alloc becomes -11, any other (a thread that cannot be created) -99.
 template <class Body>
 jint answer(Body body) noexcept {
     try {

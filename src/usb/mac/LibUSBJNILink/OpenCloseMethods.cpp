@@ -7,7 +7,7 @@
 
 namespace {
 
-/// A device that cannot be entered does not stay open: nobody could close it.
+/// Adds an opened device to the map. If that fails, closes it: nobody else could.
 void enterOrClose(jint listHandle, jint index, tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     try {
         enterOpenDevice(listHandle, index, &entry);
@@ -34,7 +34,7 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCloseDevice(JNIEnv* /*env
                                                                    jint listHandle, jint index) {
     tagUSB_DEVICE_ACCESS_ENTRY* open = findOpenDevice(listHandle, index);
     if (open == nullptr) {
-        finishCloses();  // perhaps of this device: the map forgets it whatever its close has answered
+        finishCloses();  // this device may have an unfinished close: any close removes it from the map
     }
     return callOn(open, [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         const jint result = LibUSB_CloseDevice(&entry);

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <memory>
 
-/// The bytes of a Java array for as long as this object lives; on its end they are handed back with
-/// copy-back, for reads and writes alike. A null array has no bytes and is not pinned.
+/// Pins the bytes of a Java array for the lifetime of this object; the destructor copies them back, for reads
+/// and writes alike. A null array has no bytes and is not pinned.
 class PinnedBytes {
  public:
     PinnedBytes(JNIEnv* env, jbyteArray array)
@@ -26,18 +26,18 @@ class PinnedBytes {
     PinnedBytes& operator=(const PinnedBytes&) = delete;
 
     jsize length() const { return length_; }
-    /// Null for a null array, or when the virtual machine had no memory.
+    /// Null for a null array, or when the virtual machine is out of memory.
     uint8_t* bytes() const { return reinterpret_cast<uint8_t*>(elements_); }
 
-    /// Calls `function` with at least `count` bytes: the array's own, or a zero-padded copy when the array is
-    /// shorter, of which the array gets back what fits. With null bytes, or without memory for a copy, it
-    /// gets null.
+    /// Calls `function` with at least `count` bytes: those of the array, or, when the array is shorter, a
+    /// zero-padded copy, of which the array gets back as much as it holds. `function` gets null when the
+    /// array has no bytes or there is no memory for the copy.
     template <class Function>
     jint withAtLeast(int32_t count, Function function) {
         if (elements_ == nullptr || count <= length_) {
             return function(bytes());
         }
-        // Not touched before it is used: a length that the caller never meant costs no memory.
+        // calloc leaves fresh pages untouched, so an absurdly large `count` costs no memory.
         const std::unique_ptr<uint8_t, decltype(&std::free)> copy(
             static_cast<uint8_t*>(std::calloc(static_cast<size_t>(count), 1)), &std::free);
         if (copy == nullptr) {

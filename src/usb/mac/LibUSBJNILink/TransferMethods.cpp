@@ -15,8 +15,7 @@ using TransferFunction = int32_t (*)(tagUSB_DEVICE_ACCESS_ENTRY*, int32_t, int32
 using TransferExFunction = int32_t (*)(tagUSB_DEVICE_ACCESS_ENTRY*, int32_t, int32_t, int32_t, uint8_t*,
                                        int32_t, int32_t);
 
-/// The bytes that the setup packet in the array asks for; an array too short for one is read as if zeroes
-/// followed.
+/// Bytes that the control transfer in the array may access. A setup packet cut short is padded with zeroes.
 int32_t controlBytesTouched(PinnedBytes& pinned) {
     if (pinned.bytes() == nullptr) {
         return 0;
@@ -36,7 +35,7 @@ jint controlCall(ControlFunction function, JNIEnv* env, jint listHandle, jint in
         });
 }
 
-/// The frame of all eight pipe transfers; `function(record, bytes)` is the transfer with its own arguments.
+/// The frame of all eight pipe transfers; `function(record, bytes)` runs the transfer.
 template <class Function>
 jint pipeCall(JNIEnv* env, jint listHandle, jint index, jint length, jbyteArray buffer, Function function) {
     return callWithBytes(
@@ -60,8 +59,8 @@ jint transferExCall(TransferExFunction function, JNIEnv* env, jint listHandle, j
                     });
 }
 
-/// The frame of both queries. Null bytes would ask for the number alone: a query that was to give bytes and
-/// has no memory for the copy of a short array is not made.
+/// The frame of both queries. With null bytes a query returns only a number, so without memory for the copy
+/// of a short array it is not made and the result is -11.
 template <class Touched, class Query>
 jint queryCall(JNIEnv* env, jint listHandle, jint index, jbyteArray buffer, Touched touched, Query query) {
     bool wantsBytes = false;

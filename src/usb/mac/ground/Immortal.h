@@ -1,7 +1,7 @@
 #pragma once
 
-/// A global object that is made when the library is loaded and never destroyed. A program may end while a
-/// thread of it is still inside the library: what that thread uses has to outlive the program's own globals.
+/// A global object that is constructed at load time and never destroyed: a thread may still be inside the
+/// library, and use the object, while the program's static destructors run.
 template <class T>
 union Immortal {
     Immortal() : object() {}

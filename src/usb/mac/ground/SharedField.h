@@ -1,8 +1,8 @@
 #pragma once
 
-// Some record fields are plain integers or pointers by layout and still shared by two threads. They are read
-// and written through these and nothing else: whoever loads a value also sees everything that was written
-// before it was stored.
+// Access to record fields that are plain integers or pointers and shared between threads. These functions are
+// the only access to them. Loads acquire and stores release: a load that sees a value also sees every write
+// that preceded its store.
 
 template <class T>
 T loadShared(const T& field) {
@@ -14,7 +14,7 @@ void storeShared(T& field, V value) {
     __atomic_store_n(&field, static_cast<T>(value), __ATOMIC_RELEASE);
 }
 
-/// Stores the value if the field holds the one expected. True when it did.
+/// Stores `value` if the field holds `expected`. Returns true when it has stored it.
 template <class T, class E, class V>
 bool compareExchangeShared(T& field, E expected, V value) {
     auto held = static_cast<T>(expected);

@@ -13,12 +13,12 @@ int64_t g_hidThreadWaitMs = 20'000;
 
 namespace {
 
-/// The maker's second vendor id, whose devices start with reports of their own size and pad.
+/// The maker's second vendor id: Open sets its devices to reports of this size with this pad byte.
 constexpr uint16_t kLargeReportVendor = 0x6A5D;
 constexpr int32_t kLargeReportBytes = 512;
 constexpr int32_t kLargeReportFill = 0;
 
-/// Waits, without sleeping, as long as the condition holds. The wait just ends when it takes too long.
+/// Busy-waits while the condition holds, for at most g_hidThreadWaitMs.
 template <class Condition>
 void waitWhile(Condition waiting) {
     const int64_t end = wallClockMs() + g_hidThreadWaitMs;
@@ -26,7 +26,7 @@ void waitWhile(Condition waiting) {
     }
 }
 
-/// The open objects. Each is taken out by the one thread that closes it.
+/// The open objects. The one thread that closes an object removes it.
 struct OpenObjects {
     std::mutex mutex;
     HIDAccessRecord* first = nullptr;
@@ -36,7 +36,7 @@ struct OpenObjects {
         access.nextOpen = first;
         first = &access;
     }
-    /// False when it is not among them.
+    /// Removes an object. Returns false when it is not in the list.
     bool take(const HIDAccessRecord& access) {
         const std::lock_guard lock(mutex);
         HIDAccessRecord** place = &first;
@@ -56,7 +56,7 @@ struct OpenObjects {
 };
 Immortal<OpenObjects> g_open;
 
-/// Closes what is open when the library is unloaded: no read thread may outlive its code.
+/// Closes the open objects when the library is unloaded: a read thread must not outlive its code.
 struct OpenObjectsOwner {
     ~OpenObjectsOwner() {
         while (HIDAccessRecord* access = g_open.object.any()) {
@@ -65,10 +65,10 @@ struct OpenObjectsOwner {
     }
 } g_openObjectsOwner;
 
-/// Asks the read thread to stop and waits until it has ended. False when it does not end in time.
+/// Asks the read thread to stop and waits for its end. Returns false when it does not end in time.
 bool endReadThread(HIDAccess& access) {
     waitWhile([&] { return loadShared(access.threadState) == kNoReadThread; });
-    // A thread that has ended by itself stays ended; the others are asked to stop.
+    // A thread that has already ended keeps that state; any other is asked to stop.
     for (int32_t state : {kNoReadThread, kReadThreadRuns}) {
         compareExchangeShared(access.threadState, state, kReadThreadStops);
     }
@@ -133,10 +133,10 @@ int HIDAccess::Close() {
     }
     HidDevice* device = loadShared(ppDeviceInterface);
     const bool ended = endReadThread(*this);
-    // The loop of the calling thread is stopped, not the read thread's, which has left its own by now: meant.
+    // Deliberate: stops the calling thread's run loop; the read thread has left its own by now.
     hidOperations().stopCallersLoop();
-    // Read by an addition of 0: whichever comes second, this look at the writes or a write's own count, that
-    // one sees the other.
+    // fetch_add(0), not a load: additions to `writes` have one order, so either this one sees the count of a
+    // write, or that write sees that the device is gone.
     storeShared(ppDeviceInterface, nullptr);
     waitWhile([this] { return privateSide(*this).writes.fetch_add(0) != 0; });
     if (ended) {
@@ -144,7 +144,7 @@ int HIDAccess::Close() {
     } else {
         pthread_detach(readThread);
     }
-    // A device that somebody is still using stays open for good.
+    // A device that is still in use is never closed.
     if (ended && privateSide(*this).writes.load() == 0) {
         hidOperations().close(device);
     }

@@ -13,69 +13,70 @@ constexpr int32_t kReadThreadRuns = 0;
 constexpr int32_t kReadThreadStops = 1;
 constexpr int32_t kReadThreadEnded = 2;
 
-/// Bytes of the ring of reports, and of the buffer behind it; the largest and the smallest report.
+/// Sizes in bytes: the ring of reports, the largest report (and the report buffer behind the ring), the
+/// smallest report.
 constexpr int32_t kRingBytes = 64'000;
 constexpr int32_t kLargestReport = 1'024;
 constexpr int32_t kSmallestReport = 64;
 
-/// How long Open waits for an earlier read thread and Close for the present one, milliseconds. Tests shorten
-/// it.
+/// Limit of each wait of Open and Close for a read thread, and of Close for writes, in milliseconds. Tests
+/// lower it.
 extern int64_t g_hidThreadWaitMs;
 
-/// One HID device, opened through the platform's HID interface. While it is open a read thread collects its
-/// input reports in a ring; Read takes them out, Write sends output reports. Open, Close, Read and Write are
-/// called on the callers' threads: Open and Close one at a time, one Read and one Write at once beside the
-/// read thread.
+/// One HID device, opened through the platform's HID interface. While it is open, a read thread collects
+/// input reports in a ring; Read takes them out, Write sends output reports. Callers serialise Open and
+/// Close; one Read and one Write may run concurrently with each other and with the read thread.
 ///
-/// The object lives as long as its record. newHIDAccess makes it, deleteHIDAccess ends it. Objects that are
-/// open when the library is unloaded are closed then: their read threads run its code.
+/// newHIDAccess creates the object of a record, deleteHIDAccess frees it with the record. Objects that are
+/// still open when the library is unloaded are closed, because their read threads run its code.
 class HIDAccess {
  public:
-    /// Opens the device and starts its read thread. Returns 0, -105 already open, -131 not found, -107 not
-    /// openable, -140 the thread could not be started.
+    /// Opens the device and starts its read thread. Returns 0, -105 already open, -131 not found, -107 cannot
+    /// be opened, -140 read thread cannot be started.
     int Open();
-    /// Stops the read thread and closes the device; waits actively for the thread, and for writes that are
-    /// under way. A device that they do not leave in time stays open. Returns 0, or -109 when not open or
-    /// when another thread is closing it.
+    /// Stops the read thread and closes the device. Busy-waits for the thread and for writes in progress; if
+    /// they do not end in time, the platform's device stays open. Returns 0, or -109 when the object is not
+    /// open or another thread is closing it.
     int Close();
 
     /// Copies the device's configuration descriptor, read from the platform, to `buffer` (`size` bytes). The
-    /// device need not be open. With two devices of the same ids it may be the other's: meant. Returns the
-    /// bytes, or -131.
+    /// device need not be open. Returns the bytes copied, or -131.
+    /// Deliberate: of two devices with the same ids it may be the other one's descriptor.
     int GetConfigDescriptorBuffer(unsigned char* buffer, int size);
 
-    /// 0, or -114 for a size outside 64 to 1024, which changes nothing.
+    /// Sets the report size in bytes. Returns 0, or -114 for a size outside 64 to 1024, which changes
+    /// nothing.
     int SetPacketSize(int size);
     void SetFillValue(unsigned char value);
 
-    /// Fills `buffer` with `size` bytes of input reports, each taken as packetSize bytes; what is left of the
-    /// last one is dropped. Waits actively, at most `timeout` milliseconds. Returns `size`, or -150: also
-    /// when part of the bytes had come, and at once for a time-out of 0 or less. A size of 0 drops reports
-    /// until the time is up: meant.
+    /// Fills `buffer` with `size` bytes of input reports, each taken as packetSize bytes; the rest of the
+    /// last one is dropped. Busy-waits for at most `timeout` milliseconds. Returns `size`; or -150, also when
+    /// only part of the bytes has come, and at once for a time-out of 0 or less.
+    /// Deliberate: a size of 0 drops reports until the time is up and returns -150.
     int Read(unsigned char* buffer, int size, int timeout);
 
-    /// Sends `size` bytes as output reports of packetSize bytes, the last one padded with fillValue. Each
-    /// goes to the platform with `timeout` (milliseconds), which none of them looks at. Returns `size`, 0 for
+    /// Sends `size` bytes as output reports of packetSize bytes, the last one padded with fillValue. Passes
+    /// `timeout` (milliseconds) to the platform with each report; no platform uses it. Returns `size`, 0 for
     /// a size below 1, -109 not open, -112 when a report could not be sent.
     int Write(unsigned char* buffer, int size, int timeout);
 
-    /// Takes one report out of the ring: copies the lesser of packetSize and `size` bytes and returns their
-    /// number; 0 when there is none.
+    /// Takes one report out of the ring and copies the lesser of packetSize and `size` bytes of it. Returns
+    /// the bytes copied; 0 when the ring is empty.
     int GetIncomingData(unsigned char* buffer, int size);
 
-    /// Body of the read thread; the argument is not used. Null.
+    /// Body of the read thread; the argument is unused. Returns null.
     void* ReadThreadInternal(void* unused);
 
     uint16_t idVendor;
     uint16_t idProduct;
-    char sSerialNumber[128];       ///< "?" for a device without one: any serial number then
+    char sSerialNumber[128];       ///< "?", which matches any serial number, for a device without one
     HidDevice* ppDeviceInterface;  ///< the open device; null while closed (shared field)
-    /// Received reports in slots of packetSize bytes. A last slot that does not fit runs over into
+    /// Received reports in slots of packetSize bytes. A last slot that does not fit extends into
     /// reportBuffer.
     uint8_t ringBuffer[kRingBytes];
-    uint8_t reportBuffer[kLargestReport];  ///< the platform puts each incoming report here
-    int32_t writeIndex;                    ///< slot written last
-    int32_t readIndex;                     ///< slot read last; the ring is empty when both are equal
+    uint8_t reportBuffer[kLargestReport];  ///< receives incoming reports, where the platform needs a buffer
+    int32_t writeIndex;                    ///< byte offset of the slot written last
+    int32_t readIndex;                     ///< byte offset of the slot read last; both equal: ring empty
     int32_t spare;                         ///< not used
     int32_t threadState;                   ///< kNoReadThread ... kReadThreadEnded; shared field
     int32_t packetSize;                    ///< bytes of a report, 64 to 1024; shared field
@@ -84,9 +85,9 @@ class HIDAccess {
     pthread_t readThread;
 };
 
-/// What the library keeps beside a HIDAccess. Every one is made as one of these.
+/// Internal state of a HIDAccess. Every HIDAccess is allocated as a HIDAccessRecord.
 struct HIDAccessRecord final : HIDAccess {
-    std::atomic<int32_t> writes;   ///< threads now inside Write: they may be using the device
+    std::atomic<int32_t> writes;   ///< threads inside Write: they may be using the device
     std::atomic<int32_t> threads;  ///< read threads that have not ended: they are using the object
     HIDAccessRecord* nextOpen;     ///< chain of the open objects
 };
@@ -95,12 +96,12 @@ inline HIDAccessRecord& privateSide(HIDAccess& access) {
     return static_cast<HIDAccessRecord&>(access);
 }
 
-/// A closed object for the device, its ring empty.
+/// Creates a closed object for the device, with an empty ring.
 HIDAccess* newHIDAccess(uint16_t vendorId, uint16_t productId, const char* serialNumber, int32_t packetSize,
                         int32_t fillValue);
-/// Frees a closed object. One that is open, or that a thread is still using, stays as it is for good. Null is
+/// Frees a closed object. An object that is open, or that a thread is still using, is never freed. Null is
 /// allowed.
 void deleteHIDAccess(HIDAccess* access);
 
-/// Entry of the read thread: runs ReadThreadInternal on the HIDAccess given.
+/// Entry point of the read thread: runs ReadThreadInternal on the given HIDAccess.
 void* ReadThread(void* access);

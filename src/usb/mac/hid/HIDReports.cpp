@@ -23,7 +23,7 @@ class Locked {
     pthread_mutex_t& mutex_;
 };
 
-/// Counts the calling thread as inside a Write; while it is counted no close takes the device from under it.
+/// Counts the calling thread as inside Write. Close does not close the device while a thread is counted.
 class ActiveWrite {
  public:
     explicit ActiveWrite(HIDAccess& access) : writes_(privateSide(access).writes) { writes_.fetch_add(1); }
@@ -40,14 +40,14 @@ int32_t slotBehind(int32_t index, int32_t packetSize) {
     return next >= kRingBytes ? 0 : next;
 }
 
-/// The bytes of a slot. The last slot may run over the ring's end into the report buffer that follows, so the
-/// way there starts at the object and not at the ring.
+/// The bytes of a slot. The last slot may extend past the ring into the report buffer, so the address is
+/// computed from the object, not from the ring.
 uint8_t* slotBytes(HIDAccess& access, int32_t index) {
     return reinterpret_cast<uint8_t*>(&access) + offsetof(HIDAccess, ringBuffer) + index;
 }
 
-/// Takes the oldest unread report: copies at most `wanted` bytes of it, drops the rest. Returns the bytes
-/// copied, 0 also when there is no report.
+/// Takes the oldest unread report: copies at most `wanted` bytes of it and drops the rest. Returns the bytes
+/// copied; 0 when there is no report.
 int32_t takeReport(HIDAccess& access, uint8_t* buffer, int32_t wanted) {
     const Locked lock(access.mutex);
     if (access.writeIndex == access.readIndex) {
@@ -60,26 +60,26 @@ int32_t takeReport(HIDAccess& access, uint8_t* buffer, int32_t wanted) {
     return copied;
 }
 
-/// Puts a report into the ring as packetSize bytes, whatever its length; a full ring loses its oldest report.
+/// Stores a report in the ring as packetSize bytes, whatever its length. A full ring drops its oldest report.
 void InputReportCallback(void* context, const uint8_t* report, int32_t /*length*/) {
     HIDAccess& access = *static_cast<HIDAccess*>(context);
     const Locked lock(access.mutex);
     const int32_t packetSize = loadShared(access.packetSize);
     access.writeIndex = slotBehind(access.writeIndex, packetSize);
-    // The report buffer is the end of the last slot: they may overlap.
+    // Source and slot may overlap: the last slot may extend into the report buffer.
     std::memmove(slotBytes(access, access.writeIndex), report, static_cast<size_t>(packetSize));
     if (access.writeIndex == access.readIndex) {
         access.readIndex = slotBehind(access.readIndex, packetSize);
     }
 }
 
-/// True while the device is the object's. A close that gave up waiting for this thread has taken it away, and
-/// the state is another thread's business then.
+/// True while `device` is the open device of the object. False after a Close that gave up waiting for this
+/// thread, to which threadState then no longer belongs.
 bool isCurrent(const HIDAccess& access, const HidDevice* device) {
     return loadShared(access.ppDeviceInterface) == device;
 }
 
-/// Runs the device's event source until a stop is asked for or reported.
+/// Runs the device's event source until a stop is requested or reported.
 void runEvents(HIDAccess& access, HidDevice* device) {
     while (isCurrent(access, device) && loadShared(access.threadState) == kReadThreadRuns) {
         if (!hidOperations().runPeriod(device)) {
@@ -104,7 +104,7 @@ void* HIDAccess::ReadThreadInternal(void* /*unused*/) {
     }
     int32_t lastState = kNoReadThread;
     if (hidOperations().startInput(device, reportBuffer, loadShared(packetSize), InputReportCallback, this)) {
-        // A stop that was asked for before this thread got here must not be overwritten.
+        // A stop that was requested earlier must not be overwritten.
         if (isCurrent(*this, device)) {
             compareExchangeShared(threadState, kNoReadThread, kReadThreadRuns);
         }
@@ -113,8 +113,8 @@ void* HIDAccess::ReadThreadInternal(void* /*unused*/) {
         lastState = kReadThreadStops;
     }
     if (isCurrent(*this, device)) {
-        // Exchanged for the states that this thread may be in: a close that gives up right after the look at
-        // the device leaves another one, and an end put over it would meet the next open.
+        // Compare-exchange, not store: a Close that gives up right after the check above resets threadState,
+        // and a store would leave kReadThreadEnded there for the next Open.
         for (int32_t state : {lastState, kReadThreadStops}) {
             compareExchangeShared(threadState, state, kReadThreadEnded);
         }
@@ -127,7 +127,7 @@ int HIDAccess::GetIncomingData(unsigned char* buffer, int size) {
 }
 
 int HIDAccess::Read(unsigned char* buffer, int size, int timeout) {
-    // A time-out of 0 or less looks at nothing, even when reports are waiting: meant.
+    // Deliberate: a time-out of 0 or less returns -150 at once, even when reports are waiting.
     if (timeout <= 0) {
         return kTimedOut;
     }
@@ -159,7 +159,7 @@ int HIDAccess::Write(unsigned char* buffer, int size, int timeout) {
         const int32_t share = std::min(reportSize, size - sent);
         std::memcpy(report, buffer + sent, static_cast<size_t>(share));
         std::memset(report + share, pad, static_cast<size_t>(reportSize - share));
-        HidDevice* device = loadShared(ppDeviceInterface);  // a close may have come between two reports
+        HidDevice* device = loadShared(ppDeviceInterface);  // Close may have run since the last report
         if (device == nullptr || !hidOperations().sendReport(device, report, reportSize, timeout)) {
             return kWriteFailed;
         }

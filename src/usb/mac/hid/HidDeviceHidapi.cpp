@@ -15,12 +15,12 @@
 #include "hid/HIDAccess.h"
 #include "hid/HidDeviceOperations.h"
 
-/// A device is opened twice: hidapi keeps an error text per handle without a lock, so the read thread and the
-/// writer each have their own.
+/// A device is opened twice, for the read thread and for the writer: hidapi keeps an error text per handle
+/// without a lock.
 struct HidDevice {
     hid_device* reader;
     hid_device* writer;
-    uint8_t report[kLargestReport];  ///< where reports are read to
+    uint8_t report[kLargestReport];  ///< receives each input report
     int32_t reportLength;
     HidReportCallback callback;
     void* context;
@@ -28,7 +28,7 @@ struct HidDevice {
 
 namespace {
 
-constexpr int kPeriodMs = 5;  // a report ends it at once
+constexpr int kPeriodMs = 5;  // a report ends the period at once
 
 using HidDeviceList = std::unique_ptr<hid_device_info, decltype(&hid_free_enumeration)>;
 
@@ -36,8 +36,8 @@ HidDeviceList enumerate(uint16_t vendorId, uint16_t productId) {
     return {hid_enumerate(vendorId, productId), &hid_free_enumeration};
 }
 
-/// A text of hidapi as UTF-8. It gives an empty text, too, where the device has none, so empty counts as
-/// missing. A text with a character outside ASCII gives one that equals no record's, whose texts are ASCII.
+/// A string of hidapi as UTF-8. hidapi gives an empty string for one that the device does not have, so empty
+/// counts as missing. A character outside ASCII becomes U+FFFD, so such a string equals that of no record.
 std::optional<std::string> textOf(const wchar_t* text) {
     if (text == nullptr || *text == L'\0') {
         return std::nullopt;
@@ -55,9 +55,9 @@ bool listDevices(std::vector<HidDeviceInfo>& devices) {
         return false;
     }
     const HidDeviceList list = enumerate(0, 0);
-    std::set<std::string> paths;  // one device is listed once for each usage that it declares
+    std::set<std::string> paths;  // hidapi lists a device once for each usage that it declares
     for (const hid_device_info* each = list.get(); each != nullptr; each = each->next) {
-        // A device that leaves in this moment has no path any more.
+        // A device that is being unplugged has no path any more.
         if (each->path != nullptr && paths.insert(each->path).second) {
             devices.push_back({each->vendor_id, each->product_id, textOf(each->manufacturer_string),
                                textOf(each->product_string), textOf(each->serial_number)});
@@ -66,7 +66,7 @@ bool listDevices(std::vector<HidDeviceInfo>& devices) {
     return true;
 }
 
-/// To hidapi's search an id of 0 means any.
+/// Compares the ids, too: hidapi's search takes an id of 0 for any.
 bool isWanted(const hid_device_info& device, uint16_t vendorId, uint16_t productId,
               const char* serialNumber) {
     const bool serialFits =
@@ -109,8 +109,8 @@ HidOpenResult openDevice(uint16_t vendorId, uint16_t productId, const char* seri
     return HidOpenResult::opened;
 }
 
-/// Reports are read into the device's own buffer: the one given is part of the ring's last slot at some
-/// packet sizes, and a report that waits there would be overwritten by the next one to come.
+/// Reports are read into the device's own buffer. The given one is part of the ring's last slot at some
+/// packet sizes: the next report would overwrite one that waits there.
 bool startInput(HidDevice* device, uint8_t* /*buffer*/, int32_t length, HidReportCallback callback,
                 void* context) {
     device->reportLength = std::min(length, kLargestReport);
@@ -125,8 +125,7 @@ bool runPeriod(HidDevice* device) {
     if (received > 0) {
         device->callback(device->context, device->report, received);
     } else if (received < 0) {
-        // Unplugged: there is nothing more to come and no more waiting in the read, but the object is still
-        // open.
+        // Unplugged: the read fails at once instead of waiting, but the object is still open.
         std::this_thread::sleep_for(std::chrono::milliseconds(kPeriodMs));
     }
     return true;
@@ -136,8 +135,8 @@ void stopInput(HidDevice* /*device*/) {}
 
 void stopCallersLoop() {}
 
-/// hidapi wants the report number first, 0 for a device without numbers, and does not send it. The time-out
-/// stays unused: the kernel bounds the write itself.
+/// hidapi expects the report id as the first byte; an id of 0, for a device without ids, is not sent. The
+/// time-out is unused: the kernel limits the write itself.
 bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_t /*timeoutMs*/) {
     uint8_t numbered[1 + kLargestReport];
     numbered[0] = 0;
@@ -151,8 +150,8 @@ bool hasIds(libusb_device* device, uint16_t vendorId, uint16_t productId) {
            descriptor.idVendor == vendorId && descriptor.idProduct == productId;
 }
 
-/// The configuration descriptor of index 0 as it is on the wire; its device was opened for its strings a
-/// moment ago.
+/// Reads the configuration descriptor of index 0 in wire format into `buffer` (`size` bytes). Returns its
+/// bytes, or -131. Opening the device is safe: the enumeration has just opened it to read its strings.
 int32_t requestConfiguration(libusb_device* device, uint8_t* buffer, int32_t size) {
     constexpr uint16_t kFirstConfiguration = LIBUSB_DT_CONFIG << 8;
     constexpr unsigned int kTimeoutMs = 1000;

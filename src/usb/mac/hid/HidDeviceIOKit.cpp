@@ -1,4 +1,4 @@
-// The HID operations of macOS on one device: I/O Kit plug-ins, and the run loop of the read thread.
+// The macOS operations on one HID device: I/O Kit plug-ins and the run loop of the read thread.
 
 #include "hid/HidDeviceIOKit.h"
 
@@ -16,14 +16,14 @@
 
 struct HidDevice {
     InterfaceOwned<IOHIDDeviceDeviceInterface> interface;
-    CFRunLoopSourceRef source;  ///< the interface's own; null until input was started
+    CFRunLoopSourceRef source;  ///< owned by the interface; null until input is started
     HidReportCallback callback;
     void* context;
 };
 
 namespace {
 
-// The slots of the system's tables that are called here.
+// The position of each function used here in the system's tables.
 template <class Slot>
 constexpr bool isSlot(size_t offset, Slot number) {
     return offset == static_cast<size_t>(number) * sizeof(void*);
@@ -95,7 +95,7 @@ void closeDevice(HidDevice* device) {
     delete device;
 }
 
-/// Its result, type and id say nothing that the library wants to know.
+/// Forwards the report; `result`, the type and the id are not needed.
 void reportArrived(void* context, IOReturn /*result*/, void* /*sender*/, IOHIDReportType /*type*/,
                    uint32_t /*reportId*/, uint8_t* report, CFIndex length) {
     const HidDevice& device = *static_cast<HidDevice*>(context);
@@ -132,8 +132,8 @@ void stopCallersLoop() {
     CFRunLoopStop(CFRunLoopGetCurrent());
 }
 
-/// Without a callback the system sends the report before it returns, and does not look at the time-out: how
-/// long that may take is up to the device's driver.
+/// Without a callback, setReport returns after the report was sent and ignores the time-out: the device's
+/// driver determines how long that may take.
 bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_t timeoutMs) {
     IOHIDDeviceDeviceInterface** interface = device->interface.get();
     return (*interface)
@@ -141,15 +141,16 @@ bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_
                            static_cast<uint32_t>(timeoutMs), nullptr, nullptr, 0) == kIOReturnSuccess;
 }
 
-/// The serial number is not part of the match: with two devices alike the descriptor may be either's.
+/// Deliberate: the serial number is not matched; with two devices of the same ids it may be either's
+/// descriptor.
 ///
-/// Who releases the service: the plug-in has a reference of its own. A query for an interface with an id
-/// below 245, as ours is, gives that reference back at once, and the interface still drops one at its end: it
-/// is ours then that it drops. So ours is given away with a successful query, and is still ours to release
-/// where there was no plug-in or no interface. A release too many would take the service from libusb, which
-/// knows it under the same name.
+/// Ownership of the service: the plug-in holds a reference of its own. A query for an interface with an id
+/// below 245, such as this one, releases that reference at once, yet the interface releases one at its end as
+/// well: the caller's. So a successful query takes over the caller's reference; without a plug-in or an
+/// interface the caller releases it. One release too many would take the service from libusb, which uses the
+/// same port name.
 InterfaceOwned<IOUSBDeviceInterface> findUsbDevice(uint16_t vendorId, uint16_t productId) {
-    // kIOUSBDeviceClassName names another class, IOUSBHostDevice, since the headers of macOS 10.15.
+    // Since the headers of macOS 10.15, kIOUSBDeviceClassName names another class, IOUSBHostDevice.
     ServiceMatch match("IOUSBDevice");
     match.requireId(CFSTR(kUSBVendorID), vendorId);
     match.requireId(CFSTR(kUSBProductID), productId);

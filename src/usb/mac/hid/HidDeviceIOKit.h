@@ -2,6 +2,6 @@
 
 #include "hid/HidDeviceOperations.h"
 
-/// The operations of macOS on one HID device: I/O Kit plug-ins and the Core Foundation run loop. `list` is
-/// not among them (HidHandling has it) and null.
+/// The macOS operations on one HID device: I/O Kit plug-ins and the Core Foundation run loop. `list` is null
+/// here: HidHandling adds it.
 HidDeviceOperations ioKitDeviceOperations();

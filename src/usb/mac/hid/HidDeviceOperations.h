@@ -7,14 +7,14 @@
 
 struct libusb_context;
 
-// The HID seam: what the library needs of a platform's HID interface, as one table of operations. Everything
-// that can be decided without the platform (which service belongs to which record, the ring, packets,
-// padding, time-outs, thread states) is decided above it, so that all platforms behave alike.
+// The HID seam: the operations that the library needs from a platform's HID interface. Whatever does not
+// depend on the platform (which service belongs to which record, the ring, packets, padding, time-outs,
+// thread states) is implemented above it, once for all platforms.
 //
-// Two threads meet here for one open device: its caller (open, close, sendReport) and its read thread
-// (startInput, runPeriod, stopInput). The caller closes a device only after its read thread has left.
+// Two threads use an open device: its caller (open, close, sendReport) and its read thread (startInput,
+// runPeriod, stopInput). The caller closes a device only after its read thread has left it.
 
-/// An open device, made by `open` and ended by `close`. Each platform defines its own.
+/// An open device, created by `open` and freed by `close`. Each platform defines its own.
 struct HidDevice;
 
 /// One HID device as the platform lists it. A value that the platform does not have is missing, not empty.
@@ -29,64 +29,65 @@ struct HidDeviceInfo {
 /// Outcome of an open.
 enum class HidOpenResult {
     opened,
-    notFound,     ///< no such device, or the platform offers no way in (no plug-in)
-    notOpenable,  ///< there is one, and its interface could not be obtained or opened
+    notFound,     ///< no such device, or no plug-in for it
+    notOpenable,  ///< its interface could not be obtained or opened
 };
 
-/// Receives one input report: `context` as given to startInput, the report's bytes in the report buffer,
-/// their number.
+/// Receives one input report of `length` bytes. `context` is that of startInput. `report` points to a buffer
+/// of kLargestReport bytes (1024): the callback may read beyond `length`.
 using HidReportCallback = void (*)(void* context, const uint8_t* report, int32_t length);
 
 struct HidDeviceOperations {
-    /// Fills `devices` with every HID device present, in the platform's order. False when the platform could
-    /// not be asked; no record is marked then. Called during list creation, on the caller's thread.
+    /// Fills `devices` with every HID device present, in the platform's order. Returns false when the
+    /// platform cannot list them; then no record is marked. Called on the caller's thread, during list
+    /// creation.
     bool (*list)(std::vector<HidDeviceInfo>& devices);
 
-    /// Opens the first device with these ids and this serial number; "?" stands for any serial number, an
-    /// empty text for an empty one. On `opened`, `*device` is the caller's to close; else it is null,
-    /// and the object stays closed with -131 (notFound) or -107 (notOpenable). On the caller's thread.
+    /// Opens the first device with these ids and this serial number; "?" matches any serial number, an empty
+    /// string only an empty one. On `opened` the caller owns `*device` and has to close it; otherwise
+    /// `*device` is null and HIDAccess::Open returns -131 (notFound) or -107 (notOpenable). Called on the
+    /// caller's thread.
     HidOpenResult (*open)(uint16_t vendorId, uint16_t productId, const char* serialNumber,
                           HidDevice** device);
 
-    /// Closes and frees the device; also one that was unplugged.
+    /// Closes and frees the device, also one that was unplugged.
     void (*close)(HidDevice* device);
 
-    /// Lets the calling thread, the device's read thread, receive input reports of at most `length` bytes:
-    /// each is handed to `callback` on this same thread, during runPeriod. A platform that wants a buffer of
-    /// the caller's to put them in has `buffer` (`length` bytes, until stopInput). False when the device does
-    /// not take it; then the thread ends at once.
+    /// Starts input on the calling thread, the device's read thread: from now on runPeriod passes each input
+    /// report, of at most `length` bytes, to `callback`. `buffer` (`length` bytes, valid until stopInput) is
+    /// for a platform that needs a buffer of the caller. Returns false when the device refuses; then the read
+    /// thread ends at once.
     bool (*startInput)(HidDevice* device, uint8_t* buffer, int32_t length, HidReportCallback callback,
                        void* context);
 
-    /// Handles the device's events for one short period (0.5 to 5 milliseconds) on the read thread, sleeping
-    /// while there are none. False when the platform reports that its event loop was stopped: the read thread
-    /// then ends. An unplugged device goes on without events.
+    /// Handles the device's events for one short period (0.5 to 5 milliseconds) on the read thread, and
+    /// sleeps while there are none. Returns false when the platform reports that its event loop was stopped;
+    /// then the read thread ends. An unplugged device has periods without events.
     bool (*runPeriod)(HidDevice* device);
 
-    /// Ends what startInput began; called on the read thread as its last use of the device.
+    /// Ends the input that startInput began. Called on the read thread, as its last use of the device.
     void (*stopInput)(HidDevice* device);
 
     /// Stops the event loop of the calling thread (not of the read thread), where the platform has one.
     void (*stopCallersLoop)();
 
-    /// Sends one output report of `length` bytes, report id 0, and waits until the system has it. `timeoutMs`
-    /// (milliseconds) is for a platform that can bound that; neither of the two can. False on failure, also
-    /// for a device that was unplugged; the write ends with -112 then. On the caller's thread, beside the
-    /// read thread.
+    /// Sends one output report of `length` bytes with report id 0 and waits until the system has accepted it.
+    /// `timeoutMs` (milliseconds) is for a platform that can limit this wait; neither of the two can. Returns
+    /// false on failure, also for an unplugged device; then the write returns -112. Called on the caller's
+    /// thread, concurrently with the read thread.
     bool (*sendReport)(HidDevice* device, const uint8_t* report, int32_t length, int32_t timeoutMs);
 
     /// Copies the first configuration descriptor of the first USB device with these ids, whatever its serial
-    /// number, to `buffer`: the lesser of its total length and `size` bytes. No HID interface is opened for
-    /// it. A platform that reads it through libusb does so in hidUsbContext. Called during list creation, on
-    /// the caller's thread. Returns the bytes copied, or -131: the record is a HID device without a
-    /// configuration then.
+    /// number, to `buffer`: the lesser of its total length and `size` bytes. Opens no HID interface. A
+    /// platform that uses libusb for it does so in hidUsbContext. Called on the caller's thread, during list
+    /// creation. Returns the bytes copied, or -131; the record is then a HID device without a configuration.
     int32_t (*readConfigDescriptor)(uint16_t vendorId, uint16_t productId, uint8_t* buffer, int32_t size);
 };
 
 /// The platform's own table.
 const HidDeviceOperations& platformHidOperations();
 
-/// The table in use: the platform's, until a test puts another one in its place.
+/// The table in use: the platform's, unless a test has replaced it.
 const HidDeviceOperations& hidOperations();
 void setHidOperations(const HidDeviceOperations& operations);
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What both HID units of macOS need to hold I/O Kit and Core Foundation objects: owners that give back what
-// they hold, and the ways to a service and to a plug-in's interface.
+// Shared by the two macOS HID units: owners of I/O Kit and Core Foundation objects, service matching, and
+// access to plug-ins and their interfaces.
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOCFPlugIn.h>
@@ -15,11 +15,11 @@ struct CFReleaser {
     void operator()(CFTypeRef object) const { CFRelease(object); }
 };
 
-/// A Core Foundation object that the holder owns, or null.
+/// An owning pointer to a Core Foundation object; may be null.
 template <class Ref>
 using CFOwned = std::unique_ptr<std::remove_pointer_t<Ref>, CFReleaser>;
 
-/// An I/O Kit object that the holder owns, or IO_OBJECT_NULL.
+/// Owns an I/O Kit object, or holds IO_OBJECT_NULL.
 class IOOwned {
  public:
     explicit IOOwned(io_object_t object) : object_(object) {}
@@ -33,7 +33,7 @@ class IOOwned {
 
     io_object_t get() const { return object_; }
     explicit operator bool() const { return object_ != IO_OBJECT_NULL; }
-    /// Somebody else releases the object from now on.
+    /// Gives up ownership: somebody else releases the object.
     void giveAway() { object_ = IO_OBJECT_NULL; }
 
  private:
@@ -47,11 +47,11 @@ struct InterfaceReleaser {
     }
 };
 
-/// A plug-in, or an interface of one, that the holder owns, or null.
+/// An owning pointer to a plug-in or to one of its interfaces; may be null.
 template <class Interface>
 using InterfaceOwned = std::unique_ptr<Interface*, InterfaceReleaser>;
 
-/// The plug-in of this type that drives a service, or null.
+/// Creates the plug-in of this type for a service. Returns null on failure.
 inline InterfaceOwned<IOCFPlugInInterface> createPlugIn(const IOOwned& service, CFUUIDRef plugInType) {
     IOCFPlugInInterface** plugIn = nullptr;
     SInt32 score = 0;
@@ -60,7 +60,7 @@ inline InterfaceOwned<IOCFPlugInInterface> createPlugIn(const IOOwned& service, 
     return InterfaceOwned<IOCFPlugInInterface>(result == KERN_SUCCESS ? plugIn : nullptr);
 }
 
-/// An interface of the plug-in, or null.
+/// Returns an interface of the plug-in, or null.
 template <class Interface>
 InterfaceOwned<Interface> queryInterface(const InterfaceOwned<IOCFPlugInInterface>& plugIn,
                                          CFUUIDRef interfaceId) {
@@ -70,15 +70,15 @@ InterfaceOwned<Interface> queryInterface(const InterfaceOwned<IOCFPlugInInterfac
     return InterfaceOwned<Interface>(result == 0 ? static_cast<Interface**>(interface) : nullptr);
 }
 
-/// What services of a class are looked for by.
+/// A matching dictionary for services of one class.
 class ServiceMatch {
  public:
     explicit ServiceMatch(const char* serviceClass) : dictionary_(IOServiceMatching(serviceClass)) {}
 
-    /// False when there is no memory for it; such a match finds nothing.
+    /// False when there is no memory for the dictionary; such a match finds nothing.
     bool isUsable() const { return dictionary_ != nullptr; }
 
-    /// The property must have this value; null ends the match.
+    /// Requires the property to have this value; a null value makes the match find nothing.
     void require(CFStringRef key, CFTypeRef value) {
         if (value == nullptr) {
             dictionary_.reset();
@@ -86,20 +86,20 @@ class ServiceMatch {
             CFDictionarySetValue(dictionary_.get(), key, value);
         }
     }
-    /// The number goes in as a signed 16-bit one, and is a negative one from 0x8000 on. The system compares
-    /// the low 16 bits, so it finds services of such ids, too.
+    /// Requires an id, passed as a signed 16-bit number and so negative from 0x8000 on. The system compares
+    /// the low 16 bits and matches such ids, too.
     void requireId(CFStringRef key, uint16_t id) {
         require(key,
                 CFOwned<CFNumberRef>(CFNumberCreate(kCFAllocatorDefault, kCFNumberShortType, &id)).get());
     }
 
-    /// The first service that matches, or IO_OBJECT_NULL. The match is used up.
+    /// Returns the first matching service, or IO_OBJECT_NULL. Consumes the match.
     io_service_t first() {
         return dictionary_ == nullptr
                    ? IO_OBJECT_NULL
                    : IOServiceGetMatchingService(kIOMainPortDefault, dictionary_.release());
     }
-    /// All services that match: an iterator, or IO_OBJECT_NULL. The match is used up.
+    /// Returns an iterator over all matching services, or IO_OBJECT_NULL. Consumes the match.
     io_iterator_t all() {
         io_iterator_t services = IO_OBJECT_NULL;
         const bool found =

@@ -3,7 +3,7 @@
 
 #include <IOKit/IOCFPlugIn.h>
 
-// The newer class's name since the system's headers of macOS 10.15; this registry knows "IOUSBDevice" alone.
+// Since the headers of macOS 10.15 this names the newer class; this registry knows only "IOUSBDevice".
 #define kIOUSBDeviceClassName "IOUSBHostDevice"
 #define kUSBVendorID "idVendor"
 #define kUSBProductID "idProduct"

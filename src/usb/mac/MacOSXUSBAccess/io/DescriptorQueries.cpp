@@ -10,7 +10,7 @@ namespace {
 
 constexpr int32_t kEndpointDescriptorBytes = 7;
 
-/// Copies `count` bytes unless there is no buffer; returns the count, at least 0.
+/// Copies `count` bytes unless `buffer` is null. Returns the count, at least 0.
 int32_t give(uint8_t* buffer, const void* bytes, int32_t count) {
     const int32_t given = std::max(count, 0);
     if (buffer != nullptr) {

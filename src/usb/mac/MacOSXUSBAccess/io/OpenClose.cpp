@@ -17,7 +17,7 @@ namespace {
 constexpr int kDrivenConfiguration = 1;
 constexpr int kKernelDriverInterface = 0;
 
-/// The reference count as the refusal messages print it: in the place of the device pointer, and meant so.
+/// Deliberate: the refusal messages print the reference count in the place of the device pointer.
 void* countAsPointer(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     const uintptr_t count = static_cast<uint32_t>(getRefCount(entry.pDevice));
     return reinterpret_cast<void*>(count);  // NOLINT(performance-no-int-to-ptr): for %p only
@@ -28,7 +28,7 @@ void logState(const char* function, tagUSB_DEVICE_ACCESS_ENTRY& entry) {
               static_cast<void*>(entry.pDevice));
 }
 
-/// Why the record cannot be opened now, or 0.
+/// Returns the code with which an open is refused now, or 0.
 int32_t refusal(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     if (loadShared(entry.isOpen) != 0) {
         debug_log("[LibUSB_OpenDevice] %s acquired == 1, pDev: %p", entry.sSerialNumber,
@@ -58,9 +58,9 @@ int selectConfiguration(libusb_device_handle* handle) {
                                                    : LIBUSB_SUCCESS;
 }
 
-/// The way from a libusb device to an open record: handle, configuration, interface, transfer records.
+/// Opens the device, sets its configuration, claims its interface and creates the transfer records.
 int32_t openThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    // A device that was pulled while open comes back as another one: its old handle and transfers are still
+    // A device that is unplugged while open returns as a new device; the old handle and transfers are still
     // here.
     if (!discardOpenState(entry)) {
         storeShared(entry.lastResult, LIBUSB_ERROR_BUSY);
@@ -71,7 +71,7 @@ int32_t openThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         storeShared(entry.lastResult, result);
         return kOpenFailed;
     }
-    // Asked and not acted upon: the driver is never detached.
+    // Deliberate: the answer is not used; a kernel driver is never detached.
     libusb_kernel_driver_active(entry.hDevice, kKernelDriverInterface);
     result = selectConfiguration(entry.hDevice);
     if (result != LIBUSB_SUCCESS) {
@@ -112,10 +112,10 @@ int32_t LibUSB_OpenDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         storeShared(entry->lastResult, LIBUSB_ERROR_NO_DEVICE);
         return kOpenFailed;
     }
-    finishCloses();  // one of them may have the interface
+    finishCloses();  // an unfinished close may hold the interface
     if (entry->isHid == 1) {
-        HID_CloseDevice(entry);  // what a device that was pulled while open has left
-        // The record counts as open whatever this answers: meant. Its reads then time out.
+        HID_CloseDevice(entry);  // a device unplugged while open is still open here
+        // Deliberate: the record counts as open whatever HID_OpenDevice returns. Its reads then time out.
         HID_OpenDevice(entry);
     } else {
         logState("LibUSB_OpenDevice", *entry);
@@ -132,10 +132,10 @@ int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     privateSide(*entry).heldByCaller = false;
     if (loadShared(entry->isOpen) == 0) {
         if (entry->isHid == 1) {
-            HID_CloseDevice(entry);  // still open when its device came back or its list was released
+            HID_CloseDevice(entry);  // still open after a re-plug or the release of its list
         }
         discardOpenState(*entry);
-        finishCloses();  // deletes the record when its list was released
+        finishCloses();  // deletes the record if its list was released
         return kNotOpen;
     }
     int attachResult = LIBUSB_SUCCESS;
@@ -151,7 +151,7 @@ int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         return result;
     }
     logState("LibUSB_CloseDevice", *entry);
-    // Transfers that do not come back keep their handle until a later call finds them back.
+    // Transfers that do not complete keep their handle until a later call finds them completed.
     if (retireTransfers(*entry)) {
         closeThroughLibusb(*entry, attachResult);
     }

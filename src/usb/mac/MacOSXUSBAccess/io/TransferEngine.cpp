@@ -9,7 +9,7 @@
 
 namespace {
 
-/// True when the request may go to libusb as it is. A control transfer without a buffer has no setup packet.
+/// True when the request may be submitted. A control transfer always needs a buffer, for its setup packet.
 bool isSubmittable(const TransferRequest& request) {
     const bool needsBuffer = request.length > 0 || request.type == LIBUSB_TRANSFER_TYPE_CONTROL;
     return request.length >= 0 && (request.buffer != nullptr || !needsBuffer);
@@ -29,9 +29,9 @@ int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const Transfer
     transfer.type = request.type;
     transfer.timeout = static_cast<unsigned int>(request.timeout);
     transfer.buffer = request.buffer;
+    // Deliberate: a control transfer without a buffer keeps the previous length; its submission fails anyway.
     if (request.type != LIBUSB_TRANSFER_TYPE_CONTROL || request.buffer != nullptr) {
-        transfer.length =
-            request.length;  // a control transfer without a buffer leaves the length before: meant
+        transfer.length = request.length;
     }
     transfer.user_data = &entry;
     transfer.callback = InternalTransferCallback;

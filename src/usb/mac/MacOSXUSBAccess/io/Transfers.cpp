@@ -32,7 +32,7 @@ TransferRequest readRequest(uint8_t type, int32_t endpoint, int32_t length, int3
     return {inAddress(endpoint), type, timeout, buffer, length, kReadFailed};
 }
 
-/// Runs one request on a ready record: the bytes moved, or a negative code.
+/// Runs one request on a ready record. Returns the bytes transferred, or a negative code.
 int32_t transfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
                  const TransferRequest& request) {
     TransferOutcome outcome{};
@@ -40,8 +40,7 @@ int32_t transfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
     if (result != 0) {
         return result;
     }
-    // Only a time-out is an error. Every other end counts as the bytes it moved: meant, callers look at the
-    // count.
+    // Deliberate: only a time-out is an error; any other end returns the bytes transferred.
     return outcome.status == LIBUSB_TRANSFER_TIMED_OUT ? kTimedOut : outcome.actualLength;
 }
 
@@ -51,7 +50,7 @@ int32_t transferWhenReady(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferReque
     return refused != 0 ? refused : transfer(turn, *entry, request);
 }
 
-/// A transfer of a HID record, by `hidCall`; without a buffer for its bytes it fails as a submission does.
+/// Runs `hidCall()`, a transfer of a HID record. Without a buffer for its bytes it fails like a submission.
 template <class HidCall>
 int32_t hidTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request, HidCall hidCall) {
     if (request.buffer == nullptr && request.length > 0) {
@@ -61,8 +60,9 @@ int32_t hidTransfer(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& re
     return hidCall();
 }
 
-/// The frame of an interrupt call: `usbCall(turn)` on a record of libusb, `hidCall()` on a HID record, once
-/// `check(isCounted)` has nothing against it.
+/// The frame of an interrupt call. Runs `usbCall(turn)` on a libusb record, for which `check(isCounted)`
+/// returns 0, or `hidCall()` on a HID record, for which it returns -120; any other result of `check` is
+/// returned.
 template <class Check, class UsbCall, class HidCall>
 int32_t interruptCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request, Check check,
                       UsbCall usbCall, HidCall hidCall) {
@@ -76,7 +76,7 @@ int32_t interruptCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& 
     return refused != 0 ? refused : usbCall(turn);
 }
 
-/// An interrupt transfer without packets of its own.
+/// An interrupt transfer that is not split into packets by the library.
 template <class HidCall>
 int32_t interruptTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request,
                           HidCall hidCall) {
@@ -85,7 +85,7 @@ int32_t interruptTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferReque
         [&](const EndpointTurn& turn) { return transfer(turn, *entry, request); }, hidCall);
 }
 
-/// The frame of the extended interrupt calls: readiness test and packet-size check, in this order.
+/// The frame of the extended interrupt calls. Tests readiness, then the packet size.
 template <class UsbCall, class HidCall>
 int32_t packetCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& request, int32_t packetSize,
                    UsbCall usbCall, HidCall hidCall) {
@@ -98,8 +98,8 @@ int32_t packetCall(tagUSB_DEVICE_ACCESS_ENTRY* entry, const TransferRequest& req
     return interruptCall(entry, request, check, usbCall, hidCall);
 }
 
-/// What a packet that went out counts for, whatever part of it the device took. Deliberate: a packet that was
-/// taken short counts as full.
+/// Returns the bytes that a sent packet adds to the result.
+/// Deliberate: a packet that the device took short counts as full.
 int32_t credit(const TransferRequest& whole, int32_t packetSize, int32_t share, int32_t moved) {
     if (share < packetSize) {
         return share;
@@ -107,11 +107,11 @@ int32_t credit(const TransferRequest& whole, int32_t packetSize, int32_t share, 
     return moved > whole.length ? whole.length : packetSize;
 }
 
-/// Sends `length` bytes as padded packets through a staging buffer.
+/// Sends the bytes of `whole` as padded packets through a staging buffer.
 int32_t writePackets(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
                      const TransferRequest& whole, int32_t packetSize, uint8_t fillValue) {
     if (whole.buffer == nullptr && whole.length > 0) {
-        return transfer(turn, entry, whole);  // refused there, like every other transfer without bytes
+        return transfer(turn, entry, whole);  // fails there, like every transfer without a buffer
     }
     uint8_t packet[kLargestPacket];
     TransferRequest request = whole;
@@ -130,7 +130,7 @@ int32_t writePackets(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry
         }
         total += credit(whole, packetSize, share, moved);
         reallyMoved += std::min(moved, share);
-        // Whoever closes the record waits for this thread: it may not keep on sending.
+        // A thread that closes the record waits for this one, which must not go on sending.
         if (loadShared(entry.isOpen) == 0) {
             return reallyMoved;
         }

@@ -24,14 +24,15 @@ constexpr uint32_t kStandardPacketSize = 512;
 /// One interface descriptor of a configuration.
 struct FoundInterface {
     DescriptorWalk at;  ///< stands at the interface descriptor
-    int32_t number;     ///< how many interface descriptors, alternate settings included, come before it
+    int32_t number;     ///< number of interface descriptors before it, alternate settings included
 };
 
 bool isVendorSpecific(const DescriptorWalk& walk) {
     return walk.byte(5) == LIBUSB_CLASS_VENDOR_SPEC && walk.byte(6) == LIBUSB_CLASS_VENDOR_SPEC;
 }
 
-/// Counts to the end of the configuration, over later interfaces too: meant.
+/// True when two bulk endpoints follow in the configuration.
+/// Deliberate: endpoints of later interfaces count as well, so such a device is split, too.
 bool hasBulkPairFromHere(DescriptorWalk walk) {
     int32_t bulkEndpoints = 0;
     for (walk.advance(); walk.atDescriptor() && bulkEndpoints < kNeededBulkEndpoints; walk.advance()) {
@@ -42,7 +43,8 @@ bool hasBulkPairFromHere(DescriptorWalk walk) {
     return bulkEndpoints == kNeededBulkEndpoints;
 }
 
-/// Looks for the interface to split off. Only the first vendor-specific interface beyond the first is tried.
+/// Finds the interface to split off. Only the first vendor-specific interface after the first interface is
+/// tried.
 bool findSplitInterface(const tagUSB_DEVICE_ACCESS_ENTRY& parent, FoundInterface& found) {
     int32_t number = 0;
     for (DescriptorWalk walk(parent.configDescriptor, parent.configDescriptorLength); walk.atDescriptor();
@@ -90,8 +92,8 @@ void fillIdentity(tagUSB_DEVICE_ACCESS_ENTRY& child, tagUSB_DEVICE_ACCESS_ENTRY&
     parent.pCompositeChild = &child;
 }
 
-/// Takes the interface's own part of the parent's configuration, up to the next interface. False when a
-/// descriptor of length 0 stands in it.
+/// Copies the interface's part of the parent's configuration, up to the next interface. Returns false when it
+/// contains a descriptor of length 0.
 bool takeSlice(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_ENTRY& parent,
                const DescriptorWalk& interface) {
     DescriptorWalk end(parent.configDescriptor, parent.configDescriptorLength,
@@ -116,7 +118,7 @@ void readInterfaceString(tagUSB_DEVICE_ACCESS_ENTRY& child, uint8_t stringIndex)
     }
 }
 
-/// The record of the interface that `parent` is split at, or null when it is not split.
+/// Creates the record of the interface that is split off `parent`. Returns null when `parent` is not split.
 tagUSB_DEVICE_ACCESS_ENTRY* splitOff(tagUSB_DEVICE_ACCESS_ENTRY& parent) {
     FoundInterface found{{nullptr, 0}, 0};
     if (!isSplittable(parent) || !findSplitInterface(parent, found)) {

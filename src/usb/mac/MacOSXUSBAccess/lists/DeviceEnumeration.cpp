@@ -17,7 +17,7 @@ namespace {
 constexpr int32_t kStringReadBytes = 126;
 constexpr uint32_t kStandardPacketSize = 512;
 
-/// The numbered step messages of a traced enumeration.
+/// Writes the numbered step messages of a traced enumeration.
 class StepTrace {
  public:
     explicit StepTrace(bool on) : on_(on) {}
@@ -43,7 +43,7 @@ class StepTrace {
 };
 
 bool isWanted(const tagUSB_DEVICE_LIST& list, const EnumerationStyle& style, uint16_t vendorId) {
-    // An unused slot is -1 and so equal to no vendor id.
+    // Unused slots are -1, which equals no vendor id.
     return style.everyVendor || deviceListContainsVID(&list, vendorId);
 }
 
@@ -95,7 +95,7 @@ void readDeviceDescriptor(tagUSB_DEVICE_ACCESS_ENTRY& entry, const StepTrace& tr
     }
 }
 
-/// Class check and endpoints of the first interface, whose descriptor the walk stands at.
+/// Checks the class and reads the endpoints of the first interface, at whose descriptor the walk stands.
 void readFirstInterface(tagUSB_DEVICE_ACCESS_ENTRY& entry, const DescriptorWalk& walk,
                         const StepTrace& trace) {
     if (entry.deviceDescriptorLength >= 5) {
@@ -112,7 +112,7 @@ void readFirstInterface(tagUSB_DEVICE_ACCESS_ENTRY& entry, const DescriptorWalk&
     trace.step("LibUSB_CreateDeviceList2 18");
 }
 
-/// False when the configuration is missing or malformed and has to be cleared.
+/// Returns false when the configuration is missing or malformed; the caller then clears it.
 bool readConfiguration(tagUSB_DEVICE_ACCESS_ENTRY& entry, const StepTrace& trace) {
     const int32_t count = fillConfigBuffer(&entry, entry.configDescriptor, kConfigDescriptorBytes);
     trace.number("LibUSB_CreateDeviceList2 13: cdCnt", count);
@@ -134,7 +134,7 @@ bool readConfiguration(tagUSB_DEVICE_ACCESS_ENTRY& entry, const StepTrace& trace
     return true;  // a configuration without an interface stays, with no endpoints
 }
 
-/// Everything that is read from the open device.
+/// Reads strings and descriptors from the open device and closes it.
 void readDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device_handle* handle,
                 const libusb_device_descriptor& descriptor, const StepTrace& trace) {
     readStrings(entry, handle, descriptor, trace);
@@ -149,7 +149,7 @@ void readDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device_handle* handle,
     trace.step("LibUSB_CreateDeviceList2 20");
 }
 
-/// Everything that can be known of a device, into its record.
+/// Fills a record with everything that can be read of its device.
 void fillRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device* device,
                 const libusb_device_descriptor& descriptor, const EnumerationStyle& style,
                 const StepTrace& trace) {
@@ -174,7 +174,7 @@ void fillRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device* device,
     readDevice(entry, handle, descriptor, trace);
 }
 
-/// Lists the devices of libusb's array that are wanted.
+/// Appends a record for each wanted device in libusb's array.
 void listDevices(tagUSB_DEVICE_LIST& list, ssize_t deviceCount, const EnumerationStyle& style,
                  const StepTrace& trace) {
     tagUSB_DEVICE_ACCESS_ENTRY* last = nullptr;
@@ -197,7 +197,7 @@ void listDevices(tagUSB_DEVICE_LIST& list, ssize_t deviceCount, const Enumeratio
     }
 }
 
-/// Gives libusb's device array back, also when memory runs out on the way.
+/// Frees libusb's device array, also when memory runs out in between.
 class DeviceArray {
  public:
     DeviceArray(libusb_device** devices, bool owned) : devices_(owned ? devices : nullptr) {}
@@ -216,7 +216,7 @@ class DeviceArray {
 }  // namespace
 
 void enumerateDevices(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
-    const StepTrace trace(style.tracesSteps && isDebugEnabled());  // looked up once, not at each step
+    const StepTrace trace(style.tracesSteps && isDebugEnabled());  // read once, not at each step
     const ssize_t deviceCount = list.pContext == nullptr
                                     ? ssize_t{LIBUSB_ERROR_INVALID_PARAM}
                                     : libusb_get_device_list(list.pContext, &list.ppDevList);

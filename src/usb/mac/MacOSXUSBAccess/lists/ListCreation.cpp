@@ -18,6 +18,7 @@ namespace {
 constexpr uint32_t kEveryVendor = 0xFFFFFFFF;
 constexpr uint32_t kInternalHandle = 4242;
 
+/// Deliberate: an empty device array is not freed, so a call on an empty bus leaks a few bytes.
 EnumerationStyle watchedList() {
     EnumerationStyle style{};
     style.tracesSteps = true;
@@ -33,7 +34,8 @@ EnumerationStyle plainList(bool everyVendor) {
     return style;
 }
 
-/// First list of the running session in this context that has records and passes `matches`, or null.
+/// Returns the first list of the running session in this context that has records and satisfies `matches`, or
+/// null.
 template <class Matches>
 const tagUSB_DEVICE_LIST* findReusableList(libusb_context* context, Matches matches) {
     const tagUSB_DEVICE_LIST* list = context == nullptr ? nullptr : g_pDeviceList;
@@ -43,14 +45,14 @@ const tagUSB_DEVICE_LIST* findReusableList(libusb_context* context, Matches matc
     return list;
 }
 
-/// The steps that every way of creation ends with.
+/// The last steps of every list creation.
 uint32_t fillList(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     enumerateDevices(list, style);
     return HandleCompositeDevices(list.handle, &list);
 }
 
-/// Takes back a linked list that could not be filled for want of memory. It stays in the chain, since the
-/// event thread may be looking at it, but as a list of no session and without records.
+/// Undoes a linked list that could not be filled for lack of memory. It stays in the chain, because the event
+/// thread may be reading it, but without session and records.
 void takeBack(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     libusb_context* context = list.pContext;
     storeShared(list.pContext, nullptr);
@@ -68,7 +70,7 @@ void takeBack(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     }
 }
 
-/// Makes a list with the next handle, links it and fills it; a list that counts references is watched for
+/// Creates a list with the next handle, links it and fills it. A list that counts references is watched for
 /// hotplug events. Returns the handle.
 uint32_t makeList(libusb_context* context, int32_t count, const int32_t* vendorIds,
                   const EnumerationStyle& style) {

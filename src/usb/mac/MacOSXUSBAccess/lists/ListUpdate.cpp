@@ -43,11 +43,11 @@ void updateDevice(tagUSB_DEVICE_ACCESS_ENTRY& old, const tagUSB_DEVICE_ACCESS_EN
     try {
         tlvn_libusb_ref_device(&old, old.pDevice);
     } catch (const std::bad_alloc&) {
-        // The record holds its device without being counted, as those do that an update adds.
+        // The record takes no counted reference then, like those that an update adds.
     }
 }
 
-/// A child's counted references do not move.
+/// Moves a child to the device of its parent's new record. Counted references do not change.
 /// Deliberate: a child counts as present with its parent, even when its interface is gone or looks different.
 void updateChild(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_ENTRY& foundParent) {
     child.isPresent = 1;
@@ -59,8 +59,9 @@ void updateChild(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_E
     }
 }
 
-/// Deletes a found record whose place `survivor` keeps. A partner that was found with it and is left points
-/// at the survivor; a record of the list, which took such a partner's place, keeps the partner it had.
+/// Deletes a found record, a duplicate of `survivor`. If its composite partner is still in the enumerated
+/// list, `survivor` becomes the partner's partner; a record of the list that has replaced the partner keeps
+/// its own.
 void deleteDuplicate(tagUSB_DEVICE_ACCESS_ENTRY& found, tagUSB_DEVICE_ACCESS_ENTRY& survivor) {
     const auto isLeft = [&found](const tagUSB_DEVICE_ACCESS_ENTRY* partner) {
         return partner != nullptr && partner->pDeviceList == found.pDeviceList;
@@ -74,7 +75,7 @@ void deleteDuplicate(tagUSB_DEVICE_ACCESS_ENTRY& found, tagUSB_DEVICE_ACCESS_ENT
     deleteDeviceRecord(found);
 }
 
-/// Marks which records of the list the new enumeration has seen, and takes those out of it.
+/// Marks the records of the list that the new enumeration has found, and removes those from the enumeration.
 void matchRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_LIST& enumerated) {
     for (tagUSB_DEVICE_ACCESS_ENTRY* old = list.pFirst; old != nullptr; old = old->pNext) {
         old->isPresent = 0;
@@ -94,8 +95,8 @@ void matchRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_LIST& enumerated) {
     }
 }
 
-/// Closes what is open on the record, with the log line of a close, drops its counted reference and takes it
-/// out of its list. Transfers are waited for once.
+/// Closes the record, with the log line of a close, drops its counted reference and deletes it or keeps it
+/// aside. Waits for its transfers once.
 void releaseRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     const bool quiet = retireTransfers(entry);
     if (quiet && entry.hDevice != nullptr) {
@@ -112,13 +113,13 @@ void releaseRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     }
 }
 
-/// The list's devices as they are now, in a temporary list.
+/// Enumerates the devices of the list into a temporary list.
 tagUSB_DEVICE_LIST* enumerateAgain(tagUSB_DEVICE_LIST& list) {
     try {
         int32_t ignored = 0;
         return CreateInternalDeviceList2(list.pContext, list.vidCount, list.vidList, &ignored);
     } catch (const std::bad_alloc&) {
-        list.changePending.store(true);  // the change is still to be seen
+        list.changePending.store(true);  // the change has not been processed yet
         throw;
     }
 }
@@ -134,7 +135,7 @@ int32_t LibUSB_UpdateDeviceList(uint32_t handle, uint32_t /*unused*/) {
     list->changePending.exchange(false);
     tagUSB_DEVICE_LIST* enumerated = enumerateAgain(*list);
     matchRecords(*list, *enumerated);
-    // What is left is new; these records take no counted reference: meant.
+    // Deliberate: the remaining, new records take no counted reference; only the log shows it.
     appendRecords(*list, enumerated->pFirst);
     unref_unplugged_devices(list);
     delete enumerated;

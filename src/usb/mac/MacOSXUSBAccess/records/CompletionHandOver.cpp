@@ -11,14 +11,15 @@ namespace {
 
 std::atomic<int32_t> g_unseenCompletions{0};
 
-/// A wait has begun since this was last looked at. Stored without any order: a look that comes too early
-/// finds it the next time.
+/// Set when a wait begins, cleared by the event thread. Relaxed order is enough: a check that misses the
+/// value sees it the next time.
 std::atomic<bool> g_waitBegan{false};
 
 constexpr std::chrono::milliseconds kPauseAfterError{5};
 constexpr std::chrono::milliseconds kPauseForWaiters{10};
 
-/// Runs one round of event handling and does what has to follow it. A null context never reaches libusb.
+/// Runs one round of event handling, hands over completions, and pauses after an error. A null context never
+/// reaches libusb.
 template <class Round>
 int handOverAfter(libusb_context* context, Round round) {
     const int result = context == nullptr ? LIBUSB_ERROR_INVALID_PARAM : round();

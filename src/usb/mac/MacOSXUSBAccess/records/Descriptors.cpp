@@ -16,7 +16,7 @@ namespace {
 
 constexpr unsigned int kRequestTimeoutMs = 1000;
 
-/// A request to a device that libusb waits for itself, handling the session's events meanwhile.
+/// Runs a synchronous request to a device, in which libusb handles the session's events.
 template <class Request>
 int32_t blockingRequest(Request request) {
     announceWait();
@@ -47,7 +47,7 @@ int32_t activeConfigurationLength(libusb_device* device, int32_t& numConfigurati
         return kNotAvailable;
     }
     numConfigurations = descriptor.bNumConfigurations;
-    // Only looked at, never freed: meant. A device costs its parsed configuration once per enumeration.
+    // Deliberate: never freed, so each enumeration of a device leaks its parsed configuration.
     libusb_config_descriptor* configuration = nullptr;
     result = libusb_get_active_config_descriptor(device, &configuration);
     if (result < 0) {
@@ -148,7 +148,7 @@ int32_t legacy_libusb_get_string_descriptor_ascii(libusb_device_handle* handle, 
                                                   uint8_t* buffer, int32_t length) {
     constexpr int32_t kNoString = -1;
     constexpr uint16_t kAnswerBytes = 255;
-    uint8_t answer[kAnswerBytes + 1] = {};  // one more, for the high byte of a unit cut in half
+    uint8_t answer[kAnswerBytes + 1] = {};  // one spare byte, for the high byte of a unit cut in half
     int32_t received = getDescriptor(handle, LIBUSB_DT_STRING, 0, 0, answer, kAnswerBytes);
     if (received < 4) {
         return received < 0 ? received : kNoString;

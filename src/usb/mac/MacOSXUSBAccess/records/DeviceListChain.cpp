@@ -14,16 +14,16 @@ namespace {
 
 constexpr int32_t kUnusedSlot = -1;
 
-/// Counts the changes of all lists' chains, so that a cursor knows whether its record is still there.
+/// Number of changes to the records of any list. A cursor is valid only while this number is unchanged.
 std::atomic<uint64_t> g_chainChanges{0};
 
-/// Where a thread's last look-up by index ended. Who asks for one index after the other, as for the lines of
-/// a list, walks the chain once and not each time from its beginning.
+/// Result of the thread's last look-up by index. A look-up of a later index continues from here instead of
+/// from the head.
 struct Cursor {
     const tagUSB_DEVICE_LIST* list;
     uint64_t changes;
     uint32_t index;
-    tagUSB_DEVICE_ACCESS_ENTRY* entry;  ///< null behind the last record
+    tagUSB_DEVICE_ACCESS_ENTRY* entry;  ///< null past the last record
 };
 thread_local Cursor t_cursor{};
 
@@ -97,8 +97,7 @@ void unlinkRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 }
 
 tagUSB_DEVICE_LIST* find_device_list(libusb_context* context, uint32_t vendorId) {
-    // A list of an ended session has no context any more, so a new context at the old address does not find
-    // it.
+    // A list of an ended session has no context, so a new context at the same address does not match it.
     return context == nullptr ? nullptr : firstListThat([&](const auto& each) {
         return loadShared(each.pContext) == context &&
                deviceListContainsVID(&each, static_cast<int32_t>(vendorId));

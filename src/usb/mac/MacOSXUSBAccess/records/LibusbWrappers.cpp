@@ -4,7 +4,7 @@
 
 #include "DebugUtil/DebugLog.h"
 
-// The pair after the serial number is bus number and device release, both in decimal: meant.
+// Deliberate: the logged pair after the serial number is bus number and bcdDevice, both in decimal.
 
 int tlvn_libusb_open(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device* device,
                      libusb_device_handle** handle) {

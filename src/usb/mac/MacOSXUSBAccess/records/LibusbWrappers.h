@@ -2,8 +2,8 @@
 
 #include "ground/DeviceRecords.h"
 
-/// Logs and opens `device` for the record; the handle goes to `*handle`. Returns libusb_open's result; a null
-/// device answers LIBUSB_ERROR_NO_DEVICE.
+/// Logs the call and opens `device` for the record, with the handle in `*handle`. Returns the result of
+/// libusb_open, or LIBUSB_ERROR_NO_DEVICE for a null device.
 int tlvn_libusb_open(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device* device, libusb_device_handle** handle);
-/// Logs and closes `handle`, a handle of the record's device.
+/// Logs the call and closes `handle`, a handle of the record's device.
 void tlvn_libusb_close(tagUSB_DEVICE_ACCESS_ENTRY* entry, libusb_device_handle* handle);

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Records kept aside, chained through pNext.
+/// Records kept aside, linked through pNext.
 tagUSB_DEVICE_ACCESS_ENTRY* g_recordsKeptAside = nullptr;
 
 void freeRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
@@ -19,8 +19,8 @@ void freeRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     delete &privateSide(entry);
 }
 
-/// True while the open-device map may point at the record, or a thread is inside: a read from a HID device
-/// goes on to its time-out after the close.
+/// True while the open-device map may point to the record, or a thread is inside a call on it: a HID read
+/// continues to its time-out after the close.
 bool isInUse(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return privateSide(entry).heldByCaller || someThreadIsInside(entry);
 }

@@ -31,7 +31,7 @@ bool hasOpenState(const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return entry.hDevice != nullptr || !entry.callbackInfos.empty();
 }
 
-/// Cancels what is in flight; true when nothing is and no thread is inside the record.
+/// Cancels the transfers in flight. Returns true when there are none and no thread is inside the record.
 bool cancelPending(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     bool quiet = !someThreadIsInside(entry);
     for (const auto& [address, record] : entry.callbackInfos) {
@@ -53,7 +53,7 @@ void freeTransferRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address) {
     }
 }
 
-/// For a record whose transfers are quiet.
+/// Frees the transfers and closes the handle of a quiet record.
 void endOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     privateSide(entry).closeIsDue = false;
     freeTransferRecords(entry);
@@ -66,8 +66,8 @@ void endOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 }  // namespace
 
 bool someThreadIsInside(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    // Read by an addition of 0 and an exchange of false for false: whichever comes second, this look or a
-    // thread's own count, that one sees the other.
+    // Read-modify-writes, not loads: they have one order with those of a thread that enters, so either this
+    // check sees that thread, or that thread sees that the record is closed.
     DeviceRecord& record = privateSide(entry);
     return record.activeCalls.fetch_add(0) != 0 ||
            std::any_of(std::begin(record.lanes), std::end(record.lanes), [](EndpointLane& lane) {

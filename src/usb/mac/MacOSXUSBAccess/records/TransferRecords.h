@@ -5,12 +5,12 @@
 #include "ground/DeviceRecords.h"
 #include "ground/SharedField.h"
 
-// The 32 transfer records of an open record, and the safe way out of transfers that are still running when
-// the record is closed, released or outlived by its session.
+// The 32 transfer records of an open record, and their orderly end when the record is closed or released, or
+// its session ends, while transfers are running.
 
-/// Counts the calling thread as inside a call of an open record, from before the call looks at the record
-/// until it has left its transfers and handle. A record that is not open counts nobody, so that threads that
-/// keep asking cannot hold up a close; such a call is to be refused as not open.
+/// Counts the calling thread as inside a call on an open record, from before it reads the record until it no
+/// longer uses its transfers and handle. On a record that is not open nothing is counted, so that repeated
+/// calls cannot hold up a close; such a call must be refused as not open.
 class ActiveCall {
  public:
     explicit ActiveCall(tagUSB_DEVICE_ACCESS_ENTRY& entry)
@@ -33,9 +33,10 @@ class ActiveCall {
     std::atomic<int32_t>* calls_;
 };
 
-/// The same for a transfer, which has its endpoint address to itself meanwhile, also beyond the end of
-/// isPending: a transfer that came in between would overwrite the outcome and the wait of the thread that has
-/// not seen its own end yet. One that finds another there is a call like any other, and to be refused.
+/// Gives a transfer its endpoint address exclusively until its thread has read the outcome. The end of
+/// isPending would be too early: another transfer could overwrite the outcome and the waiter before the
+/// thread has read them. When another thread owns the address, the calling thread is counted like an
+/// ActiveCall, and its transfer must be refused.
 class EndpointTurn {
  public:
     EndpointTurn(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address)
@@ -54,9 +55,9 @@ class EndpointTurn {
     EndpointTurn& operator=(const EndpointTurn&) = delete;
 
     bool isCounted() const { return isAlone_ || call_->isCounted(); }
-    /// False while another thread is in a transfer on the address.
+    /// True when the calling thread owns the address.
     bool isAlone() const { return isAlone_; }
-    /// Null for an address that is none.
+    /// Null for an invalid address.
     EndpointLane* lane() const { return lane_; }
 
  private:
@@ -65,27 +66,26 @@ class EndpointTurn {
     std::optional<ActiveCall> call_;
 };
 
-/// True while some thread is inside a call of the record.
+/// True while some thread is inside a call on the record.
 bool someThreadIsInside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Makes a record and a transfer for the endpoint addresses 0x00 to 0x0F and 0x80 to 0x8F. False when there
-/// is no memory; what was made so far is freed again.
+/// Creates a transfer record with a libusb transfer for each endpoint address 0x00 to 0x0F and 0x80 to 0x8F.
+/// Returns false when memory runs out; what was created is freed again.
 bool createTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Takes the record's open state down: no call can begin, transfers in flight are cancelled, and events are
-/// handled until every callback has run and every waiter has left, for at most a few seconds. True when all
-/// is quiet. After false some transfer is still libusb's: handle and transfers stay as they are until
-/// finishClose or discardOpenState finds them quiet.
+/// Clears isOpen so that no call can begin, cancels the transfers in flight, and handles events until every
+/// callback has run and every waiter has left, for at most 3 seconds. Returns true when the record is quiet.
+/// After false some transfer still belongs to libusb: handle and transfers stay until finishClose or
+/// discardOpenState finds them quiet.
 bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Frees the transfer records of a quiet record.
 void freeTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Ends, without a word in the log, what is left of an open state that no close has ended: transfers, their
-/// records and the handle. A record without one is left as it is. False when it cannot be ended
-/// (retireTransfers).
+/// Ends an open state that no close has ended: frees the transfers and their records and closes the handle,
+/// without logging. Does nothing to a record without one. Returns false when retireTransfers does.
 bool discardOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Ends, without waiting, the open state that retireTransfers had to leave, if the record is quiet by now.
-/// True when the record has no open state.
+/// Ends the open state that retireTransfers had to leave, if the record is quiet by now. Does not wait.
+/// Returns true when the record has no open state.
 bool finishClose(tagUSB_DEVICE_ACCESS_ENTRY& entry);

@@ -24,8 +24,8 @@ void logLibusbVersion() {
     DN_WriteStrStr("LibUSB_Initialize libusb version:", text, 1);
 }
 
-/// Cuts all records of a list off from its context, those kept aside as well. When some transfer does not
-/// come back, the answer is false and the list keeps the context: the transfer's thread waits in it.
+/// Detaches all records of a list, including those kept aside, from its context. Returns false when a
+/// transfer does not complete; the list then keeps the context, because the transfer's thread waits in it.
 bool severList(tagUSB_DEVICE_LIST& list) {
     bool severed = severKeptAside(list);
     for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list.pFirst; entry != nullptr; entry = entry->pNext) {
@@ -51,7 +51,7 @@ void endContext(libusb_context* context) {
     g_liveContext = nullptr;
     releaseHotplugCallbacks(context);
     deinitHotplugUsb();
-    // A context that a transfer still runs in outlives its session: lost memory, but nobody falls into it.
+    // A context in which a transfer still runs is never ended: it leaks, but no thread uses freed memory.
     if (severLists(context)) {
         dropCountedReferences();
         libusb_exit(context);
@@ -59,7 +59,7 @@ void endContext(libusb_context* context) {
     finishCloses();
 }
 
-/// Without a thread there is no session: the context ends again.
+/// Starts the hotplug thread. If that fails, ends the context: there is no session without the thread.
 void startHotplug(libusb_context** context) {
     try {
         initHotplugUsb(g_liveContext);
