@@ -23,7 +23,7 @@ import org.junit.jupiter.api.Timeout.ThreadMode;
 class EnduranceTest extends UsbTest {
     /** Less than the smallest piece of memory for each of 100,000 transfers; a sanitizer keeps more. */
     private static final int GROWTH_KB = Integer.getInteger("orvex.test.growthKb", 2048);
-    /** The looks at the devices while one comes and goes keep the configurations that libusb has parsed: meant. */
+    /** Deliberate: enumerating while a device comes and goes keeps the configurations that libusb has parsed. */
     private static final int KEPT_CONFIGURATIONS_KB = 16;
 
     private int keptKb;
