@@ -287,8 +287,8 @@ def java_on_kernel(choice, pattern, processors):
     build_release(folder, "orvex_java_tests")
     reports, log = folder / "reports", folder / "junit.log"
     reports.mkdir(parents=True)
-    # With the default collector a JVM can crash under emulation, and what is compiled there has to pay off later.
-    jvm = ["-XX:+UseSerialGC", "-XX:CompileThresholdScaling=5"]
+    # With the default collector a JVM can crash under emulation.
+    jvm = ["-XX:+UseSerialGC"]
     without = ["memory", "loading", "newest", "preload"]
     suite = junit(reports, jvm, [f"--{choice}-classname={pattern}"], without=without)
     status = execute(in_machine(SYSTEM_DEADLINE, folder, *suite, processors=processors), log, SYSTEM_DEADLINE + 10)
