@@ -91,7 +91,7 @@ TEST(ProcessWithRights, TheEnvironmentNamesNothing) {
     struct statvfs folder {};
     statvfs(testing::TempDir().c_str(), &folder);
     if (getuid() != 0 || (folder.f_flag & ST_NOSUID) != 0) {
-        GTEST_SKIP() << "takes root and a folder for temporary files where programs may have rights";
+        GTEST_SKIP() << "not run here: takes root, and temporary files that may have rights";
     }
     const std::string program = testing::TempDir() + "simbus-with-rights-" + std::to_string(getpid());
     constexpr gid_t nobodysGroup = 65534;
