@@ -36,3 +36,16 @@ struct LookingClock {
     std::atomic<int64_t> milliseconds{1'000'000};
     FakeClock clock;
 };
+
+/// The same; at the 300th look somebody sets it back by 200 ms.
+struct ClockSetBack : LookingClock {
+    ClockSetBack() {
+        clock.getTimeOfDay = [this, look = clock.getTimeOfDay](timeval& time) {
+            if (++looks == 300) {
+                milliseconds -= 200;
+            }
+            return look(time);
+        };
+    }
+    int looks = 0;
+};

@@ -151,16 +151,9 @@ TEST_F(HidAccess, TheWaitsLast20Seconds) {
 TEST_F(HidAccess, AClockThatIsSetBackMakesTheWaitsLonger) {
     g_hidThreadWaitMs = 500;
     storeShared(access->threadState, kReadThreadStops);
-    LookingClock clock;
-    int looks = 0;
-    clock.clock.getTimeOfDay = [&, look = clock.clock.getTimeOfDay](timeval& time) {
-        if (++looks == 300) {
-            clock.milliseconds -= 200;
-        }
-        return look(time);
-    };
+    ClockSetBack clock;
     EXPECT_EQ(0, access->Open());
-    EXPECT_EQ(701, looks) << "one to know the end, and one for each millisecond";
+    EXPECT_EQ(701, clock.looks) << "one to know the end, and one for each millisecond";
     waitForState(kReadThreadEnded);
 }
 

@@ -280,16 +280,9 @@ TEST_F(HidReports, ReadsTimeIsThatOfTheWallClock) {
 
 TEST_F(HidReports, AClockThatIsSetBackMakesAReadLonger) {
     open();
-    LookingClock clock;
-    int looks = 0;
-    clock.clock.getTimeOfDay = [&, look = clock.clock.getTimeOfDay](timeval& time) {
-        if (++looks == 300) {
-            clock.milliseconds -= 200;
-        }
-        return look(time);
-    };
+    ClockSetBack clock;
     EXPECT_EQ(-150, read(1, 500));
-    EXPECT_EQ(701, looks) << "one to know the end, and one for each millisecond";
+    EXPECT_EQ(701, clock.looks) << "one to know the end, and one for each millisecond";
 }
 
 TEST_F(HidReports, ReadGivesWhatCameEvenWhenItsTimeIsUpAtTheFirstLook) {
