@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "LibUSBJNILink/DeviceCall.h"
+#include "LibUSBJNILink/EntryFrame.h"
+#include "LibUSBJNILink/ListedDevice.h"
 #include "LibUSBJNILink/SessionMethods.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 #include "MacOSXUSBAccess/lists/ListUpdate.h"
@@ -115,8 +116,11 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceListCount(JNIEnv
 jstring Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceInfo(JNIEnv* env, jobject /*self*/,
                                                                         jint listHandle, jint index) {
     InformationLine line;
-    callOn(findListedDevice(listHandle, index), [&](const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-        line.format(entry);
+    answer([&] {
+        const tagUSB_DEVICE_ACCESS_ENTRY* entry = findListedDevice(listHandle, index);
+        if (entry != nullptr) {
+            line.format(*entry);
+        }
         return 0;
     });
     return javaText(env, line);
@@ -125,14 +129,15 @@ jstring Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceInfo(JNIEnv* 
 jstring Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetChangeInfo(JNIEnv* env, jobject /*self*/,
                                                                         jint listHandle, jint index) {
     InformationLine line;
-    callOn(LibUSB_GetDeviceFromChangeList(static_cast<uint32_t>(listHandle), static_cast<uint32_t>(index)),
-           [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-               if (entry.reportedPresent != entry.isPresent) {
-                   line.format(entry);
-                   entry.reportedPresent = entry.isPresent;
-                   entry.changeReported = 1;
-               }
-               return 0;
-           });
+    answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry =
+            LibUSB_GetDeviceFromChangeList(static_cast<uint32_t>(listHandle), static_cast<uint32_t>(index));
+        if (entry != nullptr && entry->reportedPresent != entry->isPresent) {
+            line.format(*entry);
+            entry->reportedPresent = entry->isPresent;
+            entry->changeReported = 1;
+        }
+        return 0;
+    });
     return javaText(env, line);
 }

@@ -1,9 +1,12 @@
 #include <com_talvane_orvex_comm_ORVEXCommUSBAccess.h>
 
-#include "LibUSBJNILink/DeviceCall.h"
+#include "LibUSBJNILink/EntryFrame.h"
+#include "LibUSBJNILink/ListedDevice.h"
+#include "LibUSBJNILink/OpenDeviceMap.h"
 #include "MacOSXUSBAccess/io/ControlTransfers.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/records/RecordLifetime.h"
+#include "ground/ResultCodes.h"
 
 namespace {
 
@@ -21,10 +24,14 @@ void enterOrClose(jint listHandle, jint index, tagUSB_DEVICE_ACCESS_ENTRY& entry
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbOpenDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                   jint listHandle, jint index) {
-    return callOn(findListedDevice(listHandle, index), [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-        const jint result = LibUSB_OpenDevice(&entry);
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findListedDevice(listHandle, index);
+        if (entry == nullptr) {
+            return kBadArgument;
+        }
+        const jint result = LibUSB_OpenDevice(entry);
         if (result == 0) {
-            enterOrClose(listHandle, index, entry);
+            enterOrClose(listHandle, index, *entry);
         }
         return result;
     });
@@ -32,12 +39,13 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbOpenDevice(JNIEnv* /*env*
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCloseDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                    jint listHandle, jint index) {
-    tagUSB_DEVICE_ACCESS_ENTRY* open = findOpenDevice(listHandle, index);
-    if (open == nullptr) {
-        finishCloses();  // this device may have an unfinished close: any close removes it from the map
-    }
-    return callOn(open, [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-        const jint result = LibUSB_CloseDevice(&entry);
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
+        if (entry == nullptr) {
+            finishCloses();  // this device may have an unfinished close: any close removes it from the map
+            return kBadArgument;
+        }
+        const jint result = LibUSB_CloseDevice(entry);
         forgetOpenDevice(listHandle, index);
         return result;
     });
@@ -45,12 +53,16 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCloseDevice(JNIEnv* /*env
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbResetDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                    jint listHandle, jint index) {
-    return callOn(findOpenDevice(listHandle, index),
-                  [](tagUSB_DEVICE_ACCESS_ENTRY& entry) { return LibUSB_ResetDevice(&entry); });
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
+        return entry == nullptr ? kBadArgument : LibUSB_ResetDevice(entry);
+    });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbRestartDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                      jint listHandle, jint index) {
-    return callOn(findListedDevice(listHandle, index),
-                  [](tagUSB_DEVICE_ACCESS_ENTRY& entry) { return LibUSB_RestartDevice(&entry); });
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findListedDevice(listHandle, index);
+        return entry == nullptr ? kBadArgument : LibUSB_RestartDevice(entry);
+    });
 }

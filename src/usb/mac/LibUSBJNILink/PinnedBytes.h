@@ -2,7 +2,6 @@
 
 #include <jni.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -16,8 +15,12 @@ class PinnedBytes {
         : env_(env),
           array_(array),
           length_(array == nullptr ? 0 : env->GetArrayLength(array)),
-          elements_(array == nullptr ? nullptr : env->GetByteArrayElements(array, nullptr)) {}
+          elements_(array == nullptr ? nullptr : env->GetByteArrayElements(array, nullptr)),
+          padded_(nullptr, &std::free) {}
     ~PinnedBytes() {
+        if (padded_ != nullptr) {
+            std::memcpy(elements_, padded_.get(), static_cast<size_t>(length_));
+        }
         if (elements_ != nullptr) {
             env_->ReleaseByteArrayElements(array_, elements_, 0);
         }
@@ -29,24 +32,19 @@ class PinnedBytes {
     /// Null for a null array, or when the virtual machine is out of memory.
     uint8_t* bytes() const { return reinterpret_cast<uint8_t*>(elements_); }
 
-    /// Calls `function` with at least `count` bytes: those of the array, or, when the array is shorter, a
-    /// zero-padded copy, of which the array gets back as much as it holds. `function` gets null when the
-    /// array has no bytes or there is no memory for the copy.
-    template <class Function>
-    jint withAtLeast(int32_t count, Function function) {
+    /// Returns at least `count` bytes, which live as long as this object: those of the array, or, when the
+    /// array is shorter, a zero-padded copy, of which the array gets back as much as it holds. Returns null
+    /// when the array has no bytes or there is no memory for the copy. To be called once.
+    uint8_t* atLeast(int32_t count) {
         if (elements_ == nullptr || count <= length_) {
-            return function(bytes());
+            return bytes();
         }
         // calloc leaves fresh pages untouched, so an absurdly large `count` costs no memory.
-        const std::unique_ptr<uint8_t, decltype(&std::free)> copy(
-            static_cast<uint8_t*>(std::calloc(static_cast<size_t>(count), 1)), &std::free);
-        if (copy == nullptr) {
-            return function(nullptr);
+        padded_.reset(static_cast<uint8_t*>(std::calloc(static_cast<size_t>(count), 1)));
+        if (padded_ != nullptr) {
+            std::memcpy(padded_.get(), elements_, static_cast<size_t>(length_));
         }
-        std::memcpy(copy.get(), elements_, static_cast<size_t>(length_));
-        const jint result = function(copy.get());
-        std::memcpy(elements_, copy.get(), static_cast<size_t>(length_));
-        return result;
+        return padded_.get();
     }
 
  private:
@@ -54,4 +52,5 @@ class PinnedBytes {
     jbyteArray array_;
     jsize length_;
     jbyte* elements_;
+    std::unique_ptr<uint8_t, decltype(&std::free)> padded_;  ///< the copy, when there is one
 };

@@ -1,8 +1,12 @@
 #include <com_talvane_orvex_comm_ORVEXCommUSBAccess.h>
 
 #include <algorithm>
+#include <new>
 
-#include "LibUSBJNILink/DeviceCall.h"
+#include "LibUSBJNILink/EntryFrame.h"
+#include "LibUSBJNILink/ListedDevice.h"
+#include "LibUSBJNILink/OpenDeviceMap.h"
+#include "LibUSBJNILink/PinnedBytes.h"
 #include "MacOSXUSBAccess/io/ControlTransfers.h"
 #include "MacOSXUSBAccess/io/DescriptorQueries.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
@@ -10,13 +14,8 @@
 
 namespace {
 
-using ControlFunction = int32_t (*)(tagUSB_DEVICE_ACCESS_ENTRY*, int32_t, int32_t, uint8_t*);
-using TransferFunction = int32_t (*)(tagUSB_DEVICE_ACCESS_ENTRY*, int32_t, int32_t, int32_t, uint8_t*);
-using TransferExFunction = int32_t (*)(tagUSB_DEVICE_ACCESS_ENTRY*, int32_t, int32_t, int32_t, uint8_t*,
-                                       int32_t, int32_t);
-
 /// Bytes that the control transfer in the array may access. A setup packet cut short is padded with zeroes.
-int32_t controlBytesTouched(PinnedBytes& pinned) {
+int32_t controlBytesTouched(const PinnedBytes& pinned) {
     if (pinned.bytes() == nullptr) {
         return 0;
     }
@@ -25,54 +24,43 @@ int32_t controlBytesTouched(PinnedBytes& pinned) {
     return controlBufferBytes(setup);
 }
 
-jint controlCall(ControlFunction function, JNIEnv* env, jint listHandle, jint index, jint ignored,
-                 jint timeout, jbyteArray buffer) {
-    return callWithBytes(
-        env, findOpenDevice(listHandle, index), buffer,
-        [](const tagUSB_DEVICE_ACCESS_ENTRY&, PinnedBytes& pinned) { return controlBytesTouched(pinned); },
-        [&](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
-            return function(&entry, ignored, timeout, bytes);
-        });
-}
-
-/// The frame of all eight pipe transfers; `function(record, bytes)` runs the transfer.
+/// The frame of both control transfers.
 template <class Function>
-jint pipeCall(JNIEnv* env, jint listHandle, jint index, jint length, jbyteArray buffer, Function function) {
-    return callWithBytes(
-        env, findOpenDevice(listHandle, index), buffer,
-        [length](const tagUSB_DEVICE_ACCESS_ENTRY&, PinnedBytes&) { return length; }, function);
+jint controlCall(Function function, JNIEnv* env, jint listHandle, jint index, jint ignored, jint timeout,
+                 jbyteArray buffer) {
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
+        if (entry == nullptr) {
+            return kBadArgument;
+        }
+        PinnedBytes pinned(env, buffer);
+        return function(entry, ignored, timeout, pinned.atLeast(controlBytesTouched(pinned)));
+    });
 }
 
-jint transferCall(TransferFunction function, JNIEnv* env, jint listHandle, jint index, jint endpoint,
-                  jint length, jint timeout, jbyteArray buffer) {
-    return pipeCall(env, listHandle, index, length, buffer,
-                    [&](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
-                        return function(&entry, endpoint, length, timeout, bytes);
-                    });
+/// The frame of all eight pipe transfers; `settings` are the packet size and fill value of an extended call.
+template <class Function, class... Settings>
+jint pipeCall(Function function, JNIEnv* env, jint listHandle, jint index, jint endpoint, jint length,
+              jint timeout, jbyteArray buffer, Settings... settings) {
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
+        if (entry == nullptr) {
+            return kBadArgument;
+        }
+        PinnedBytes pinned(env, buffer);
+        return function(entry, endpoint, length, timeout, pinned.atLeast(length), settings...);
+    });
 }
 
-jint transferExCall(TransferExFunction function, JNIEnv* env, jint listHandle, jint index, jint endpoint,
-                    jint length, jint timeout, jbyteArray buffer, jint packetSize, jint fillValue) {
-    return pipeCall(env, listHandle, index, length, buffer,
-                    [&](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
-                        return function(&entry, endpoint, length, timeout, bytes, packetSize, fillValue);
-                    });
-}
-
-/// The frame of both queries. With null bytes a query returns only a number, so without memory for the copy
-/// of a short array it is not made and the result is -11.
-template <class Touched, class Query>
-jint queryCall(JNIEnv* env, jint listHandle, jint index, jbyteArray buffer, Touched touched, Query query) {
-    bool wantsBytes = false;
-    return callWithBytes(
-        env, findListedDevice(listHandle, index), buffer,
-        [&](const tagUSB_DEVICE_ACCESS_ENTRY& entry, const PinnedBytes& pinned) {
-            wantsBytes = pinned.bytes() != nullptr;
-            return touched(entry);
-        },
-        [&](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
-            return wantsBytes && bytes == nullptr ? kNoMemory : query(entry, bytes);
-        });
+/// Returns the bytes for a query that may write `count` of them. With null bytes a query returns only a
+/// number, so null stands only for an array without bytes. Throws std::bad_alloc without memory for the copy
+/// of a short array.
+uint8_t* queryBytes(PinnedBytes& pinned, int32_t count) {
+    uint8_t* bytes = pinned.atLeast(count);
+    if (bytes == nullptr && pinned.bytes() != nullptr) {
+        throw std::bad_alloc();
+    }
+    return bytes;
 }
 
 }  // namespace
@@ -95,28 +83,28 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbWriteBulkPipe(JNIEnv* env
                                                                      jint listHandle, jint index,
                                                                      jint endpoint, jint length, jint timeout,
                                                                      jbyteArray buffer) {
-    return transferCall(LibUSB_WriteBulkPipe, env, listHandle, index, endpoint, length, timeout, buffer);
+    return pipeCall(LibUSB_WriteBulkPipe, env, listHandle, index, endpoint, length, timeout, buffer);
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReadBulkPipe(JNIEnv* env, jobject /*self*/,
                                                                     jint listHandle, jint index,
                                                                     jint endpoint, jint length, jint timeout,
                                                                     jbyteArray buffer) {
-    return transferCall(LibUSB_ReadBulkPipe, env, listHandle, index, endpoint, length, timeout, buffer);
+    return pipeCall(LibUSB_ReadBulkPipe, env, listHandle, index, endpoint, length, timeout, buffer);
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbWriteInterruptPipe(JNIEnv* env, jobject /*self*/,
                                                                           jint listHandle, jint index,
                                                                           jint endpoint, jint length,
                                                                           jint timeout, jbyteArray buffer) {
-    return transferCall(LibUSB_WriteInterruptPipe, env, listHandle, index, endpoint, length, timeout, buffer);
+    return pipeCall(LibUSB_WriteInterruptPipe, env, listHandle, index, endpoint, length, timeout, buffer);
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReadInterruptPipe(JNIEnv* env, jobject /*self*/,
                                                                          jint listHandle, jint index,
                                                                          jint endpoint, jint length,
                                                                          jint timeout, jbyteArray buffer) {
-    return transferCall(LibUSB_ReadInterruptPipe, env, listHandle, index, endpoint, length, timeout, buffer);
+    return pipeCall(LibUSB_ReadInterruptPipe, env, listHandle, index, endpoint, length, timeout, buffer);
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbWriteInterruptPipeEx(JNIEnv* env, jobject /*self*/,
@@ -124,8 +112,8 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbWriteInterruptPipeEx(JNIE
                                                                             jint endpoint, jint length,
                                                                             jint timeout, jbyteArray buffer,
                                                                             jint packetSize, jint fillValue) {
-    return transferExCall(LibUSB_WriteInterruptPipeEx, env, listHandle, index, endpoint, length, timeout,
-                          buffer, packetSize, fillValue);
+    return pipeCall(LibUSB_WriteInterruptPipeEx, env, listHandle, index, endpoint, length, timeout, buffer,
+                    packetSize, fillValue);
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReadInterruptPipeEx(JNIEnv* env, jobject /*self*/,
@@ -133,8 +121,8 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReadInterruptPipeEx(JNIEn
                                                                            jint endpoint, jint length,
                                                                            jint timeout, jbyteArray buffer,
                                                                            jint packetSize, jint fillValue) {
-    return transferExCall(LibUSB_ReadInterruptPipeEx, env, listHandle, index, endpoint, length, timeout,
-                          buffer, packetSize, fillValue);
+    return pipeCall(LibUSB_ReadInterruptPipeEx, env, listHandle, index, endpoint, length, timeout, buffer,
+                    packetSize, fillValue);
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbWriteBulkPipeEx(JNIEnv* env, jobject /*self*/,
@@ -142,8 +130,8 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbWriteBulkPipeEx(JNIEnv* e
                                                                        jint endpoint, jint length,
                                                                        jint timeout, jbyteArray buffer,
                                                                        jint packetSize, jint fillValue) {
-    return transferExCall(LibUSB_WriteBulkPipeEx, env, listHandle, index, endpoint, length, timeout, buffer,
-                          packetSize, fillValue);
+    return pipeCall(LibUSB_WriteBulkPipeEx, env, listHandle, index, endpoint, length, timeout, buffer,
+                    packetSize, fillValue);
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReadBulkPipeEx(JNIEnv* env, jobject /*self*/,
@@ -151,42 +139,51 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReadBulkPipeEx(JNIEnv* en
                                                                       jint endpoint, jint length,
                                                                       jint timeout, jbyteArray buffer,
                                                                       jint packetSize, jint fillValue) {
-    return transferExCall(LibUSB_ReadBulkPipeEx, env, listHandle, index, endpoint, length, timeout, buffer,
-                          packetSize, fillValue);
+    return pipeCall(LibUSB_ReadBulkPipeEx, env, listHandle, index, endpoint, length, timeout, buffer,
+                    packetSize, fillValue);
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbResetPipe(JNIEnv* /*env*/, jobject /*self*/,
                                                                  jint listHandle, jint index, jint endpoint) {
-    return callOn(findOpenDevice(listHandle, index),
-                  [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) { return LibUSB_ResetPipe(&entry, endpoint); });
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
+        return entry == nullptr ? kBadArgument : LibUSB_ResetPipe(entry, endpoint);
+    });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCancelPipeTransfer(JNIEnv* /*env*/, jobject /*self*/,
                                                                           jint listHandle, jint index,
                                                                           jint endpoint) {
-    return callOn(findOpenDevice(listHandle, index), [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-        return LibUSB_CancelPipeTransfer(&entry, endpoint);
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
+        return entry == nullptr ? kBadArgument : LibUSB_CancelPipeTransfer(entry, endpoint);
     });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetDeviceDescriptor(
     JNIEnv* env, jobject /*self*/, jint listHandle, jint index, jint descriptorType, jint descriptorIndex,
     jint bufferSize, jbyteArray buffer) {
-    return queryCall(
-        env, listHandle, index, buffer,
-        [&](const tagUSB_DEVICE_ACCESS_ENTRY&) { return descriptorQueryBytes(descriptorType, bufferSize); },
-        [&](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
-            return LibUSB_GetDeviceDescriptor(&entry, bytes, descriptorType, descriptorIndex, bufferSize);
-        });
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findListedDevice(listHandle, index);
+        if (entry == nullptr) {
+            return kBadArgument;
+        }
+        PinnedBytes pinned(env, buffer);
+        uint8_t* bytes = queryBytes(pinned, descriptorQueryBytes(descriptorType, bufferSize));
+        return LibUSB_GetDeviceDescriptor(entry, bytes, descriptorType, descriptorIndex, bufferSize);
+    });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbGetEndpointList(JNIEnv* env, jobject /*self*/,
                                                                        jint listHandle, jint index,
                                                                        jbyteArray buffer) {
-    return queryCall(
-        env, listHandle, index, buffer,
-        [](const tagUSB_DEVICE_ACCESS_ENTRY& entry) { return entry.endpointCount * kEndpointListEntryBytes; },
-        [](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
-            return LibUSB_GetEndpointList(&entry, bytes);
-        });
+    return answer([&] {
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = findListedDevice(listHandle, index);
+        if (entry == nullptr) {
+            return kBadArgument;
+        }
+        PinnedBytes pinned(env, buffer);
+        return LibUSB_GetEndpointList(entry,
+                                      queryBytes(pinned, entry->endpointCount * kEndpointListEntryBytes));
+    });
 }

@@ -20,7 +20,8 @@ int32_t refuseNotOpen() {
     return kNotOpen;
 }
 
-int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const TransferRequest& request) {
+/// Marks the transfer record as pending and fills in its libusb transfer.
+void prepare(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const TransferRequest& request) {
     startWait(lane);
     storeShared(lane.record->isPending, 1);
     libusb_transfer& transfer = *lane.record->pTransfer;
@@ -35,7 +36,6 @@ int submit(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const Transfer
     }
     transfer.user_data = &entry;
     transfer.callback = InternalTransferCallback;
-    return isSubmittable(request) ? libusb_submit_transfer(&transfer) : LIBUSB_ERROR_INVALID_PARAM;
 }
 
 int32_t failedSubmission(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request, int libusbCode) {
@@ -73,7 +73,11 @@ int32_t runTransfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
         return failedSubmission(entry, request, LIBUSB_ERROR_BUSY);
     }
     EndpointLane& lane = *turn.lane();
-    const int result = submit(entry, lane, request);
+    prepare(entry, lane, request);
+    int result = LIBUSB_ERROR_INVALID_PARAM;
+    if (isSubmittable(request)) {
+        result = libusb_submit_transfer(lane.record->pTransfer);
+    }
     if (result != LIBUSB_SUCCESS) {
         const int32_t failed = failedSubmission(entry, request, result);
         storeShared(lane.record->isPending, 0);
