@@ -73,5 +73,5 @@ class HidRingModel {
     int deviceBytes_;
     int writeIndex_ = 0;
     std::deque<Slot> slots_;
-    std::vector<uint8_t> buffer_ = std::vector<uint8_t>(kLargestReport);
+    std::vector<uint8_t> buffer_ = std::vector<uint8_t>(kLargestPacket);
 };

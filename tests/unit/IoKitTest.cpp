@@ -243,7 +243,7 @@ TEST_F(IoKit, PropertiesAreReadAsNumbersAndTexts) {
     const IOOwned high(IOIteratorNext(services.get()));
     const IOOwned zero(IOIteratorNext(services.get()));
     int16_t number = 77;
-    char text[kPropertyTextBytes];
+    char text[kStringBytes];
     EXPECT_EQ(0, GetIntProperty(tool.get(), CFSTR(kIOHIDProductIDKey), &number));
     EXPECT_EQ(0x1001, number);
     EXPECT_EQ(-1, GetIntProperty(high.get(), CFSTR(kIOHIDProductIDKey), &number)) << "read as a negative one";

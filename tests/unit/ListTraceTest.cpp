@@ -174,6 +174,23 @@ TEST_F(ListTrace, AConfigurationWithoutInterfaceEndsAtItsEnd) {
     EXPECT_THAT(stepsOf({kVendor}), ElementsAre("07", "08", "09", "10", "11", "13", "14", "14", "20"));
 }
 
+TEST_F(ListTrace, TheVariableIsReadAtEveryStep) {
+    startSession({deviceJson("tool")});
+    bus.onCall("libusb_open", [] { unsetenv("ORVEXCOMM_DEBUG"); });
+    bus.onCall("libusb_close", [] { setenv("ORVEXCOMM_DEBUG", "1", 1); });
+    const std::vector<std::string> setAtTheStart = traceOf({kVendor});
+    EXPECT_THAT(setAtTheStart,
+                AllOf(Contains("LibUSB_CreateDeviceList2 04"), Not(Contains("LibUSB_CreateDeviceList2 07"))));
+    EXPECT_EQ("LibUSB_CreateDeviceList2 20", setAtTheStart.back());
+    const std::string unsetAtTheStart = standardErrorOf([&] {
+        unsetenv("ORVEXCOMM_DEBUG");
+        createList({kVendor, 0x6A5D});
+        unsetenv("ORVEXCOMM_DEBUG");
+    });
+    EXPECT_THAT(unsetAtTheStart, ::testing::EndsWith("LibUSB_CreateDeviceList2 20\n"));
+    EXPECT_THAT(unsetAtTheStart, Not(::testing::HasSubstr("LibUSB_CreateDeviceList2 04")));
+}
+
 TEST_F(ListTrace, AnUpdateTracesOpenAndCloseOnly) {
     startSession({deviceJson("tool")});
     const uint32_t list = createList({kVendor});

@@ -21,7 +21,7 @@ std::optional<int32_t> idOf(io_service_t service, CFStringRef key) {
 }
 
 std::optional<std::string> textOf(io_service_t service, CFStringRef key) {
-    char text[kPropertyTextBytes];
+    char text[kStringBytes];
     return GetStringProperty(service, key, text) == 0 ? std::optional<std::string>(text) : std::nullopt;
 }
 
@@ -64,7 +64,7 @@ int GetStringProperty(io_service_t service, CFStringRef key, char* text) {
         std::memcpy(text, "?", sizeof "?");
         return -1;
     }
-    if (!CFStringGetCString(static_cast<CFStringRef>(property.get()), text, kPropertyTextBytes,
+    if (!CFStringGetCString(static_cast<CFStringRef>(property.get()), text, kStringBytes,
                             kCFStringEncodingUTF8)) {
         text[0] = '\0';
     }
@@ -72,10 +72,6 @@ int GetStringProperty(io_service_t service, CFStringRef key, char* text) {
 }
 
 const HidDeviceOperations& platformHidOperations() {
-    static const HidDeviceOperations operations = [] {
-        HidDeviceOperations all = ioKitDeviceOperations();
-        all.list = listDevices;
-        return all;
-    }();
+    static const HidDeviceOperations operations = ioKitOperations(listDevices);
     return operations;
 }

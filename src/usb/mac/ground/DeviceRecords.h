@@ -21,6 +21,11 @@ constexpr int32_t kDeviceDescriptorBytes = 32;
 constexpr int32_t kConfigDescriptorBytes = 512;
 /// Bytes of the standard USB device descriptor.
 constexpr int32_t kStandardDeviceDescriptorBytes = 18;
+/// Bytes of a packet of the extended interrupt calls, and of a HID report: the limits, and the size that a
+/// new record starts with.
+constexpr int32_t kSmallestPacket = 64;
+constexpr int32_t kLargestPacket = 1024;
+constexpr uint32_t kStandardPacketSize = 512;
 
 /// Values of `tagUSB_DEVICE_ACCESS_ENTRY::familyStatus`.
 constexpr int32_t kPlainDevice = 0;

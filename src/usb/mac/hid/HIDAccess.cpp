@@ -157,7 +157,7 @@ int HIDAccess::GetConfigDescriptorBuffer(unsigned char* buffer, int size) {
 }
 
 int HIDAccess::SetPacketSize(int size) {
-    if (size < kSmallestReport || size > kLargestReport) {
+    if (size < kSmallestPacket || size > kLargestPacket) {
         return kBadArgument;
     }
     storeShared(packetSize, size);

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "ground/DeviceRecords.h"
+
 struct HidDevice;
 
 /// Values of `HIDAccess::threadState`.
@@ -13,11 +15,8 @@ constexpr int32_t kReadThreadRuns = 0;
 constexpr int32_t kReadThreadStops = 1;
 constexpr int32_t kReadThreadEnded = 2;
 
-/// Sizes in bytes: the ring of reports, the largest report (and the report buffer behind the ring), the
-/// smallest report.
+/// Bytes of the ring of reports.
 constexpr int32_t kRingBytes = 64'000;
-constexpr int32_t kLargestReport = 1'024;
-constexpr int32_t kSmallestReport = 64;
 
 /// Limit of each wait of Open and Close for a read thread, and of Close for writes, in milliseconds. Tests
 /// lower it.
@@ -69,12 +68,12 @@ class HIDAccess {
 
     uint16_t idVendor;
     uint16_t idProduct;
-    char sSerialNumber[128];       ///< "?", which matches any serial number, for a device without one
-    HidDevice* ppDeviceInterface;  ///< the open device; null while closed (shared field)
+    char sSerialNumber[kStringBytes];  ///< "?", which matches any serial number, for a device without one
+    HidDevice* ppDeviceInterface;      ///< the open device; null while closed (shared field)
     /// Received reports in slots of packetSize bytes. A last slot that does not fit extends into
     /// reportBuffer.
     uint8_t ringBuffer[kRingBytes];
-    uint8_t reportBuffer[kLargestReport];  ///< receives incoming reports, where the platform needs a buffer
+    uint8_t reportBuffer[kLargestPacket];  ///< receives incoming reports, where the platform needs a buffer
     int32_t writeIndex;                    ///< byte offset of the slot written last
     int32_t readIndex;                     ///< byte offset of the slot read last; both equal: ring empty
     int32_t spare;                         ///< not used

@@ -144,7 +144,7 @@ int HIDAccess::Read(unsigned char* buffer, int size, int timeout) {
 }
 
 int HIDAccess::Write(unsigned char* buffer, int size, int timeout) {
-    uint8_t report[kLargestReport];
+    uint8_t report[kLargestPacket];
     const ActiveWrite counted(*this);
     if (loadShared(ppDeviceInterface) == nullptr) {
         return kNotOpen;

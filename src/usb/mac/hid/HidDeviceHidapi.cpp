@@ -20,7 +20,7 @@
 struct HidDevice {
     hid_device* reader;
     hid_device* writer;
-    uint8_t report[kLargestReport];  ///< receives each input report
+    uint8_t report[kLargestPacket];  ///< receives each input report
     int32_t reportLength;
     HidReportCallback callback;
     void* context;
@@ -113,7 +113,7 @@ HidOpenResult openDevice(uint16_t vendorId, uint16_t productId, const char* seri
 /// packet sizes: the next report would overwrite one that waits there.
 bool startInput(HidDevice* device, uint8_t* /*buffer*/, int32_t length, HidReportCallback callback,
                 void* context) {
-    device->reportLength = std::min(length, kLargestReport);
+    device->reportLength = std::min(length, kLargestPacket);
     device->callback = callback;
     device->context = context;
     return true;
@@ -138,7 +138,7 @@ void stopCallersLoop() {}
 /// hidapi expects the report id as the first byte; an id of 0, for a device without ids, is not sent. The
 /// time-out is unused: the kernel limits the write itself.
 bool sendReport(HidDevice* device, const uint8_t* report, int32_t length, int32_t /*timeoutMs*/) {
-    uint8_t numbered[1 + kLargestReport];
+    uint8_t numbered[1 + kLargestPacket];
     numbered[0] = 0;
     std::memcpy(numbered + 1, report, static_cast<size_t>(length));
     return hid_write(device->writer, numbered, static_cast<size_t>(length) + 1) >= 0;

@@ -189,7 +189,7 @@ int32_t readConfigDescriptor(uint16_t vendorId, uint16_t productId, uint8_t* buf
 
 }  // namespace
 
-HidDeviceOperations ioKitDeviceOperations() {
-    return {nullptr,   openDevice,      closeDevice, startInput,          runPeriod,
+HidDeviceOperations ioKitOperations(bool (*list)(std::vector<HidDeviceInfo>& devices)) {
+    return {list,      openDevice,      closeDevice, startInput,          runPeriod,
             stopInput, stopCallersLoop, sendReport,  readConfigDescriptor};
 }

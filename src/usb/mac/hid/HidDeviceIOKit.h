@@ -2,6 +2,6 @@
 
 #include "hid/HidDeviceOperations.h"
 
-/// The macOS operations on one HID device: I/O Kit plug-ins and the Core Foundation run loop. `list` is null
-/// here: HidHandling adds it.
-HidDeviceOperations ioKitDeviceOperations();
+/// The macOS operations: `list`, which lists the devices, and those on one device, through I/O Kit plug-ins
+/// and the Core Foundation run loop.
+HidDeviceOperations ioKitOperations(bool (*list)(std::vector<HidDeviceInfo>& devices));

@@ -34,7 +34,7 @@ enum class HidOpenResult {
 };
 
 /// Receives one input report of `length` bytes. `context` is that of startInput. `report` points to a buffer
-/// of kLargestReport bytes (1024): the callback may read beyond `length`.
+/// of kLargestPacket bytes (1024): the callback may read beyond `length`.
 using HidReportCallback = void (*)(void* context, const uint8_t* report, int32_t length);
 
 struct HidDeviceOperations {

@@ -7,13 +7,11 @@
 #include "HidHandling/HidDispatch.h"
 #include "MacOSXUSBAccess/io/TransferEngine.h"
 #include "MacOSXUSBAccess/records/TransferRecords.h"
+#include "ground/DeviceRecords.h"
 #include "ground/ResultCodes.h"
 #include "ground/SharedField.h"
 
 namespace {
-
-constexpr int32_t kSmallestPacket = 64;
-constexpr int32_t kLargestPacket = 1024;
 
 uint8_t outAddress(int32_t endpoint) {
     return static_cast<uint8_t>(endpoint & 0x7F);

@@ -18,8 +18,6 @@ constexpr uint32_t kMakersVendorIds[] = {0x6A5C, 0x6A5D};
 constexpr int32_t kInterfaceDescriptorBytes = 9;
 constexpr int32_t kNeededBulkEndpoints = 2;
 constexpr uint8_t kExactlyBulk = 2;
-constexpr int32_t kStringReadBytes = 126;
-constexpr uint32_t kStandardPacketSize = 512;
 
 /// One interface descriptor of a configuration.
 struct FoundInterface {
@@ -68,18 +66,13 @@ bool isSplittable(const tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return makers && entry.pCompositeChild == nullptr;
 }
 
-void fillIdentity(tagUSB_DEVICE_ACCESS_ENTRY& child, tagUSB_DEVICE_ACCESS_ENTRY& parent, int32_t number) {
+/// Copies to a child what it has in common with its parent, and links the two.
+void joinFamily(tagUSB_DEVICE_ACCESS_ENTRY& child, tagUSB_DEVICE_ACCESS_ENTRY& parent, int32_t number) {
     holdDevice(child, parent.pDevice);
-    child.initFlag = 1;
-    child.changeReported = 1;
-    child.isPresent = 1;
-    child.reportedPresent = 1;
     child.idVendor = parent.idVendor;
     child.idProduct = parent.idProduct;
     child.bcdDevice = parent.bcdDevice;
     child.busNumber = parent.busNumber;
-    child.packetSize = kStandardPacketSize;
-    child.exPacketSize = kStandardPacketSize;
     std::memcpy(child.sManufacturer, parent.sManufacturer, kStringBytes);
     std::memcpy(child.sProduct, parent.sProduct, kStringBytes);
     formatText(child.sSerialNumber, "%s_%02X", parent.sSerialNumber, static_cast<unsigned int>(number));
@@ -112,8 +105,7 @@ bool takeSlice(tagUSB_DEVICE_ACCESS_ENTRY& child, const tagUSB_DEVICE_ACCESS_ENT
 void readInterfaceString(tagUSB_DEVICE_ACCESS_ENTRY& child, uint8_t stringIndex) {
     libusb_device_handle* handle = nullptr;
     if (tlvn_libusb_open(&child, child.pDevice, &handle) == LIBUSB_SUCCESS) {
-        legacy_libusb_get_string_descriptor_ascii(
-            handle, stringIndex, reinterpret_cast<uint8_t*>(child.sProduct), kStringReadBytes);
+        readString(handle, stringIndex, child.sProduct);
         tlvn_libusb_close(&child, handle);
     }
 }
@@ -125,7 +117,7 @@ tagUSB_DEVICE_ACCESS_ENTRY* splitOff(tagUSB_DEVICE_ACCESS_ENTRY& parent) {
         return nullptr;
     }
     tagUSB_DEVICE_ACCESS_ENTRY* child = newDeviceRecord(*parent.pDeviceList);
-    fillIdentity(*child, parent, found.number);
+    joinFamily(*child, parent, found.number);
     if (takeSlice(*child, parent, found.at)) {
         readInterfaceString(*child, found.at.byte(8));
         child->endpointCount =

@@ -14,10 +14,7 @@
 
 namespace {
 
-constexpr int32_t kStringReadBytes = 126;
-constexpr uint32_t kStandardPacketSize = 512;
-
-/// Writes the numbered step messages of a traced enumeration.
+/// Writes the numbered step messages of a traced enumeration to the debug log.
 class StepTrace {
  public:
     explicit StepTrace(bool on) : on_(on) {}
@@ -49,10 +46,6 @@ bool isWanted(const tagUSB_DEVICE_LIST& list, const EnumerationStyle& style, uin
 
 void fillIdentity(tagUSB_DEVICE_ACCESS_ENTRY& entry, const libusb_device_descriptor& descriptor,
                   const StepTrace& trace) {
-    entry.initFlag = 1;
-    entry.changeReported = 1;
-    entry.isPresent = 1;
-    entry.reportedPresent = 1;
     entry.idVendor = descriptor.idVendor;
     trace.number("LibUSB_CreateDeviceList2 05: idVendor", descriptor.idVendor);
     entry.idProduct = descriptor.idProduct;
@@ -61,13 +54,6 @@ void fillIdentity(tagUSB_DEVICE_ACCESS_ENTRY& entry, const libusb_device_descrip
     formatText(entry.sManufacturer, "?");
     formatText(entry.sProduct, "?");
     formatText(entry.sSerialNumber, "?");
-    entry.packetSize = kStandardPacketSize;
-    entry.exPacketSize = kStandardPacketSize;
-}
-
-void readString(libusb_device_handle* handle, uint8_t index, char (&field)[kStringBytes]) {
-    legacy_libusb_get_string_descriptor_ascii(handle, index, reinterpret_cast<uint8_t*>(field),
-                                              kStringReadBytes);
 }
 
 void readStrings(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device_handle* handle,
@@ -153,12 +139,12 @@ void readDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device_handle* handle,
 void fillRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device* device,
                 const libusb_device_descriptor& descriptor, const EnumerationStyle& style,
                 const StepTrace& trace) {
-    if (style.countsReferences) {
+    if (style.isWatched) {
         tlvn_libusb_ref_device(nullptr, device);
     }
     holdDevice(entry, device);
     fillIdentity(entry, descriptor, trace);
-    if (style.readsBusNumber) {
+    if (style.isWatched) {
         entry.busNumber = libusb_get_bus_number(device);
         trace.number("LibUSB_CreateDeviceList2 libusb_get_bus_number:bus_number=", entry.busNumber);
         trace.number("LibUSB_CreateDeviceList2 libusb_get_device_address:port_number=",
@@ -216,14 +202,14 @@ class DeviceArray {
 }  // namespace
 
 void enumerateDevices(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
-    const StepTrace trace(style.tracesSteps && isDebugEnabled());  // read once, not at each step
+    const StepTrace trace(style.isWatched);
     const ssize_t deviceCount = list.pContext == nullptr
                                     ? ssize_t{LIBUSB_ERROR_INVALID_PARAM}
                                     : libusb_get_device_list(list.pContext, &list.ppDevList);
     trace.number("LibUSB_CreateDeviceList2 libusb_get_device_list:deviceCount=",
                  static_cast<int32_t>(deviceCount));
     {
-        const bool owned = deviceCount > 0 || (deviceCount == 0 && style.freesEmptyArray);
+        const bool owned = deviceCount > 0 || (deviceCount == 0 && !style.isWatched);
         const DeviceArray array(list.ppDevList, owned);
         listDevices(list, deviceCount, style, trace);
     }

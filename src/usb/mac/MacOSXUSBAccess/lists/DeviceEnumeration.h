@@ -4,11 +4,12 @@
 
 /// How the enumerations of the three list builders differ.
 struct EnumerationStyle {
-    bool everyVendor;       ///< list every device, not only those whose vendor id is in the list's vidList
-    bool tracesSteps;       ///< write the numbered step messages to the debug log
-    bool countsReferences;  ///< take a counted reference for each record
-    bool readsBusNumber;    ///< fill busNumber; else it stays 0
-    bool freesEmptyArray;   ///< free libusb's device array even when it is empty
+    bool everyVendor;  ///< list every device, not only those whose vendor id is in the list's vidList
+    /// The list is watched for hotplug events: write the numbered step messages to the debug log, take a
+    /// counted reference for each record, and fill busNumber, which else stays 0.
+    /// Deliberate: an empty device array of libusb is not freed then, so a call on an empty bus leaks a few
+    /// bytes.
+    bool isWatched;
 };
 
 /// Creates a record for each wanted device in the list's context, opens the device briefly to read its

@@ -18,21 +18,9 @@ namespace {
 constexpr uint32_t kEveryVendor = 0xFFFFFFFF;
 constexpr uint32_t kInternalHandle = 4242;
 
-/// Deliberate: an empty device array is not freed, so a call on an empty bus leaks a few bytes.
-EnumerationStyle watchedList() {
-    EnumerationStyle style{};
-    style.tracesSteps = true;
-    style.countsReferences = true;
-    style.readsBusNumber = true;
-    return style;
-}
-
-EnumerationStyle plainList(bool everyVendor) {
-    EnumerationStyle style{};
-    style.everyVendor = everyVendor;
-    style.freesEmptyArray = true;
-    return style;
-}
+constexpr EnumerationStyle kWatchedList{false, true};
+constexpr EnumerationStyle kPlainList{false, false};
+constexpr EnumerationStyle kEveryDevice{true, false};
 
 /// Returns the first list of the running session in this context that has records and satisfies `matches`, or
 /// null.
@@ -57,7 +45,7 @@ void takeBack(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     libusb_context* context = list.pContext;
     storeShared(list.pContext, nullptr);
     for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list.pFirst; entry != nullptr; entry = entry->pNext) {
-        const bool counted = style.countsReferences && entry->familyStatus != kCompositeChild;
+        const bool counted = style.isWatched && entry->familyStatus != kCompositeChild;
         if (counted && entry->pDevice != nullptr) {
             tlvn_libusb_unref_device(entry, entry->pDevice);
         }
@@ -70,15 +58,14 @@ void takeBack(tagUSB_DEVICE_LIST& list, const EnumerationStyle& style) {
     }
 }
 
-/// Creates a list with the next handle, links it and fills it. A list that counts references is watched for
-/// hotplug events. Returns the handle.
+/// Creates a list with the next handle, links it and fills it. Returns the handle.
 uint32_t makeList(libusb_context* context, int32_t count, const int32_t* vendorIds,
                   const EnumerationStyle& style) {
     tagUSB_DEVICE_LIST& list = *newDeviceList(context, count, vendorIds);
     list.handle = g_NextDeviceListHandle++;
     appendDeviceList(list);
     try {
-        const int32_t watched = style.countsReferences ? std::min(count, kMaxVendorIds) : 0;
+        const int32_t watched = style.isWatched ? std::min(count, kMaxVendorIds) : 0;
         for (int32_t slot = 0; slot < watched; ++slot) {
             registerForHotplug(list.pContext, list.vidList[slot]);
         }
@@ -101,7 +88,7 @@ uint32_t LibUSB_CreateDeviceList2(libusb_context* context, int32_t count, const 
             "\nLibUSB_CreateDeviceList2 such DeviceList already exists; handle=", existing->handle, 1);
         return existing->handle;
     }
-    return makeList(context, count, vendorIds, watchedList());
+    return makeList(context, count, vendorIds, kWatchedList);
 }
 
 uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId) {
@@ -111,7 +98,7 @@ uint32_t LibUSB_CreateDeviceList(libusb_context* context, uint32_t vendorId) {
     if (existing != nullptr) {
         return existing->handle;
     }
-    return makeList(context, 1, &id, plainList(vendorId == kEveryVendor));
+    return makeList(context, 1, &id, vendorId == kEveryVendor ? kEveryDevice : kPlainList);
 }
 
 tagUSB_DEVICE_LIST* CreateInternalDeviceList2(libusb_context* context, int32_t count,
@@ -120,7 +107,7 @@ tagUSB_DEVICE_LIST* CreateInternalDeviceList2(libusb_context* context, int32_t c
     tagUSB_DEVICE_LIST* list = newDeviceList(context, count, vendorIds);
     list->handle = kInternalHandle;
     try {
-        *status = static_cast<int32_t>(fillList(*list, plainList(false)));
+        *status = static_cast<int32_t>(fillList(*list, kPlainList));
     } catch (const std::bad_alloc&) {
         ReleaseInternalDeviceList2(list);
         delete list;

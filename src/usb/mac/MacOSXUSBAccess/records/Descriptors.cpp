@@ -172,3 +172,8 @@ int32_t legacy_libusb_get_string_descriptor_ascii(libusb_device_handle* handle, 
     }
     return stored;
 }
+
+void readString(libusb_device_handle* handle, uint8_t index, char (&field)[kStringBytes]) {
+    constexpr int32_t kReadBytes = 126;
+    legacy_libusb_get_string_descriptor_ascii(handle, index, reinterpret_cast<uint8_t*>(field), kReadBytes);
+}

@@ -41,3 +41,7 @@ int32_t fillDevDescBuffer(tagUSB_DEVICE_ACCESS_ENTRY* entry, uint8_t* buffer, ui
 /// descriptor; on failure the buffer is unchanged.
 int32_t legacy_libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index,
                                                   uint8_t* buffer, int32_t length);
+
+/// Reads a string descriptor into one of a record's string fields, at most 125 characters. On failure the
+/// field is unchanged.
+void readString(libusb_device_handle* handle, uint8_t index, char (&field)[kStringBytes]);

@@ -18,7 +18,7 @@ constexpr int32_t kUnusedSlot = -1;
 std::atomic<uint64_t> g_chainChanges{0};
 
 /// Result of the thread's last look-up by index. A look-up of a later index continues from here instead of
-/// from the head.
+/// from the head, which makes reading all lines of 100 devices a fifth faster (docs/performance.md).
 struct Cursor {
     const tagUSB_DEVICE_LIST* list;
     uint64_t changes;

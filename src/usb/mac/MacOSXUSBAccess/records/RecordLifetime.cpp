@@ -30,6 +30,12 @@ bool isInUse(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
 tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list) {
     auto* entry = new DeviceRecord{};
     entry->pDeviceList = &list;
+    entry->initFlag = 1;
+    entry->changeReported = 1;
+    entry->isPresent = 1;
+    entry->reportedPresent = 1;
+    entry->packetSize = kStandardPacketSize;
+    entry->exPacketSize = kStandardPacketSize;
     clearEndpointList(kMaxEndpoints, entry->endpoints);
     return entry;
 }

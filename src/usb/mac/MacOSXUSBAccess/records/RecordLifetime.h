@@ -4,7 +4,8 @@
 
 // Creation and deletion of records, on the Java callers' threads, which serialise list operations.
 
-/// Creates a zeroed record with unused endpoints. It belongs to `list` but is not linked into it.
+/// Creates the record of a present device, with the standard packet size and unused endpoints; its other
+/// fields are zero. It belongs to `list` but is not linked into it.
 tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list);
 
 /// Unlinks a record, drops its reference on the device and deletes it. A record that the open-device map may
