@@ -12,10 +12,8 @@ import java.util.function.IntSupplier;
  * One opening of a device, from open to close: its transfers, one at a time on each endpoint. Results are those of the
  * raw calls.
  */
-final class Connection {
-    static final int DIRECTION = 0x80;
+final class Connection implements TransferGate.Owner {
     private static final int CONTROL = 0;
-    static final int SETUP_BYTES = 8;
     private static final byte[] NOTHING = {};
     private static final int STATUS_MS = 1000;
     /**
@@ -23,10 +21,12 @@ final class Connection {
      * short.
      */
     private static final int HID_SLICE_MS = 100;
+    private static final int LEAST_REPORT = 64;
+    private static final int GREATEST_REPORT = 1024;
 
     private final ORVEXCommUSBAccess usb;
     private final TransferGate gate;
-    private final UsbDevice device;
+    private final Target target;
     private final ReportFormat reports;
     private final Map<Integer, Integer> packetSizes;
     private final Map<Integer, ReentrantLock> endpoints = new ConcurrentHashMap<>();
@@ -35,29 +35,38 @@ final class Connection {
     /** A raw call on bytes that it moves from or to their start. */
     @FunctionalInterface
     interface RawCall {
-        int move(int list, int index, int endpoint, int length, int timeout, byte[] bytes);
+        int move(ORVEXCommUSBAccess usb, int list, int index, int endpoint, int length, int timeout, byte[] bytes);
     }
 
     /** Size and filling of a HID device's reports. */
     record ReportFormat(int size, int fill) {
+        static final ReportFormat STANDARD = new ReportFormat(LEAST_REPORT, 0x5A);
+
+        ReportFormat {
+            Setup.within("report size", size, LEAST_REPORT, GREATEST_REPORT);
+        }
     }
 
     /** A request for a status: whether it could be sent, whether an answer came, and its lowest bit. */
     record Status(boolean sent, boolean answered, boolean bit) {
     }
 
-    Connection(UsbSession session, UsbDevice device, ReportFormat reports, Map<Integer, Integer> packetSizes) {
+    Connection(RawSession session, Target target, ReportFormat reports, Map<Integer, Integer> packetSizes) {
         this.usb = session.usb;
         this.gate = session.gate;
-        this.device = device;
+        this.target = target;
         this.reports = reports;
         this.packetSizes = packetSizes;
+    }
+
+    Target target() {
+        return target;
     }
 
     /** The raw open. A HID device takes on the size of its reports at an opening, from the call before. */
     int open() {
         int result = openOnce();
-        if (result == 0 && device.info().isHid()) {
+        if (result == 0 && target.isHid()) {
             sendReport(1, NOTHING);
             close();
             result = openOnce();
@@ -71,12 +80,12 @@ final class Connection {
     }
 
     private int openOnce() {
-        return usb.usbOpenDevice(device.list(), device.index());
+        return usb.usbOpenDevice(target.list(), target.index());
     }
 
     /** The raw close. */
     int close() {
-        return usb.usbCloseDevice(device.list(), device.index());
+        return usb.usbCloseDevice(target.list(), target.index());
     }
 
     /** From now on no transfer starts, and the gate may cancel those that run. */
@@ -84,7 +93,8 @@ final class Connection {
         ended = true;
     }
 
-    boolean hasEnded() {
+    @Override
+    public boolean hasEnded() {
         return ended;
     }
 
@@ -92,14 +102,14 @@ final class Connection {
 
     int write(RawCall call, int endpoint, int timeout, byte[] bytes) {
         return inTurn(endpoint, () -> gate.pass(transfer(endpoint, false),
-                () -> call.move(device.list(), device.index(), endpoint, bytes.length, timeout, bytes)));
+                () -> call.move(usb, target.list(), target.index(), endpoint, bytes.length, timeout, bytes)));
     }
 
     int control(byte[] setupAndData, int timeout) {
-        boolean in = (setupAndData[0] & DIRECTION) != 0;
+        boolean in = (setupAndData[0] & Setup.IN) != 0;
         return inTurn(CONTROL, () -> gate.pass(transfer(CONTROL, false), () -> in
-                ? usb.usbReadControlPipe(device.list(), device.index(), 0, timeout, setupAndData)
-                : usb.usbWriteControlPipe(device.list(), device.index(), 0, timeout, setupAndData)));
+                ? usb.usbReadControlPipe(target.list(), target.index(), 0, timeout, setupAndData)
+                : usb.usbWriteControlPipe(target.list(), target.index(), 0, timeout, setupAndData)));
     }
 
     /** Reads, and goes on after having been cancelled for the sake of an open or close elsewhere. */
@@ -111,7 +121,7 @@ final class Connection {
                 byte[] rest = moved == 0 ? bytes : new byte[bytes.length - moved];
                 TransferGate.Transfer transfer = transfer(endpoint, true);
                 int result = gate.pass(transfer, () -> call.move(
-                        device.list(), device.index(), endpoint, rest.length, deadline.left(), rest));
+                        usb, target.list(), target.index(), endpoint, rest.length, deadline.left(), rest));
                 if (result < 0) {
                     return moved > 0 ? moved : result;
                 }
@@ -134,17 +144,17 @@ final class Connection {
 
     /** Reads reports one by one, so that none is lost when the time runs out after some of them. */
     int readReports(int timeout, byte[] bytes) {
-        return inTurn(DIRECTION, () -> {
+        return inTurn(Setup.IN, () -> {
             Deadline deadline = new Deadline(timeout);
             int moved = 0;
             while (moved < bytes.length) {
                 byte[] report = new byte[Math.min(reports.size(), bytes.length - moved)];
-                int result = gate.pass(transfer(DIRECTION, false), () -> usb.usbReadInterruptPipeEx(device.list(),
-                        device.index(), 0, report.length, deadline.left(HID_SLICE_MS), report, reports.size(), 0));
+                int result = gate.pass(transfer(Setup.IN, false), () -> usb.usbReadInterruptPipeEx(target.list(),
+                        target.index(), 0, report.length, deadline.left(HID_SLICE_MS), report, reports.size(), 0));
                 if (result > 0) {
                     System.arraycopy(report, 0, bytes, moved, result);
                     moved += result;
-                } else if (result != UsbAccessCode.TIMED_OUT.code() || deadline.isOver() || device.isAbsent()) {
+                } else if (result != UsbAccessCode.TIMED_OUT.code() || deadline.isOver() || target.isAbsent()) {
                     return moved > 0 ? moved : result;
                 }
             }
@@ -169,20 +179,20 @@ final class Connection {
     }
 
     private int sendReport(int timeout, byte[] report) {
-        return usb.usbWriteInterruptPipeEx(device.list(), device.index(), 0, report.length, timeout, report,
+        return usb.usbWriteInterruptPipeEx(target.list(), target.index(), 0, report.length, timeout, report,
                 reports.size(), reports.fill());
     }
 
     /** What the device reports of itself (recipient 0) or of an endpoint (recipient 2). */
     Status status(int recipient, int index) {
-        byte[] request = Setup.bytes(DIRECTION | recipient, 0, 0, index, new byte[2]);
+        byte[] request = Setup.bytes(Setup.IN | recipient, 0, 0, index, new byte[2]);
         int result = control(request, STATUS_MS);
-        return new Status(result >= 0, result > 0, result > 0 && (request[SETUP_BYTES] & 1) != 0);
+        return new Status(result >= 0, result > 0, result > 0 && (request[Setup.PACKET_BYTES] & 1) != 0);
     }
 
     private TransferGate.Transfer transfer(int endpoint, boolean isRead) {
         return new TransferGate.Transfer(this, () -> isRead || ended,
-                () -> usb.usbCancelPipeTransfer(device.list(), device.index(), endpoint) == 0);
+                () -> usb.usbCancelPipeTransfer(target.list(), target.index(), endpoint) == 0);
     }
 
     private int inTurn(int endpoint, IntSupplier work) {

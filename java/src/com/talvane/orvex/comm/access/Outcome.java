@@ -6,7 +6,7 @@ import com.talvane.orvex.comm.UsbAccessCode;
  * What a caller gets for the result of a raw transfer. The raw calls answer 0 bytes, and at once, for a device that
  * stalls or is gone as well as for an empty packet; the device itself is asked then.
  */
-record Outcome(UsbDevice device, Connection connection, String attempted, int endpoint) {
+record Outcome(Connection connection, String attempted, int endpoint) {
     private static final int DEVICE = 0;
     private static final int ENDPOINT = 2;
 
@@ -29,7 +29,7 @@ record Outcome(UsbDevice device, Connection connection, String attempted, int en
 
     int ofControl(byte[] setupAndData, int result, boolean timeIsOver) throws UsbException {
         demandSuccess(result);
-        if (result == 0 && setupAndData.length > Connection.SETUP_BYTES) {
+        if (result == 0 && setupAndData.length > Setup.PACKET_BYTES) {
             if (isGone()) {
                 throw gone();
             }
@@ -46,12 +46,12 @@ record Outcome(UsbDevice device, Connection connection, String attempted, int en
 
     int ofReports(int result) throws UsbException {
         if (result < 0) {
-            if (result == UsbAccessCode.NOT_OPEN.code() || device.isAbsent()) {
+            if (result == UsbAccessCode.NOT_OPEN.code() || connection.target().isAbsent()) {
                 throw gone();
             }
             demandOpen();
         }
-        return UsbException.check(attempted, result);
+        return Result.check(attempted, result);
     }
 
     private void demandSuccess(int result) throws UsbException {
@@ -61,12 +61,12 @@ record Outcome(UsbDevice device, Connection connection, String attempted, int en
                 throw gone();
             }
             demandOpen();
-            throw UsbException.of(attempted, result);
+            throw Result.failure(attempted, result);
         }
     }
 
     private boolean isGone() {
-        return !connection.status(DEVICE, 0).sent() || device.isAbsent();
+        return !connection.status(DEVICE, 0).sent() || connection.target().isAbsent();
     }
 
     /** Comes back when the device is there and its endpoint is not halted. */
@@ -76,7 +76,7 @@ record Outcome(UsbDevice device, Connection connection, String attempted, int en
         if (status.bit()) {
             throw new UsbStalledException(attempted);
         }
-        if (!status.sent() || device.isAbsent()) {
+        if (!status.sent() || connection.target().isAbsent()) {
             throw gone();
         }
         if (!status.answered()) {
@@ -86,7 +86,7 @@ record Outcome(UsbDevice device, Connection connection, String attempted, int en
 
     private void demandOpen() {
         if (connection.hasEnded()) {
-            throw new IllegalStateException(device.label() + " was closed");
+            throw new IllegalStateException(connection.target().label() + " was closed");
         }
     }
 

@@ -2,6 +2,10 @@ package com.talvane.orvex.comm.access;
 
 /** Control requests as the raw calls take them, and numbers that have to lie within bounds. */
 final class Setup {
+    /** Bytes of the setup packet, at the head of the data. */
+    static final int PACKET_BYTES = 8;
+    /** The direction bit of an endpoint address and of a request type: set for what the device sends. */
+    static final int IN = 0x80;
     private static final int OCTET = 0xFF;
     private static final int WORD = 0xFFFF;
 
@@ -15,14 +19,27 @@ final class Setup {
         withinHex("value", value, 0, WORD);
         withinHex("index", index, 0, WORD);
         within("length", data.length, 0, WORD);
-        byte[] bytes = new byte[Connection.SETUP_BYTES + data.length];
+        byte[] bytes = new byte[PACKET_BYTES + data.length];
         bytes[0] = (byte) requestType;
         bytes[1] = (byte) request;
         putWord(bytes, 2, value);
         putWord(bytes, 4, index);
         putWord(bytes, 6, data.length);
-        System.arraycopy(data, 0, bytes, Connection.SETUP_BYTES, data.length);
+        System.arraycopy(data, 0, bytes, PACKET_BYTES, data.length);
         return bytes;
+    }
+
+    /** The same for a request that gets up to {@code length} bytes from the device. */
+    static byte[] forRead(int requestType, int request, int value, int index, int length) {
+        within("length", length, 0, WORD);
+        withinHex("request type", requestType, IN, OCTET);
+        return bytes(requestType, request, value, index, new byte[length]);
+    }
+
+    /** The same for a request that sends data to the device. */
+    static byte[] forWrite(int requestType, int request, int value, int index, byte[] data) {
+        withinHex("request type", requestType, 0, IN - 1);
+        return bytes(requestType, request, value, index, data);
     }
 
     private static void putWord(byte[] bytes, int at, int word) {
@@ -49,7 +66,7 @@ final class Setup {
         return number;
     }
 
-    /** A time-out that may be {@link UsbDevice#FOREVER}. */
+    /** A time-out that may be {@link Deadline#FOREVER}. */
     static void timeout(int milliseconds) {
         if (milliseconds < 0) {
             throw new IllegalArgumentException(

@@ -21,15 +21,22 @@ final class TransferGate {
     /** The raw close and reset deal with a transfer that does not come back. */
     private static final long BOUND_NANOS = TimeUnit.SECONDS.toNanos(5);
 
+    /** What a transfer belongs to: one opening of a device. */
+    @FunctionalInterface
+    interface Owner {
+        /** Returns true once no transfer may start. */
+        boolean hasEnded();
+    }
+
     /** A raw transfer: whose it is, whether it may be cancelled now, how, and whether it was. */
     static final class Transfer {
-        private final Connection connection;
+        private final Owner owner;
         private final BooleanSupplier mayBeCancelled;
         private final BooleanSupplier cancel;
         private volatile boolean cancelled;
 
-        Transfer(Connection connection, BooleanSupplier mayBeCancelled, BooleanSupplier cancel) {
-            this.connection = connection;
+        Transfer(Owner owner, BooleanSupplier mayBeCancelled, BooleanSupplier cancel) {
+            this.owner = owner;
             this.mayBeCancelled = mayBeCancelled;
             this.cancel = cancel;
         }
@@ -48,7 +55,7 @@ final class TransferGate {
     private final Set<Transfer> running = new HashSet<>();
     private boolean shut;
 
-    /** Makes a raw transfer, once the gate is open; not open, when its connection has ended by then. */
+    /** Makes a raw transfer, once the gate is open; not open, when its owner has ended by then. */
     int pass(Transfer transfer, IntSupplier call) {
         if (!enter(transfer)) {
             return UsbAccessCode.NOT_OPEN.code();
@@ -62,7 +69,7 @@ final class TransferGate {
 
     private synchronized boolean enter(Transfer transfer) {
         waitWhile(() -> shut, 0);
-        return !transfer.connection.hasEnded() && running.add(transfer);
+        return !transfer.owner.hasEnded() && running.add(transfer);
     }
 
     private synchronized void leave(Transfer transfer) {
@@ -71,10 +78,10 @@ final class TransferGate {
     }
 
     /**
-     * Makes a raw call that no transfer may start beside, and none run beside on one connection (null for no matter).
+     * Makes a raw call that no transfer may start beside, and none run beside of one owner (null for no matter).
      * The caller holds the session lock, so there is one at a time.
      */
-    int alone(Connection concerned, IntSupplier call) {
+    int alone(Owner concerned, IntSupplier call) {
         shut(concerned);
         try {
             return call.getAsInt();
@@ -83,12 +90,12 @@ final class TransferGate {
         }
     }
 
-    private synchronized void shut(Connection concerned) {
+    private synchronized void shut(Owner concerned) {
         shut = true;
         long start = System.nanoTime();
         waitWhile(() -> {
             boolean patient = System.nanoTime() - start < BOUND_NANOS;
-            return running.stream().anyMatch(t -> !t.cancelled || (t.connection == concerned && patient));
+            return running.stream().anyMatch(t -> !t.cancelled || (t.owner == concerned && patient));
         }, SHORT_MS);
     }
 

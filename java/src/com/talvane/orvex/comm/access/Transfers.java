@@ -5,11 +5,11 @@ import java.util.Arrays;
 import java.util.Objects;
 
 /** The transfers of an open device: checks what was asked for, moves the bytes, and tells what became of it. */
-record Transfers(UsbDevice device, Connection connection) {
+record Transfers(Connection connection) {
     private static final int GREATEST_ENDPOINT = 0x0F;
 
     int read(RawCall call, int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        Setup.withinHex("endpoint", endpoint, Connection.DIRECTION + 1, Connection.DIRECTION + GREATEST_ENDPOINT);
+        Setup.withinHex("endpoint", endpoint, Setup.IN + 1, Setup.IN + GREATEST_ENDPOINT);
         Setup.timeout(timeout);
         byte[] bytes = part(buffer, offset, length);
         int result = connection.read(call, endpoint, timeout, bytes);
@@ -31,6 +31,12 @@ record Transfers(UsbDevice device, Connection connection) {
         return of("control request to", 0).ofControl(setupAndData, result, deadline.isOver());
     }
 
+    /** Returns the data that came for the request. */
+    byte[] readControl(byte[] setupAndRoom, int timeout) throws UsbException {
+        int moved = control(setupAndRoom, timeout);
+        return Arrays.copyOfRange(setupAndRoom, Setup.PACKET_BYTES, Setup.PACKET_BYTES + moved);
+    }
+
     int readReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
         Setup.timeout(timeout);
         byte[] bytes = part(buffer, offset, length);
@@ -48,7 +54,7 @@ record Transfers(UsbDevice device, Connection connection) {
     }
 
     private Outcome of(String action, int endpoint) {
-        return new Outcome(device, connection, action + " " + device.label(), endpoint);
+        return new Outcome(connection, action + " " + connection.target().label(), endpoint);
     }
 
     /** The raw calls move from the start of an array on, and copy all of it: a part gets an array of its own. */

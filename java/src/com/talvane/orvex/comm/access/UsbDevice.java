@@ -1,11 +1,8 @@
 package com.talvane.orvex.comm.access;
 
-import com.talvane.orvex.comm.UsbAccessCode;
+import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.access.Connection.ReportFormat;
-import java.util.Arrays;
 import java.util.List;
-import java.util.Map;
-import java.util.stream.Collectors;
 
 /**
  * A device of a list: what is known of it and, while it is open, its transfers.
@@ -31,29 +28,10 @@ public final class UsbDevice implements AutoCloseable {
     /** The time-out of a read that waits until something comes, or the device is closed or gone. */
     public static final int FOREVER = Deadline.FOREVER;
 
-    private static final int MOST_DESCRIPTOR_BYTES = 512;
-    private static final int PACKET_SIZE_BITS = 0x7FF;
-    private static final int LEAST_REPORT = 64;
-    private static final int GREATEST_REPORT = 1024;
-    private static final ReportFormat STANDARD_REPORTS = new ReportFormat(LEAST_REPORT, 0x5A);
+    final ListedDevice device;
 
-    private final UsbSession session;
-    private final UsbDeviceList list;
-    private final int index;
-    private volatile String line;
-    private volatile UsbDeviceInfo info;
-    private volatile Connection connection;
-
-    UsbDevice(UsbSession session, UsbDeviceList list, int index, String line) {
-        this.session = session;
-        this.list = list;
-        this.index = index;
-        takeLine(line);
-    }
-
-    void takeLine(String now) {
-        info = UsbDeviceInfo.parse(now);
-        line = now;
+    UsbDevice(ListedDevice device) {
+        this.device = device;
     }
 
     // ---------------------------------------------------------------------------------------------- what is known
@@ -64,7 +42,7 @@ public final class UsbDevice implements AutoCloseable {
      * @return the fields of the line
      */
     public UsbDeviceInfo info() {
-        return info;
+        return device.info();
     }
 
     /**
@@ -73,7 +51,7 @@ public final class UsbDevice implements AutoCloseable {
      * @return as the library gave it
      */
     public String line() {
-        return line;
+        return device.line();
     }
 
     /**
@@ -82,7 +60,7 @@ public final class UsbDevice implements AutoCloseable {
      * @return 0 for the first
      */
     public int index() {
-        return index;
+        return device.index();
     }
 
     /**
@@ -91,7 +69,7 @@ public final class UsbDevice implements AutoCloseable {
      * @return true when it was
      */
     public boolean isPresent() {
-        return info.present();
+        return device.info().present();
     }
 
     /**
@@ -100,7 +78,7 @@ public final class UsbDevice implements AutoCloseable {
      * @return the serial number without control characters, or the place in the list when there is none
      */
     public String label() {
-        return info.label(index);
+        return device.label();
     }
 
     /**
@@ -115,20 +93,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException             when the library does not know the device any more
      */
     public byte[] descriptor(int type, int descriptorIndex) throws UsbException {
-        switch (type) {
-            case 1, 2 -> Setup.within("descriptor index", descriptorIndex, 0, 0);
-            case 3 -> Setup.within("text", descriptorIndex, 1, 3);
-            case 5 -> Setup.withinHex("endpoint", descriptorIndex, 0, 0xFF);
-            default -> throw new IllegalArgumentException("no descriptor of type " + type + " is kept");
-        }
-        return session.locked(() -> {
-            byte[] bytes = new byte[MOST_DESCRIPTOR_BYTES];
-            int size = session.usb.usbGetDeviceDescriptor(
-                    list(), index, type, descriptorIndex, bytes.length, bytes);
-            return size == UsbAccessCode.NOT_AVAILABLE.code()
-                    ? new byte[0]
-                    : Arrays.copyOf(bytes, UsbException.check("descriptor of " + label(), size));
-        });
+        return device.descriptor(type, descriptorIndex);
     }
 
     /**
@@ -139,11 +104,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException          when the library does not know the device any more
      */
     public List<UsbEndpoint> endpoints() throws UsbException {
-        return session.locked(() -> {
-            byte[] bytes = new byte[UsbEndpoint.MOST_BYTES];
-            int count = session.usb.usbGetEndpointList(list(), index, bytes);
-            return UsbEndpoint.parse(bytes, UsbException.check("endpoints of " + label(), count));
-        });
+        return device.endpoints();
     }
 
     // ---------------------------------------------------------------------------------------------- open and close
@@ -159,7 +120,8 @@ public final class UsbDevice implements AutoCloseable {
      *                      a transfer of an earlier opening has still not come back
      */
     public UsbDevice open() throws UsbException {
-        return open(STANDARD_REPORTS);
+        device.open(ReportFormat.STANDARD);
+        return this;
     }
 
     /**
@@ -175,33 +137,10 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException                  as {@link #open()}
      */
     public UsbDevice openReports(int reportSize, int fill) throws UsbException {
-        Setup.within("report size", reportSize, LEAST_REPORT, GREATEST_REPORT);
-        demandHid(true);
-        return open(new ReportFormat(reportSize, fill));
-    }
-
-    private UsbDevice open(ReportFormat reports) throws UsbException {
-        return session.locked(() -> {
-            if (connection != null) {
-                throw new IllegalStateException(label() + " is open already");
-            }
-            Connection opening = new Connection(session, this, reports, packetSizes());
-            int result = session.gate.alone(null, opening::open);
-            if (result == UsbAccessCode.NOT_AVAILABLE.code()
-                    || (result == UsbAccessCode.OPEN_FAILED.code() && isAbsent())) {
-                throw new UsbDeviceGoneException("open " + label(), UsbAccessCode.NOT_AVAILABLE);
-            }
-            UsbException.check("open " + label(), result);
-            connection = opening;
-            return this;
-        });
-    }
-
-    private Map<Integer, Integer> packetSizes() throws UsbException {
-        return endpoints().stream()
-                .filter(endpoint -> (endpoint.packetSize() & PACKET_SIZE_BITS) > 0)
-                .collect(Collectors.toMap(
-                        e -> e.address() & 0xFF, e -> e.packetSize() & PACKET_SIZE_BITS, Math::max));
+        ReportFormat reports = new ReportFormat(reportSize, fill);
+        device.demandHid(true);
+        device.open(reports);
+        return this;
     }
 
     /**
@@ -210,7 +149,7 @@ public final class UsbDevice implements AutoCloseable {
      * @return true between {@link #open} and {@link #close}, also when the device is gone
      */
     public boolean isOpen() {
-        return connection != null;
+        return device.isOpen();
     }
 
     /**
@@ -225,18 +164,7 @@ public final class UsbDevice implements AutoCloseable {
      */
     @Override
     public void close() {
-        session.ifOpen(this::closeLocked);
-    }
-
-    /** Under the session lock. */
-    void closeLocked() {
-        Connection ending = connection;
-        if (ending != null) {
-            connection = null;
-            ending.end();
-            // Whatever it answers, the device counts as not open.
-            session.gate.alone(ending, ending::close);
-        }
+        device.close();
     }
 
     /**
@@ -249,15 +177,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException                  when the reset fails otherwise
      */
     public void reset() throws UsbException {
-        demandHid(false);
-        session.locked(() -> {
-            int result = session.gate.alone(connection(), () -> session.usb.usbResetDevice(list(), index));
-            boolean other = result == UsbAccessCode.NOT_FOUND.code() || result == UsbAccessCode.NO_DEVICE.code();
-            if (other || result == UsbAccessCode.NOT_OPEN.code()) {
-                throw new UsbDeviceGoneException("reset " + label(), UsbAccessCode.NO_DEVICE);
-            }
-            return UsbException.check("reset " + label(), result);
-        });
+        device.reset();
     }
 
     // ---------------------------------------------------------------------------------------------- transfers
@@ -278,7 +198,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException           when the transfer failed otherwise
      */
     public int readBulk(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return pipes().read(session.usb::usbReadBulkPipe, endpoint, buffer, offset, length, timeout);
+        return device.pipes().read(ORVEXCommUSBAccess::usbReadBulkPipe, endpoint, buffer, offset, length, timeout);
     }
 
     /**
@@ -293,7 +213,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException as {@link #readBulk}
      */
     public int readInterrupt(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return pipes().read(session.usb::usbReadInterruptPipe, endpoint, buffer, offset, length, timeout);
+        return device.pipes().read(ORVEXCommUSBAccess::usbReadInterruptPipe, endpoint, buffer, offset, length, timeout);
     }
 
     /**
@@ -311,7 +231,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException           when the transfer failed otherwise
      */
     public int writeBulk(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return pipes().write(session.usb::usbWriteBulkPipe, endpoint, buffer, offset, length, timeout);
+        return device.pipes().write(ORVEXCommUSBAccess::usbWriteBulkPipe, endpoint, buffer, offset, length, timeout);
     }
 
     /**
@@ -326,7 +246,8 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException as {@link #writeBulk}
      */
     public int writeInterrupt(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return pipes().write(session.usb::usbWriteInterruptPipe, endpoint, buffer, offset, length, timeout);
+        return device.pipes()
+                .write(ORVEXCommUSBAccess::usbWriteInterruptPipe, endpoint, buffer, offset, length, timeout);
     }
 
     /**
@@ -345,11 +266,8 @@ public final class UsbDevice implements AutoCloseable {
      */
     public byte[] readControl(int requestType, int request, int value, int indexWord, int length, int timeout)
             throws UsbException {
-        Setup.within("length", length, 0, 0xFFFF);
-        Setup.withinHex("request type", requestType, Connection.DIRECTION, 0xFF);
-        byte[] bytes = Setup.bytes(requestType, request, value, indexWord, new byte[length]);
-        int moved = pipes().control(bytes, timeout);
-        return Arrays.copyOfRange(bytes, Connection.SETUP_BYTES, Connection.SETUP_BYTES + moved);
+        byte[] bytes = Setup.forRead(requestType, request, value, indexWord, length);
+        return device.pipes().readControl(bytes, timeout);
     }
 
     /**
@@ -369,8 +287,8 @@ public final class UsbDevice implements AutoCloseable {
      */
     public int writeControl(int requestType, int request, int value, int indexWord, byte[] data, int timeout)
             throws UsbException {
-        Setup.withinHex("request type", requestType, 0, Connection.DIRECTION - 1);
-        return pipes().control(Setup.bytes(requestType, request, value, indexWord, data), timeout);
+        byte[] bytes = Setup.forWrite(requestType, request, value, indexWord, data);
+        return device.pipes().control(bytes, timeout);
     }
 
     /**
@@ -387,7 +305,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException           when the read failed otherwise
      */
     public int readReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return reports().readReports(buffer, offset, length, timeout);
+        return device.reports().readReports(buffer, offset, length, timeout);
     }
 
     /**
@@ -403,41 +321,6 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException           when a report could not be sent; those before it were
      */
     public int writeReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return reports().writeReports(buffer, offset, length, timeout);
-    }
-
-    private Transfers pipes() {
-        demandHid(false);
-        return new Transfers(this, connection());
-    }
-
-    private Transfers reports() {
-        demandHid(true);
-        return new Transfers(this, connection());
-    }
-
-    private Connection connection() {
-        Connection open = connection;
-        if (open == null) {
-            throw new IllegalStateException(label() + " is not open");
-        }
-        return open;
-    }
-
-    private void demandHid(boolean hid) {
-        if (info.isHid() != hid) {
-            throw new UnsupportedOperationException(
-                    label() + (hid ? " is not a HID device" : " is a HID device: it has reports, not pipes"));
-        }
-    }
-
-    /** Whether it is absent by now, as far as the system has told. */
-    boolean isAbsent() {
-        session.ifOpen(list::refresh);
-        return !isPresent();
-    }
-
-    int list() {
-        return list.handle();
+        return device.reports().writeReports(buffer, offset, length, timeout);
     }
 }

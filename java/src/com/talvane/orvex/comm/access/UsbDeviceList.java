@@ -12,10 +12,12 @@ import java.util.Set;
  * change places, {@link com.talvane.orvex.comm.ORVEXCommUSBAccess#usbUpdateDeviceList} tells.
  */
 public final class UsbDeviceList {
-    private final UsbSession session;
+    private final RawSession session;
     private final int handle;
     /** Grows only; under the session lock. */
     private final List<UsbDevice> devices = new ArrayList<>();
+    /** The places of these devices, in the same order. */
+    private final List<ListedDevice> places = new ArrayList<>();
     /** Those whose presence the caller knows of, from the making of the list or an update. */
     private final Set<UsbDevice> told = new HashSet<>();
 
@@ -36,7 +38,7 @@ public final class UsbDeviceList {
         }
     }
 
-    UsbDeviceList(UsbSession session, int handle) {
+    UsbDeviceList(RawSession session, int handle) {
         this.session = session;
         this.handle = handle;
         takeLines();
@@ -81,7 +83,7 @@ public final class UsbDeviceList {
      */
     public Changes update() throws UsbException {
         return session.locked(() -> {
-            UsbException.check("update the list", refresh());
+            Result.check("update the list", refresh());
             List<UsbDevice> came = devices.stream().filter(d -> d.isPresent() && !told.contains(d)).toList();
             List<UsbDevice> left = devices.stream().filter(d -> !d.isPresent() && told.contains(d)).toList();
             told.addAll(came);
@@ -100,20 +102,18 @@ public final class UsbDeviceList {
     private void takeLines() {
         List<String> lines = session.lines(handle);
         for (int index = 0; index < lines.size(); index++) {
-            if (index == devices.size()) {
-                devices.add(new UsbDevice(session, this, index, lines.get(index)));
+            if (index == places.size()) {
+                ListedDevice place = new ListedDevice(session, handle, index, this::refresh, lines.get(index));
+                places.add(place);
+                devices.add(new UsbDevice(place));
             } else {
-                devices.get(index).takeLine(lines.get(index));
+                places.get(index).takeLine(lines.get(index));
             }
         }
     }
 
-    int handle() {
-        return handle;
-    }
-
     void closeDevices() {
-        devices.forEach(UsbDevice::closeLocked);
+        places.forEach(ListedDevice::closeLocked);
     }
 
     void release() {

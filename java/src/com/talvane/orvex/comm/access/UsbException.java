@@ -21,28 +21,11 @@ public class UsbException extends IOException {
         this(attempted, code, code.code());
     }
 
-    private UsbException(String attempted, UsbAccessCode code, int result) {
+    /** For a result that {@code code} stands for, which is OTHER when the result is no documented code. */
+    UsbException(String attempted, UsbAccessCode code, int result) {
         super(attempted + ": " + UsbAccessCode.describe(result));
         this.attempted = attempted;
         this.code = code;
-    }
-
-    /** The exception for the negative result of a call. */
-    static UsbException of(String attempted, int result) {
-        UsbAccessCode code = UsbAccessCode.of(result).orElse(UsbAccessCode.OTHER);
-        return switch (code) {
-            case TIMED_OUT -> new UsbTimeoutException(attempted);
-            case CLAIM_FAILED, SESSION_OPEN -> new UsbBusyException(attempted, code);
-            default -> new UsbException(attempted, code, result);
-        };
-    }
-
-    /** Passes a good result on. */
-    static int check(String attempted, int result) throws UsbException {
-        if (result < 0) {
-            throw of(attempted, result);
-        }
-        return result;
     }
 
     /**

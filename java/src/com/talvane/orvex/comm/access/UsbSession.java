@@ -1,15 +1,11 @@
 package com.talvane.orvex.comm.access;
 
-import com.talvane.orvex.comm.ORVEXCommUSBAccess;
-import com.talvane.orvex.comm.UsbAccessCode;
 import java.util.Arrays;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
-import java.util.concurrent.locks.ReentrantLock;
 import java.util.stream.Collectors;
-import java.util.stream.IntStream;
 
 /**
  * The session: where lists of devices come from. A process has one at a time, and while it is open nobody in the
@@ -23,24 +19,11 @@ public final class UsbSession implements AutoCloseable {
     private static final int MOST_VENDORS = 16;
     private static final int GREATEST_ID = 0xFFFF;
 
-    /** The session lock. The raw session belongs to the process, and so does the lock. */
-    private static final ReentrantLock LOCK = new ReentrantLock();
-    private static boolean isOneOpen;
-
-    final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
-    final TransferGate gate = new TransferGate();
+    final RawSession raw;
     private final Map<Set<Integer>, UsbDeviceList> lists = new LinkedHashMap<>();
-    private final int id;
-    private boolean closed;
 
-    /** A raw call, or some that belong together, under the session lock. */
-    @FunctionalInterface
-    interface Call<T, X extends Exception> {
-        T make() throws X;
-    }
-
-    private UsbSession() throws UsbException {
-        id = UsbException.check("open a session", usb.usbInitialize());
+    private UsbSession(RawSession raw) {
+        this.raw = raw;
     }
 
     /**
@@ -52,18 +35,7 @@ public final class UsbSession implements AutoCloseable {
      * @throws UnsatisfiedLinkError when the native library cannot be loaded
      */
     public static UsbSession open() throws UsbException {
-        LOCK.lock();
-        try {
-            if (isOneOpen) {
-                // Not asked: transfers may be running, and the raw call is made beside none.
-                throw new UsbBusyException("open a session", UsbAccessCode.SESSION_OPEN);
-            }
-            UsbSession session = new UsbSession();
-            isOneOpen = true;
-            return session;
-        } finally {
-            LOCK.unlock();
-        }
+        return new UsbSession(RawSession.open());
     }
 
     /**
@@ -82,14 +54,14 @@ public final class UsbSession implements AutoCloseable {
      */
     public UsbDeviceList list(int... vendorIds) throws UsbException {
         Set<Integer> vendors = checked(vendorIds);
-        return locked(() -> {
+        return raw.locked(() -> {
             UsbDeviceList known = lists.get(vendors);
             if (known != null) {
                 return known;
             }
             demandFree(vendors);
-            int handle = UsbException.check("list the devices", usb.usbCreateDeviceList2(id, vendorIds.clone()));
-            UsbDeviceList made = new UsbDeviceList(this, handle);
+            int handle = Result.check("list the devices", raw.usb.usbCreateDeviceList2(raw.id(), vendorIds.clone()));
+            UsbDeviceList made = new UsbDeviceList(raw, handle);
             lists.put(vendors, made);
             return made;
         });
@@ -124,46 +96,14 @@ public final class UsbSession implements AutoCloseable {
      * @throws UsbException          when the library cannot make the list
      */
     public List<UsbDeviceInfo> everything() throws UsbException {
-        return locked(() -> {
-            int handle = UsbException.check("list all devices", usb.usbCreateDeviceList(id, ALL_VENDORS));
+        return raw.locked(() -> {
+            int handle = Result.check("list all devices", raw.usb.usbCreateDeviceList(raw.id(), ALL_VENDORS));
             try {
-                return lines(handle).stream().map(UsbDeviceInfo::parse).toList();
+                return raw.lines(handle).stream().map(UsbDeviceInfo::parse).toList();
             } finally {
-                usb.usbReleaseDeviceList(handle);
+                raw.usb.usbReleaseDeviceList(handle);
             }
         });
-    }
-
-    /** The information lines of a raw list; under the session lock. */
-    List<String> lines(int handle) {
-        return IntStream.range(0, usb.usbGetDeviceListCount(handle))
-                .mapToObj(index -> usb.usbGetDeviceInfo(handle, index))
-                .toList();
-    }
-
-    /** Makes a call while the session is open and nobody else makes one of this kind. */
-    <T, X extends Exception> T locked(Call<T, X> call) throws X {
-        LOCK.lock();
-        try {
-            if (closed) {
-                throw new IllegalStateException("the session is closed");
-            }
-            return call.make();
-        } finally {
-            LOCK.unlock();
-        }
-    }
-
-    /** Does some work, if the session is still open, while nobody else makes one of those calls. */
-    void ifOpen(Runnable work) {
-        LOCK.lock();
-        try {
-            if (!closed) {
-                work.run();
-            }
-        } finally {
-            LOCK.unlock();
-        }
     }
 
     /**
@@ -172,12 +112,9 @@ public final class UsbSession implements AutoCloseable {
      */
     @Override
     public void close() {
-        ifOpen(() -> {
-            closed = true;
+        raw.end(() -> {
             lists.values().forEach(UsbDeviceList::closeDevices);
             lists.values().forEach(UsbDeviceList::release);
-            usb.usbRelease(id);
-            isOneOpen = false;
         });
     }
 }

@@ -6,6 +6,7 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.UsbAccessCode;
 import java.util.ArrayList;
 import java.util.Arrays;
@@ -74,14 +75,15 @@ class UsbCloseTest extends AccessTest {
     @Test
     void whatWaitsForItsTurnOfAnEarlierOpeningDoesNotStartInALaterOne() throws UsbException {
         UsbDevice bench = device(BENCH);
-        Connection earlier = new Connection(session(), bench, new Connection.ReportFormat(64, 0), Map.of());
+        Connection earlier = new Connection(
+                session().raw, bench.device.target(), new Connection.ReportFormat(64, 0), Map.of());
         earlier.open();
         earlier.end();
         earlier.close();
         bench.open();
         byte[] bytes = new byte[1];
-        assertEquals(NOT_OPEN, earlier.write(session().usb::usbWriteBulkPipe, 0x01, AMPLE, bytes));
-        assertEquals(NOT_OPEN, earlier.read(session().usb::usbReadBulkPipe, 0x81, AMPLE, bytes));
+        assertEquals(NOT_OPEN, earlier.write(ORVEXCommUSBAccess::usbWriteBulkPipe, 0x01, AMPLE, bytes));
+        assertEquals(NOT_OPEN, earlier.read(ORVEXCommUSBAccess::usbReadBulkPipe, 0x81, AMPLE, bytes));
         assertEquals(List.of(), bus.received("bench", 0x01));
         assertEquals(1, write(bench, 0x01, bytes));
     }

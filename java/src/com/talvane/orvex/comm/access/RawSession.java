@@ -1,0 +1,97 @@
+package com.talvane.orvex.comm.access;
+
+import com.talvane.orvex.comm.ORVEXCommUSBAccess;
+import com.talvane.orvex.comm.UsbAccessCode;
+import java.util.List;
+import java.util.concurrent.locks.ReentrantLock;
+import java.util.stream.IntStream;
+
+/**
+ * The session of the raw class, and what its calls share: the session lock and the gate of the transfers. A process has
+ * one session at a time.
+ */
+final class RawSession {
+    /** The session lock. The raw session belongs to the process, and so does the lock. */
+    private static final ReentrantLock LOCK = new ReentrantLock();
+    private static boolean isOneOpen;
+
+    final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
+    final TransferGate gate = new TransferGate();
+    private final int id;
+    private boolean closed;
+
+    /** A raw call, or some that belong together, under the session lock. */
+    @FunctionalInterface
+    interface Call<T, X extends Exception> {
+        T make() throws X;
+    }
+
+    private RawSession() throws UsbException {
+        id = Result.check("open a session", usb.usbInitialize());
+    }
+
+    /** Opens the session. Throws UsbBusyException when the process has one, UsbException when libusb cannot start. */
+    static RawSession open() throws UsbException {
+        LOCK.lock();
+        try {
+            if (isOneOpen) {
+                // The library is not asked: transfers may be running, and the raw call must not overlap with any.
+                throw new UsbBusyException("open a session", UsbAccessCode.SESSION_OPEN);
+            }
+            RawSession session = new RawSession();
+            isOneOpen = true;
+            return session;
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    int id() {
+        return id;
+    }
+
+    /** The information lines of a raw list; under the session lock. */
+    List<String> lines(int list) {
+        return IntStream.range(0, usb.usbGetDeviceListCount(list))
+                .mapToObj(index -> usb.usbGetDeviceInfo(list, index))
+                .toList();
+    }
+
+    /**
+     * Makes a call under the session lock and returns its result. Throws IllegalStateException when the session is
+     * closed.
+     */
+    <T, X extends Exception> T locked(Call<T, X> call) throws X {
+        LOCK.lock();
+        try {
+            if (closed) {
+                throw new IllegalStateException("the session is closed");
+            }
+            return call.make();
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /** Runs {@code work} under the session lock; does nothing when the session is closed. */
+    void ifOpen(Runnable work) {
+        LOCK.lock();
+        try {
+            if (!closed) {
+                work.run();
+            }
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /** Ends the session, after {@code last}, which runs when no other call can begin. Ending it again does nothing. */
+    void end(Runnable last) {
+        ifOpen(() -> {
+            closed = true;
+            last.run();
+            usb.usbRelease(id);
+            isOneOpen = false;
+        });
+    }
+}
