@@ -235,8 +235,8 @@ def java_asan():
            folder / "build.log", BUILD_DEADLINE)
     build = ROOT / "build/asan"
     # The sanitizer looks for what throws an exception when it starts: the runtime of C++ has to be there by then.
-    names = ["libasan.so", "libstdc++.so.6"]
-    files = [subprocess.run(["g++", f"-print-file-name={name}"], capture_output=True, text=True, check=True).stdout.strip()
+    names = [f"libclang_rt.asan-{os.uname().machine}.so", "libstdc++.so.6"]
+    files = [subprocess.run(["clang++", f"-print-file-name={name}"], capture_output=True, text=True, check=True).stdout.strip()
              for name in names]
     environment = {
         **SANITIZERS,
