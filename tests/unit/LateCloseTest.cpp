@@ -6,6 +6,7 @@
 #include "FakeMemory.h"
 #include "IoTest.h"
 #include "JniTest.h"
+#include "LibUSBJNILink/OpenDeviceMap.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
@@ -175,4 +176,38 @@ TEST_F(LateJavaClose, OfADeviceThatIsForgottenFreesItAllTheSame) {
     EXPECT_EQ(0, read.result());
     EXPECT_EQ(-114, call(usbCloseDevice, list, 0));
     EXPECT_EQ(32U, callsOf("libusb_free_transfer"));
+}
+
+TEST_F(LateJavaClose, LeavesARecordToTheCallThatHasLookedItUp) {
+    openSession({deviceJson("tool")});
+    const jint list = listOfVendor();
+    ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+    const DeletionCount records(sizeof(DeviceRecord));
+    {
+        const OpenDevice device = findOpenDevice(list, 0);
+        EXPECT_EQ(0, call(usbCloseDevice, list, 0));
+        EXPECT_EQ(0, call(usbReleaseDeviceList, list));
+        EXPECT_EQ(0, DeletionCount::count());
+        EXPECT_EQ(-109, LibUSB_CancelPipeTransfer(device.record(), 0x81));
+    }
+    finishCloses();
+    EXPECT_EQ(1, DeletionCount::count());
+}
+
+TEST_F(LateJavaClose, RefusesTransfersWhileItWaits) {
+    openSession({deviceJson("tool")});
+    const jint list = listOfVendor();
+    ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+    FakeByteArray bytes(std::vector<jbyte>(64));
+    FakeByteArray others(std::vector<jbyte>(64));
+    BackgroundCall read([&] { return call(usbReadBulkPipe, list, 0, 0x84, 64, 0, bytes.java()); });
+    ASSERT_TRUE(eventually([&] { return bus.pending("tool", 0x84) == 1; }));
+    bus.failCall("libusb_cancel_transfer", 1, LIBUSB_ERROR_OTHER, kForEver);
+    BackgroundCall close([&] { return call(usbCloseDevice, list, 0); });
+    ASSERT_TRUE(eventually([&] { return callsOf("libusb_cancel_transfer") > 0; }));
+    EXPECT_EQ(-114, call(usbReadBulkPipe, list, 0, 0x83, 64, 1000, others.java()));
+    EXPECT_FALSE(close.hasReturned());
+    bus.clearFaults();
+    EXPECT_EQ(0, close.result());
+    EXPECT_EQ(0, read.result());
 }

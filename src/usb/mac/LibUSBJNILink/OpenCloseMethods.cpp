@@ -32,20 +32,18 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbOpenDevice(JNIEnv* /*env*
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCloseDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                    jint listHandle, jint index) {
-    tagUSB_DEVICE_ACCESS_ENTRY* open = findOpenDevice(listHandle, index);
+    // Deliberate: any close removes the device from the map, also one that fails.
+    tagUSB_DEVICE_ACCESS_ENTRY* open = takeOpenDevice(listHandle, index);
     if (open == nullptr) {
-        finishCloses();  // this device may have an unfinished close: any close removes it from the map
+        finishCloses();  // this device may have an unfinished close
     }
-    return callOn(open, [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-        const jint result = LibUSB_CloseDevice(&entry);
-        forgetOpenDevice(listHandle, index);
-        return result;
-    });
+    return callOn(open, [](tagUSB_DEVICE_ACCESS_ENTRY& entry) { return LibUSB_CloseDevice(&entry); });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbResetDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                    jint listHandle, jint index) {
-    return callOn(findOpenDevice(listHandle, index),
+    const OpenDevice device = findOpenDevice(listHandle, index);
+    return callOn(device.record(),
                   [](tagUSB_DEVICE_ACCESS_ENTRY& entry) { return LibUSB_ResetDevice(&entry); });
 }
 

@@ -27,8 +27,9 @@ int32_t controlBytesTouched(PinnedBytes& pinned) {
 
 jint controlCall(ControlFunction function, JNIEnv* env, jint listHandle, jint index, jint ignored,
                  jint timeout, jbyteArray buffer) {
+    const OpenDevice device = findOpenDevice(listHandle, index);
     return callWithBytes(
-        env, findOpenDevice(listHandle, index), buffer,
+        env, device.record(), buffer,
         [](const tagUSB_DEVICE_ACCESS_ENTRY&, PinnedBytes& pinned) { return controlBytesTouched(pinned); },
         [&](tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t* bytes) {
             return function(&entry, ignored, timeout, bytes);
@@ -38,8 +39,9 @@ jint controlCall(ControlFunction function, JNIEnv* env, jint listHandle, jint in
 /// The frame of all eight pipe transfers; `function(record, bytes)` runs the transfer.
 template <class Function>
 jint pipeCall(JNIEnv* env, jint listHandle, jint index, jint length, jbyteArray buffer, Function function) {
+    const OpenDevice device = findOpenDevice(listHandle, index);
     return callWithBytes(
-        env, findOpenDevice(listHandle, index), buffer,
+        env, device.record(), buffer,
         [length](const tagUSB_DEVICE_ACCESS_ENTRY&, PinnedBytes&) { return length; }, function);
 }
 
@@ -157,14 +159,16 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReadBulkPipeEx(JNIEnv* en
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbResetPipe(JNIEnv* /*env*/, jobject /*self*/,
                                                                  jint listHandle, jint index, jint endpoint) {
-    return callOn(findOpenDevice(listHandle, index),
+    const OpenDevice device = findOpenDevice(listHandle, index);
+    return callOn(device.record(),
                   [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) { return LibUSB_ResetPipe(&entry, endpoint); });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCancelPipeTransfer(JNIEnv* /*env*/, jobject /*self*/,
                                                                           jint listHandle, jint index,
                                                                           jint endpoint) {
-    return callOn(findOpenDevice(listHandle, index), [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
+    const OpenDevice device = findOpenDevice(listHandle, index);
+    return callOn(device.record(), [&](tagUSB_DEVICE_ACCESS_ENTRY& entry) {
         return LibUSB_CancelPipeTransfer(&entry, endpoint);
     });
 }

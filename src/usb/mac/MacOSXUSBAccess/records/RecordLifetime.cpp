@@ -19,10 +19,11 @@ void freeRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     delete &privateSide(entry);
 }
 
-/// True while the open-device map may point to the record, or a thread is inside a call on it: a HID read
-/// continues to its time-out after the close.
+/// True while the open-device map may point to the record, a thread has looked it up there, or a thread is
+/// inside a call on it: a HID read continues to its time-out after the close.
 bool isInUse(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    return privateSide(entry).heldByCaller || someThreadIsInside(entry);
+    const DeviceRecord& record = privateSide(entry);
+    return record.heldByCaller || record.users.load() != 0 || someThreadIsInside(entry);
 }
 
 }  // namespace
