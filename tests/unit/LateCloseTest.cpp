@@ -73,7 +73,7 @@ TEST_F(LateClose, OfARecordThatStaysInUseDeletesNothing) {
     bus.clearFaults();
     libusb_cancel_transfer(&libusbTransfer(0x84));
     EXPECT_EQ(0, read->result());
-    finishCloses();
+    endRetiredRecords();
     EXPECT_EQ(1, DeletionCount::count());
 }
 
@@ -98,7 +98,7 @@ TEST_F(LateClose, LeavesRecordsAloneThatAnUpdateHasClosed) {
     plugAndWait("tool", list());
     ASSERT_EQ(0, LibUSB_UpdateDeviceList(list(), 0));
     ASSERT_EQ(0U, tool().isOpen);
-    finishCloses();
+    endRetiredRecords();
     EXPECT_NE(nullptr, tool().hDevice) << "its caller may have a thread on its way there";
 }
 
@@ -148,14 +148,14 @@ TEST_F(LateHidClose, GivesBackTheDeviceOfARecordThatAReadOutlivedTheReleaseOf) {
 TEST_F(LateHidClose, BeforeTheReleaseLeavesTheRecordToWhoeverComesNext) {
     closeReleaseAndEndRead();
     const DeletionCount records(sizeof(DeviceRecord));
-    finishCloses();
+    endRetiredRecords();
     EXPECT_EQ(1, DeletionCount::count());
 }
 
 TEST_F(LateHidClose, DeletesTheHidAccessAsWell) {
     closeReleaseAndEndRead();
     const DeletionCount objects(sizeof(HIDAccessRecord));
-    finishCloses();
+    endRetiredRecords();
     EXPECT_EQ(1, DeletionCount::count());
 }
 
@@ -190,7 +190,7 @@ TEST_F(LateJavaClose, LeavesARecordToTheCallThatHasLookedItUp) {
         EXPECT_EQ(0, DeletionCount::count());
         EXPECT_EQ(-109, LibUSB_CancelPipeTransfer(device.record(), 0x81));
     }
-    finishCloses();
+    endRetiredRecords();
     EXPECT_EQ(1, DeletionCount::count());
 }
 

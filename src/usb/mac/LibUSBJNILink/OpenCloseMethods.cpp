@@ -35,7 +35,7 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCloseDevice(JNIEnv* /*env
     // Deliberate: any close removes the device from the map, also one that fails.
     tagUSB_DEVICE_ACCESS_ENTRY* open = takeOpenDevice(listHandle, index);
     if (open == nullptr) {
-        finishCloses();  // this device may have an unfinished close
+        endRetiredRecords();  // this device may be one of them
     }
     return callOn(open, [](tagUSB_DEVICE_ACCESS_ENTRY& entry) { return LibUSB_CloseDevice(&entry); });
 }

@@ -119,7 +119,7 @@ struct DeviceRecord final : tagUSB_DEVICE_ACCESS_ENTRY {
     std::atomic<int32_t> users;        ///< look-ups of it in the open-device map that are still in use
     std::atomic<int32_t> activeCalls;  ///< threads inside a call on this record, except those that own a lane
     bool heldByCaller;                 ///< opened and not closed since; the open-device map may point here
-    bool closeIsDue;                   ///< a transfer did not complete in time; finishClose tries again
+    bool isRetired;                    ///< retireRecord gave up on it; endRetiredRecords tries again
 };
 
 inline DeviceRecord& privateSide(tagUSB_DEVICE_ACCESS_ENTRY& entry) {

@@ -5,8 +5,7 @@
 #include "ground/DeviceRecords.h"
 #include "ground/SharedField.h"
 
-// The 32 transfer records of an open record, and their orderly end when the record is closed or released, or
-// its session ends, while transfers are running.
+// The 32 transfer records of an open record, and the threads that use them.
 
 /// Counts the calling thread as inside a call on an open record, from before it reads the record until it no
 /// longer uses its transfers and handle. On a record that is not open nothing is counted, so that repeated
@@ -70,22 +69,11 @@ class EndpointTurn {
 bool someThreadIsInside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Creates a transfer record with a libusb transfer for each endpoint address 0x00 to 0x0F and 0x80 to 0x8F.
-/// Returns false when memory runs out; what was created is freed again.
+/// Returns false when memory runs out; endOpenState frees what was created.
 bool createTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Clears isOpen so that no call can begin, cancels the transfers in flight, and handles events until every
-/// callback has run and every waiter has left, for at most 3 seconds. Returns true when the record is quiet.
-/// After false some transfer still belongs to libusb: handle and transfers stay until finishClose or
-/// discardOpenState finds them quiet.
-bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+/// Cancels the transfers in flight. Returns true when there are none and no thread is inside the record.
+bool cancelTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Frees the transfer records of a quiet record.
+/// Frees the transfer records of a record without transfers in flight.
 void freeTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
-
-/// Ends an open state that no close has ended: frees the transfers and their records and closes the handle,
-/// without logging. Does nothing to a record without one. Returns false when retireTransfers does.
-bool discardOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry);
-
-/// Ends the open state that retireTransfers had to leave, if the record is quiet by now. Does not wait.
-/// Returns true when the record has no open state.
-bool finishClose(tagUSB_DEVICE_ACCESS_ENTRY& entry);
