@@ -35,11 +35,12 @@ class ActiveCall {
 /// Gives a transfer its endpoint address exclusively until its thread has read the outcome. The end of
 /// isPending would be too early: another transfer could overwrite the outcome and the waiter before the
 /// thread has read them. When another thread owns the address, the calling thread is counted like an
-/// ActiveCall, and its transfer must be refused.
+/// ActiveCall, and its transfer must be refused. On a HID record, too, it is only counted: HID transfers use
+/// no address.
 class EndpointTurn {
  public:
     EndpointTurn(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address)
-        : lane_(laneOf(entry, address)),
+        : lane_(entry.isHid != 0 ? nullptr : laneOf(entry, address)),
           isAlone_(loadShared(entry.isOpen) != 0 && lane_ != nullptr && !lane_->inUse.exchange(true)) {
         if (!isAlone_) {
             call_.emplace(entry);
@@ -56,7 +57,7 @@ class EndpointTurn {
     bool isCounted() const { return isAlone_ || call_->isCounted(); }
     /// True when the calling thread owns the address.
     bool isAlone() const { return isAlone_; }
-    /// Null for an invalid address.
+    /// Null for an invalid address and for a HID record.
     EndpointLane* lane() const { return lane_; }
 
  private:
