@@ -3,11 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <map>
 
 namespace {
 
-FakeJni* g_fake = nullptr;
+std::atomic<FakeJni*> g_latest{nullptr};
+thread_local FakeJni* t_own = nullptr;
+
+/// The environment that the calling thread has constructed; if it has constructed none, the latest of any.
+struct CurrentFake {
+    FakeJni* operator->() const { return t_own != nullptr ? t_own : g_latest.load(); }
+} const g_fake;
 
 void note(const char* call) {
     if (g_fake->notesCalls) {
@@ -84,7 +91,8 @@ jstring newString(JNIEnv*, const char* text) {
 }  // namespace
 
 FakeJni::FakeJni() {
-    g_fake = this;
+    t_own = this;
+    g_latest = this;
     functions_.GetArrayLength = arrayLength;
     functions_.GetByteArrayElements = byteElements;
     functions_.ReleaseByteArrayElements = releaseBytes;

@@ -6,6 +6,7 @@
 #include "FakeMemory.h"
 #include "IoTest.h"
 #include "JniTest.h"
+#include "LibUSBJNILink/OpenDeviceMap.h"
 #include "MacOSXUSBAccess/io/OpenClose.h"
 #include "MacOSXUSBAccess/io/Transfers.h"
 #include "MacOSXUSBAccess/lists/ListCreation.h"
@@ -72,7 +73,7 @@ TEST_F(LateClose, OfARecordThatStaysInUseDeletesNothing) {
     bus.clearFaults();
     libusb_cancel_transfer(&libusbTransfer(0x84));
     EXPECT_EQ(0, read->result());
-    finishCloses();
+    endRetiredRecords();
     EXPECT_EQ(1, DeletionCount::count());
 }
 
@@ -97,7 +98,7 @@ TEST_F(LateClose, LeavesRecordsAloneThatAnUpdateHasClosed) {
     plugAndWait("tool", list());
     ASSERT_EQ(0, LibUSB_UpdateDeviceList(list(), 0));
     ASSERT_EQ(0U, tool().isOpen);
-    finishCloses();
+    endRetiredRecords();
     EXPECT_NE(nullptr, tool().hDevice) << "its caller may have a thread on its way there";
 }
 
@@ -147,14 +148,14 @@ TEST_F(LateHidClose, GivesBackTheDeviceOfARecordThatAReadOutlivedTheReleaseOf) {
 TEST_F(LateHidClose, BeforeTheReleaseLeavesTheRecordToWhoeverComesNext) {
     closeReleaseAndEndRead();
     const DeletionCount records(sizeof(DeviceRecord));
-    finishCloses();
+    endRetiredRecords();
     EXPECT_EQ(1, DeletionCount::count());
 }
 
 TEST_F(LateHidClose, DeletesTheHidAccessAsWell) {
     closeReleaseAndEndRead();
     const DeletionCount objects(sizeof(HIDAccessRecord));
-    finishCloses();
+    endRetiredRecords();
     EXPECT_EQ(1, DeletionCount::count());
 }
 
@@ -175,4 +176,38 @@ TEST_F(LateJavaClose, OfADeviceThatIsForgottenFreesItAllTheSame) {
     EXPECT_EQ(0, read.result());
     EXPECT_EQ(-114, call(usbCloseDevice, list, 0));
     EXPECT_EQ(32U, callsOf("libusb_free_transfer"));
+}
+
+TEST_F(LateJavaClose, LeavesARecordToTheCallThatHasLookedItUp) {
+    openSession({deviceJson("tool")});
+    const jint list = listOfVendor();
+    ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+    const DeletionCount records(sizeof(DeviceRecord));
+    {
+        const OpenDevice device = findOpenDevice(list, 0);
+        EXPECT_EQ(0, call(usbCloseDevice, list, 0));
+        EXPECT_EQ(0, call(usbReleaseDeviceList, list));
+        EXPECT_EQ(0, DeletionCount::count());
+        EXPECT_EQ(-109, LibUSB_CancelPipeTransfer(device.record(), 0x81));
+    }
+    endRetiredRecords();
+    EXPECT_EQ(1, DeletionCount::count());
+}
+
+TEST_F(LateJavaClose, RefusesTransfersWhileItWaits) {
+    openSession({deviceJson("tool")});
+    const jint list = listOfVendor();
+    ASSERT_EQ(0, call(usbOpenDevice, list, 0));
+    FakeByteArray bytes(std::vector<jbyte>(64));
+    FakeByteArray others(std::vector<jbyte>(64));
+    BackgroundCall read([&] { return call(usbReadBulkPipe, list, 0, 0x84, 64, 0, bytes.java()); });
+    ASSERT_TRUE(eventually([&] { return bus.pending("tool", 0x84) == 1; }));
+    bus.failCall("libusb_cancel_transfer", 1, LIBUSB_ERROR_OTHER, kForEver);
+    BackgroundCall close([&] { return call(usbCloseDevice, list, 0); });
+    ASSERT_TRUE(eventually([&] { return callsOf("libusb_cancel_transfer") > 0; }));
+    EXPECT_EQ(-114, call(usbReadBulkPipe, list, 0, 0x83, 64, 1000, others.java()));
+    EXPECT_FALSE(close.hasReturned());
+    bus.clearFaults();
+    EXPECT_EQ(0, close.result());
+    EXPECT_EQ(0, read.result());
 }

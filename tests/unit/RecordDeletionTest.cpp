@@ -85,12 +85,12 @@ TEST_F(RecordDeletion, ARecordKeptAsideStaysAsLongAsItHasTransferRecords) {
     tagUSB_DEVICE_ACCESS_ENTRY* entry = newDeviceRecord(unlinked);
     appendRecords(unlinked, entry);
     ASSERT_TRUE(createTransferRecords(*entry));
-    keepRecordAside(*entry);
+    deleteDeviceRecord(*entry);
     const DeletionCount records(sizeof(DeviceRecord));
-    finishCloses();
+    endRetiredRecords();
     ASSERT_EQ(0, DeletionCount::count());
-    freeTransferRecords(*entry);
-    finishCloses();
+    endOpenState(*entry);
+    endRetiredRecords();
     EXPECT_EQ(1, DeletionCount::count());
 }
 

@@ -40,22 +40,21 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbOpenDevice(JNIEnv* /*env*
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCloseDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                    jint listHandle, jint index) {
     return answer([&] {
-        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
+        // Deliberate: any close removes the device from the map, also one that fails.
+        tagUSB_DEVICE_ACCESS_ENTRY* entry = takeOpenDevice(listHandle, index);
         if (entry == nullptr) {
-            finishCloses();  // this device may have an unfinished close: any close removes it from the map
+            endRetiredRecords();  // this device may be one of them
             return kBadArgument;
         }
-        const jint result = LibUSB_CloseDevice(entry);
-        forgetOpenDevice(listHandle, index);
-        return result;
+        return LibUSB_CloseDevice(entry);
     });
 }
 
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbResetDevice(JNIEnv* /*env*/, jobject /*self*/,
                                                                    jint listHandle, jint index) {
     return answer([&] {
-        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
-        return entry == nullptr ? kBadArgument : LibUSB_ResetDevice(entry);
+        const OpenDevice device = findOpenDevice(listHandle, index);
+        return device.record() == nullptr ? kBadArgument : LibUSB_ResetDevice(device.record());
     });
 }
 

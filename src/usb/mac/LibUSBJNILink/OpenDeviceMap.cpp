@@ -1,31 +1,56 @@
 #include "LibUSBJNILink/OpenDeviceMap.h"
 
+#include <mutex>
 #include <new>
 
 #include "ground/Immortal.h"
 
 namespace {
 
-Immortal<std::map<int32_t, OpenDevices>> g_map;
+struct GuardedMap {
+    std::mutex mutex;
+    std::map<int32_t, OpenDevices> lists;
+};
+Immortal<GuardedMap> g_guarded;
 
-}  // namespace
-
-std::map<int32_t, OpenDevices>& g_DevMap = g_map.object;
-
-tagUSB_DEVICE_ACCESS_ENTRY* findOpenDevice(int32_t listHandle, int32_t index) {
+/// Inserts an empty inner map for a new list handle. Without memory the next look-up tries again.
+void noteList(int32_t listHandle) {
     try {
-        const OpenDevices& devices = g_DevMap[listHandle];
-        const auto found = devices.find(index);
-        return found == devices.end() ? nullptr : found->second;
+        g_DevMap[listHandle];
     } catch (const std::bad_alloc&) {
-        return nullptr;
     }
 }
 
+/// The record at (list, index), or null. The calling thread holds the lock.
+tagUSB_DEVICE_ACCESS_ENTRY* lookUp(int32_t listHandle, int32_t index) {
+    const auto list = g_DevMap.find(listHandle);
+    if (list == g_DevMap.end()) {
+        noteList(listHandle);
+        return nullptr;
+    }
+    const auto found = list->second.find(index);
+    return found == list->second.end() ? nullptr : found->second;
+}
+
+}  // namespace
+
+std::map<int32_t, OpenDevices>& g_DevMap = g_guarded.object.lists;
+
+OpenDevice findOpenDevice(int32_t listHandle, int32_t index) {
+    const std::lock_guard lock(g_guarded.object.mutex);
+    return OpenDevice(lookUp(listHandle, index));  // counted before the lock is given back
+}
+
 void enterOpenDevice(int32_t listHandle, int32_t index, tagUSB_DEVICE_ACCESS_ENTRY* entry) {
+    const std::lock_guard lock(g_guarded.object.mutex);
     g_DevMap[listHandle][index] = entry;
 }
 
-void forgetOpenDevice(int32_t listHandle, int32_t index) {
-    g_DevMap[listHandle].erase(index);
+tagUSB_DEVICE_ACCESS_ENTRY* takeOpenDevice(int32_t listHandle, int32_t index) {
+    const std::lock_guard lock(g_guarded.object.mutex);
+    tagUSB_DEVICE_ACCESS_ENTRY* entry = lookUp(listHandle, index);
+    if (entry != nullptr) {
+        g_DevMap[listHandle].erase(index);
+    }
+    return entry;
 }

@@ -29,12 +29,12 @@ template <class Function>
 jint controlCall(Function function, JNIEnv* env, jint listHandle, jint index, jint ignored, jint timeout,
                  jbyteArray buffer) {
     return answer([&] {
-        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
-        if (entry == nullptr) {
+        const OpenDevice device = findOpenDevice(listHandle, index);
+        if (device.record() == nullptr) {
             return kBadArgument;
         }
         PinnedBytes pinned(env, buffer);
-        return function(entry, ignored, timeout, pinned.atLeast(controlBytesTouched(pinned)));
+        return function(device.record(), ignored, timeout, pinned.atLeast(controlBytesTouched(pinned)));
     });
 }
 
@@ -43,12 +43,12 @@ template <class Function, class... Settings>
 jint pipeCall(Function function, JNIEnv* env, jint listHandle, jint index, jint endpoint, jint length,
               jint timeout, jbyteArray buffer, Settings... settings) {
     return answer([&] {
-        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
-        if (entry == nullptr) {
+        const OpenDevice device = findOpenDevice(listHandle, index);
+        if (device.record() == nullptr) {
             return kBadArgument;
         }
         PinnedBytes pinned(env, buffer);
-        return function(entry, endpoint, length, timeout, pinned.atLeast(length), settings...);
+        return function(device.record(), endpoint, length, timeout, pinned.atLeast(length), settings...);
     });
 }
 
@@ -146,8 +146,8 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbReadBulkPipeEx(JNIEnv* en
 jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbResetPipe(JNIEnv* /*env*/, jobject /*self*/,
                                                                  jint listHandle, jint index, jint endpoint) {
     return answer([&] {
-        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
-        return entry == nullptr ? kBadArgument : LibUSB_ResetPipe(entry, endpoint);
+        const OpenDevice device = findOpenDevice(listHandle, index);
+        return device.record() == nullptr ? kBadArgument : LibUSB_ResetPipe(device.record(), endpoint);
     });
 }
 
@@ -155,8 +155,9 @@ jint Java_com_talvane_orvex_comm_ORVEXCommUSBAccess_usbCancelPipeTransfer(JNIEnv
                                                                           jint listHandle, jint index,
                                                                           jint endpoint) {
     return answer([&] {
-        tagUSB_DEVICE_ACCESS_ENTRY* entry = findOpenDevice(listHandle, index);
-        return entry == nullptr ? kBadArgument : LibUSB_CancelPipeTransfer(entry, endpoint);
+        const OpenDevice device = findOpenDevice(listHandle, index);
+        return device.record() == nullptr ? kBadArgument
+                                          : LibUSB_CancelPipeTransfer(device.record(), endpoint);
     });
 }
 

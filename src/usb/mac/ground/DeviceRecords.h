@@ -121,9 +121,10 @@ struct EndpointLane {
 /// Internal state of a record. Every tagUSB_DEVICE_ACCESS_ENTRY is allocated as a DeviceRecord.
 struct DeviceRecord final : tagUSB_DEVICE_ACCESS_ENTRY {
     EndpointLane lanes[kEndpointLanes];
+    std::atomic<int32_t> users;        ///< look-ups of it in the open-device map that are still in use
     std::atomic<int32_t> activeCalls;  ///< threads inside a call on this record, except those that own a lane
     bool heldByCaller;                 ///< opened and not closed since; the open-device map may point here
-    bool closeIsDue;                   ///< a transfer did not complete in time; finishClose tries again
+    bool isRetired;                    ///< retireRecord gave up on it; endRetiredRecords tries again
 };
 
 inline DeviceRecord& privateSide(tagUSB_DEVICE_ACCESS_ENTRY& entry) {

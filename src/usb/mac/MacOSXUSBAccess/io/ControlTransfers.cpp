@@ -13,15 +13,14 @@ constexpr uint8_t kControlAddress = 0;
 
 int32_t controlTransfer(tagUSB_DEVICE_ACCESS_ENTRY* entry, int32_t timeout, uint8_t* buffer,
                         int32_t failureResult) {
-    const EndpointTurn turn(*entry, kControlAddress);
-    int32_t result = checkReady(turn.isCounted(), entry);
-    if (result != 0) {
-        return result;
+    const TransferTurn turn(*entry, kControlAddress, Offered::usbOnly);
+    if (turn.refusal() != 0) {
+        return turn.refusal();
     }
     const int32_t length = buffer == nullptr ? 0 : controlBufferBytes(buffer);
     TransferOutcome outcome{};
-    result = runTransfer(
-        turn, *entry, {kControlAddress, LIBUSB_TRANSFER_TYPE_CONTROL, timeout, buffer, length, failureResult},
+    const int32_t result = runTransfer(
+        turn, {kControlAddress, LIBUSB_TRANSFER_TYPE_CONTROL, timeout, buffer, length, failureResult},
         outcome);
     return result != 0 ? result : outcome.actualLength;
 }

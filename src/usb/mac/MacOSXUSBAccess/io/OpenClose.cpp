@@ -43,10 +43,10 @@ int32_t refusal(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return entry.isUnsupportedClass != 0 ? kUnsupportedClass : 0;
 }
 
-int32_t undoOpen(tagUSB_DEVICE_ACCESS_ENTRY& entry, int libusbResult, int32_t result) {
+/// The end of an open that has failed on the way.
+int32_t failOpen(tagUSB_DEVICE_ACCESS_ENTRY& entry, int libusbResult, int32_t result) {
     storeShared(entry.lastResult, libusbResult);
-    libusb_close(entry.hDevice);
-    entry.hDevice = nullptr;
+    endOpenState(entry);
     return result;
 }
 
@@ -62,7 +62,7 @@ int selectConfiguration(libusb_device_handle* handle) {
 int32_t openThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     // A device that is unplugged while open returns as a new device; the old handle and transfers are still
     // here.
-    if (!discardOpenState(entry)) {
+    if (!retireAndEnd(entry)) {
         storeShared(entry.lastResult, LIBUSB_ERROR_BUSY);
         return kOpenFailed;
     }
@@ -75,29 +75,27 @@ int32_t openThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     libusb_kernel_driver_active(entry.hDevice, kKernelDriverInterface);
     result = selectConfiguration(entry.hDevice);
     if (result != LIBUSB_SUCCESS) {
-        return undoOpen(entry, result, kConfigurationFailed);
+        return failOpen(entry, result, kConfigurationFailed);
     }
     result = libusb_claim_interface(entry.hDevice, entry.interfaceNumber);
     if (result != LIBUSB_SUCCESS) {
-        return undoOpen(entry, result, kClaimFailed);
+        return failOpen(entry, result, kClaimFailed);
     }
-    return createTransferRecords(entry) ? 0 : undoOpen(entry, LIBUSB_ERROR_NO_MEM, kOpenFailed);
+    return createTransferRecords(entry) ? 0 : failOpen(entry, LIBUSB_ERROR_NO_MEM, kOpenFailed);
 }
 
-/// Releases the interface and closes a record whose transfers are quiet.
-void closeThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry, int attachResult) {
-    if (entry.hDevice != nullptr) {
-        const int result = libusb_release_interface(entry.hDevice, entry.interfaceNumber);
-        if (result != LIBUSB_SUCCESS) {
-            debug_log("Failed to release endpoint %d: %d", entry.interfaceNumber, result);
-        }
-        if (attachResult != LIBUSB_SUCCESS) {
-            libusb_attach_kernel_driver(entry.hDevice, kKernelDriverInterface);
-        }
-        tlvn_libusb_close(&entry, entry.hDevice);
-        entry.hDevice = nullptr;
+/// Releases the interface of a quiet record.
+void releaseInterface(const tagUSB_DEVICE_ACCESS_ENTRY& entry, int attachResult) {
+    if (entry.hDevice == nullptr) {
+        return;
     }
-    freeTransferRecords(entry);
+    const int result = libusb_release_interface(entry.hDevice, entry.interfaceNumber);
+    if (result != LIBUSB_SUCCESS) {
+        debug_log("Failed to release endpoint %d: %d", entry.interfaceNumber, result);
+    }
+    if (attachResult != LIBUSB_SUCCESS) {
+        libusb_attach_kernel_driver(entry.hDevice, kKernelDriverInterface);
+    }
 }
 
 }  // namespace
@@ -112,7 +110,7 @@ int32_t LibUSB_OpenDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         storeShared(entry->lastResult, LIBUSB_ERROR_NO_DEVICE);
         return kOpenFailed;
     }
-    finishCloses();  // an unfinished close may hold the interface
+    endRetiredRecords();  // one of them may hold the interface
     if (entry->isHid == 1) {
         HID_CloseDevice(entry);  // a device unplugged while open is still open here
         // Deliberate: the record counts as open whatever HID_OpenDevice returns. Its reads then time out.
@@ -134,8 +132,8 @@ int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
         if (entry->isHid == 1) {
             HID_CloseDevice(entry);  // still open after a re-plug or the release of its list
         }
-        discardOpenState(*entry);
-        finishCloses();  // deletes the record if its list was released
+        retireAndEnd(*entry);
+        endRetiredRecords();  // deletes the record if its list was released
         return kNotOpen;
     }
     int attachResult = LIBUSB_SUCCESS;
@@ -152,8 +150,9 @@ int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     }
     logState("LibUSB_CloseDevice", *entry);
     // Transfers that do not complete keep their handle until a later call finds them completed.
-    if (retireTransfers(*entry)) {
-        closeThroughLibusb(*entry, attachResult);
+    if (retireRecord(*entry)) {
+        releaseInterface(*entry, attachResult);
+        endOpenState(*entry, HandleClose::logged);
     }
     return 0;
 }

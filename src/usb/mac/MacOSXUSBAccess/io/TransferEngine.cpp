@@ -38,41 +38,51 @@ void prepare(tagUSB_DEVICE_ACCESS_ENTRY& entry, EndpointLane& lane, const Transf
     transfer.callback = InternalTransferCallback;
 }
 
-int32_t failedSubmission(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request, int libusbCode) {
-    storeShared(entry.lastResult, libusbCode);
-    return request.failureResult;
-}
-
-}  // namespace
-
-int32_t checkBulkTransferReady(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
-    if (loadShared(entry->isOpen) == 0) {
+/// The readiness test. Deliberate: the log names a HID record also where it is not refused.
+int32_t refusalOf(const tagUSB_DEVICE_ACCESS_ENTRY& entry, Offered offered) {
+    if (loadShared(entry.isOpen) == 0) {
         return refuseNotOpen();
     }
-    if (entry->isHid == 1) {
+    if (entry.isHid == 1) {
         debug_log("[checkBulkTransferReady] isHid == true");
-        return kNotOffered;
+        return offered == Offered::usbAndHid ? 0 : kNotOffered;
     }
-    if (entry->callbackInfos.empty()) {
+    if (entry.callbackInfos.empty()) {
         debug_log("[checkBulkTransferReady] cbInfo map is empty");
         return kNotOpen;
     }
     return 0;
 }
 
-int32_t checkReady(bool isCounted, tagUSB_DEVICE_ACCESS_ENTRY* entry) {
-    return isCounted ? checkBulkTransferReady(entry) : refuseNotOpen();
+}  // namespace
+
+int32_t checkBulkTransferReady(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
+    return refusalOf(*entry, Offered::usbOnly);
 }
 
-int32_t runTransfer(const EndpointTurn& turn, tagUSB_DEVICE_ACCESS_ENTRY& entry,
-                    const TransferRequest& request, TransferOutcome& outcome) {
-    if (turn.lane() == nullptr || turn.lane()->record == nullptr) {
+int32_t checkReady(const ActiveCall& call, tagUSB_DEVICE_ACCESS_ENTRY* entry) {
+    return call.isCounted() ? checkBulkTransferReady(entry) : refuseNotOpen();
+}
+
+TransferTurn::TransferTurn(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address, Offered offered)
+    : entry_(entry),
+      endpoint_(entry, address),
+      refusal_(endpoint_.isCounted() ? refusalOf(entry, offered) : refuseNotOpen()) {}
+
+int32_t failedSubmission(tagUSB_DEVICE_ACCESS_ENTRY& entry, const TransferRequest& request, int libusbCode) {
+    storeShared(entry.lastResult, libusbCode);
+    return request.failureResult;
+}
+
+int32_t runTransfer(const TransferTurn& turn, const TransferRequest& request, TransferOutcome& outcome) {
+    tagUSB_DEVICE_ACCESS_ENTRY& entry = turn.entry();
+    if (turn.endpoint().lane() == nullptr || turn.endpoint().lane()->record == nullptr) {
         return kNotOpen;
     }
-    if (!turn.isAlone()) {
+    if (!turn.endpoint().isAlone()) {
         return failedSubmission(entry, request, LIBUSB_ERROR_BUSY);
     }
-    EndpointLane& lane = *turn.lane();
+    EndpointLane& lane = *turn.endpoint().lane();
     prepare(entry, lane, request);
     int result = LIBUSB_ERROR_INVALID_PARAM;
     if (isSubmittable(request)) {

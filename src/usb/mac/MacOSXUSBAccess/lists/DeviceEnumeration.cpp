@@ -130,8 +130,7 @@ void readDevice(tagUSB_DEVICE_ACCESS_ENTRY& entry, libusb_device_handle* handle,
         trace.step("LibUSB_CreateDeviceList2 19b");
         clearConfiguration(entry);
     }
-    tlvn_libusb_close(&entry, handle);
-    entry.hDevice = nullptr;
+    closeHandle(entry, HandleClose::logged);
     trace.step("LibUSB_CreateDeviceList2 20");
 }
 

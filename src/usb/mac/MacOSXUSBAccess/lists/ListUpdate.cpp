@@ -9,9 +9,7 @@
 #include "MacOSXUSBAccess/lists/ListCreation.h"
 #include "MacOSXUSBAccess/records/DeviceListChain.h"
 #include "MacOSXUSBAccess/records/DeviceReferences.h"
-#include "MacOSXUSBAccess/records/LibusbWrappers.h"
 #include "MacOSXUSBAccess/records/RecordLifetime.h"
-#include "MacOSXUSBAccess/records/TransferRecords.h"
 #include "ground/ResultCodes.h"
 #include "ground/SharedField.h"
 
@@ -95,22 +93,15 @@ void matchRecords(tagUSB_DEVICE_LIST& list, tagUSB_DEVICE_LIST& enumerated) {
     }
 }
 
-/// Closes the record, with the log line of a close, drops its counted reference and deletes it or keeps it
-/// aside. Waits for its transfers once.
+/// Closes the record, with the log line of a close, drops its counted reference and deletes it.
 void releaseRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
-    const bool quiet = retireTransfers(entry);
-    if (quiet && entry.hDevice != nullptr) {
-        tlvn_libusb_close(&entry, entry.hDevice);
-        entry.hDevice = nullptr;
+    if (retireRecord(entry)) {
+        endOpenState(entry, HandleClose::logged);
     }
     if (entry.pDevice != nullptr) {
         tlvn_libusb_unref_device(&entry, entry.pDevice);
     }
-    if (quiet) {
-        deleteDeviceRecord(entry);
-    } else {
-        keepRecordAside(entry);
-    }
+    deleteDeviceRecord(entry);
 }
 
 /// Enumerates the devices of the list into a temporary list.
@@ -143,7 +134,7 @@ int32_t LibUSB_UpdateDeviceList(uint32_t handle, uint32_t /*unused*/) {
 }
 
 int32_t LibUSB_ReleaseDeviceList(uint32_t handle) {
-    finishCloses();
+    endRetiredRecords();
     int32_t status = 0;
     tagUSB_DEVICE_LIST* list = findDeviceList(handle, status);
     while (list != nullptr && list->pFirst != nullptr) {
@@ -157,6 +148,7 @@ int32_t ReleaseInternalDeviceList2(tagUSB_DEVICE_LIST* list) {
         return kNoSuchList;
     }
     while (list->pFirst != nullptr) {
+        retireAndEnd(*list->pFirst);
         deleteDeviceRecord(*list->pFirst);
     }
     return 0;

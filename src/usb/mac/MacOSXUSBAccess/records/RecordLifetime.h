@@ -1,32 +1,54 @@
 #pragma once
 
+#include "MacOSXUSBAccess/records/LibusbWrappers.h"
 #include "ground/DeviceRecords.h"
 
-// Creation and deletion of records, on the Java callers' threads, which serialise list operations.
+// The life of a record, on the Java callers' threads, which serialise these calls. "Open state" is the handle
+// and the 32 transfer records. A HID record has none: its HIDAccess is opened and closed by itself.
+//
+//   state       isOpen  open state  device  listed  begins with
+//   closed      0       no          yes     yes     newDeviceRecord; endOpenState
+//   open        1       yes         yes     yes     LibUSB_OpenDevice
+//   replaced    0       yes         yes     yes     an update that finds the device behind a new libusb
+//   device retired     0       yes         yes     yes     retireRecord, until endOpenState cut off     0 no
+//   no      yes     cutOffRecords, at the end of the session kept aside  0       maybe       maybe   no
+//   deleteDeviceRecord, while the record is still referred to
+//
+// Four verbs lead away from open:
+//
+//   retire   no call begins any more, and those in progress end        -> retired, or given up after 3
+//   seconds end      the handle is closed, the transfers are freed             -> closed cut off  retire,
+//   end, and let go of the device                     -> cut off delete   let go of the device and free the
+//   record                  -> gone, or kept aside
 
 /// Creates the record of a present device, with the standard packet size and unused endpoints; its other
 /// fields are zero. It belongs to `list` but is not linked into it.
 tagUSB_DEVICE_ACCESS_ENTRY* newDeviceRecord(tagUSB_DEVICE_LIST& list);
 
-/// Unlinks a record, drops its reference on the device and deletes it. A record that the open-device map may
-/// point to, that a thread is using, or whose transfers have not completed is kept aside instead.
+/// Clears isOpen so that no call can begin, cancels the transfers in flight, and handles events until every
+/// callback has run and every thread has left, for at most 3 seconds. Returns true when the record is quiet.
+/// After false some transfer still belongs to libusb: the open state stays until a later call of
+/// endRetiredRecords or retireRecord finds the record quiet.
+bool retireRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+
+/// Ends the open state of a quiet record: closes the handle, then frees the transfers. The only place that
+/// does. Does nothing to a record without an open state.
+void endOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry, HandleClose close = HandleClose::silent);
+
+/// Both, for an open state that no close has ended. Returns false when retireRecord does.
+bool retireAndEnd(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+
+/// Finishes what earlier calls had to leave, without waiting: ends the open state of retired records that are
+/// quiet by now, which frees their interfaces, and deletes the records kept aside that nothing refers to.
+void endRetiredRecords();
+
+/// Cuts the records of a list, including those kept aside, off from their ending session: no call on them
+/// reaches libusb any more. Returns false when a transfer does not complete; its record stays retired.
+bool cutOffRecords(tagUSB_DEVICE_LIST& list);
+
+/// Unlinks a record and deletes it. A record that is still retired, that the open-device map may point to, or
+/// that a thread is using is kept aside instead, where a late call finds it not open. Does not wait.
 void deleteDeviceRecord(tagUSB_DEVICE_ACCESS_ENTRY& entry);
-
-/// Unlinks a closed record and keeps it outside of every list, so that a late call finds it not open.
-void keepRecordAside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
-
-/// Finishes what earlier calls had to leave, without waiting: ends the open state of closed records whose
-/// transfers have completed by now, which frees their interfaces, and deletes the records kept aside that are
-/// no longer in use.
-void finishCloses();
-
-/// Detaches a record from its ending session: frees its transfers, closes its handle and drops its reference
-/// on the device. The record stays in its list, but no call on it reaches libusb any more. Returns false when
-/// a transfer does not complete.
-bool severFromSession(tagUSB_DEVICE_ACCESS_ENTRY& entry);
-
-/// The same for the records of this list that are kept aside.
-bool severKeptAside(const tagUSB_DEVICE_LIST& list);
 
 /// Formats a text into one of a record's string fields, cut at 127 characters.
 void formatText(char (&field)[kStringBytes], const char* format, ...) __attribute__((format(printf, 2, 3)));

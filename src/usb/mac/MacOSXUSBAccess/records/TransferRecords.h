@@ -5,8 +5,7 @@
 #include "ground/DeviceRecords.h"
 #include "ground/SharedField.h"
 
-// The 32 transfer records of an open record, and their orderly end when the record is closed or released, or
-// its session ends, while transfers are running.
+// The 32 transfer records of an open record, and the threads that use them.
 
 /// Counts the calling thread as inside a call on an open record, from before it reads the record until it no
 /// longer uses its transfers and handle. On a record that is not open nothing is counted, so that repeated
@@ -36,11 +35,12 @@ class ActiveCall {
 /// Gives a transfer its endpoint address exclusively until its thread has read the outcome. The end of
 /// isPending would be too early: another transfer could overwrite the outcome and the waiter before the
 /// thread has read them. When another thread owns the address, the calling thread is counted like an
-/// ActiveCall, and its transfer must be refused.
+/// ActiveCall, and its transfer must be refused. On a HID record, too, it is only counted: HID transfers use
+/// no address.
 class EndpointTurn {
  public:
     EndpointTurn(tagUSB_DEVICE_ACCESS_ENTRY& entry, uint8_t address)
-        : lane_(laneOf(entry, address)),
+        : lane_(entry.isHid != 0 ? nullptr : laneOf(entry, address)),
           isAlone_(loadShared(entry.isOpen) != 0 && lane_ != nullptr && !lane_->inUse.exchange(true)) {
         if (!isAlone_) {
             call_.emplace(entry);
@@ -57,7 +57,7 @@ class EndpointTurn {
     bool isCounted() const { return isAlone_ || call_->isCounted(); }
     /// True when the calling thread owns the address.
     bool isAlone() const { return isAlone_; }
-    /// Null for an invalid address.
+    /// Null for an invalid address and for a HID record.
     EndpointLane* lane() const { return lane_; }
 
  private:
@@ -70,22 +70,11 @@ class EndpointTurn {
 bool someThreadIsInside(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
 /// Creates a transfer record with a libusb transfer for each endpoint address 0x00 to 0x0F and 0x80 to 0x8F.
-/// Returns false when memory runs out; what was created is freed again.
+/// Returns false when memory runs out; endOpenState frees what was created.
 bool createTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Clears isOpen so that no call can begin, cancels the transfers in flight, and handles events until every
-/// callback has run and every waiter has left, for at most 3 seconds. Returns true when the record is quiet.
-/// After false some transfer still belongs to libusb: handle and transfers stay until finishClose or
-/// discardOpenState finds them quiet.
-bool retireTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry);
+/// Cancels the transfers in flight. Returns true when there are none and no thread is inside the record.
+bool cancelTransfers(tagUSB_DEVICE_ACCESS_ENTRY& entry);
 
-/// Frees the transfer records of a quiet record.
+/// Frees the transfer records of a record without transfers in flight.
 void freeTransferRecords(tagUSB_DEVICE_ACCESS_ENTRY& entry);
-
-/// Ends an open state that no close has ended: frees the transfers and their records and closes the handle,
-/// without logging. Does nothing to a record without one. Returns false when retireTransfers does.
-bool discardOpenState(tagUSB_DEVICE_ACCESS_ENTRY& entry);
-
-/// Ends the open state that retireTransfers had to leave, if the record is quiet by now. Does not wait.
-/// Returns true when the record has no open state.
-bool finishClose(tagUSB_DEVICE_ACCESS_ENTRY& entry);

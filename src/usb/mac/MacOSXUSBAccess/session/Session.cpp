@@ -24,27 +24,21 @@ void logLibusbVersion() {
     DN_WriteStrStr("LibUSB_Initialize libusb version:", text, 1);
 }
 
-/// Detaches all records of a list, including those kept aside, from its context. Returns false when a
-/// transfer does not complete; the list then keeps the context, because the transfer's thread waits in it.
-bool severList(tagUSB_DEVICE_LIST& list) {
-    bool severed = severKeptAside(list);
-    for (tagUSB_DEVICE_ACCESS_ENTRY* entry = list.pFirst; entry != nullptr; entry = entry->pNext) {
-        severed = severFromSession(*entry) && severed;
-    }
-    if (severed) {
-        storeShared(list.pContext, nullptr);
-    }
-    return severed;
-}
-
-bool severLists(const libusb_context* context) {
-    bool severed = true;
+/// Cuts the records of the context's lists off from it. Returns false when a transfer does not complete; its
+/// list then keeps the context, because the transfer's thread waits in it.
+bool cutOffLists(const libusb_context* context) {
+    bool all = true;
     for (tagUSB_DEVICE_LIST* list = g_pDeviceList; list != nullptr; list = list->pNextList) {
-        if (list->pContext == context) {
-            severed = severList(*list) && severed;
+        if (list->pContext != context) {
+            continue;
+        }
+        if (cutOffRecords(*list)) {
+            storeShared(list->pContext, nullptr);
+        } else {
+            all = false;
         }
     }
-    return severed;
+    return all;
 }
 
 void endContext(libusb_context* context) {
@@ -52,11 +46,11 @@ void endContext(libusb_context* context) {
     releaseHotplugCallbacks(context);
     deinitHotplugUsb();
     // A context in which a transfer still runs is never ended: it leaks, but no thread uses freed memory.
-    if (severLists(context)) {
+    if (cutOffLists(context)) {
         dropCountedReferences();
         libusb_exit(context);
     }
-    finishCloses();
+    endRetiredRecords();
 }
 
 /// Starts the hotplug thread. If that fails, ends the context: there is no session without the thread.

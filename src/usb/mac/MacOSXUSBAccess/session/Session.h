@@ -13,7 +13,7 @@ struct libusb_context;
 /// Deliberate: the thread also starts when libusb fails, and idles until the next successful call.
 int32_t LibUSB_Initialize(libusb_context** context);
 
-/// Ends the hotplug watches and the hotplug thread, detaches the records of the session's lists, and ends the
+/// Ends the hotplug watches and the hotplug thread, cuts off the records of the session's lists, and ends the
 /// context. Returns 0, or -101 when `*context` is null. Does not end a context a second time.
 /// Deliberate: `*context` keeps its stale value.
 int32_t LibUSB_Release(libusb_context** context);

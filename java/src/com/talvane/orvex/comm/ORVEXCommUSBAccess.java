@@ -45,21 +45,21 @@ package com.talvane.orvex.comm;
  *
  * <p>The methods are not synchronised. The caller must see to it that
  * <ul>
- * <li>{@link #usbInitialize} and {@link #usbRelease} run alone;</li>
+ * <li>{@link #usbInitialize} runs alone, and {@link #usbRelease} beside transfers and cancels only;</li>
  * <li>calls that make, update or release a list, or open, close or reset a device, run one at a time;</li>
  * <li>calls that ask about a list or its devices (count, information, descriptors, endpoints) do not run together with
  *     those that make, update or release one, but with all others and with each other;</li>
- * <li>lists may be made and updated while transfers run; a list is not released while one runs on its devices;</li>
- * <li>while a device is opened or closed, no transfer or cancel <i>starts</i> on a device of the same list, and during
- *     the first open of a list none on any list; those on other devices that already wait go on. On a list of which no
- *     device was opened yet, none is tried;</li>
  * <li>at most one transfer at a time runs on an endpoint. Transfers on different endpoints or devices may run at the
  *     same time on different threads. All control transfers of a device, and bulk or interrupt writes to endpoint
  *     0x00, count as one endpoint;</li>
  * <li>{@link #usbCancelPipeTransfer} is the one call that is meant to be made while another thread is in a transfer
  *     on the same endpoint.</li>
  * </ul>
- * A transfer that still runs when its device is closed, its list is released or the session ends is cancelled first;
+ * Transfers and cancels may start and run while another thread opens or closes a device, makes, updates or releases a
+ * list, or ends the session. One that starts while its own device is closed, its list is released or its session ends
+ * either runs and is cancelled, or answers -109 or -114.
+ *
+ * <p>A transfer that still runs when its device is closed, its list is released or the session ends is cancelled first;
  * its thread comes back with the bytes moved so far. These calls wait for it, for up to 3 seconds on each device; when
  * it has not come back by then, the device stays claimed (see {@link #usbCloseDevice}).
  *
@@ -166,7 +166,7 @@ public class ORVEXCommUSBAccess {
      * Ends the session. Close all devices and release all lists first: records that are left over stay countable, but
      * opening them answers -107 and transfers on them answer -109 from then on.
      *
-     * <p>Threads: not while any other method runs. Takes up to about a second, until the listening thread has ended,
+     * <p>Threads: beside transfers and cancels only. Takes up to about a second, until the listening thread has ended,
      * and up to 3 seconds more for each device with a transfer that does not come back.
      *
      * @param sessionId the id from {@link #usbInitialize}
@@ -261,8 +261,8 @@ public class ORVEXCommUSBAccess {
      * Empties a list and frees its records. Close its open devices first. The handle stays known: the list counts 0
      * devices, and may be released again.
      *
-     * <p>Threads: not together with other session, list, open or close calls, nor with transfers on its devices. Takes
-     * up to 3 seconds for each device with a transfer that does not come back.
+     * <p>Threads: not together with other session, list, open or close calls. Takes up to 3 seconds for each device
+     * with a transfer that does not come back.
      *
      * @param listHandle the list
      * @return 0; -103 when no list has this handle; -104 when there are no lists at all
@@ -334,8 +334,7 @@ public class ORVEXCommUSBAccess {
      * Input Monitoring.)
      * One that was pulled while open and is back is closed first and then opened anew.
      *
-     * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see
-     * "Threads" above).
+     * <p>Threads: not together with other session, list, open or close calls.
      *
      * @param listHandle the list
      * @param index      the device's position in the list
@@ -358,8 +357,7 @@ public class ORVEXCommUSBAccess {
      * device whose waits (see "HID devices") were in vain is left open for good rather than taken from a thread; the
      * answer is 0 all the same.
      *
-     * <p>Threads: not together with other session, list, open or close calls, nor with the start of a transfer (see
-     * "Threads" above).
+     * <p>Threads: not together with other session, list, open or close calls.
      *
      * @param listHandle the list
      * @param index      the device's position in the list
@@ -395,7 +393,7 @@ public class ORVEXCommUSBAccess {
     /**
      * Not offered: a pipe cannot be reset on its own.
      *
-     * <p>Threads: not together with open or close calls.
+     * <p>Threads: any.
      *
      * @param listHandle the list
      * @param index      the device's position in the list
@@ -409,7 +407,7 @@ public class ORVEXCommUSBAccess {
      * thread comes back soon, with the number of bytes moved so far. Of {@link #usbWriteInterruptPipeEx} it cancels one
      * packet: that counts as sent, and the next one goes out.
      *
-     * <p>Threads: any, but not together with open or close calls.
+     * <p>Threads: any.
      *
      * @param listHandle the list
      * @param index      the device's position in the list

@@ -8,8 +8,8 @@ import java.util.function.BooleanSupplier;
 import java.util.function.IntSupplier;
 
 /**
- * Keeps the start of transfers apart from opens, closes and resets: the raw library looks a device up when a transfer
- * starts, in a map that those change.
+ * Keeps the start of transfers apart from opens, closes and resets, which is stricter than the raw library asks for. A
+ * raw transfer starts when it looks its device up, in a map that opens and closes change.
  *
  * <p>From outside nobody sees when a raw transfer has made that look-up, except in two ways: it has come back, or a
  * cancel has found it under way. So whoever wants to be alone shuts the gate, gives short transfers the time to end,
