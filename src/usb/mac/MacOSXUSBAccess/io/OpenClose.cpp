@@ -84,11 +84,8 @@ int32_t openThroughLibusb(tagUSB_DEVICE_ACCESS_ENTRY& entry) {
     return createTransferRecords(entry) ? 0 : failOpen(entry, LIBUSB_ERROR_NO_MEM, kOpenFailed);
 }
 
-/// Releases the interface of a quiet record.
+/// Releases the interface of a quiet record with a handle.
 void releaseInterface(const tagUSB_DEVICE_ACCESS_ENTRY& entry, int attachResult) {
-    if (entry.hDevice == nullptr) {
-        return;
-    }
     const int result = libusb_release_interface(entry.hDevice, entry.interfaceNumber);
     if (result != LIBUSB_SUCCESS) {
         debug_log("Failed to release endpoint %d: %d", entry.interfaceNumber, result);
@@ -151,7 +148,9 @@ int32_t LibUSB_CloseDevice(tagUSB_DEVICE_ACCESS_ENTRY* entry) {
     logState("LibUSB_CloseDevice", *entry);
     // Transfers that do not complete keep their handle until a later call finds them completed.
     if (retireRecord(*entry)) {
-        releaseInterface(*entry, attachResult);
+        if (entry->hDevice != nullptr) {
+            releaseInterface(*entry, attachResult);
+        }
         endOpenState(*entry, HandleClose::logged);
     }
     return 0;
