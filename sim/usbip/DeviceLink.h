@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 
+#include "SocketWriter.h"
 #include "UrbMessages.h"
 
 namespace simbus::usbip {
@@ -22,8 +23,8 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
     DeviceLink& operator=(const DeviceLink&) = delete;
 
     // Reads and handles requests on the calling thread until the other end or hangUp() closes the link, or a
-    // request is invalid; then cancels the waiting transfers. Answers are sent on whichever thread completes
-    // a transfer.
+    // request is invalid; then cancels the waiting transfers. Answers never make the bus wait: those that the
+    // other end is slow to read are kept, and it is hung up on when they are more than any kernel lets wait.
     void serve();
 
     // Closes the link to the kernel, which sees an unplug. Callable from any thread.
@@ -37,10 +38,12 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
         std::uint32_t unlinkedBy = 0;  // number of the unlink request; 0 for none
     };
 
+    void serveRequests();
     bool readRequest(Request& request, Bytes& data);
     bool submit(const Request& request, Bytes data);
     bool noteAsWaiting(std::uint32_t number, const std::shared_ptr<Urb>& urb);
-    void unlink(const Request& request);
+    bool unlink(const Request& request);
+    bool hasRoomFor(std::size_t bytes) const;
     void completed(std::uint32_t number);
     void takeBackAll();
     void send(const Header& header, const std::uint8_t* data, std::size_t length);
@@ -52,6 +55,7 @@ class DeviceLink : public std::enable_shared_from_this<DeviceLink> {
     std::mutex mutex_;
     std::map<std::uint32_t, std::shared_ptr<Urb>> waiting_;
     std::size_t waitingBytes_ = 0;  // the memory that they use
+    SocketWriter writer_;
 };
 
 }  // namespace simbus::usbip

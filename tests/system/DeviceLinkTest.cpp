@@ -1,10 +1,13 @@
 // The kernel front's side of one device, with this test in the place of the kernel.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,7 +25,10 @@ constexpr char scenario[] = R"({"devices": [{
         {"address": "0x01", "type": "bulk", "maxPacketSize": 64, "behaviour": "echo"},
         {"address": "0x81", "type": "bulk", "maxPacketSize": 64, "behaviour": "echo"},
         {"address": "0x82", "type": "bulk", "maxPacketSize": 64, "behaviour": "stall"},
-        {"address": "0x83", "type": "bulk", "maxPacketSize": 64, "behaviour": "silent", "limit": 5}]}]}]})";
+        {"address": "0x83", "type": "bulk", "maxPacketSize": 64, "behaviour": "silent", "limit": 5},
+        {"address": "0x84", "type": "bulk", "maxPacketSize": 64, "behaviour": "source"}]}]},
+    {"id": "other", "plugged": true, "vendorId": "0x6A5C", "productId": "0x1002",
+     "interfaces": [{"number": 0, "endpoints": []}]}]})";
 
 using usbiptest::kHeaderBytes;
 using usbiptest::kSubmitAnswer;
@@ -255,6 +261,47 @@ TEST_F(DeviceLinkTest, WhatWaitsHasABound) {
     submitIn(1, 1, most);
     submitIn(2, 1, most);
     awaitEnd();
+}
+
+// More than any socket holds.
+constexpr std::uint32_t kLongAnswer = 8U << 20U;
+
+TEST_F(DeviceLinkTest, AClientThatDoesNotReadHoldsUpNobodyElse) {
+    submitIn(1, 4, kLongAnswer);
+    receive(kHeaderBytes);  // the answer is being sent
+    // Returns when the fronts know of it, which the same thread tells them that completes transfers.
+    auto unplugged = std::async(std::launch::async, [] { Bus::instance().unplug("other"); });
+    const bool inTime = unplugged.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    EXPECT_TRUE(inTime);
+    if (!inTime) {
+        link_->hangUp();
+    }
+}
+
+TEST_F(DeviceLinkTest, AnswersThatWaitToBeReadArriveWhole) {
+    submitIn(1, 4, kLongAnswer);
+    submitIn(2, 4, kLongAnswer);
+    Answer first = answer();
+    EXPECT_EQ(first.number, 1U);
+    EXPECT_EQ(first.data.size(), kLongAnswer);
+    const Answer second = answer();
+    EXPECT_EQ(second.number, 2U);
+    EXPECT_EQ(second.data.size(), kLongAnswer);
+    EXPECT_EQ(second.data[1], static_cast<std::uint8_t>(second.data[0] + 1));
+    passOver(3);
+}
+
+TEST_F(DeviceLinkTest, AClientThatAsksForMoreAndDoesNotReadIsDropped) {
+    constexpr std::uint32_t count = 20;  // their answers are more than the bound on what waits
+    for (std::uint32_t number = 1; number <= count; ++number) {
+        submitIn(number, 4, kLongAnswer);
+    }
+    pollfd ended{kernel_, 0, 0};
+    const int dropped = poll(&ended, 1, 20000);
+    EXPECT_EQ(dropped, 1) << "the link ends";
+    if (dropped != 1) {
+        link_->hangUp();
+    }
 }
 
 TEST_F(DeviceLinkTest, NonsenseEndsTheLink) {
