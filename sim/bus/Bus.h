@@ -122,77 +122,90 @@ class SIMBUS_API CallPoint {
 class SIMBUS_API Bus {
  public:
     // The one bus of the process. It is created when the library is loaded, reads the scenario file named by
-    // SIMBUS_SCENARIO and creates a control socket at SIMBUS_SOCKET. Its threads stop and the socket is
-    // removed at process exit.
-    // Both variables are ignored in programs that have more rights than their user.
+    // SIMBUS_SCENARIO and creates a control socket at SIMBUS_SOCKET. If SIMBUS_BUS names the control socket
+    // of another process, the devices are those of the bus there, and SIMBUS_SCENARIO is ignored. The threads
+    // of the bus stop and the socket is removed at process exit. The variables are ignored in programs that
+    // have more rights than their user.
     static Bus& instance();
 
-    // Whether the control socket named in the environment could be created.
+    // Whether there is a control socket, of the environment or of openControlSocket().
     bool hasControlSocket() const;
-    // Whether the environment names a scenario that could not be loaded and no other has been loaded since.
-    bool lacksScenario() const;
+    // Creates a control socket, if there is none yet. On failure returns false and writes the reason to
+    // standard error.
+    bool openControlSocket(const std::string& path);
+    // Whether the environment names a scenario that could not be loaded and no other has been loaded since,
+    // or a bus that does not answer.
+    virtual bool lacksScenario() const;
 
     // Control. These throw std::runtime_error with a readable text when the request does not apply (no such
     // device, already plugged in, ...).
 
     // Replaces everything on the bus with the devices of a scenario (JSON text).
-    void loadScenario(const std::string& json);
-    void plug(const std::string& id);
-    void unplug(const std::string& id);
+    virtual void loadScenario(const std::string& json);
+    virtual void plug(const std::string& id);
+    virtual void unplug(const std::string& id);
     // Returns to the loaded scenario and clears faults, hooks, calls, violations and records.
-    void reset();
+    virtual void reset();
 
     // Queues bytes to be read from an IN endpoint; they are cut into packets when they are read.
-    void feed(const std::string& id, std::uint8_t endpoint, const Bytes& data);
+    virtual void feed(const std::string& id, std::uint8_t endpoint, const Bytes& data);
     // What the OUT endpoint has received since the plug, one entry per transfer. Only the latest megabytes
     // are kept.
-    std::vector<Bytes> received(const std::string& id, std::uint8_t endpoint);
-    void clearReceived(const std::string& id, std::uint8_t endpoint);
+    virtual std::vector<Bytes> received(const std::string& id, std::uint8_t endpoint);
+    virtual void clearReceived(const std::string& id, std::uint8_t endpoint);
     // The number of transfers that are waiting on the endpoint.
-    std::size_t pending(const std::string& id, std::uint8_t endpoint);
+    virtual std::size_t pending(const std::string& id, std::uint8_t endpoint);
 
     // Executes one request of the control protocol: a JSON object in, one out, both without line end. Never
     // throws.
-    std::string command(const std::string& jsonLine);
+    virtual std::string command(const std::string& jsonLine);
 
     // Host side, for fronts.
 
     // The devices that are plugged in, oldest connection first.
-    std::vector<DeviceInfoPtr> devices();
+    virtual std::vector<DeviceInfoPtr> devices();
 
     // Calls `subscriber` for every device that is plugged in (true) or unplugged (false) from now on. plug()
     // and unplug() return after that call, unless they are called from inside a completion or subscriber.
     // After unsubscribe() the subscriber may run once more on another thread.
     using Subscriber = std::function<void(const DeviceInfoPtr&, bool arrived)>;
-    int subscribe(Subscriber subscriber);
-    void unsubscribe(int subscription);
+    virtual int subscribe(Subscriber subscriber);
+    virtual void unsubscribe(int subscription);
 
     // Submits a transfer to the device. If it is accepted, transfer.done is called once, possibly before this
     // returns. The caller must not hold a lock that its `done` takes.
-    Submitted submit(ConnectionId connection, Transfer& transfer);
+    virtual Submitted submit(ConnectionId connection, Transfer& transfer);
     // Ends a waiting transfer: done is called with `cancelled`. Returns false when it was not waiting (any
     // more).
-    bool cancel(Transfer& transfer);
+    virtual bool cancel(Transfer& transfer);
 
     // Requests that a host's driver makes on behalf of a program. Each returns completed, stall (no such
     // configuration, interface or setting) or noDevice. Transfers on endpoints that are removed are
     // cancelled.
-    Status setConfiguration(ConnectionId connection, std::uint8_t value);  // 0 unconfigures
-    Status setAlternate(ConnectionId connection, std::uint8_t interfaceNumber, std::uint8_t alternate);
-    Status clearHalt(ConnectionId connection, std::uint8_t endpoint);
+    virtual Status setConfiguration(ConnectionId connection, std::uint8_t value);  // 0 unconfigures
+    virtual Status setAlternate(ConnectionId connection, std::uint8_t interfaceNumber,
+                                std::uint8_t alternate);
+    virtual Status clearHalt(ConnectionId connection, std::uint8_t endpoint);
     // Cancels all waiting transfers, empties all queues and clears all halts; keeps the configuration and
     // alternate settings.
-    Status resetDevice(ConnectionId connection);
+    virtual Status resetDevice(ConnectionId connection);
 
     // The active configuration, setting or endpoint; empty when there is no such device, configuration or
     // interface.
-    std::optional<std::uint8_t> configuration(ConnectionId connection);  // 0 when unconfigured
-    std::optional<std::uint8_t> alternate(ConnectionId connection, std::uint8_t interfaceNumber);
+    virtual std::optional<std::uint8_t> configuration(ConnectionId connection);  // 0 when unconfigured
+    virtual std::optional<std::uint8_t> alternate(ConnectionId connection, std::uint8_t interfaceNumber);
     // An endpoint of the active settings.
-    std::optional<ActiveEndpoint> activeEndpoint(ConnectionId connection, std::uint8_t endpoint);
+    virtual std::optional<ActiveEndpoint> activeEndpoint(ConnectionId connection, std::uint8_t endpoint);
 
-    // A front to a real kernel cannot count, fail or check calls; the control protocol then reports that.
-    enum class Front { memory, kernel };
+    // Reserves an interface for one owner: a process with this bus (null: the one that it is in). Returns
+    // false when another owner has it.
+    virtual bool claim(ConnectionId connection, std::uint8_t interfaceNumber, const void* owner = nullptr);
+    virtual void release(ConnectionId connection, std::uint8_t interfaceNumber, const void* owner = nullptr);
+    void releaseAll(const void* owner);
+
+    // Only in memory can calls be counted, failed and checked: a kernel's are not seen here, and those of the
+    // processes that share this bus are counted there. The control protocol reports that.
+    enum class Front { memory, kernel, shared };
     void setFront(Front front);
 
     // Calls of the program under test, for fronts in memory and for tests.
@@ -219,12 +232,16 @@ class SIMBUS_API Bus {
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
 
+ protected:
+    Bus();
+    virtual ~Bus() = default;
+    virtual void stop();
+
  private:
     friend struct BusEnd;
     friend class ControlProtocol;
     struct Parts;
-    Bus();
-    void stop();
+    static Bus* create();
     template <class Action>
     Status onDevice(ConnectionId connection, Action action);
 

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Agenda.h"
@@ -33,6 +35,7 @@ struct Bus::Parts {
     ConnectionId lastConnection = 0;
     std::map<std::uint8_t, std::uint8_t> lastAddress;  // by bus number
     Front front = Front::memory;
+    std::map<std::pair<ConnectionId, std::uint8_t>, const void*> claims;  // owner by connection and interface
 
     Worker timer;  // completes delayed transfers; started with the first of them
     bool stopping = false;

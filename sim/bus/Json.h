@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -37,6 +38,11 @@ template <class T>
 T numberOf(const Json& object, const char* key, T fallback) {
     return optionalNumber<T>(object, key).value_or(fallback);
 }
+
+// As one line, without its end. Bytes that are not UTF-8 are replaced.
+std::string lineOf(const Json& json);
+// The answer to a request of the control protocol: what `act` returns, or the text that it throws.
+std::string answered(const std::function<Json()>& act);
 
 Bytes bytesOf(const Json& object, const char* key);  // from a hex string; empty when absent
 std::string hexOf(const Bytes& bytes);               // upper case, without spaces

@@ -1,4 +1,5 @@
 // The control socket, used by clients in the same process.
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -31,6 +32,10 @@ class Client {
     void send(const std::string& text) {
         EXPECT_EQ(::send(fd_, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
     }
+    void waitUntilDropped() const {
+        pollfd ended{fd_, 0, 0};
+        EXPECT_EQ(poll(&ended, 1, 30000), 1);
+    }
     void endSending() { shutdown(fd_, SHUT_WR); }
 
     // Reads one line without its end; empty when the other side has closed.
@@ -54,11 +59,16 @@ class Client {
     std::string got_;
 };
 
+// Every client is answered in the same way.
+simbus::ControlSocket::Greet always(simbus::ControlSocket::Answer answer) {
+    return [answer = std::move(answer)](const simbus::ControlSocket::Tell& /*tell*/) { return answer; };
+}
+
 class ControlSocketTest : public testing::Test {
  protected:
     void SetUp() override {
         path = testing::TempDir() + "simbus-test-" + std::to_string(getpid());
-        ASSERT_TRUE(socket.open(path, [](const std::string& line) { return "<" + line + ">"; }));
+        ASSERT_TRUE(socket.open(path, always([](const std::string& line) { return "<" + line + ">"; })));
     }
     void TearDown() override { socket.close(); }
 
@@ -126,6 +136,48 @@ TEST_F(ControlSocketTest, AClientThatLeavesIsForgotten) {
     EXPECT_EQ(client.line(), "<still there>");
 }
 
+TEST_F(ControlSocketTest, AClientIsToldWhatItHasNotAskedFor) {
+    const std::string talking = path + "-talking";
+    std::promise<simbus::ControlSocket::Tell> greeted;
+    std::promise<void> left;
+    simbus::ControlSocket other;
+    ASSERT_TRUE(other.open(talking, [&](const simbus::ControlSocket::Tell& tell) {
+        greeted.set_value(tell);
+        const std::shared_ptr<void> end(nullptr, [&left](void*) { left.set_value(); });
+        return [end](const std::string& line) { return line; };
+    }));
+    simbus::ControlSocket::Tell tell;
+    {
+        Client client(talking);
+        tell = greeted.get_future().get();
+        tell("news");
+        EXPECT_EQ(client.line(), "news");
+        client.send("question\n");
+        EXPECT_EQ(client.line(), "question");
+    }
+    EXPECT_EQ(left.get_future().wait_for(deadline), std::future_status::ready) << "its end is noticed";
+    tell("too late");
+    other.close();
+}
+
+TEST_F(ControlSocketTest, AClientThatDoesNotReadIsDroppedAndHoldsUpNobody) {
+    const std::string large(64U << 20U, 'x');
+    const std::string talking = path + "-unread";
+    std::promise<simbus::ControlSocket::Tell> greeted;
+    simbus::ControlSocket other;
+    ASSERT_TRUE(other.open(talking, [&](const simbus::ControlSocket::Tell& tell) {
+        greeted.set_value(tell);
+        return [](const std::string& line) { return line; };
+    }));
+    Client client(talking);
+    const simbus::ControlSocket::Tell tell = greeted.get_future().get();
+    for (int i = 0; i < 7; ++i) {
+        tell(large);
+    }
+    client.waitUntilDropped();
+    other.close();
+}
+
 TEST_F(ControlSocketTest, TheFileGoesInTheEnd) {
     socket.close();
     EXPECT_FALSE(exists(path));
@@ -136,7 +188,7 @@ TEST_F(ControlSocketTest, ASocketThatNobodyAnswersOnIsReplaced) {
     const int left = boundTo(old);
     ::close(left);
     simbus::ControlSocket newer;
-    ASSERT_TRUE(newer.open(old, [](const std::string&) { return "newer"; }));
+    ASSERT_TRUE(newer.open(old, always([](const std::string&) { return "newer"; })));
     {
         Client client(old);
         client.send("x\n");
