@@ -1,8 +1,8 @@
 // simbus: runs programs on a simulated bus.
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 
@@ -16,7 +16,7 @@ constexpr int kWrongArguments = 2;
 
 constexpr char kUsage[] =
     "usage: simbus run SCENARIO [-- PROGRAM [ARGUMENT...]]\n"
-    "       simbus control REQUEST...\n"
+    "       simbus control OPERATION [KEY=VALUE...]\n"
     "\n"
     "run      Runs a program that uses libusb or hidapi with the simulated devices of a scenario file.\n"
     "         Everything that the program starts is on the same bus, until the program ends: what one "
@@ -25,17 +25,17 @@ constexpr char kUsage[] =
     "\n"
     "             simbus run demo.json -- orvex-usb list --all\n"
     "             simbus run demo.json -- sh -c 'orvex-usb write --serial ECHO0001 --data 0102 &&\n"
-    "                                            orvex-usb read --serial ECHO0001 --length 2'\n"
+    "                                            orvex-usb read --serial ECHO0001'\n"
     "\n"
     "         The exit status is the program's: 127 when there is no such program, 128 + N when signal N "
     "ended it;\n"
     "         and 1 when there can be no bus.\n"
     "\n"
-    "control  Inside of `simbus run`: sends each request, JSON text, to the bus and prints its answer; a "
-    "request that\n"
-    "         is refused ends it with status 1.\n"
+    "control  Inside of `simbus run`: asks the bus to plug, unplug or change devices, and prints its answer. "
+    "A value\n"
+    "         that begins with a brace is JSON. The status is 1 when the bus refuses.\n"
     "\n"
-    "             simbus control '{\"op\":\"unplug\",\"device\":\"echo\"}'\n"
+    "             simbus control unplug device=echo1\n"
     "\n"
     "SIMBUS_SOCKET, if it is set, is where `simbus run` makes the bus's control socket, for programs "
     "outside.\n";
@@ -59,22 +59,34 @@ int run(int count, char** words) {
     return simbus::command::run(words[0], program);
 }
 
-int control(int count, char** requests) {
+// The request that the words `OPERATION KEY=VALUE...` stand for.
+nlohmann::json requestOf(int count, char** words) {
+    nlohmann::json request = {{"op", words[0]}};
+    for (int i = 1; i < count; ++i) {
+        const std::string word = words[i];
+        const std::size_t sign = word.find('=');
+        if (sign == std::string::npos) {
+            refuseArguments();
+        }
+        const std::string value = word.substr(sign + 1);
+        const bool isJson = value[0] == '{' || value == "true" || value == "false";
+        request[word.substr(0, sign)] = isJson ? nlohmann::json::parse(value) : nlohmann::json(value);
+    }
+    return request;
+}
+
+int control(int count, char** words) {
     if (count < 1) {
         refuseArguments();
     }
+    const nlohmann::json request = requestOf(count, words);
     if (std::getenv("SIMBUS_BUS") == nullptr) {
         throw std::runtime_error(
-            "there is no bus to control: SIMBUS_BUS is not set, as inside of `simbus run`");
+            "there is no bus to control: SIMBUS_BUS is not set, as it is inside of `simbus run`");
     }
-    for (int i = 0; i < count; ++i) {
-        const std::string answer = simbus::Bus::instance().command(requests[i]);
-        std::cout << answer << std::endl;
-        if (answer.find("\"ok\":true") == std::string::npos) {
-            return kFailed;
-        }
-    }
-    return 0;
+    const std::string answer = simbus::Bus::instance().command(request.dump());
+    std::cout << answer << std::endl;
+    return nlohmann::json::parse(answer).value("ok", false) ? 0 : kFailed;
 }
 
 }  // namespace
