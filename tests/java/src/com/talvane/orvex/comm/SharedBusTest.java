@@ -79,6 +79,37 @@ class SharedBusTest {
         assertEquals(List.of("present", "left", "arrived"), events);
     }
 
+    /** What watch writes to a terminal while a device leaves and comes back, without the times. */
+    private List<String> watchedOnATerminal(String colours) throws Exception {
+        String log = folder.resolve("terminal" + colours).toString();
+        ChildVm.Outcome run = onOneBus("export TERM=xterm NO_COLOR=" + colours,
+                "script -qefc \"$tool watch --count 2 --seconds 60\" " + log + " > " + folder + "/out & watch=$!",
+                "until grep -qs Watching " + log + "; do sleep 0.05; done", "$simbus control unplug device=echo1",
+                "until grep -qs left " + log + "; do sleep 0.05; done", "$simbus control plug device=echo1",
+                "wait $watch");
+        assertEquals(0, run.status(), run.toString());
+        return Files.readAllLines(folder.resolve("out")).stream()
+                .map(line -> line.replaceAll("\\d\\d:\\d\\d:\\d\\d\\.\\d{3}", "TIME")).toList();
+    }
+
+    @Test
+    void onATerminalWatchHasAHeadingColumnsAndColours() throws Exception {
+        String arrived = "TIME  \u001B[32marrived\u001B[0m      2  6A5C:1001  ECHO0001          Echo Tool";
+        List<String> lines = watchedOnATerminal("");
+        assertEquals(List.of(
+                "The USB bus is simulated by simbus run.",
+                "TIME          EVENT    INDEX  ID         SERIAL            PRODUCT",
+                "TIME  present      0  6A5D:2001  COMP0001          Composite Tool",
+                "TIME  present      1  6A5C:1001  ECHO0002          Echo Tool",
+                "TIME  present      2  6A5C:1001  ECHO0001          Echo Tool",
+                "TIME  present      3  6A5C:3001  HID00001          HID Tool",
+                "TIME  present      4  6A5D:2001  COMP0001_01       Data Port",
+                "Present: 5. Watching; Ctrl-C ends it.",
+                arrived.replace("32marrived", "31mleft   "), arrived), lines);
+        assertEquals(lines.stream().map(line -> line.replaceAll("\u001B\\[\\d+m", "")).toList(),
+                watchedOnATerminal("1"), "without colours where the user wants none");
+    }
+
     @Test
     void whenTheBusIsKilledItsDevicesHaveLeft() throws Exception {
         ChildVm.Outcome run = simbus("run", RELEASE + "/sim/demo.json", "--", "sh", "-c", String.join("\n",
