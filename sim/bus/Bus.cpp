@@ -21,8 +21,8 @@ using Lock = std::unique_lock<std::mutex>;
 
 namespace {
 
-// Returns null when the variable is unset, and in a program that has more rights than its user: the user must
-// not control it.
+/// Returns null when the variable is unset, and in a program that has more rights than its user: the user
+/// must not control it.
 const char* fromEnvironment(const char* name) {
 #ifdef __GLIBC__
     const char* value = secure_getenv(name);
@@ -32,7 +32,7 @@ const char* fromEnvironment(const char* name) {
     return value == nullptr || *value == '\0' ? nullptr : value;
 }
 
-// Returns false when there is a scenario that cannot be loaded, and writes the reason to standard error.
+/// Returns false when there is a scenario that cannot be loaded, and writes the reason to standard error.
 bool loadFromEnvironment(Bus& bus) {
     const char* path = fromEnvironment("SIMBUS_SCENARIO");
     if (path == nullptr) {
@@ -53,8 +53,8 @@ bool loadFromEnvironment(Bus& bus) {
 
 }  // namespace
 
-// Stops the threads when the process ends or the library is unloaded. Their data stays, because threads of
-// the program may still be calling.
+/// Stops the threads when the process ends or the library is unloaded. Their data stays, because threads of
+/// the program may still be calling.
 struct BusEnd {
     ~BusEnd() { Bus::instance().stop(); }
 };

@@ -51,7 +51,7 @@ Json describe(const BusDevice& device) {
 
 }  // namespace
 
-// Answers one request. An exception becomes an answer with "ok":false.
+/// Answers one request. An exception becomes an answer with "ok":false.
 class ControlProtocol {
  public:
     ControlProtocol(Bus& bus, Bus::Parts& parts) : bus_(bus), parts_(parts) {}

@@ -17,9 +17,9 @@ namespace simbus {
 
 namespace {
 
-constexpr std::size_t longestLine = 160U << 20U;  // longer ones are not of this protocol
-constexpr std::size_t mostUnsent = 2 * longestLine;
-constexpr std::size_t bytesAtOnce = 64U << 10U;
+constexpr std::size_t kLongestLine = 160U << 20U;  // longer ones are not of this protocol
+constexpr std::size_t kMostUnsent = 2 * kLongestLine;
+constexpr std::size_t kBytesAtOnce = 64U << 10U;
 constexpr char kStop = 's';
 constexpr char kSend = 'w';
 
@@ -28,7 +28,7 @@ void prepare(int fd) {
     fcntl(fd, F_SETFL, O_NONBLOCK);
 }
 
-// Removes a socket that nobody answers on. Returns false, with errno set, when the path is taken.
+/// Removes a socket that nobody answers on. Returns false, with errno set, when the path is taken.
 bool makeRoom(const sockaddr_un& address) {
     struct stat found {};
     if (lstat(address.sun_path, &found) != 0) {
@@ -46,7 +46,7 @@ bool makeRoom(const sockaddr_un& address) {
     return left && unlink(address.sun_path) == 0;
 }
 
-// Nobody can connect before listen(), so setting the permissions before it is early enough.
+/// Nobody can connect before listen(), so setting the permissions before it is early enough.
 bool listenOn(int fd, const sockaddr_un& address) {
     return makeRoom(address) && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
            chmod(address.sun_path, S_IRUSR | S_IWUSR) == 0 && listen(fd, 16) == 0;
@@ -81,7 +81,7 @@ void ControlSocket::Outbox::add(const std::string& line) {
     }
     const bool sleeps = text_.empty();
     text_.append(line).push_back('\n');
-    tooMuch_ = text_.size() > mostUnsent;
+    tooMuch_ = text_.size() > kMostUnsent;
     // When the pipe is full, serve() is awake.
     if ((sleeps || tooMuch_) && ::write(wakePipe_, &kSend, 1) != 1 && !mustWait()) {
         std::perror("simbus: control socket");
@@ -164,7 +164,7 @@ void ControlSocket::serve() {
     ::close(listener_);
 }
 
-// Returns true when serve() has to end.
+/// Returns true when serve() has to end.
 bool ControlSocket::readWakePipe() const {
     char bytes[64];
     const ssize_t got = ::read(wake_[0], bytes, sizeof bytes);
@@ -189,7 +189,7 @@ void ControlSocket::accept() {
 }
 
 void ControlSocket::read(Client& client) {
-    char buffer[bytesAtOnce];
+    char buffer[kBytesAtOnce];
     const ssize_t got = client.ended ? 0 : recv(client.fd, buffer, sizeof buffer, 0);
     if (got < 0) {
         client.broken = !mustWait();
@@ -204,7 +204,7 @@ void ControlSocket::read(Client& client) {
         start = searched = end + 1;
     }
     client.in.erase(0, start);
-    client.broken = client.in.size() > longestLine;
+    client.broken = client.in.size() > kLongestLine;
 }
 
 }  // namespace simbus

@@ -10,11 +10,11 @@ namespace simbus {
 Json toJson(const DeviceInfo& device);
 DeviceInfo deviceFrom(const Json& json);
 
-// As eight bytes, in USB's own order.
+/// As eight bytes, in USB's own order.
 Bytes toBytes(const Setup& setup);
 Setup setupFrom(const Bytes& bytes);
 
-// Whether the data stage of a transfer goes to the host.
+/// Whether the data stage of a transfer goes to the host.
 bool isIn(const Transfer& transfer);
 
 std::string nameOf(Status status);

@@ -18,11 +18,11 @@ class HostSession : public std::enable_shared_from_this<HostSession> {
  public:
     HostSession(Bus& bus, ControlSocket::Tell tell) : bus_(bus), tell_(std::move(tell)) {}
 
-    // Executes one request; as Bus::command(), which executes those that are not a host's. On the thread of
-    // the control socket.
+    /// Executes one request; as Bus::command(), which executes those that are not a host's. On the thread of
+    /// the control socket.
     std::string answer(const std::string& line);
 
-    // The client is gone: ends what it has begun and not ended. No other function is called after this one.
+    /// The client is gone: ends what it has begun and not ended. No other function is called after this one.
     void end();
 
  private:
@@ -53,7 +53,7 @@ class HostSession : public std::enable_shared_from_this<HostSession> {
     const ControlSocket::Tell tell_;
     int subscription_ = 0;
     std::mutex mutex_;
-    std::map<std::uint64_t, std::shared_ptr<Waiting>> waiting_;  // by the client's number
+    std::map<std::uint64_t, std::shared_ptr<Waiting>> waiting_;  ///< by the client's number
 };
 
 }  // namespace simbus

@@ -15,17 +15,17 @@ constexpr int kSendFlags = MSG_NOSIGNAL;
 constexpr int kSendFlags = 0;
 #endif
 
-// A socket that programs started by this one do not get, and that raises no signal; -1, with errno set, when
-// there is none.
+/// A socket that programs started by this one do not get, and that raises no signal; -1, with errno set, when
+/// there is none.
 int newLocalSocket();
 
-// Returns false, with errno set, when the path is too long.
+/// Returns false, with errno set, when the path is too long.
 bool setPath(sockaddr_un& address, const std::string& path);
 
-// Returns a socket whose reads and writes wait; -1, with errno set, when nobody listens at the path.
+/// Returns a socket whose reads and writes wait; -1, with errno set, when nobody listens at the path.
 int connectTo(const std::string& path);
 
-// Returns false when the other side is gone.
+/// Returns false when the other side is gone.
 bool sendAll(int socket, const std::string& text);
 
 }  // namespace simbus

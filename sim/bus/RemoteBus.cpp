@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t kBytesAtOnce = 64U << 10U;
 
-// A transfer is named by its address, which no other waiting transfer has.
+/// A transfer is named by its address, which no other waiting transfer has.
 std::uint64_t numberOf(const Transfer& transfer) {
     return reinterpret_cast<std::uintptr_t>(&transfer);
 }
@@ -47,7 +47,7 @@ Json operationOf(const std::string& jsonLine) {
     return request.is_object() ? valueOf(request, "op") : Json();
 }
 
-// The other process has no calls of this one to count or fail.
+/// The other process has no calls of this one to count or fail.
 bool isAboutCalls(const Json& operation) {
     static const std::set<Json> operations = {"ping",       "fault",      "clearFaults",    "calls",
                                               "clearCalls", "violations", "clearViolations"};
@@ -110,7 +110,7 @@ Json RemoteBus::ask(const Json& request) {
     return answer;
 }
 
-// What the change has caused was sent before the answer.
+/// What the change has caused was sent before the answer.
 Json RemoteBus::change(const Json& request) {
     Json answer = ask(request);
     Lock lock(mutex_);
@@ -379,7 +379,7 @@ void RemoteBus::takeEnd(const Json& event) {
     agenda_.complete(transfer, statusFrom(event, "status"));
 }
 
-// The other process has ended, and with it every device.
+/// The other process has ended, and with it every device.
 void RemoteBus::hangUp() {
     const Lock lock(mutex_);
     gone_ = true;
@@ -405,7 +405,7 @@ void RemoteBus::deliver() {
     }
 }
 
-// The same object for a connection whenever it is met; the mutex is held.
+/// The same object for a connection whenever it is met; the mutex is held.
 DeviceInfoPtr RemoteBus::deviceOf(const Json& json) {
     auto device = std::make_shared<DeviceInfo>(deviceFrom(json));
     return devices_.emplace(device->connection, device).first->second;

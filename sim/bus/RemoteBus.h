@@ -16,12 +16,12 @@
 
 namespace simbus {
 
-// What the calls of this process are counted, failed and checked by stays here. When the other process ends,
-// all devices have left.
+/// What the calls of this process are counted, failed and checked by stays here. When the other process ends,
+/// all devices have left.
 class RemoteBus final : public Bus {
  public:
-    // Connects to the control socket at the path. On failure writes the reason to standard error; the bus
-    // then has no device and lacksScenario() is true.
+    /// Connects to the control socket at the path. On failure writes the reason to standard error; the bus
+    /// then has no device and lacksScenario() is true.
     explicit RemoteBus(const std::string& path);
 
     bool lacksScenario() const override;
@@ -55,16 +55,16 @@ class RemoteBus final : public Bus {
  private:
     void stop() override;
 
-    // Returns the answer to a request; throws std::runtime_error with the text of a refusal.
+    /// Returns the answer to a request; throws std::runtime_error with the text of a refusal.
     Json ask(const Json& request);
     std::string askLine(const std::string& line);
-    // Asks for a change of the bus, and makes the calls that it has caused before it returns. The caller must
-    // not hold a lock that these take.
+    /// Asks for a change of the bus, and makes the calls that it has caused before it returns. The caller
+    /// must not hold a lock that these take.
     Json change(const Json& request);
     Status statusOf(const Json& request);
     std::optional<std::uint8_t> valueAt(const Json& request);
 
-    // On the threads below.
+    /// On the threads below.
     void receive();
     void receiveLines();
     void deliver();
@@ -75,7 +75,7 @@ class RemoteBus final : public Bus {
     DeviceInfoPtr deviceOf(const Json& json);
 
     int socket_ = -1;
-    std::mutex asking_;  // held by the one request that waits for its answer; taken before mutex_
+    std::mutex asking_;  ///< held by the one request that waits for its answer; taken before mutex_
 
     std::mutex mutex_;
     bool gone_ = true;
@@ -85,10 +85,10 @@ class RemoteBus final : public Bus {
     std::condition_variable eventsCame_;
     bool eventsAreNew_ = false;
     bool stopping_ = false;
-    std::map<ConnectionId, DeviceInfoPtr> devices_;  // those met and not known to have left
+    std::map<ConnectionId, DeviceInfoPtr> devices_;  ///< those met and not known to have left
     std::set<Transfer*> waiting_;
 
-    // One thread reads and another makes the calls, because a call may ask and so wait for what is read.
+    /// One thread reads and another makes the calls, because a call may ask and so wait for what is read.
     Worker receiver_;
     Worker deliverer_;
 };

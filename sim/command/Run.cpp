@@ -17,8 +17,6 @@
 
 #include "Bus.h"
 
-extern char** environ;
-
 namespace simbus::command {
 namespace {
 
@@ -30,7 +28,7 @@ constexpr int kSignalled = 128;
 
 volatile std::sig_atomic_t started = 0;  // the program's process id
 
-// The folder of the control socket, which no other user can reach; removed at the end.
+/// The folder of the control socket, which no other user can reach; removed at the end.
 class PrivateFolder {
  public:
     PrivateFolder() {
@@ -78,7 +76,7 @@ void setEnvironment(const std::string& socket) {
     unsetenv("SIMBUS_SOCKET");
 }
 
-// The terminal sends these to the program, too, which decides what to do.
+/// The terminal sends these to the program, too, which decides what to do.
 void leaveInterruptsToProgram() {
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGQUIT, SIG_IGN);
@@ -88,7 +86,7 @@ void passOn(int signal) {
     kill(static_cast<pid_t>(started), signal);
 }
 
-// Returns 0 or an error of the system.
+/// Returns 0 or an error of the system.
 int start(char* const* program) {
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);

@@ -59,7 +59,7 @@ int run(int count, char** words) {
     return simbus::command::run(words[0], program);
 }
 
-// The request that the words `OPERATION KEY=VALUE...` stand for.
+/// The request that the words `OPERATION KEY=VALUE...` stand for.
 nlohmann::json requestOf(int count, char** words) {
     nlohmann::json request = {{"op", words[0]}};
     for (int i = 1; i < count; ++i) {

@@ -17,7 +17,7 @@ bool fits(unsigned char asked, simbus::TransferType actual) {
     return same || (asked == LIBUSB_TRANSFER_TYPE_BULK && actual == simbus::TransferType::interrupt);
 }
 
-// Returns false when another handle, of this process or of another one on the same bus, has the interface.
+/// Returns false when another handle, of this process or of another one on the same bus, has the interface.
 bool reserve(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
     const auto [claim, isNew] = state().claims.emplace(keyOf(handle, interfaceNumber), &handle);
     if (isNew && !simbus::Bus::instance().claim(handle.device->info->connection, interfaceNumber)) {

@@ -15,10 +15,10 @@
 namespace simbus::usbip {
 namespace {
 
-constexpr std::size_t largestTransfer = std::size_t{64} << 20;
-constexpr std::size_t mostWaitingBytes = 2 * largestTransfer;
-constexpr std::size_t mostIsoPackets = 1024;
-constexpr std::size_t isoDescriptorBytes = 16;
+constexpr std::size_t kLargestTransfer = std::size_t{64} << 20;
+constexpr std::size_t kMostWaitingBytes = 2 * kLargestTransfer;
+constexpr std::size_t kMostIsoPackets = 1024;
+constexpr std::size_t kIsoDescriptorBytes = 16;
 
 int errnoOf(Status status) {
     switch (status) {
@@ -76,8 +76,8 @@ void DeviceLink::serveRequests() {
     }
 }
 
-// Returns false at the end of the link, and at an invalid message: the data after it could not be read
-// either.
+/// Returns false at the end of the link, and at an invalid message: the data after it could not be read
+/// either.
 bool DeviceLink::readRequest(Request& request, Bytes& data) {
     Header header;
     if (!receiveWhole(socket_, header.data(), header.size())) {
@@ -87,17 +87,17 @@ bool DeviceLink::readRequest(Request& request, Bytes& data) {
     if (request.kind == Request::Kind::unlink) {
         return true;
     }
-    if (request.kind != Request::Kind::submit || request.length > largestTransfer ||
-        request.isoPackets > mostIsoPackets) {
+    if (request.kind != Request::Kind::submit || request.length > kLargestTransfer ||
+        request.isoPackets > kMostIsoPackets) {
         return false;
     }
     data.assign(request.length, 0);
-    Bytes isoDescriptors(request.isoPackets * isoDescriptorBytes);
+    Bytes isoDescriptors(request.isoPackets * kIsoDescriptorBytes);
     return (request.in || receiveWhole(socket_, data.data(), request.length)) &&
            receiveWhole(socket_, isoDescriptors.data(), isoDescriptors.size());
 }
 
-// Returns false when the request is invalid.
+/// Returns false when the request is invalid.
 bool DeviceLink::submit(const Request& request, Bytes data) {
     if (request.isoPackets > 0) {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -125,13 +125,13 @@ bool DeviceLink::submit(const Request& request, Bytes data) {
     return true;
 }
 
-// Whether a client may make that many more bytes wait, here or to be read by it. The mutex is held.
+/// Whether a client may make that many more bytes wait, here or to be read by it. The mutex is held.
 bool DeviceLink::hasRoomFor(std::size_t bytes) const {
-    return waitingBytes_ + writer_.unsent() + bytes <= mostWaitingBytes;
+    return waitingBytes_ + writer_.unsent() + bytes <= kMostWaitingBytes;
 }
 
-// Returns false for a number that is already waiting, whose answers could not be told apart, and when more is
-// waiting than any kernel allows.
+/// Returns false for a number that is already waiting, whose answers could not be told apart, and when more
+/// is waiting than any kernel allows.
 bool DeviceLink::noteAsWaiting(std::uint32_t number, const std::shared_ptr<Urb>& urb) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const std::size_t bytes = sizeof(Urb) + urb->data.size();
@@ -142,7 +142,7 @@ bool DeviceLink::noteAsWaiting(std::uint32_t number, const std::shared_ptr<Urb>&
     return true;
 }
 
-// Returns false when the client does not read its answers.
+/// Returns false when the client does not read its answers.
 bool DeviceLink::unlink(const Request& request) {
     std::shared_ptr<Urb> urb;
     {
