@@ -21,10 +21,10 @@ inline std::int64_t nowNanoseconds() {
         .count();
 }
 
-// The caller of every function holds the lock of the bus.
+/// The caller of every function holds the lock of the bus.
 class Agenda {
  public:
-    static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+    static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
     void complete(Transfer& transfer, Status status);
     void tell(DeviceInfoPtr device, bool arrived);
@@ -33,22 +33,22 @@ class Agenda {
     int subscribe(Bus::Subscriber subscriber);
     void unsubscribe(int subscription) { subscribers_.erase(subscription); }
 
-    // Makes the calls that are due, releasing the lock around each. Does nothing while another thread, or an
-    // outer call on this one, is making them: that one makes the new ones, too.
+    /// Makes the calls that are due, releasing the lock around each. Does nothing while another thread, or an
+    /// outer call on this one, is making them: that one makes the new ones, too.
     void deliver(std::unique_lock<std::mutex>& lock);
-    // deliver(), then waits until everything that was due at entry has been called; does not wait inside such
-    // a call.
+    /// deliver(), then waits until everything that was due at entry has been called; does not wait inside
+    /// such a call.
     void settle(std::unique_lock<std::mutex>& lock);
 
-    // The earliest time passed to wakeAt() since the last takeWake().
+    /// The earliest time passed to wakeAt() since the last takeWake().
     std::int64_t nextWake() const { return nextWake_; }
-    void takeWake() { nextWake_ = never; }
-    // Notified when nextWake() becomes earlier.
+    void takeWake() { nextWake_ = kNever; }
+    /// Notified when nextWake() becomes earlier.
     std::condition_variable& wakeChanged() { return wakeChanged_; }
 
  private:
     struct Call {
-        Transfer* transfer;  // null for news about a device
+        Transfer* transfer;  ///< null for news about a device
         DeviceInfoPtr device;
         bool arrived;
     };
@@ -57,11 +57,11 @@ class Agenda {
     std::deque<Call> calls_;
     std::uint64_t added_ = 0;
     std::uint64_t made_ = 0;
-    std::thread::id maker_;  // the thread that is making the calls
+    std::thread::id maker_;  ///< the thread that is making the calls
     std::condition_variable madeOne_;
     std::map<int, Bus::Subscriber> subscribers_;
     int nextSubscription_ = 1;
-    std::int64_t nextWake_ = never;
+    std::int64_t nextWake_ = kNever;
     std::condition_variable wakeChanged_;
 };
 

@@ -12,6 +12,8 @@
 
 #include "BusParts.h"
 #include "CallLog.h"
+#include "HostSession.h"
+#include "RemoteBus.h"
 
 namespace simbus {
 
@@ -19,8 +21,8 @@ using Lock = std::unique_lock<std::mutex>;
 
 namespace {
 
-// Returns null when the variable is unset, and in a program that has more rights than its user: the user must
-// not control it.
+/// Returns null when the variable is unset, and in a program that has more rights than its user: the user
+/// must not control it.
 const char* fromEnvironment(const char* name) {
 #ifdef __GLIBC__
     const char* value = secure_getenv(name);
@@ -30,7 +32,7 @@ const char* fromEnvironment(const char* name) {
     return value == nullptr || *value == '\0' ? nullptr : value;
 }
 
-// Returns false when there is a scenario that cannot be loaded, and writes the reason to standard error.
+/// Returns false when there is a scenario that cannot be loaded, and writes the reason to standard error.
 bool loadFromEnvironment(Bus& bus) {
     const char* path = fromEnvironment("SIMBUS_SCENARIO");
     if (path == nullptr) {
@@ -51,14 +53,14 @@ bool loadFromEnvironment(Bus& bus) {
 
 }  // namespace
 
-// Stops the threads when the process ends or the library is unloaded. Their data stays, because threads of
-// the program may still be calling.
+/// Stops the threads when the process ends or the library is unloaded. Their data stays, because threads of
+/// the program may still be calling.
 struct BusEnd {
     ~BusEnd() { Bus::instance().stop(); }
 };
 
 Bus& Bus::instance() {
-    static auto* const bus = new Bus;
+    static auto* const bus = create();
     static const BusEnd end;
     return *bus;
 }
@@ -67,15 +69,33 @@ namespace {
 [[maybe_unused]] const Bus& madeAtLoad = Bus::instance();
 }
 
-Bus::Bus() : parts_(new Parts) {
-    parts_->lacksScenario = !loadFromEnvironment(*this);
-    if (const char* path = fromEnvironment("SIMBUS_SOCKET"); path != nullptr) {
-        parts_->socket.open(path, [this](const std::string& line) { return command(line); });
+Bus::Bus() : parts_(new Parts) {}
+
+Bus* Bus::create() {
+    Bus* bus = nullptr;
+    if (const char* path = fromEnvironment("SIMBUS_BUS"); path != nullptr) {
+        bus = new RemoteBus(path);
+    } else {
+        bus = new Bus;
+        bus->parts_->lacksScenario = !loadFromEnvironment(*bus);
     }
+    if (const char* path = fromEnvironment("SIMBUS_SOCKET"); path != nullptr) {
+        bus->openControlSocket(path);
+    }
+    return bus;
 }
 
 bool Bus::hasControlSocket() const {
     return parts_->socket.isOpen();
+}
+
+bool Bus::openControlSocket(const std::string& path) {
+    return hasControlSocket() || parts_->socket.open(path, [this](const ControlSocket::Tell& tell) {
+        // Ends with the last copy of the answer.
+        const std::shared_ptr<HostSession> session(new HostSession(*this, tell));
+        const std::shared_ptr<void> end(nullptr, [session](void*) { session->end(); });
+        return [session, end](const std::string& line) { return session->answer(line); };
+    });
 }
 
 bool Bus::lacksScenario() const {
@@ -208,6 +228,27 @@ Status Bus::setConfiguration(ConnectionId connection, std::uint8_t value) {
 Status Bus::setAlternate(ConnectionId connection, std::uint8_t interfaceNumber, std::uint8_t alternate) {
     return onDevice(connection,
                     [&](PluggedDevice& device) { return device.setAlternate(interfaceNumber, alternate); });
+}
+
+bool Bus::claim(ConnectionId connection, std::uint8_t interfaceNumber, const void* owner) {
+    const Lock lock(parts_->mutex);
+    return parts_->claims.emplace(std::make_pair(connection, interfaceNumber), owner).first->second == owner;
+}
+
+void Bus::release(ConnectionId connection, std::uint8_t interfaceNumber, const void* owner) {
+    const Lock lock(parts_->mutex);
+    const auto found = parts_->claims.find({connection, interfaceNumber});
+    if (found != parts_->claims.end() && found->second == owner) {
+        parts_->claims.erase(found);
+    }
+}
+
+void Bus::releaseAll(const void* owner) {
+    const Lock lock(parts_->mutex);
+    auto& claims = parts_->claims;
+    for (auto claim = claims.begin(); claim != claims.end();) {
+        claim = claim->second == owner ? claims.erase(claim) : std::next(claim);
+    }
 }
 
 Status Bus::clearHalt(ConnectionId connection, std::uint8_t endpoint) {

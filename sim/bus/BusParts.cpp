@@ -7,8 +7,8 @@ namespace simbus {
 
 namespace {
 
-// The scenario without what a host cannot see and what takes effect at once: equal for devices that look the
-// same to a host.
+/// The scenario without what a host cannot see and what takes effect at once: equal for devices that look the
+/// same to a host.
 Json visible(Json scenario) {
     scenario.erase("plugged");
     forEachEndpoint(scenario, [](Json& endpoint) {
@@ -60,7 +60,7 @@ Received& Bus::Parts::received(const std::string& id, std::uint8_t address) {
     return findPlugged(id).received(address);
 }
 
-// Counts up as a host does, and skips addresses in use after it wraps around.
+/// Counts up as a host does, and skips addresses in use after it wraps around.
 std::uint8_t Bus::Parts::nextAddress(std::uint8_t bus) {
     std::uint8_t& last = lastAddress[bus];
     const auto inUse = [&](std::uint8_t address) {
@@ -174,7 +174,7 @@ void Bus::Parts::settle(std::unique_lock<std::mutex>& lock) {
 }
 
 void Bus::Parts::startTimer() {
-    if (agenda.nextWake() != Agenda::never && !timer.running() && !stopping) {
+    if (agenda.nextWake() != Agenda::kNever && !timer.running() && !stopping) {
         timer.start([this] { serveTimer(); });
     }
 }
@@ -183,7 +183,7 @@ void Bus::Parts::serveTimer() {
     std::unique_lock<std::mutex> lock(mutex);
     while (!stopping) {
         const std::int64_t wake = agenda.nextWake();
-        if (wake == Agenda::never) {
+        if (wake == Agenda::kNever) {
             agenda.wakeChanged().wait(lock);
         } else if (wake > nowNanoseconds()) {
             agenda.wakeChanged().wait_until(

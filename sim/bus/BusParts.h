@@ -2,9 +2,11 @@
 #pragma once
 
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Agenda.h"
@@ -16,29 +18,31 @@
 
 namespace simbus {
 
-// A device of the bus, plugged in or not.
+/// A device of the bus, plugged in or not.
 struct BusDevice {
-    Json scenario;      // as last changed
-    DeviceModel model;  // parsed from `scenario`
+    Json scenario;      ///< as last changed
+    DeviceModel model;  ///< parsed from `scenario`
     std::unique_ptr<PluggedDevice> plugged;
-    Json pluggedScenario;  // as it was at the plug
+    Json pluggedScenario;  ///< as it was at the plug
 };
 
 struct Bus::Parts {
     std::mutex mutex;
     Agenda agenda;
     std::vector<BusDevice> devices;
-    Json loaded = Json::array();  // the devices of the loaded scenario
+    Json loaded = Json::array();  ///< the devices of the loaded scenario
     bool lacksScenario = false;
     ConnectionId lastConnection = 0;
-    std::map<std::uint8_t, std::uint8_t> lastAddress;  // by bus number
+    std::map<std::uint8_t, std::uint8_t> lastAddress;  ///< by bus number
     Front front = Front::memory;
+    std::map<std::pair<ConnectionId, std::uint8_t>, const void*>
+        claims;  ///< owner by connection and interface
 
-    Worker timer;  // completes delayed transfers; started with the first of them
+    Worker timer;  ///< completes delayed transfers; started with the first of them
     bool stopping = false;
     ControlSocket socket;
 
-    // The caller of each of these holds the lock.
+    /// The caller of each of these holds the lock.
     BusDevice& find(const std::string& id);
     PluggedDevice& findPlugged(const std::string& id);
     PluggedDevice* connection(ConnectionId connection);
@@ -50,12 +54,12 @@ struct Bus::Parts {
     void remove(BusDevice& device);
     void plug(BusDevice& device);
     void unplug(BusDevice& device);
-    // Changes the scenario of a device: endpoint behaviours take effect at once, everything else at the next
-    // plug.
+    /// Changes the scenario of a device: endpoint behaviours take effect at once, everything else at the next
+    /// plug.
     static void change(BusDevice& device, const Json& scenario);
     void reset();
 
-    // To be called last by every function that may cause completions, news or delays; see Agenda.
+    /// To be called last by every function that may cause completions, news or delays; see Agenda.
     void deliver(std::unique_lock<std::mutex>& lock);
     void settle(std::unique_lock<std::mutex>& lock);
     void startTimer();

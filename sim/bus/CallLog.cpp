@@ -123,9 +123,9 @@ std::vector<std::string> CallLog::violations() {
 }
 
 void CallLog::addViolation(const std::string& text) {
-    constexpr std::size_t most = 1000;
+    constexpr std::size_t kMost = 1000;
     const Lock lock(mutex_);
-    if (violations_.size() < most) {
+    if (violations_.size() < kMost) {
         violations_.push_back(text);
     }
 }

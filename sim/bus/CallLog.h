@@ -38,12 +38,12 @@ class CallLog {
 
  private:
     struct Fault {
-        unsigned skip;   // calls that still succeed
-        unsigned times;  // calls that fail after those
+        unsigned skip;   ///< calls that still succeed
+        unsigned times;  ///< calls that fail after those
         int code;
     };
     struct Function {
-        CallPoint* point = nullptr;  // null until a front has created it
+        CallPoint* point = nullptr;  ///< null until a front has created it
         std::vector<Fault> faults;
         std::function<void()> hook;
     };

@@ -152,7 +152,7 @@ Status PluggedDevice::describeHid(const Setup& setup, Bytes& reply) const {
     return Status::completed;
 }
 
-// Output reports on the control pipe are accepted and dropped; a control rule can keep them.
+/// Output reports on the control pipe are accepted and dropped; a control rule can keep them.
 Status PluggedDevice::answerHidClass(const Setup& setup) const {
     const bool known = setup.request == setReport || setup.request == setIdle || setup.request == setProtocol;
     const bool in = (setup.requestType & 0x80U) != 0;

@@ -51,7 +51,7 @@ Json describe(const BusDevice& device) {
 
 }  // namespace
 
-// Answers one request. An exception becomes an answer with "ok":false.
+/// Answers one request. An exception becomes an answer with "ok":false.
 class ControlProtocol {
  public:
     ControlProtocol(Bus& bus, Bus::Parts& parts) : bus_(bus), parts_(parts) {}
@@ -59,6 +59,7 @@ class ControlProtocol {
     Json answer(const Json& request) {
         static const std::map<std::string, Json (ControlProtocol::*)(const Json&)> operations = {
             {"ping", &ControlProtocol::ping},
+            {"load", &ControlProtocol::load},
             {"devices", &ControlProtocol::devices},
             {"plug", &ControlProtocol::plug},
             {"unplug", &ControlProtocol::unplug},
@@ -88,7 +89,14 @@ class ControlProtocol {
  private:
     Json ping(const Json& /*request*/) {
         const std::lock_guard<std::mutex> lock(parts_.mutex);
-        return {{"front", parts_.front == Bus::Front::memory ? "memory" : "kernel"}};
+        static const std::map<Bus::Front, const char*> names = {
+            {Bus::Front::memory, "memory"}, {Bus::Front::kernel, "kernel"}, {Bus::Front::shared, "shared"}};
+        return {{"front", names.at(parts_.front)}};
+    }
+
+    Json load(const Json& request) {
+        bus_.loadScenario(objectOf(request, "scenario").dump());
+        return Json::object();
     }
 
     Json devices(const Json& /*request*/) {
@@ -251,15 +259,7 @@ void Bus::loadScenario(const std::string& json) {
 }
 
 std::string Bus::command(const std::string& jsonLine) {
-    Json answer;
-    try {
-        answer = ControlProtocol(*this, *parts_).answer(Json::parse(jsonLine));
-        answer["ok"] = true;
-    } catch (const std::exception& error) {
-        answer = {{"ok", false}, {"error", error.what()}};
-    }
-    // Data that a device has received is not always valid UTF-8.
-    return answer.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return answered([&] { return ControlProtocol(*this, *parts_).answer(Json::parse(jsonLine)); });
 }
 
 }  // namespace simbus

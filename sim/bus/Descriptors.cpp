@@ -59,7 +59,7 @@ Bytes configurationDescriptor(const ConfigurationModel& configuration, Speed spe
     return bytes;
 }
 
-// Returns the next character of well-formed UTF-8 (the JSON reader accepts no other) and moves `at` past it.
+/// Returns the next character of well-formed UTF-8 (the JSON reader accepts no other) and moves `at` past it.
 char32_t nextCharacter(const std::string& utf8, std::size_t& at) {
     const auto lead = static_cast<unsigned char>(utf8[at++]);
     const int more = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
@@ -102,13 +102,13 @@ std::vector<Bytes> configurationDescriptors(const DeviceModel& device) {
 }
 
 Bytes stringDescriptor(const std::string& utf8) {
-    constexpr std::size_t longest = 254;  // the length byte must stay even
+    constexpr std::size_t kLongest = 254;  // the length byte must stay even
     Bytes bytes{2, 3};
-    for (std::size_t at = 0; at < utf8.size() && bytes.size() < longest;) {
+    for (std::size_t at = 0; at < utf8.size() && bytes.size() < kLongest;) {
         const char32_t character = nextCharacter(utf8, at);
         if (character < 0x10000) {
             put16(bytes, character);
-        } else if (bytes.size() + 4 <= longest) {
+        } else if (bytes.size() + 4 <= kLongest) {
             put16(bytes, 0xD800U + ((character - 0x10000U) >> 10U));
             put16(bytes, 0xDC00U + ((character - 0x10000U) & 0x3FFU));
         } else {
@@ -125,7 +125,7 @@ Bytes hidDescriptor(const HidModel& hid) {
     return bytes;
 }
 
-// One application collection of a vendor-defined usage with input and output bytes.
+/// One application collection of a vendor-defined usage with input and output bytes.
 Bytes reportDescriptor(const HidModel& hid) {
     Bytes bytes{0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x15, 0x00, 0x26, 0xFF, 0x00, 0x75, 0x08};
     const auto putReport = [&](std::uint16_t count, std::uint8_t mainItem) {

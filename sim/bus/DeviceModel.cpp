@@ -86,7 +86,7 @@ constexpr std::uint8_t kHidClass = 3;
 constexpr std::uint8_t kVendorClass = 0xFF;
 constexpr std::int64_t kLargestReport = 4096;
 
-// Reads one device and assigns string indices: 1 to 3 for the device's own strings, then the next free ones.
+/// Reads one device and assigns string indices: 1 to 3 for the device's own strings, then the next free ones.
 class DeviceReader {
  public:
     explicit DeviceReader(const Json& json) : json_(json) {}

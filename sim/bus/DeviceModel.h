@@ -18,11 +18,11 @@ namespace simbus {
 struct Behaviour {
     enum class Kind { echo, sink, source, silent, stall };
     Kind kind = Kind::echo;
-    std::uint8_t echoTo = 0;           // the IN endpoint that returns the bytes of an echoing OUT endpoint
-    std::uint32_t delayMs = 0;         // from submission to completion
-    std::size_t shortBy = 0;           // transfers move this many bytes less than requested
-    std::optional<std::size_t> limit;  // and at most this many; a silent endpoint moves them, then nothing
-    bool record = true;                // keep what an OUT endpoint takes, for Bus::received()
+    std::uint8_t echoTo = 0;           ///< the IN endpoint that returns the bytes of an echoing OUT endpoint
+    std::uint32_t delayMs = 0;         ///< from submission to completion
+    std::size_t shortBy = 0;           ///< transfers move this many bytes less than requested
+    std::optional<std::size_t> limit;  ///< and at most this many; a silent endpoint moves them, then nothing
+    bool record = true;                ///< keep what an OUT endpoint takes, for Bus::received()
 };
 
 struct EndpointModel {
@@ -35,7 +35,7 @@ struct EndpointModel {
     bool isIn() const { return (address & 0x80U) != 0; }
 };
 
-// Reports of a HID interface, without report ids.
+/// Reports of a HID interface, without report ids.
 struct HidModel {
     std::uint16_t inputBytes = 64;
     std::uint16_t outputBytes = 64;
@@ -48,7 +48,7 @@ struct InterfaceModel {
     std::uint8_t subClass = 0;
     std::uint8_t protocol = 0;
     std::uint8_t stringIndex = 0;
-    Bytes extra;  // class descriptors between the interface descriptor and its endpoints
+    Bytes extra;  ///< class descriptors between the interface descriptor and its endpoints
     std::optional<HidModel> hid;
     std::vector<EndpointModel> endpoints;
 };
@@ -61,7 +61,7 @@ struct ConfigurationModel {
     std::vector<InterfaceModel> interfaces;
 };
 
-// A rule for control requests that match it; absent numbers match any value.
+/// A rule for control requests that match it; absent numbers match any value.
 struct ControlRule {
     std::optional<std::uint8_t> requestType;
     std::optional<std::uint8_t> request;
@@ -69,8 +69,8 @@ struct ControlRule {
     std::optional<std::uint16_t> index;
 
     Bytes reply;
-    std::string store;  // name of the slot that stores the data stage
-    std::string fetch;  // name of the slot that is the reply
+    std::string store;  ///< name of the slot that stores the data stage
+    std::string fetch;  ///< name of the slot that is the reply
     bool stall = false;
     bool silent = false;
 
@@ -94,7 +94,7 @@ struct DeviceModel {
     std::uint8_t productIndex = 0;
     std::uint8_t serialIndex = 0;
     std::string serial;
-    std::map<std::uint8_t, Bytes> strings;  // whole descriptors by index; 0 is the table of languages
+    std::map<std::uint8_t, Bytes> strings;  ///< whole descriptors by index; 0 is the table of languages
     std::vector<ConfigurationModel> configurations;
     std::uint8_t activeConfiguration = 0;
     std::optional<Bytes> rawDeviceDescriptor;
@@ -105,19 +105,19 @@ struct DeviceModel {
     const ConfigurationModel* configuration(std::uint8_t value) const;
 };
 
-// Throws std::runtime_error with a text that names the error.
+/// Throws std::runtime_error with a text that names the error.
 DeviceModel readDevice(const nlohmann::json& device);
-// Visits the endpoints in the JSON of a device, in all its configurations and settings.
+/// Visits the endpoints in the JSON of a device, in all its configurations and settings.
 void forEachEndpoint(nlohmann::json& device, const std::function<void(nlohmann::json&)>& visit);
 
-// The descriptors that the device returns to a host; raw ones of the scenario take precedence.
+/// The descriptors that the device returns to a host; raw ones of the scenario take precedence.
 Bytes deviceDescriptor(const DeviceModel& device);
 std::vector<Bytes> configurationDescriptors(const DeviceModel& device);
-// The descriptors of a HID interface: the class descriptor that follows the interface descriptor, and the
-// report descriptor.
+/// The descriptors of a HID interface: the class descriptor that follows the interface descriptor, and the
+/// report descriptor.
 Bytes hidDescriptor(const HidModel& hid);
 Bytes reportDescriptor(const HidModel& hid);
-// The string descriptor of a UTF-8 text, cut to the longest that a descriptor can hold.
+/// The string descriptor of a UTF-8 text, cut to the longest that a descriptor can hold.
 Bytes stringDescriptor(const std::string& utf8);
 
 }  // namespace simbus

@@ -6,11 +6,11 @@
 namespace simbus {
 
 void Received::add(const std::uint8_t* data, std::size_t length) {
-    constexpr std::size_t mostBytes = 16U << 20U;
-    constexpr std::size_t mostPackets = 20000;
+    constexpr std::size_t kMostBytes = 16U << 20U;
+    constexpr std::size_t kMostPackets = 20000;
     packets_.emplace_back(data, data + length);
     bytes_ += length;
-    while (bytes_ > mostBytes || packets_.size() > mostPackets) {
+    while (bytes_ > kMostBytes || packets_.size() > kMostPackets) {
         bytes_ -= packets_.front().size();
         packets_.pop_front();
     }
@@ -79,7 +79,7 @@ void Endpoint::service() {
     inService_ = false;
 }
 
-// Returns false when nothing can complete now.
+/// Returns false when nothing can complete now.
 bool Endpoint::serviceOne() {
     if (waiting_.empty()) {
         return false;
@@ -160,7 +160,7 @@ void Endpoint::fillFromSource(Transfer& transfer, std::size_t wanted) {
     transfer.actual = wanted;
 }
 
-// Takes packets until one is short, the transfer is full, or none is left.
+/// Takes packets until one is short, the transfer is full, or none is left.
 void Endpoint::takePacket(Transfer& transfer, std::size_t wanted) {
     const std::size_t packetSize = std::max<std::size_t>(model_.maxPacketSize & 0x7FFU, 1);
     transfer.actual = 0;

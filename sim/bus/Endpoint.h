@@ -11,8 +11,8 @@
 
 namespace simbus {
 
-// The bytes of the OUT transfers of one endpoint address since the plug. Bounded, because a program may write
-// for days.
+/// The bytes of the OUT transfers of one endpoint address since the plug. Bounded, because a program may
+/// write for days.
 class Received {
  public:
     void add(const std::uint8_t* data, std::size_t length);
@@ -26,14 +26,14 @@ class Received {
 
 class Endpoint {
  public:
-    // What the endpoint needs from its device.
+    /// What the endpoint needs from its device.
     class Device {
      public:
         virtual ~Device() = default;
         virtual Agenda& agenda() = 0;
         virtual Received& received(std::uint8_t address) = 0;
         virtual void feed(std::uint8_t address, Bytes data) = 0;
-        // Empty while the request has not been answered.
+        /// Empty while the request has not been answered.
         virtual std::optional<Status> answerControl(Transfer& transfer) = 0;
     };
 
@@ -46,23 +46,23 @@ class Endpoint {
     bool halted() const { return halted_ || model_.behaviour.kind == Behaviour::Kind::stall; }
 
     void submit(Transfer& transfer);
-    bool cancel(Transfer& transfer);  // false when it is not waiting here
+    bool cancel(Transfer& transfer);  ///< false when it is not waiting here
     void feed(Bytes data);
     void setBehaviour(const Behaviour& behaviour);
     void setHalted(bool halted);
     void finishAll(Status status);
-    void forget();   // drops what is queued, and clears the halt
-    void service();  // completes the transfers that can complete now
+    void forget();   ///< drops what is queued, and clears the halt
+    void service();  ///< completes the transfers that can complete now
 
  private:
-    // One write or feed, read packet by packet; an empty one is a zero-length packet.
+    /// One write or feed, read packet by packet; an empty one is a zero-length packet.
     struct Chunk {
         Bytes bytes;
         std::size_t at = 0;
     };
 
     bool serviceOne();
-    bool move(Transfer& transfer);  // true when the transfer has ended and its status is set
+    bool move(Transfer& transfer);  ///< true when the transfer has ended and its status is set
     bool moveOut(Transfer& transfer);
     bool moveIn(Transfer& transfer);
     void takePacket(Transfer& transfer, std::size_t wanted);

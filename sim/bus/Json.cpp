@@ -90,6 +90,21 @@ std::int64_t integer(const Json& value, const char* key, std::int64_t min, std::
     return number;
 }
 
+std::string lineOf(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string answered(const std::function<Json()>& act) {
+    Json answer;
+    try {
+        answer = act();
+        answer["ok"] = true;
+    } catch (const std::exception& error) {
+        answer = {{"ok", false}, {"error", error.what()}};
+    }
+    return lineOf(answer);
+}
+
 Bytes bytesOf(const Json& object, const char* key) {
     const std::string text = optionalText(object, key).value_or("");
     if (text.size() % 2 != 0) {

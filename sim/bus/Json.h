@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -14,14 +15,14 @@ namespace simbus {
 
 using Json = nlohmann::json;
 
-// The value of a key, or null when it is absent.
+/// The value of a key, or null when it is absent.
 const Json& valueOf(const Json& object, const char* key);
 
-std::string textOf(const Json& object, const char* key);  // must be present and not empty
+std::string textOf(const Json& object, const char* key);  ///< must be present and not empty
 std::optional<std::string> optionalText(const Json& object, const char* key);
 bool flagOf(const Json& object, const char* key, bool fallback);
 
-// A JSON number, or a string such as "0x6A5C" or "27".
+/// A JSON number, or a string such as "0x6A5C" or "27".
 std::int64_t integer(const Json& value, const char* key, std::int64_t min, std::int64_t max);
 
 template <class T>
@@ -38,7 +39,12 @@ T numberOf(const Json& object, const char* key, T fallback) {
     return optionalNumber<T>(object, key).value_or(fallback);
 }
 
-Bytes bytesOf(const Json& object, const char* key);  // from a hex string; empty when absent
-std::string hexOf(const Bytes& bytes);               // upper case, without spaces
+/// As one line, without its end. Bytes that are not UTF-8 are replaced.
+std::string lineOf(const Json& json);
+/// The answer to a request of the control protocol: what `act` returns, or the text that it throws.
+std::string answered(const std::function<Json()>& act);
+
+Bytes bytesOf(const Json& object, const char* key);  ///< from a hex string; empty when absent
+std::string hexOf(const Bytes& bytes);               ///< upper case, without spaces
 
 }  // namespace simbus

@@ -11,7 +11,7 @@ std::size_t slotOf(std::uint8_t address) {
     return number != 0 && (address & 0x80U) != 0 ? number + 16 : number;
 }
 
-// Empty when a HID driver would not bind to the interface: it needs an interrupt IN endpoint.
+/// Empty when a HID driver would not bind to the interface: it needs an interrupt IN endpoint.
 std::optional<HidInterface> hidInterface(const InterfaceModel& model) {
     if (!model.hid || model.alternate != 0) {
         return std::nullopt;

@@ -19,7 +19,7 @@ class PluggedDevice : public Endpoint::Device {
 
     const DeviceInfoPtr& info() const { return info_; }
 
-    // The endpoint of the active setting; null when there is none. 0x00 and 0x80 are the control pipe.
+    /// The endpoint of the active setting; null when there is none. 0x00 and 0x80 are the control pipe.
     Endpoint* endpoint(std::uint8_t address);
     Received& received(std::uint8_t address) override;
 
@@ -27,12 +27,12 @@ class PluggedDevice : public Endpoint::Device {
     Status setAlternate(std::uint8_t interfaceNumber, std::uint8_t alternate);
     std::uint8_t configuration() const { return configuration_ == nullptr ? 0 : configuration_->value; }
     std::optional<std::uint8_t> alternate(std::uint8_t interfaceNumber) const;
-    // True when neither the configuration nor an alternate setting has changed since the plug.
+    /// True when neither the configuration nor an alternate setting has changed since the plug.
     bool asPlugged() const;
 
     void adoptBehaviours(const DeviceModel& changed);
-    void reset();       // performs a bus reset
-    void forgetPast();  // drops everything queued, received and stored; waiting transfers keep waiting
+    void reset();       ///< performs a bus reset
+    void forgetPast();  ///< drops everything queued, received and stored; waiting transfers keep waiting
     void finishAll(Status status);
     void service();
 
@@ -43,7 +43,7 @@ class PluggedDevice : public Endpoint::Device {
 
     Status answerStandard(const Setup& setup, Bytes& reply);
     Status describe(const Setup& setup, Bytes& reply) const;
-    const HidModel* hidOf(const Setup& setup) const;  // of the interface that the request addresses
+    const HidModel* hidOf(const Setup& setup) const;  ///< of the interface that the request addresses
     Status describeHid(const Setup& setup, Bytes& reply) const;
     Status answerHidClass(const Setup& setup) const;
     Status report(const Setup& setup, Bytes& reply);
@@ -57,11 +57,11 @@ class PluggedDevice : public Endpoint::Device {
     DeviceModel model_;
     DeviceInfoPtr info_;
     Agenda& agenda_;
-    const ConfigurationModel* configuration_ = nullptr;    // null while unconfigured
-    std::map<std::uint8_t, std::uint8_t> alternates_;      // of the active configuration's interfaces
-    std::array<std::unique_ptr<Endpoint>, 32> endpoints_;  // OUT 0 to 15, then IN 1 to 15
+    const ConfigurationModel* configuration_ = nullptr;    ///< null while unconfigured
+    std::map<std::uint8_t, std::uint8_t> alternates_;      ///< of the active configuration's interfaces
+    std::array<std::unique_ptr<Endpoint>, 32> endpoints_;  ///< OUT 0 to 15, then IN 1 to 15
     std::array<Received, 32> received_;
-    std::map<std::string, Bytes> slots_;  // contents stored by control rules
+    std::map<std::string, Bytes> slots_;  ///< contents stored by control rules
 };
 
 }  // namespace simbus

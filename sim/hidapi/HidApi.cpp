@@ -10,12 +10,12 @@
 
 #include "UsbHid.h"
 
-// First line of every function that returns a code: counts the call and makes it fail if a test asks for
-// that.
-#define SIM_ENTER(name, failed)               \
-    static simbus::CallPoint callPoint(name); \
-    if (callPoint.enter().has_value()) {      \
-        return failed;                        \
+/// First line of every function that returns a code: counts the call and makes it fail if a test asks for
+/// that.
+#define SIM_ENTER(failed)                         \
+    static simbus::CallPoint callPoint(__func__); \
+    if (callPoint.enter().has_value()) {          \
+        return failed;                            \
     }
 
 struct hid_device_ {
@@ -40,7 +40,7 @@ wchar_t* copyOf(const std::optional<std::wstring>& text) {
     return wcsdup(text.value_or(L"").c_str());
 }
 
-// The kernel's HID driver keeps 64 bytes of a serial number, including the NUL.
+/// The kernel's HID driver keeps 64 bytes of a serial number, including the NUL.
 std::optional<std::wstring> asTheKernelKeepsIt(std::optional<std::wstring> serial) {
     constexpr std::size_t kMostCharacters = 63;
     if (serial && serial->size() > kMostCharacters) {
@@ -96,17 +96,17 @@ int readReport(hid_device* device, unsigned char* data, size_t length, int milli
 }  // namespace
 
 int hid_init() {
-    SIM_ENTER("hid_init", -1)
+    SIM_ENTER(-1)
     return 0;
 }
 
 int hid_exit() {
-    SIM_ENTER("hid_exit", -1)
+    SIM_ENTER(-1)
     return 0;
 }
 
 hid_device_info* hid_enumerate(unsigned short vendor_id, unsigned short product_id) {
-    SIM_ENTER("hid_enumerate", nullptr)
+    SIM_ENTER(nullptr)
     hid_device_info* first = nullptr;
     hid_device_info** link = &first;
     for (const sim::HidInterface& interface : sim::findHidInterfaces()) {
@@ -131,7 +131,7 @@ void hid_free_enumeration(hid_device_info* devs) {
 }
 
 hid_device* hid_open_path(const char* path) {
-    SIM_ENTER("hid_open_path", nullptr)
+    SIM_ENTER(nullptr)
     for (const sim::HidInterface& interface : sim::findHidInterfaces()) {
         if (pathOf(interface) == path) {
             auto opening = sim::openHid(interface);
@@ -153,7 +153,7 @@ void hid_close(hid_device* device) {
 }
 
 int hid_write(hid_device* device, const unsigned char* data, size_t length) {
-    SIM_ENTER("hid_write", -1)
+    SIM_ENTER(-1)
     if (data == nullptr || length == 0) {
         return -1;
     }
@@ -164,17 +164,17 @@ int hid_write(hid_device* device, const unsigned char* data, size_t length) {
 }
 
 int hid_read_timeout(hid_device* device, unsigned char* data, size_t length, int milliseconds) {
-    SIM_ENTER("hid_read_timeout", -1)
+    SIM_ENTER(-1)
     return readReport(device, data, length, milliseconds);
 }
 
 int hid_read(hid_device* device, unsigned char* data, size_t length) {
-    SIM_ENTER("hid_read", -1)
+    SIM_ENTER(-1)
     return readReport(device, data, length, device->blocking ? -1 : 0);
 }
 
 int hid_set_nonblocking(hid_device* device, int nonblock) {
-    SIM_ENTER("hid_set_nonblocking", -1)
+    SIM_ENTER(-1)
     device->blocking = nonblock == 0;
     return 0;
 }

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t kQueuedReports = 63;   // a kernel has 64 slots per opening and keeps one free
 constexpr std::size_t kSmallestBuffer = 64;  // the least that a kernel requests
 
-// Runs one transfer and waits for it; status and length are then in the transfer.
+/// Runs one transfer and waits for it; status and length are then in the transfer.
 bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
                  std::chrono::milliseconds limit) {
     auto ended = std::make_shared<std::promise<void>>();
@@ -41,7 +41,7 @@ simbus::Bytes controlIn(const simbus::DeviceInfo& device, std::uint16_t value, s
     return data;
 }
 
-// Drivers in use, by connection and interface number.
+/// Drivers in use, by connection and interface number.
 std::mutex driversMutex;
 std::map<std::pair<simbus::ConnectionId, std::uint8_t>, std::weak_ptr<UsbHid>> drivers;
 

@@ -16,27 +16,27 @@
 
 namespace sim {
 
-// One HID interface of a plugged device.
+/// One HID interface of a plugged device.
 struct HidInterface {
     simbus::DeviceInfoPtr device;
     simbus::HidInterface at;
 };
 
-// All HID interfaces of the plugged devices, oldest connection first.
+/// All HID interfaces of the plugged devices, oldest connection first.
 std::vector<HidInterface> findHidInterfaces();
 
-// Reads a string descriptor in the device's first language as Unicode; empty when there is none.
+/// Reads a string descriptor in the device's first language as Unicode; empty when there is none.
 std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index);
 
 class UsbHid;
 class HidOpening;
 
-// Call points of the HID driver, which count its operations and make them fail on every front: "hid open",
-// "hid write", and "hid report taken" for each input report that the program has received.
-std::unique_ptr<HidOpening> openHid(const HidInterface& interface);  // null when a fault asks for it
+/// Call points of the HID driver, which count its operations and make them fail on every front: "hid open",
+/// "hid write", and "hid report taken" for each input report that the program has received.
+std::unique_ptr<HidOpening> openHid(const HidInterface& interface);  ///< null when a fault asks for it
 void countReportTaken();
 
-// One opening of a HID interface. Not thread-safe.
+/// One opening of a HID interface. Not thread-safe.
 class HidOpening {
  public:
     explicit HidOpening(std::shared_ptr<UsbHid> driver);
@@ -44,10 +44,10 @@ class HidOpening {
     HidOpening(const HidOpening&) = delete;
     HidOpening& operator=(const HidOpening&) = delete;
 
-    // Reads the next input report, at most `length` bytes of it. Returns their number, 0 on time-out, or -1
-    // when the device is gone and all its reports have been read.
+    /// Reads the next input report, at most `length` bytes of it. Returns their number, 0 on time-out, or -1
+    /// when the device is gone and all its reports have been read.
     int read(std::uint8_t* data, std::size_t length, std::optional<std::chrono::milliseconds> timeout);
-    // Sends one output report (without id). Returns its length, or -1.
+    /// Sends one output report (without id). Returns its length, or -1.
     int write(const std::uint8_t* data, std::size_t length);
     const HidInterface& interface() const;
 
@@ -55,15 +55,15 @@ class HidOpening {
     friend class UsbHid;
     std::shared_ptr<UsbHid> driver_;
     std::deque<simbus::Bytes>
-        reports_;  // guarded by the driver's mutex; drops reports when full, like a kernel's queue
+        reports_;  ///< guarded by the driver's mutex; drops reports when full, like a kernel's queue
 };
 
-// The driver of one HID interface, shared by all its openings.
+/// The driver of one HID interface, shared by all its openings.
 class UsbHid : public std::enable_shared_from_this<UsbHid> {
  public:
     explicit UsbHid(HidInterface interface) : interface_(std::move(interface)) {}
 
-    // Returns the driver of this interface; the first opening creates it.
+    /// Returns the driver of this interface; the first opening creates it.
     static std::shared_ptr<UsbHid> of(const HidInterface& interface);
 
     void add(HidOpening& opening);
@@ -71,20 +71,20 @@ class UsbHid : public std::enable_shared_from_this<UsbHid> {
 
  private:
     friend class HidOpening;
-    // Drops reports that the device sent while nobody had it open, as a kernel's driver does.
+    /// Drops reports that the device sent while nobody had it open, as a kernel's driver does.
     void dropOldReports() const;
-    void ask();       // submits the transfer for the next input report
-    void answered();  // its completion
+    void ask();       ///< submits the transfer for the next input report
+    void answered();  ///< its completion
 
     const HidInterface interface_;
     std::mutex mutex_;
     std::condition_variable news_;
     std::vector<HidOpening*> openings_;
     bool gone_ = false;
-    bool asking_ = false;  // the bus owns the transfer
+    bool asking_ = false;  ///< the bus owns the transfer
     simbus::Transfer input_;
     simbus::Bytes inputData_;
-    std::shared_ptr<UsbHid> self_;  // set while the bus owns the transfer
+    std::shared_ptr<UsbHid> self_;  ///< set while the bus owns the transfer
 };
 
 }  // namespace sim

@@ -96,7 +96,7 @@ CFTypeID CFStringGetTypeID() {
 
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean) {
-    SIM_CALL_POINT("CFStringCreateWithBytes");
+    SIM_CALL_POINT(__func__);
     if (fault) {
         return nullptr;
     }
@@ -104,7 +104,7 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex 
     return sim::createString(encoding == kCFStringEncodingMacRoman ? sim::utf8OfMacRoman(text) : text);
 }
 
-// A text that does not fit yields an empty one.
+/// A text that does not fit yields an empty one.
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex bufferSize, CFStringEncoding) {
     const std::string text = sim::textOf(string).value_or("");
     const bool fits = text.size() < static_cast<std::size_t>(bufferSize);
@@ -120,7 +120,7 @@ CFTypeID CFNumberGetTypeID() {
 }
 
 CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value) {
-    SIM_CALL_POINT("CFNumberCreate");
+    SIM_CALL_POINT(__func__);
     if (fault) {
         return nullptr;
     }
@@ -134,8 +134,8 @@ CFNumberRef CFNumberCreate(CFAllocatorRef, CFNumberType type, const void* value)
     return sim::createNumber(intValue);
 }
 
-// Returns false when the number does not fit; the value is then truncated. Numbers from 0x8000 to 0xFFFF fit
-// 16 bits as negative numbers: callers that read them as unsigned rely on this.
+/// Returns false when the number does not fit; the value is then truncated. Numbers from 0x8000 to 0xFFFF fit
+/// 16 bits as negative numbers: callers that read them as unsigned rely on this.
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value) {
     const std::int64_t content = sim::numberOf(number).value_or(0);
     if (type == kCFNumberShortType || type == kCFNumberSInt16Type) {

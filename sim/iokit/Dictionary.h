@@ -7,7 +7,7 @@
 
 namespace sim {
 
-// A dictionary with string keys; owns its values.
+/// A dictionary with string keys; owns its values.
 struct Dictionary final : Object {
     explicit Dictionary(std::string className)
         : Object(Kind::dictionary), serviceClass(std::move(className)) {}
@@ -16,7 +16,7 @@ struct Dictionary final : Object {
             CFRelease(value);
         }
     }
-    // Takes ownership of the caller's reference on the value.
+    /// Takes ownership of the caller's reference on the value.
     void set(const std::string& key, CFTypeRef value) {
         const auto found = values.find(key);
         if (found != values.end()) {

@@ -14,7 +14,7 @@ namespace sim {
 
 constexpr const char* kObjectsInUse = "I/O Kit objects in use";
 
-// Counts one object in the bus's tallies for its lifetime.
+/// Counts one object in the bus's tallies for its lifetime.
 class Counted {
  public:
     Counted() { simbus::Bus::instance().addToTally(kObjectsInUse, 1); }
@@ -32,7 +32,7 @@ enum class Kind : CFTypeID {
     runLoopSource = 42
 };
 
-// The base of every Core Foundation object. A constant object is neither counted nor freed.
+/// The base of every Core Foundation object. A constant object is neither counted nor freed.
 struct Object {
     explicit Object(Kind kindOfIt, bool isConstant = false) : kind(kindOfIt), constant(isConstant) {
         if (!constant) {
@@ -52,13 +52,13 @@ struct Object {
 inline Object* objectOf(CFTypeRef reference) {
     return const_cast<Object*>(static_cast<const Object*>(reference));
 }
-// The reference that the program sees: the address of the Object part.
+/// The reference that the program sees: the address of the Object part.
 template <class Ref>
 Ref referenceTo(Object* object) {
     return reinterpret_cast<Ref>(object);
 }
 
-// The library passes no options: any other value is recorded as a violation.
+/// The library passes no options: any other value is recorded as a violation.
 inline void expectNoOptions(const char* function, IOOptionBits options) {
     if (options != 0) {
         simbus::Bus::instance().addViolation(std::string(function) + ": options");
@@ -66,19 +66,19 @@ inline void expectNoOptions(const char* function, IOOptionBits options) {
 }
 
 bool isKind(CFTypeRef reference, Kind kind);
-// The text of a string object as UTF-8; the number of a number object; empty for any other object.
+/// The text of a string object as UTF-8; the number of a number object; empty for any other object.
 std::optional<std::string> textOf(CFTypeRef reference);
 std::optional<std::int64_t> numberOf(CFTypeRef reference);
 
 CFStringRef createString(const std::string& utf8);
 CFNumberRef createNumber(std::int64_t value);
 
-// Creates an event source. When it is signalled, the run loop that it was added to calls `perform` on its own
-// thread.
+/// Creates an event source. When it is signalled, the run loop that it was added to calls `perform` on its
+/// own thread.
 CFRunLoopSourceRef createSource(std::function<void()> perform);
 void signalSource(CFRunLoopSourceRef source);
 
-// First line of every function that can be made to fail: counts the call and gets the code to fail with.
+/// First line of every function that can be made to fail: counts the call and gets the code to fail with.
 #define SIM_CALL_POINT(name)                  \
     static simbus::CallPoint callPoint(name); \
     const std::optional<int> fault = callPoint.enter()

@@ -21,7 +21,7 @@ bool isId(REFIID id, CFUUIDRef known) {
     return id == CFUUIDGetUUIDBytes(known);
 }
 
-// A COM object with a function table: the program holds the address of `table`.
+/// A COM object with a function table: the program holds the address of `table`.
 template <class Table, class Derived>
 struct WithTable {
     const Table* table = &Derived::functions();
@@ -41,7 +41,7 @@ struct WithTable {
     }
 };
 
-// A reference on a service, dropped at the end of the plug-in or interface that holds it.
+/// A reference on a service, dropped at the end of the plug-in or interface that holds it.
 class ServiceReference {
  public:
     explicit ServiceReference(io_service_t takenOver) : service_(takenOver) {}
@@ -58,8 +58,8 @@ class ServiceReference {
     const io_service_t service_;
 };
 
-// The interface of a HID device. While it is open with input started, a thread takes reports from the driver
-// and signals the event source.
+/// The interface of a HID device. While it is open with input started, a thread takes reports from the driver
+/// and signals the event source.
 struct HidInterfaceObject : WithTable<IOHIDDeviceDeviceInterface, HidInterfaceObject> {
     HidInterfaceObject(HidInterface at, io_service_t ofService)
         : interface(std::move(at)), service(ServiceReference::retained(ofService)) {}
@@ -167,8 +167,8 @@ IOReturn setCallback(void* self, std::uint8_t* report, CFIndex length, IOHIDRepo
     return kIOReturnSuccess;
 }
 
-// With a callback the system would send asynchronously. Without one it ignores the time-out; a tally records
-// that of the latest report.
+/// With a callback the system would send asynchronously. Without one it ignores the time-out; a tally records
+/// that of the latest report.
 IOReturn sendReport(void* self, IOHIDReportType type, std::uint32_t id, const std::uint8_t* report,
                     CFIndex length, std::uint32_t timeout, IOHIDReportCallback callback, void* context,
                     IOOptionBits options) {
@@ -204,7 +204,7 @@ const IOHIDDeviceDeviceInterface& HidInterfaceObject::functions() {
     return table;
 }
 
-// The interface of a USB device, for its descriptors only.
+/// The interface of a USB device, for its descriptors only.
 struct UsbDeviceObject : WithTable<IOUSBDeviceInterface, UsbDeviceObject> {
     UsbDeviceObject(simbus::DeviceInfoPtr at, io_service_t ofService)
         : device(std::move(at)), service(ofService) {}
@@ -225,7 +225,7 @@ IOReturn countConfigurations(void* self, UInt8* count) {
     return kIOReturnSuccess;
 }
 
-// The system stores as many bytes as the descriptor claims to have.
+/// The system stores as many bytes as the descriptor claims to have.
 IOReturn getConfiguration(void* self, UInt8 index, IOUSBConfigurationDescriptorPtr* descriptor) {
     SIM_CALL_POINT("IOUSBDeviceInterface.GetConfigurationDescriptorPtr");
     UsbDeviceObject& object = UsbDeviceObject::of(self);
@@ -305,7 +305,7 @@ extern "C" kern_return_t IOCreatePlugInInterfaceForService(io_service_t object, 
                                                            CFUUIDRef interfaceType,
                                                            IOCFPlugInInterface*** theInterface,
                                                            SInt32* theScore) {
-    SIM_CALL_POINT("IOCreatePlugInInterfaceForService");
+    SIM_CALL_POINT(__func__);
     *theInterface = nullptr;
     *theScore = 0;
     const auto service = sim::serviceOf(object);

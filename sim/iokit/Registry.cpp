@@ -23,7 +23,7 @@ struct Handle {
 std::mutex g_mutex;
 std::map<io_object_t, Handle> g_handles;
 
-// With g_mutex held.
+/// With g_mutex held.
 io_object_t newHandle(std::optional<Service> service, std::vector<Service> toCome) {
     static io_object_t last = 0x1000;
     Handle& handle = g_handles[++last];
@@ -42,7 +42,7 @@ bool areSame(const Service& one, const Service& other) {
            one.hid.has_value() == other.hid.has_value() && (!one.hid || one.hid->number == other.hid->number);
 }
 
-// A program sees a service under one name, however often it asks for it; each time adds a reference.
+/// A program sees a service under one name, however often it asks for it; each time adds a reference.
 io_service_t referTo(const Service& service) {
     const std::lock_guard lock(g_mutex);
     for (auto& [name, handle] : g_handles) {
@@ -54,12 +54,12 @@ io_service_t referTo(const Service& service) {
     return newHandle(service, {});
 }
 
-// Returns the handle with this name, or null. g_mutex is held.
+/// Returns the handle with this name, or null. g_mutex is held.
 Handle* find(io_object_t object) {
     const auto found = g_handles.find(object);
     return found == g_handles.end() ? nullptr : &found->second;
 }
-// The same for a function that requires one: null is recorded as a violation of its caller.
+/// The same for a function that requires one: null is recorded as a violation of its caller.
 Handle* find(io_object_t object, const char* function) {
     Handle* handle = find(object);
     if (handle == nullptr) {
@@ -77,7 +77,7 @@ std::uint8_t byteAt(const simbus::Bytes& bytes, std::size_t at) {
     return at < bytes.size() ? bytes[at] : std::uint8_t{0};
 }
 
-// Creates an object for the property, or returns null.
+/// Creates an object for the property, or returns null.
 CFTypeRef createProperty(const Service& service, const std::string& key) {
     const simbus::Bytes& descriptor = service.device->deviceDescriptor;
     const bool hid = service.hid.has_value();
@@ -97,7 +97,7 @@ CFTypeRef createProperty(const Service& service, const std::string& key) {
     return content ? createString(utf8Of(*content)) : nullptr;
 }
 
-// The system compares only the low 16 bits of numbers.
+/// The system compares only the low 16 bits of numbers.
 bool equal(CFTypeRef one, CFTypeRef other) {
     constexpr std::int64_t kCompared = 0xFFFF;
     return (textOf(one) && textOf(one) == textOf(other)) ||
@@ -118,7 +118,7 @@ bool matches(const Service& service, const Dictionary& wanted) {
     return true;
 }
 
-// A device is on the bus before its HID driver has registered. A test delays that by making this call fail.
+/// A device is on the bus before its HID driver has registered. A test delays that by making this call fail.
 bool hasRegistered() {
     SIM_CALL_POINT("hid driver registered");
     return !fault;
@@ -140,7 +140,7 @@ std::vector<Service> servicesOf(const std::string& serviceClass) {
     return services;
 }
 
-// Returns the matching services; consumes the program's reference on the dictionary.
+/// Returns the matching services; consumes the program's reference on the dictionary.
 std::vector<Service> findServices(CFDictionaryRef matching) {
     const auto& wanted = *static_cast<Dictionary*>(objectOf(matching));
     std::vector<Service> found;
@@ -168,18 +168,18 @@ extern "C" {
 const mach_port_t kIOMainPortDefault = 0;
 
 CFMutableDictionaryRef IOServiceMatching(const char* name) {
-    SIM_CALL_POINT("IOServiceMatching");
+    SIM_CALL_POINT(__func__);
     return fault ? nullptr : sim::referenceTo<CFMutableDictionaryRef>(new sim::Dictionary(name));
 }
 
 io_service_t IOServiceGetMatchingService(mach_port_t, CFDictionaryRef matching) {
-    SIM_CALL_POINT("IOServiceGetMatchingService");
+    SIM_CALL_POINT(__func__);
     const auto found = sim::findServices(matching);
     return fault || found.empty() ? IO_OBJECT_NULL : sim::referTo(found.front());
 }
 
 kern_return_t IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef matching, io_iterator_t* existing) {
-    SIM_CALL_POINT("IOServiceGetMatchingServices");
+    SIM_CALL_POINT(__func__);
     auto found = sim::findServices(matching);
     if (fault) {
         *existing = IO_OBJECT_NULL;
@@ -233,7 +233,7 @@ std::uint32_t IOObjectGetUserRetainCount(io_object_t object) {
 
 CFTypeRef IORegistryEntryCreateCFProperty(io_registry_entry_t entry, CFStringRef key, CFAllocatorRef,
                                           IOOptionBits options) {
-    SIM_CALL_POINT("IORegistryEntryCreateCFProperty");
+    SIM_CALL_POINT(__func__);
     sim::expectNoOptions("IORegistryEntryCreateCFProperty", options);
     const auto service = sim::serviceOf(entry);
     return fault || !service ? nullptr : sim::createProperty(*service, sim::textOf(key).value_or(""));

@@ -8,7 +8,7 @@
 
 namespace sim {
 
-// A service of the registry: a HID interface, or a USB device as a whole.
+/// A service of the registry: a HID interface, or a USB device as a whole.
 struct Service {
     simbus::DeviceInfoPtr device;
     std::optional<simbus::HidInterface> hid;

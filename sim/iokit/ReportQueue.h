@@ -9,14 +9,14 @@
 
 namespace sim {
 
-// Bounded like the system's: a report that finds the queue full is dropped silently. Thread-safe.
+/// Bounded like the system's: a report that finds the queue full is dropped silently. Thread-safe.
 class ReportQueue {
  public:
-    // The smallest queue that the system creates, and its overhead per report, in bytes.
+    /// The smallest queue that the system creates, and its overhead per report, in bytes.
     static constexpr std::size_t kBytes = 16'384;
     static constexpr std::size_t kBytesBeside = 32;
 
-    // Returns false when the report was dropped. A fault at its call point makes the queue full.
+    /// Returns false when the report was dropped. A fault at its call point makes the queue full.
     bool put(simbus::Bytes report) {
         SIM_CALL_POINT("hid report queued");
         const std::lock_guard lock(mutex_);
@@ -29,7 +29,7 @@ class ReportQueue {
         return true;
     }
 
-    // Takes the oldest report; empty when there is none.
+    /// Takes the oldest report; empty when there is none.
     std::optional<simbus::Bytes> take() {
         const std::lock_guard lock(mutex_);
         if (reports_.empty()) {

@@ -11,7 +11,7 @@ namespace sim {
 
 namespace {
 
-// Guards the sources and loops of all threads; there is little contention.
+/// Guards the sources and loops of all threads; there is little contention.
 std::mutex g_mutex;
 
 struct Loop;
@@ -118,7 +118,7 @@ void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLo
 
 CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode, CFTimeInterval seconds,
                                       Boolean returnAfterSourceHandled) {
-    SIM_CALL_POINT("CFRunLoopRunInMode");
+    SIM_CALL_POINT(__func__);
     if (fault) {
         return *fault;
     }
@@ -126,9 +126,9 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode, CFTimeInterval seconds,
         ->run(std::chrono::duration<double>(seconds), returnAfterSourceHandled != 0);
 }
 
-// Deliberate: stopping an idle loop does not stop its next run.
+/// Deliberate: stopping an idle loop does not stop its next run.
 void CFRunLoopStop(CFRunLoopRef loop) {
-    SIM_CALL_POINT("CFRunLoopStop");
+    SIM_CALL_POINT(__func__);
     static_cast<void>(fault);
     const std::lock_guard lock(sim::g_mutex);
     sim::loopOf(loop)->stopped = true;

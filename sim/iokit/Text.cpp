@@ -4,7 +4,7 @@ namespace sim {
 
 namespace {
 
-// The characters of the bytes 0x80 to 0xFF.
+/// The characters of the bytes 0x80 to 0xFF.
 constexpr char16_t kUpperHalf[] =
     u"ÄÅÇÉÑÖÜáàâäãåçéèêëíìîïñóòôöõúùûü"
     u"†°¢£§•¶ß®©™´¨≠ÆØ∞±≤≥¥µ∂∑∏π∫ªºΩæø"

@@ -70,8 +70,7 @@ bool checkMayWait(const char* function) {
     return true;
 }
 
-void checkLeftBehind(const libusb_context& context) {
-    constexpr auto function = "libusb_exit";
+void checkLeftBehind(const char* function, const libusb_context& context) {
     for (const libusb_device_handle* handle : context.handles) {
         violation(function, "device " + nameOf(*handle->device) + " is still open");
     }

@@ -16,19 +16,20 @@
 namespace sim {
 
 void violation(const char* function, const std::string& text);
-std::string nameOf(const libusb_device& device);  // for messages: its serial number, or its id on the bus
+std::string nameOf(const libusb_device& device);  ///< for messages: its serial number, or its id on the bus
 
-// Returns the object behind a pointer of the caller, or null after recording a violation.
-libusb_context* checkContext(const char* function, libusb_context* given);  // null means the default context
+/// Returns the object behind a pointer of the caller, or null after recording a violation.
+libusb_context* checkContext(const char* function,
+                             libusb_context* given);  ///< null means the default context
 libusb_device* checkDevice(const char* function, libusb_device* given);
 libusb_device_handle* checkHandle(const char* function, libusb_device_handle* given);
 TransferRecord* checkTransfer(const char* function, libusb_transfer* given);
 
-// Returns false, after recording a violation, when the thread runs a callback of the library, which must
-// neither wait nor handle events.
+/// Returns false, after recording a violation, when the thread runs a callback of the library, which must
+/// neither wait nor handle events.
 bool checkMayWait(const char* function);
 
-// Records what a program has not freed at libusb_exit.
-void checkLeftBehind(const libusb_context& context);
+/// Records what a program has not freed at libusb_exit.
+void checkLeftBehind(const char* function, const libusb_context& context);
 
 }  // namespace sim

@@ -17,6 +17,16 @@ bool fits(unsigned char asked, simbus::TransferType actual) {
     return same || (asked == LIBUSB_TRANSFER_TYPE_BULK && actual == simbus::TransferType::interrupt);
 }
 
+/// Returns false when another handle, of this process or of another one on the same bus, has the interface.
+bool reserve(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
+    const auto [claim, isNew] = state().claims.emplace(keyOf(handle, interfaceNumber), &handle);
+    if (isNew && !simbus::Bus::instance().claim(handle.device->info->connection, interfaceNumber)) {
+        state().claims.erase(claim);
+        return false;
+    }
+    return claim->second == &handle;
+}
+
 }  // namespace
 
 bool hasClaimed(const libusb_device_handle& handle, std::uint8_t interfaceNumber) {
@@ -26,6 +36,7 @@ bool hasClaimed(const libusb_device_handle& handle, std::uint8_t interfaceNumber
 void dropClaim(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
     handle.claimed &= ~(1U << interfaceNumber);
     state().claims.erase(keyOf(handle, interfaceNumber));
+    simbus::Bus::instance().release(handle.device->info->connection, interfaceNumber);
 }
 
 int claimInterface(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
@@ -40,8 +51,7 @@ int claimInterface(libusb_device_handle& handle, std::uint8_t interfaceNumber) {
     if (heldByHidDriver(*handle.device, interfaceNumber)) {
         return LIBUSB_ERROR_BUSY;
     }
-    const auto claim = state().claims.emplace(keyOf(handle, interfaceNumber), &handle).first;
-    if (claim->second != &handle) {
+    if (!reserve(handle, interfaceNumber)) {
         return LIBUSB_ERROR_BUSY;
     }
     handle.claimed |= 1U << interfaceNumber;
@@ -58,9 +68,7 @@ int claimForTransfer(TransferRecord& record) {
         return LIBUSB_ERROR_IO;
     }
     record.interfaceNumber = endpoint->interfaceNumber;
-    const auto claim =
-        state().claims.emplace(keyOf(*record.handle, endpoint->interfaceNumber), record.handle).first;
-    return claim->second == record.handle ? LIBUSB_SUCCESS : LIBUSB_ERROR_IO;
+    return reserve(*record.handle, endpoint->interfaceNumber) ? LIBUSB_SUCCESS : LIBUSB_ERROR_IO;
 }
 
 bool heldByHidDriver(const libusb_device& device, std::uint8_t interfaceNumber) {
@@ -79,7 +87,12 @@ bool anyClaimed(const libusb_device& device) {
 void dropClaims(const libusb_device_handle& handle) {
     auto& claims = state().claims;
     for (auto claim = claims.begin(); claim != claims.end();) {
-        claim = claim->second == &handle ? claims.erase(claim) : std::next(claim);
+        if (claim->second != &handle) {
+            ++claim;
+            continue;
+        }
+        simbus::Bus::instance().release(claim->first.first, claim->first.second);
+        claim = claims.erase(claim);
     }
 }
 

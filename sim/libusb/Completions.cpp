@@ -118,8 +118,8 @@ void expireTransfers(libusb_context& context) {
 }
 
 void reapTransfers(libusb_context& context) {
-    constexpr int most = 26;  // per pass, so that a program that resubmits in every callback still returns
-    for (int reaped = 0; reaped < most; ++reaped) {
+    constexpr int kMost = 26;  // per pass, so that a program that resubmits in every callback still returns
+    for (int reaped = 0; reaped < kMost; ++reaped) {
         TransferRecord* record = nullptr;
         {
             const StateLock lock(state().mutex);

@@ -8,23 +8,23 @@ namespace sim {
 
 namespace {
 
-constexpr auto notFreed = "config descriptors not freed";
+constexpr auto kNotFreed = "config descriptors not freed";
 
 int hand(const simbus::Bytes& bytes, libusb_config_descriptor** config) {
     auto record = std::make_unique<ConfigRecord>();
     const int result = parseConfiguration(bytes, *record);
     if (result == LIBUSB_SUCCESS) {
         *config = &record->shown;
-        simbus::Bus::instance().addToTally(notFreed, 1);
+        simbus::Bus::instance().addToTally(kNotFreed, 1);
         state().configs.add(*config, record.release());
     }
     return result;
 }
 
 int handByValue(const simbus::DeviceInfo& info, std::uint8_t value, libusb_config_descriptor** config) {
-    constexpr std::size_t valueAt = 5;
+    constexpr std::size_t kValueAt = 5;
     for (const simbus::Bytes& bytes : info.configurationDescriptors) {
-        if (bytes.size() > valueAt && bytes[valueAt] == value) {
+        if (bytes.size() > kValueAt && bytes[kValueAt] == value) {
             return hand(bytes, config);
         }
     }
@@ -38,9 +38,9 @@ int handByValue(const simbus::DeviceInfo& info, std::uint8_t value, libusb_confi
 using sim::StateLock;
 
 int libusb_get_active_config_descriptor(libusb_device* given, libusb_config_descriptor** config) {
-    SIM_ENTER("libusb_get_active_config_descriptor");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const libusb_device* device = sim::checkDevice("libusb_get_active_config_descriptor", given);
+    const libusb_device* device = sim::checkDevice(__func__, given);
     if (device == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -53,9 +53,9 @@ int libusb_get_active_config_descriptor(libusb_device* given, libusb_config_desc
 }
 
 int libusb_get_config_descriptor(libusb_device* given, uint8_t index, libusb_config_descriptor** config) {
-    SIM_ENTER("libusb_get_config_descriptor");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const libusb_device* device = sim::checkDevice("libusb_get_config_descriptor", given);
+    const libusb_device* device = sim::checkDevice(__func__, given);
     if (device == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -65,26 +65,25 @@ int libusb_get_config_descriptor(libusb_device* given, uint8_t index, libusb_con
 
 int libusb_get_config_descriptor_by_value(libusb_device* given, uint8_t value,
                                           libusb_config_descriptor** config) {
-    SIM_ENTER("libusb_get_config_descriptor_by_value");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const libusb_device* device = sim::checkDevice("libusb_get_config_descriptor_by_value", given);
+    const libusb_device* device = sim::checkDevice(__func__, given);
     return device == nullptr ? static_cast<int>(LIBUSB_ERROR_INVALID_PARAM)
                              : sim::handByValue(*device->info, value, config);
 }
 
 void libusb_free_config_descriptor(libusb_config_descriptor* config) {
-    SIM_ENTER_VOID("libusb_free_config_descriptor");
+    SIM_ENTER_VOID();
     if (config == nullptr) {
         return;
     }
     const StateLock lock(sim::state().mutex);
     auto& configs = sim::state().configs;
     if (configs.find(config) == nullptr) {
-        sim::violation("libusb_free_config_descriptor", configs.wasGivenBack(config)
-                                                            ? "descriptor is freed twice"
-                                                            : "descriptor was never handed out");
+        sim::violation(__func__, configs.wasGivenBack(config) ? "descriptor is freed twice"
+                                                              : "descriptor was never handed out");
         return;
     }
-    simbus::Bus::instance().addToTally(sim::notFreed, -1);
+    simbus::Bus::instance().addToTally(sim::kNotFreed, -1);
     configs.retire(config);
 }

@@ -19,7 +19,7 @@ struct InterfaceStore {
     std::vector<libusb_interface_descriptor> shown;
 };
 
-// A descriptor that a program holds: `shown` and everything it points to.
+/// A descriptor that a program holds: `shown` and everything it points to.
 struct ConfigRecord {
     libusb_config_descriptor shown{};
     simbus::Bytes extra;
@@ -27,9 +27,9 @@ struct ConfigRecord {
     std::vector<libusb_interface> shownInterfaces;
 };
 
-// Parses the descriptor of a device, whatever its bytes are, into `record`. Returns LIBUSB_SUCCESS or
-// LIBUSB_ERROR_IO. A descriptor that is cut short at the end is left out; an impossible length makes the
-// whole configuration invalid.
+/// Parses the descriptor of a device, whatever its bytes are, into `record`. Returns LIBUSB_SUCCESS or
+/// LIBUSB_ERROR_IO. A descriptor that is cut short at the end is left out; an impossible length makes the
+/// whole configuration invalid.
 int parseConfiguration(const simbus::Bytes& bytes, ConfigRecord& record);
 
 }  // namespace sim

@@ -7,13 +7,13 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t headerSize = 2;
-constexpr std::size_t mostInterfaces = 32;
-constexpr std::size_t mostEndpoints = 32;
+constexpr std::size_t kHeaderSize = 2;
+constexpr std::size_t kMostInterfaces = 32;
+constexpr std::size_t kMostEndpoints = 32;
 
 enum class Found { whole, cutShort, bad };
 
-// Iterates over descriptors, never past the end.
+/// Iterates over descriptors, never past the end.
 class Cursor {
  public:
     Cursor(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
@@ -31,8 +31,8 @@ class Cursor {
     Found skipExtras(simbus::Bytes& extra) {
         const std::uint8_t* begin = data_;
         Found found = Found::whole;
-        while (found == Found::whole && size_ >= headerSize && !isOwnKind()) {
-            if (length() < headerSize) {
+        while (found == Found::whole && size_ >= kHeaderSize && !isOwnKind()) {
+            if (length() < kHeaderSize) {
                 found = Found::bad;
             } else if (length() > size_) {
                 found = Found::cutShort;
@@ -57,7 +57,7 @@ class Cursor {
 };
 
 Found parseEndpoint(Cursor& cursor, AlternateStore& alternate) {
-    if (cursor.left() < headerSize) {
+    if (cursor.left() < kHeaderSize) {
         return Found::bad;
     }
     if (cursor.type() != LIBUSB_DT_ENDPOINT) {
@@ -92,7 +92,7 @@ Found parseAlternate(Cursor& cursor, InterfaceStore& interface) {
     if (cursor.type() != LIBUSB_DT_INTERFACE) {
         return Found::cutShort;
     }
-    if (cursor.length() < LIBUSB_DT_INTERFACE_SIZE || bytes[4] > mostEndpoints) {
+    if (cursor.length() < LIBUSB_DT_INTERFACE_SIZE || bytes[4] > kMostEndpoints) {
         return Found::bad;
     }
     if (cursor.length() > cursor.left()) {
@@ -120,7 +120,7 @@ Found parseAlternate(Cursor& cursor, InterfaceStore& interface) {
     return Found::whole;
 }
 
-// Parses all settings of one interface; they are consecutive.
+/// Parses all settings of one interface; they are consecutive.
 Found parseInterface(Cursor& cursor, InterfaceStore& interface) {
     while (cursor.left() >= LIBUSB_DT_INTERFACE_SIZE) {
         const auto& alternates = interface.alternates;
@@ -142,7 +142,7 @@ Found parseInterface(Cursor& cursor, InterfaceStore& interface) {
     return interface.alternates.empty() ? Found::cutShort : Found::whole;
 }
 
-// Sets the pointers of the C structs to the stored data; to be called when nothing moves any more.
+/// Sets the pointers of the C structs to the stored data; to be called when nothing moves any more.
 void connect(ConfigRecord& record) {
     for (InterfaceStore& interface : record.interfaces) {
         for (AlternateStore& alternate : interface.alternates) {
@@ -172,7 +172,7 @@ int parseConfiguration(const simbus::Bytes& bytes, ConfigRecord& record) {
     const auto totalLength = static_cast<std::uint16_t>(bytes[2] | bytes[3] << 8U);
     const std::size_t size = std::min<std::size_t>(totalLength, bytes.size());
     if (size < LIBUSB_DT_CONFIG_SIZE || bytes[0] < LIBUSB_DT_CONFIG_SIZE || bytes[0] > size ||
-        bytes[4] > mostInterfaces) {
+        bytes[4] > kMostInterfaces) {
         return LIBUSB_ERROR_IO;
     }
     record.shown.bLength = bytes[0];

@@ -1,4 +1,4 @@
-// Contexts, and the global state of the library.
+// Contexts: their devices, from libusb_init to libusb_exit.
 #include <algorithm>
 #include <iterator>
 
@@ -8,16 +8,6 @@
 #include "Transfers.h"
 
 namespace sim {
-
-State& state() {
-    static auto* const all = new State;
-    return *all;
-}
-
-ThreadState& threadState() {
-    thread_local ThreadState thread;
-    return thread;
-}
 
 namespace {
 
@@ -35,7 +25,7 @@ void onBusNews(const simbus::DeviceInfoPtr& info, bool arrived) {
     }
 }
 
-// Reuses the address of an ended context, as a program's allocator might.
+/// Reuses the address of an ended context, as a program's allocator might.
 libusb_context& makeContext() {
     auto& contexts = state().contexts;
     const auto ended = std::find_if(contexts.begin(), contexts.end(), [](const auto& context) {
@@ -61,8 +51,8 @@ void forgetDevices(libusb_context& context) {
     context.devices.clear();
 }
 
-std::vector<TransferRecord*> endContext(libusb_context& context) {
-    checkLeftBehind(context);
+std::vector<TransferRecord*> endContext(const char* function, libusb_context& context) {
+    checkLeftBehind(function, context);
     auto abandoned = abandonTransfers(context, [](const TransferRecord&) { return true; });
     state().transfers.forEachInUse([&](TransferRecord& record) {
         if (record.device != nullptr && record.device->context == &context) {
@@ -96,7 +86,7 @@ std::vector<TransferRecord*> endContext(libusb_context& context) {
 using sim::StateLock;
 
 int libusb_init(libusb_context** given) {
-    SIM_ENTER("libusb_init");
+    SIM_ENTER();
     auto& bus = simbus::Bus::instance();
     if (bus.lacksScenario()) {
         return LIBUSB_ERROR_OTHER;  // an empty bus would look as if all devices had left
@@ -128,16 +118,16 @@ int libusb_init(libusb_context** given) {
 }
 
 void libusb_exit(libusb_context* given) {
-    SIM_ENTER_VOID("libusb_exit");
+    SIM_ENTER_VOID();
     std::vector<sim::TransferRecord*> abandoned;
     {
         const StateLock lock(sim::state().mutex);
         sim::State& all = sim::state();
         if (given == nullptr && all.defaultContext == nullptr) {
-            sim::violation("libusb_exit", "null context, and no default one");
+            sim::violation(__func__, "null context, and no default one");
             return;
         }
-        libusb_context* context = sim::checkContext("libusb_exit", given);
+        libusb_context* context = sim::checkContext(__func__, given);
         if (context == nullptr || (given == nullptr && --all.defaultContextUsers > 0)) {
             return;
         }
@@ -148,19 +138,19 @@ void libusb_exit(libusb_context* given) {
         if (all.implicitDefault == context) {
             all.implicitDefault = nullptr;
         }
-        abandoned = sim::endContext(*context);
+        abandoned = sim::endContext(__func__, *context);
     }
     sim::stopOnBus(abandoned);
 }
 
 const libusb_version* libusb_get_version() {
-    SIM_ENTER_VOID("libusb_get_version");
+    SIM_ENTER_VOID();
     static const libusb_version version = {1, 0, 26, 11724, "", "http://libusb.info"};
     return &version;
 }
 
 int libusb_has_capability(uint32_t capability) {
-    SIM_ENTER("libusb_has_capability");
+    SIM_ENTER();
     switch (capability) {
         case LIBUSB_CAP_HAS_CAPABILITY:
         case LIBUSB_CAP_HAS_HOTPLUG:
@@ -175,6 +165,6 @@ int libusb_has_capability(uint32_t capability) {
 }
 
 int libusb_set_option(libusb_context* /*context*/, libusb_option /*option*/, ...) {
-    SIM_ENTER("libusb_set_option");
+    SIM_ENTER();
     return LIBUSB_SUCCESS;  // no option has an effect here
 }

@@ -51,8 +51,8 @@ void freeUnlessReferred(libusb_device& device) {
 }  // namespace
 
 void deviceArrived(libusb_context& context, const simbus::DeviceInfoPtr& info, bool tell) {
-    constexpr std::size_t whole = 18;
-    if (info->deviceDescriptor.size() < whole ||
+    constexpr std::size_t kWhole = 18;
+    if (info->deviceDescriptor.size() < kWhole ||
         findConnection(context, info->connection) != context.devices.end()) {
         return;  // a host does not list a device without a complete descriptor
     }
@@ -106,9 +106,9 @@ void unreference(const char* function, libusb_device* given) {
 using sim::StateLock;
 
 ssize_t libusb_get_device_list(libusb_context* given, libusb_device*** list) {
-    SIM_ENTER("libusb_get_device_list");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    libusb_context* context = sim::checkContext("libusb_get_device_list", given);
+    libusb_context* context = sim::checkContext(__func__, given);
     if (context == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -124,27 +124,27 @@ ssize_t libusb_get_device_list(libusb_context* given, libusb_device*** list) {
 }
 
 void libusb_free_device_list(libusb_device** list, int unreferenceDevices) {
-    SIM_ENTER_VOID("libusb_free_device_list");
+    SIM_ENTER_VOID();
     if (list == nullptr) {
         return;
     }
     const StateLock lock(sim::state().mutex);
     sim::Registry<sim::DeviceListRecord>& lists = sim::state().lists;
     if (lists.find(list) == nullptr) {
-        sim::violation("libusb_free_device_list",
+        sim::violation(__func__,
                        lists.wasGivenBack(list) ? "list is freed twice" : "list was never handed out");
         return;
     }
     for (libusb_device** device = list; unreferenceDevices != 0 && *device != nullptr; ++device) {
-        sim::unreference("libusb_free_device_list", *device);
+        sim::unreference(__func__, *device);
     }
     lists.retire(list);
 }
 
 libusb_device* libusb_ref_device(libusb_device* given) {
-    SIM_ENTER_VOID("libusb_ref_device");
+    SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
-    libusb_device* device = sim::checkDevice("libusb_ref_device", given);
+    libusb_device* device = sim::checkDevice(__func__, given);
     if (device != nullptr) {
         ++device->callerReferences;
     }
@@ -152,18 +152,18 @@ libusb_device* libusb_ref_device(libusb_device* given) {
 }
 
 void libusb_unref_device(libusb_device* given) {
-    SIM_ENTER_VOID("libusb_unref_device");
+    SIM_ENTER_VOID();
     if (given == nullptr) {
         return;
     }
     const StateLock lock(sim::state().mutex);
-    sim::unreference("libusb_unref_device", given);
+    sim::unreference(__func__, given);
 }
 
 int libusb_get_device_descriptor(libusb_device* given, libusb_device_descriptor* descriptor) {
-    SIM_ENTER("libusb_get_device_descriptor");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const libusb_device* device = sim::checkDevice("libusb_get_device_descriptor", given);
+    const libusb_device* device = sim::checkDevice(__func__, given);
     if (device == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -172,30 +172,30 @@ int libusb_get_device_descriptor(libusb_device* given, libusb_device_descriptor*
 }
 
 uint8_t libusb_get_bus_number(libusb_device* given) {
-    SIM_ENTER_VOID("libusb_get_bus_number");
+    SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
-    const libusb_device* device = sim::checkDevice("libusb_get_bus_number", given);
+    const libusb_device* device = sim::checkDevice(__func__, given);
     return device == nullptr ? std::uint8_t{0} : device->info->busNumber;
 }
 
 uint8_t libusb_get_device_address(libusb_device* given) {
-    SIM_ENTER_VOID("libusb_get_device_address");
+    SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
-    const libusb_device* device = sim::checkDevice("libusb_get_device_address", given);
+    const libusb_device* device = sim::checkDevice(__func__, given);
     return device == nullptr ? std::uint8_t{0} : device->info->address;
 }
 
 uint8_t libusb_get_port_number(libusb_device* given) {
-    SIM_ENTER_VOID("libusb_get_port_number");
+    SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
-    const libusb_device* device = sim::checkDevice("libusb_get_port_number", given);
+    const libusb_device* device = sim::checkDevice(__func__, given);
     return device == nullptr ? std::uint8_t{0} : device->info->port;
 }
 
 int libusb_get_device_speed(libusb_device* given) {
-    SIM_ENTER("libusb_get_device_speed");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const libusb_device* device = sim::checkDevice("libusb_get_device_speed", given);
+    const libusb_device* device = sim::checkDevice(__func__, given);
     if (device == nullptr) {
         return LIBUSB_SPEED_UNKNOWN;
     }

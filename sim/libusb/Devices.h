@@ -8,7 +8,7 @@ namespace sim {
 void deviceArrived(libusb_context& context, const simbus::DeviceInfoPtr& info, bool notify);
 void deviceLeft(libusb_context& context, const simbus::DeviceInfo& info);
 
-void holdDevice(libusb_device& device);     // takes a reference of the library's own
-void releaseDevice(libusb_device& device);  // drops one; frees the device with the last reference
+void holdDevice(libusb_device& device);     ///< takes a reference of the library's own
+void releaseDevice(libusb_device& device);  ///< drops one; frees the device with the last reference
 
 }  // namespace sim

@@ -11,7 +11,7 @@ namespace {
 
 using std::chrono::nanoseconds;
 
-// Takes the waiters' lock and records its holder for the checks.
+/// Takes the waiters' lock and records its holder for the checks.
 void lockWaiters(libusb_context& context) {
     context.waitersMutex.lock();
     const StateLock lock(state().mutex);
@@ -26,8 +26,8 @@ void unlockWaiters(libusb_context& context) {
     context.waitersMutex.unlock();
 }
 
-// Sleeps until the event handler leaves. The waiters' lock is held before and after, but not during the
-// sleep. Returns true on time-out.
+/// Sleeps until the event handler leaves. The waiters' lock is held before and after, but not during the
+/// sleep. Returns true on time-out.
 bool waitForHandlerToLeave(libusb_context& context, nanoseconds timeout) {
     std::unique_lock<std::mutex> waiters(context.waitersMutex, std::adopt_lock);
     const bool timedOut = context.waiters.wait_for(waiters, timeout) == std::cv_status::timeout;
@@ -50,8 +50,8 @@ bool triggered(const libusb_context& context) {
            !context.messages.empty() || !context.inUse;
 }
 
-// The result of one wait for work, as of the moment at which the wait ended: work that comes up meanwhile is
-// left for the next pass.
+/// The result of one wait for work, as of the moment at which the wait ended: work that comes up meanwhile is
+/// left for the next pass.
 struct Work {
     bool trigger;
     bool timer;
@@ -74,7 +74,7 @@ Work waitForWork(libusb_context& context, nanoseconds timeout) {
     }
 }
 
-// One pass of the thread that holds the events lock.
+/// One pass of the thread that holds the events lock.
 void handleOnce(libusb_context& context, nanoseconds timeout) {
     threadState().handling = &context;
     const Work work = waitForWork(context, timeout);
@@ -152,15 +152,15 @@ int handleEvents(libusb_context& context, nanoseconds timeout, const int* comple
 
 namespace {
 
-constexpr nanoseconds aMinute = std::chrono::seconds(60);
+constexpr nanoseconds kAMinute = std::chrono::seconds(60);
 
 bool isValid(const timeval* time) {
     return time->tv_sec >= 0 && time->tv_usec >= 0 && time->tv_usec < 1'000'000;
 }
 
 nanoseconds durationOf(const timeval& time) {
-    constexpr std::int64_t aYear = 31'536'000;  // effectively no limit, without overflow
-    return std::chrono::seconds(std::min<std::int64_t>(time.tv_sec, aYear)) +
+    constexpr std::int64_t kAYear = 31'536'000;  // effectively no limit, without overflow
+    return std::chrono::seconds(std::min<std::int64_t>(time.tv_sec, kAYear)) +
            std::chrono::microseconds(time.tv_usec);
 }
 
@@ -182,7 +182,7 @@ int checkAndHandle(const char* function, libusb_context* given, const timeval* t
     libusb_context* context = contextThatMayWait(function, given, error);
     return error != LIBUSB_SUCCESS
                ? error
-               : handleEvents(*context, time == nullptr ? aMinute : durationOf(*time), completed);
+               : handleEvents(*context, time == nullptr ? kAMinute : durationOf(*time), completed);
 }
 
 }  // namespace
@@ -192,50 +192,50 @@ int checkAndHandle(const char* function, libusb_context* given, const timeval* t
 using sim::StateLock;
 
 int libusb_handle_events(libusb_context* context) {
-    SIM_ENTER("libusb_handle_events");
-    return sim::checkAndHandle("libusb_handle_events", context, nullptr, nullptr);
+    SIM_ENTER();
+    return sim::checkAndHandle(__func__, context, nullptr, nullptr);
 }
 
 int libusb_handle_events_completed(libusb_context* context, int* completed) {
-    SIM_ENTER("libusb_handle_events_completed");
-    return sim::checkAndHandle("libusb_handle_events_completed", context, nullptr, completed);
+    SIM_ENTER();
+    return sim::checkAndHandle(__func__, context, nullptr, completed);
 }
 
 int libusb_handle_events_timeout(libusb_context* context, timeval* time) {
-    SIM_ENTER("libusb_handle_events_timeout");
-    return sim::checkAndHandle("libusb_handle_events_timeout", context, time, nullptr);
+    SIM_ENTER();
+    return sim::checkAndHandle(__func__, context, time, nullptr);
 }
 
 int libusb_handle_events_timeout_completed(libusb_context* context, timeval* time, int* completed) {
-    SIM_ENTER("libusb_handle_events_timeout_completed");
-    return sim::checkAndHandle("libusb_handle_events_timeout_completed", context, time, completed);
+    SIM_ENTER();
+    return sim::checkAndHandle(__func__, context, time, completed);
 }
 
 int libusb_try_lock_events(libusb_context* given) {
-    SIM_ENTER("libusb_try_lock_events");
+    SIM_ENTER();
     int error = LIBUSB_SUCCESS;
-    libusb_context* context = sim::contextThatMayWait("libusb_try_lock_events", given, error);
+    libusb_context* context = sim::contextThatMayWait(__func__, given, error);
     return error == LIBUSB_SUCCESS && sim::tryLockEvents(*context) ? 0 : 1;
 }
 
 void libusb_lock_events(libusb_context* given) {
-    SIM_ENTER_VOID("libusb_lock_events");
+    SIM_ENTER_VOID();
     int error = LIBUSB_SUCCESS;
-    libusb_context* context = sim::contextThatMayWait("libusb_lock_events", given, error);
+    libusb_context* context = sim::contextThatMayWait(__func__, given, error);
     if (error == LIBUSB_SUCCESS) {
         sim::lockEvents(*context);
     }
 }
 
 void libusb_unlock_events(libusb_context* given) {
-    SIM_ENTER_VOID("libusb_unlock_events");
+    SIM_ENTER_VOID();
     StateLock lock(sim::state().mutex);
-    libusb_context* context = sim::checkContext("libusb_unlock_events", given);
+    libusb_context* context = sim::checkContext(__func__, given);
     if (context == nullptr) {
         return;
     }
     if (context->eventsOwner != std::this_thread::get_id()) {
-        sim::violation("libusb_unlock_events", "the calling thread does not hold the events lock");
+        sim::violation(__func__, "the calling thread does not hold the events lock");
         return;
     }
     lock.unlock();
@@ -243,23 +243,23 @@ void libusb_unlock_events(libusb_context* given) {
 }
 
 int libusb_event_handling_ok(libusb_context* given) {
-    SIM_ENTER("libusb_event_handling_ok");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const libusb_context* context = sim::checkContext("libusb_event_handling_ok", given);
+    const libusb_context* context = sim::checkContext(__func__, given);
     return context != nullptr && context->closing == 0 ? 1 : 0;
 }
 
 int libusb_event_handler_active(libusb_context* given) {
-    SIM_ENTER("libusb_event_handler_active");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const libusb_context* context = sim::checkContext("libusb_event_handler_active", given);
+    const libusb_context* context = sim::checkContext(__func__, given);
     return context != nullptr && sim::handlerActive(*context) ? 1 : 0;
 }
 
 void libusb_lock_event_waiters(libusb_context* given) {
-    SIM_ENTER_VOID("libusb_lock_event_waiters");
+    SIM_ENTER_VOID();
     int error = LIBUSB_SUCCESS;
-    libusb_context* context = sim::contextThatMayWait("libusb_lock_event_waiters", given, error);
+    libusb_context* context = sim::contextThatMayWait(__func__, given, error);
     if (error == LIBUSB_SUCCESS) {
         sim::lockWaiters(*context);
     }
@@ -268,8 +268,8 @@ void libusb_lock_event_waiters(libusb_context* given) {
 namespace sim {
 namespace {
 
-// Returns the context if the calling thread holds its waiters' lock; otherwise records a violation and
-// returns null.
+/// Returns the context if the calling thread holds its waiters' lock; otherwise records a violation and
+/// returns null.
 libusb_context* contextWithWaitersLock(const char* function, libusb_context* given) {
     const StateLock lock(state().mutex);
     libusb_context* context = checkContext(function, given);
@@ -284,27 +284,26 @@ libusb_context* contextWithWaitersLock(const char* function, libusb_context* giv
 }  // namespace sim
 
 void libusb_unlock_event_waiters(libusb_context* given) {
-    SIM_ENTER_VOID("libusb_unlock_event_waiters");
-    if (libusb_context* context = sim::contextWithWaitersLock("libusb_unlock_event_waiters", given);
-        context != nullptr) {
+    SIM_ENTER_VOID();
+    if (libusb_context* context = sim::contextWithWaitersLock(__func__, given); context != nullptr) {
         sim::unlockWaiters(*context);
     }
 }
 
 int libusb_wait_for_event(libusb_context* given, timeval* time) {
-    SIM_ENTER("libusb_wait_for_event");
-    libusb_context* context = sim::contextWithWaitersLock("libusb_wait_for_event", given);
+    SIM_ENTER();
+    libusb_context* context = sim::contextWithWaitersLock(__func__, given);
     if (context == nullptr || (time != nullptr && !sim::isValid(time))) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    constexpr auto forEver = std::chrono::hours(24 * 365);
-    return sim::waitForHandlerToLeave(*context, time == nullptr ? forEver : sim::durationOf(*time)) ? 1 : 0;
+    constexpr auto kForEver = std::chrono::hours(24 * 365);
+    return sim::waitForHandlerToLeave(*context, time == nullptr ? kForEver : sim::durationOf(*time)) ? 1 : 0;
 }
 
 void libusb_interrupt_event_handler(libusb_context* given) {
-    SIM_ENTER_VOID("libusb_interrupt_event_handler");
+    SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
-    libusb_context* context = sim::checkContext("libusb_interrupt_event_handler", given);
+    libusb_context* context = sim::checkContext(__func__, given);
     if (context != nullptr) {
         context->interrupted = true;
         context->wake.notify_all();

@@ -12,10 +12,10 @@ void lockEvents(libusb_context& context);
 bool tryLockEvents(libusb_context& context);
 void unlockEvents(libusb_context& context);
 
-// Implements libusb_handle_events_timeout_completed; `completed` may be null.
+/// Implements libusb_handle_events_timeout_completed; `completed` may be null.
 int handleEvents(libusb_context& context, std::chrono::nanoseconds timeout, const int* completed);
 
-// Calls the hotplug callbacks for the events since the last call.
+/// Calls the hotplug callbacks for the events since the last call.
 void processHotplug(libusb_context& context);
 
 }  // namespace sim

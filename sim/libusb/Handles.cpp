@@ -11,9 +11,9 @@ namespace sim {
 
 namespace {
 
-constexpr int mostInterfaces = 32;
+constexpr int kMostInterfaces = 32;
 
-// The code that the scenario makes this device return for an operation.
+/// The code that the scenario makes this device return for an operation.
 std::optional<int> hostFailure(const libusb_device& device, const char* operation) {
     const auto found = device.info->hostFailures.find(operation);
     return found == device.info->hostFailures.end() ? std::nullopt : std::optional<int>(found->second);
@@ -30,8 +30,8 @@ int codeOf(simbus::Status status) {
     }
 }
 
-// The first step of every call on a handle: the handle, if it is valid, and the code to return when the call
-// ends there.
+/// The first step of every call on a handle: the handle, if it is valid, and the code to return when the call
+/// ends there.
 struct Opened {
     libusb_device_handle* handle = nullptr;
     int error = LIBUSB_SUCCESS;
@@ -50,10 +50,10 @@ Opened attachedHandle(const char* function, libusb_device_handle* given) {
     return opened;
 }
 
-// The same for calls about an interface.
+/// The same for calls about an interface.
 Opened attachedInterface(const char* function, libusb_device_handle* given, int interfaceNumber) {
     Opened opened = attachedHandle(function, given);
-    if (opened.handle != nullptr && (interfaceNumber < 0 || interfaceNumber >= mostInterfaces)) {
+    if (opened.handle != nullptr && (interfaceNumber < 0 || interfaceNumber >= kMostInterfaces)) {
         opened.error = LIBUSB_ERROR_INVALID_PARAM;
     }
     return opened;
@@ -66,13 +66,13 @@ std::vector<TransferRecord*> transfersOf(const libusb_device_handle& handle, std
     });
 }
 
-std::vector<TransferRecord*> closeHandle(libusb_device_handle& handle) {
+std::vector<TransferRecord*> closeHandle(const char* function, libusb_device_handle& handle) {
     libusb_context& context = *handle.context;
     auto abandoned =
         abandonTransfers(context, [&](const TransferRecord& record) { return record.handle == &handle; });
     if (!abandoned.empty()) {
-        violation("libusb_close", "device " + nameOf(*handle.device) + " has " +
-                                      std::to_string(abandoned.size()) + " transfer(s) in flight");
+        violation(function, "device " + nameOf(*handle.device) + " has " + std::to_string(abandoned.size()) +
+                                " transfer(s) in flight");
     }
     dropClaims(handle);
     auto& handles = context.handles;
@@ -89,9 +89,9 @@ std::vector<TransferRecord*> closeHandle(libusb_device_handle& handle) {
 using sim::StateLock;
 
 int libusb_open(libusb_device* given, libusb_device_handle** handle) {
-    SIM_ENTER("libusb_open");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    libusb_device* device = sim::checkDevice("libusb_open", given);
+    libusb_device* device = sim::checkDevice(__func__, given);
     if (device == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -112,12 +112,12 @@ int libusb_open(libusb_device* given, libusb_device_handle** handle) {
 }
 
 void libusb_close(libusb_device_handle* given) {
-    SIM_ENTER_VOID("libusb_close");
+    SIM_ENTER_VOID();
     if (given == nullptr) {
         return;
     }
     StateLock lock(sim::state().mutex);
-    libusb_device_handle* handle = sim::checkHandle("libusb_close", given);
+    libusb_device_handle* handle = sim::checkHandle(__func__, given);
     if (handle == nullptr) {
         return;
     }
@@ -133,9 +133,9 @@ void libusb_close(libusb_device_handle* given) {
         lock.lock();
     }
     // Another thread may have closed it meanwhile, which is a wrong use.
-    handle = sim::checkHandle("libusb_close", given);
+    handle = sim::checkHandle(__func__, given);
     const auto abandoned =
-        handle == nullptr ? std::vector<sim::TransferRecord*>() : sim::closeHandle(*handle);
+        handle == nullptr ? std::vector<sim::TransferRecord*>() : sim::closeHandle(__func__, *handle);
     context.closing -= handlesEvents ? 0 : 1;
     lock.unlock();
     sim::stopOnBus(abandoned);
@@ -145,16 +145,16 @@ void libusb_close(libusb_device_handle* given) {
 }
 
 libusb_device* libusb_get_device(libusb_device_handle* given) {
-    SIM_ENTER_VOID("libusb_get_device");
+    SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
-    const libusb_device_handle* handle = sim::checkHandle("libusb_get_device", given);
+    const libusb_device_handle* handle = sim::checkHandle(__func__, given);
     return handle == nullptr ? nullptr : handle->device;
 }
 
 int libusb_get_configuration(libusb_device_handle* given, int* configuration) {
-    SIM_ENTER("libusb_get_configuration");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedHandle("libusb_get_configuration", given);
+    const auto opened = sim::attachedHandle(__func__, given);
     if (opened.error != LIBUSB_SUCCESS) {
         return opened.error;
     }
@@ -170,9 +170,9 @@ int libusb_get_configuration(libusb_device_handle* given, int* configuration) {
 }
 
 int libusb_set_configuration(libusb_device_handle* given, int configuration) {
-    SIM_ENTER("libusb_set_configuration");
+    SIM_ENTER();
     StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedHandle("libusb_set_configuration", given);
+    const auto opened = sim::attachedHandle(__func__, given);
     if (opened.handle != nullptr && (configuration < -1 || configuration > 0xFF)) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -191,9 +191,9 @@ int libusb_set_configuration(libusb_device_handle* given, int configuration) {
 }
 
 int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER("libusb_claim_interface");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedInterface("libusb_claim_interface", given, interfaceNumber);
+    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
     if (opened.error != LIBUSB_SUCCESS) {
         return opened.error;
     }
@@ -204,9 +204,9 @@ int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
 }
 
 int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER("libusb_release_interface");
+    SIM_ENTER();
     StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedInterface("libusb_release_interface", given, interfaceNumber);
+    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
     if (opened.error == LIBUSB_ERROR_INVALID_PARAM) {
         return opened.error;
     }
@@ -227,9 +227,9 @@ int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
 }
 
 int libusb_set_interface_alt_setting(libusb_device_handle* given, int interfaceNumber, int alternate) {
-    SIM_ENTER("libusb_set_interface_alt_setting");
+    SIM_ENTER();
     StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedInterface("libusb_set_interface_alt_setting", given, interfaceNumber);
+    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
     if (opened.handle != nullptr && (alternate < 0 || alternate > 0xFF)) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -246,9 +246,9 @@ int libusb_set_interface_alt_setting(libusb_device_handle* given, int interfaceN
 }
 
 int libusb_clear_halt(libusb_device_handle* given, unsigned char endpoint) {
-    SIM_ENTER("libusb_clear_halt");
+    SIM_ENTER();
     StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedHandle("libusb_clear_halt", given);
+    const auto opened = sim::attachedHandle(__func__, given);
     if (opened.error != LIBUSB_SUCCESS) {
         return opened.error;
     }
@@ -257,9 +257,9 @@ int libusb_clear_halt(libusb_device_handle* given, unsigned char endpoint) {
 }
 
 int libusb_reset_device(libusb_device_handle* given) {
-    SIM_ENTER("libusb_reset_device");
+    SIM_ENTER();
     StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedHandle("libusb_reset_device", given);
+    const auto opened = sim::attachedHandle(__func__, given);
     if (opened.error != LIBUSB_SUCCESS) {
         return opened.error;
     }
@@ -270,26 +270,26 @@ int libusb_reset_device(libusb_device_handle* given) {
 }
 
 int libusb_kernel_driver_active(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER("libusb_kernel_driver_active");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedInterface("libusb_kernel_driver_active", given, interfaceNumber);
+    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
     if (opened.error != LIBUSB_SUCCESS) {
         return opened.error;
     }
     return sim::heldByHidDriver(*opened.handle->device, static_cast<std::uint8_t>(interfaceNumber)) ? 1 : 0;
 }
 
-// The HID driver keeps its interfaces while the device is connected; there is no other driver.
+/// The HID driver keeps its interfaces while the device is connected; there is no other driver.
 int libusb_attach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER("libusb_attach_kernel_driver");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const int error = sim::attachedInterface("libusb_attach_kernel_driver", given, interfaceNumber).error;
+    const int error = sim::attachedInterface(__func__, given, interfaceNumber).error;
     return error != LIBUSB_SUCCESS ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
 }
 
 int libusb_detach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER("libusb_detach_kernel_driver");
+    SIM_ENTER();
     const StateLock lock(sim::state().mutex);
-    const int error = sim::attachedInterface("libusb_detach_kernel_driver", given, interfaceNumber).error;
+    const int error = sim::attachedInterface(__func__, given, interfaceNumber).error;
     return error != LIBUSB_SUCCESS ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
 }

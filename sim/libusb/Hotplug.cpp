@@ -17,7 +17,7 @@ bool matches(const HotplugCallback& callback, const libusb_device_descriptor& de
            fits(callback.deviceClass, descriptor.bDeviceClass);
 }
 
-// Calls the callback with no lock held.
+/// Calls the callback with no lock held.
 int call(libusb_context& context, const HotplugCallback& callback, libusb_device& device,
          libusb_hotplug_event event) {
     ThreadState& thread = threadState();
@@ -51,16 +51,16 @@ void dispatch(libusb_context& context, const HotplugMessage& message, StateLock&
 
 bool isSane(int events, int flags, int vendorId, int productId, int deviceClass,
             libusb_hotplug_callback_fn function) {
-    constexpr int allEvents = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
+    constexpr int kAllEvents = LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT;
     const auto fits = [](int value, int most) {
         return value == LIBUSB_HOTPLUG_MATCH_ANY || (value >= 0 && value <= most);
     };
-    return events != 0 && (events & ~allEvents) == 0 && (flags & ~LIBUSB_HOTPLUG_ENUMERATE) == 0 &&
+    return events != 0 && (events & ~kAllEvents) == 0 && (flags & ~LIBUSB_HOTPLUG_ENUMERATE) == 0 &&
            fits(vendorId, 0xFFFF) && fits(productId, 0xFFFF) && fits(deviceClass, 0xFF) &&
            function != nullptr;
 }
 
-// Calls a new callback for the devices that are already connected. Its result is ignored.
+/// Calls a new callback for the devices that are already connected. Its result is ignored.
 void enumerate(libusb_context& context, const HotplugCallback& callback, StateLock& lock) {
     const auto devices = context.devices;
     std::for_each(devices.begin(), devices.end(), [](libusb_device* device) { holdDevice(*device); });
@@ -96,12 +96,12 @@ using sim::StateLock;
 int libusb_hotplug_register_callback(libusb_context* given, int events, int flags, int vendorId,
                                      int productId, int deviceClass, libusb_hotplug_callback_fn function,
                                      void* userData, libusb_hotplug_callback_handle* handle) {
-    SIM_ENTER("libusb_hotplug_register_callback");
+    SIM_ENTER();
     if (!sim::isSane(events, flags, vendorId, productId, deviceClass, function)) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
     StateLock lock(sim::state().mutex);
-    libusb_context* context = sim::checkContext("libusb_hotplug_register_callback", given);
+    libusb_context* context = sim::checkContext(__func__, given);
     if (context == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -118,9 +118,9 @@ int libusb_hotplug_register_callback(libusb_context* given, int events, int flag
 }
 
 void libusb_hotplug_deregister_callback(libusb_context* given, libusb_hotplug_callback_handle handle) {
-    SIM_ENTER_VOID("libusb_hotplug_deregister_callback");
+    SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
-    libusb_context* context = sim::checkContext("libusb_hotplug_deregister_callback", given);
+    libusb_context* context = sim::checkContext(__func__, given);
     if (context == nullptr) {
         return;
     }

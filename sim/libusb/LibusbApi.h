@@ -7,14 +7,14 @@
 
 #include "Bus.h"
 
-// First line of every function that returns a code (or a count): counts the call and makes it fail if a test
-// asks for that.
-#define SIM_ENTER(name)                              \
-    static simbus::CallPoint callPoint(name);        \
+/// First line of every function that returns a code (or a count): counts the call and makes it fail if a test
+/// asks for that.
+#define SIM_ENTER()                                  \
+    static simbus::CallPoint callPoint(__func__);    \
     if (const auto fault = callPoint.enter(); fault) \
     return *fault
 
-// The same for the other functions, which only count the call.
-#define SIM_ENTER_VOID(name)                  \
-    static simbus::CallPoint callPoint(name); \
+/// The same for the other functions, which only count the call.
+#define SIM_ENTER_VOID()                          \
+    static simbus::CallPoint callPoint(__func__); \
     callPoint.enter()

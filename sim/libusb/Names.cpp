@@ -4,7 +4,7 @@
 #include "LibusbApi.h"
 
 const char* libusb_error_name(int code) {
-    SIM_ENTER_VOID("libusb_error_name");
+    SIM_ENTER_VOID();
     switch (code) {
         case LIBUSB_SUCCESS:
             return "LIBUSB_SUCCESS / LIBUSB_TRANSFER_COMPLETED";
@@ -52,8 +52,8 @@ const char* libusb_error_name(int code) {
 }
 
 const char* libusb_strerror(int code) {
-    SIM_ENTER_VOID("libusb_strerror");
-    static constexpr std::array<const char*, 13> texts = {
+    SIM_ENTER_VOID();
+    static constexpr std::array<const char*, 13> kTexts = {
         "Success",
         "Input/Output Error",
         "Invalid parameter",
@@ -69,6 +69,6 @@ const char* libusb_strerror(int code) {
         "Operation not supported or unimplemented on this platform",
     };
     const int at = -code;
-    return at >= 0 && at < static_cast<int>(texts.size()) ? texts[static_cast<std::size_t>(at)]
-                                                          : "Other error";
+    return at >= 0 && at < static_cast<int>(kTexts.size()) ? kTexts[static_cast<std::size_t>(at)]
+                                                           : "Other error";
 }

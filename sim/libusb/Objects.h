@@ -21,15 +21,15 @@ struct libusb_device {
     simbus::DeviceInfoPtr info;
     libusb_device_descriptor descriptor;
     bool attached = true;
-    int callerReferences = 0;  // from lists and libusb_ref_device
+    int callerReferences = 0;  ///< from lists and libusb_ref_device
     int ownReferences =
-        1;  // of the library: the connection (then its departure's message), handles, transfers
+        1;  ///< of the library: the connection (then its departure's message), handles, transfers
 };
 
 struct libusb_device_handle {
     libusb_device* device;
     libusb_context* context;
-    std::uint32_t claimed = 0;  // interfaces that the program has claimed itself, one bit each
+    std::uint32_t claimed = 0;  ///< interfaces that the program has claimed itself, one bit each
 };
 
 namespace sim {
@@ -40,25 +40,25 @@ struct TransferRecord {
     TransferRecord(const TransferRecord&) = delete;
     TransferRecord& operator=(const TransferRecord&) = delete;
 
-    libusb_transfer* const shown;  // the part that the program fills in
+    libusb_transfer* const shown;  ///< the part that the program fills in
 
-    std::mutex submission;  // held while the transfer is submitted to the bus or cancelled there; taken
-                            // before the state's lock
+    std::mutex submission;  ///< held while the transfer is submitted to the bus or cancelled there; taken
+                            ///< before the state's lock
     simbus::Transfer bus;
 
-    libusb_context* context = nullptr;  // these four as of the last submission
-    libusb_device* device = nullptr;    // referenced
+    libusb_context* context = nullptr;  ///< these four as of the last submission
+    libusb_device* device = nullptr;    ///< referenced
     libusb_device_handle* handle = nullptr;
     std::uint8_t interfaceNumber = 0;
 
     std::uint64_t submissions = 0;
-    std::int64_t deadline = 0;  // nanoseconds of the steady clock; 0 for none
+    std::int64_t deadline = 0;  ///< nanoseconds of the steady clock; 0 for none
     bool inFlight = false;
     bool cancelling = false;
     bool timeoutSeen = false;
     bool timedOut = false;
-    bool abandoned = false;           // its handle was closed meanwhile; no callback will run
-    std::optional<int> forcedStatus;  // set by a fault
+    bool abandoned = false;           ///< its handle was closed meanwhile; no callback will run
+    std::optional<int> forcedStatus;  ///< set by a fault
 };
 
 struct HotplugCallback {
@@ -79,7 +79,7 @@ struct HotplugMessage {
 
 struct DeviceListRecord {
     libusb_context* context;
-    std::vector<libusb_device*> devices;  // including the terminating null
+    std::vector<libusb_device*> devices;  ///< including the terminating null
 };
 
 struct ConfigRecord;
@@ -88,28 +88,28 @@ struct ConfigRecord;
 
 struct libusb_context {
     bool inUse = false;
-    std::vector<libusb_device*> devices;  // connected, newest first
+    std::vector<libusb_device*> devices;  ///< connected, newest first
     std::vector<libusb_device_handle*> handles;
-    std::vector<std::shared_ptr<sim::HotplugCallback>> callbacks;  // newest first
+    std::vector<std::shared_ptr<sim::HotplugCallback>> callbacks;  ///< newest first
     libusb_hotplug_callback_handle nextCallback = 1;
 
-    // The thread that handles events, and what wakes it.
-    std::thread::id eventsOwner;  // of the events lock
+    /// The thread that handles events, and what wakes it.
+    std::thread::id eventsOwner;  ///< of the events lock
     std::condition_variable eventsFree;
     bool handlerActive = false;
-    int closing = 0;  // threads that are closing a device and wait for the events lock
+    int closing = 0;  ///< threads that are closing a device and wait for the events lock
     std::condition_variable wake;
     bool interrupted = false;
     bool deregistered = false;
-    bool sourcesChanged = false;  // a device was opened
+    bool sourcesChanged = false;  ///< a device was opened
     std::deque<sim::HotplugMessage> messages;
-    std::deque<sim::TransferRecord*> finished;  // completed on the bus, callback not yet called
-    std::vector<sim::TransferRecord*> flying;   // submitted, callback not yet called
+    std::deque<sim::TransferRecord*> finished;  ///< completed on the bus, callback not yet called
+    std::vector<sim::TransferRecord*> flying;   ///< submitted, callback not yet called
 
-    // The event waiters lock is a separate lock, because programs hold it. Taken before the state's lock.
+    /// The event waiters lock is a separate lock, because programs hold it. Taken before the state's lock.
     std::mutex waitersMutex;
     std::condition_variable waiters;
-    std::thread::id waitersOwner;  // guarded by the state's lock
+    std::thread::id waitersOwner;  ///< guarded by the state's lock
 };
 
 namespace sim {
@@ -122,25 +122,25 @@ struct State {
     Registry<DeviceListRecord> lists;
     Registry<ConfigRecord> configs;
 
-    std::vector<std::unique_ptr<libusb_context>> contexts;  // including ended ones, kept for reuse
+    std::vector<std::unique_ptr<libusb_context>> contexts;  ///< including ended ones, kept for reuse
     libusb_context* defaultContext = nullptr;
     int defaultContextUsers = 0;
-    // The first context, which a null context means when there is no default.
+    /// The first context, which a null context means when there is no default.
     libusb_context* implicitDefault = nullptr;
 
-    // The handle that has claimed each interface of each connection.
+    /// The handle that has claimed each interface of each connection.
     std::map<std::pair<simbus::ConnectionId, std::uint8_t>, libusb_device_handle*> claims;
 };
 
-// Never freed: threads may call until the process has ended.
+/// Never freed: threads may call until the process has ended.
 State& state();
 
 using StateLock = std::unique_lock<std::mutex>;
 
-// What the current thread is doing inside the library.
+/// What the current thread is doing inside the library.
 struct ThreadState {
-    libusb_context* handling = nullptr;  // the context whose events it handles
-    bool inCallback = false;             // in a transfer or hotplug callback
+    libusb_context* handling = nullptr;  ///< the context whose events it handles
+    bool inCallback = false;             ///< in a transfer or hotplug callback
 };
 ThreadState& threadState();
 

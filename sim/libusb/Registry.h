@@ -8,13 +8,13 @@
 
 namespace sim {
 
-// Not locked. An object is identified by the address that the program sees.
+/// Not locked. An object is identified by the address that the program sees.
 template <class Object>
 class Registry {
  public:
     void add(const void* address, Object* object) { entries_[address] = {object, true}; }
 
-    // Returns the object in use at that address, or null.
+    /// Returns the object in use at that address, or null.
     Object* find(const void* address) const {
         const auto found = entries_.find(address);
         return found != entries_.end() && found->second.inUse ? found->second.object : nullptr;
@@ -28,7 +28,7 @@ class Registry {
     void retire(const void* address) {
         entries_.at(address).inUse = false;
         retired_.push_back(address);
-        if (retired_.size() > kept) {
+        if (retired_.size() > kKept) {
             const auto oldest = entries_.find(retired_.front());
             retired_.pop_front();
             delete oldest->second.object;
@@ -46,7 +46,7 @@ class Registry {
     }
 
  private:
-    static constexpr std::size_t kept = 2000;
+    static constexpr std::size_t kKept = 2000;
     struct Entry {
         Object* object;
         bool inUse;

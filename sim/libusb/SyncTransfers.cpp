@@ -36,7 +36,7 @@ int resultOf(libusb_transfer_status status) {
     }
 }
 
-// Submits the transfer and waits for it. `moved` receives the bytes transferred, whatever the result.
+/// Submits the transfer and waits for it. `moved` receives the bytes transferred, whatever the result.
 int run(const char* function, libusb_transfer wanted, int& moved) {
     {
         const StateLock lock(state().mutex);
@@ -88,13 +88,13 @@ int runPipe(const char* function, libusb_device_handle* handle, unsigned char ty
 
 int runControl(const char* function, libusb_device_handle* handle, const simbus::Setup& setup,
                unsigned char* data, unsigned int timeout) {
-    constexpr std::size_t setupSize = LIBUSB_CONTROL_SETUP_SIZE;
-    std::vector<unsigned char> buffer(setupSize + setup.length);
+    constexpr std::size_t kSetupSize = LIBUSB_CONTROL_SETUP_SIZE;
+    std::vector<unsigned char> buffer(kSetupSize + setup.length);
     libusb_fill_control_setup(buffer.data(), setup.requestType, setup.request, setup.value, setup.index,
                               setup.length);
     const bool in = (setup.requestType & LIBUSB_ENDPOINT_IN) != 0;
     if (!in && setup.length != 0) {
-        std::memcpy(buffer.data() + setupSize, data, setup.length);
+        std::memcpy(buffer.data() + kSetupSize, data, setup.length);
     }
     libusb_transfer wanted{};
     wanted.dev_handle = handle;
@@ -105,19 +105,19 @@ int runControl(const char* function, libusb_device_handle* handle, const simbus:
     int moved = 0;
     const int result = run(function, wanted, moved);
     if (in && moved > 0) {
-        std::memcpy(data, buffer.data() + setupSize, static_cast<std::size_t>(moved));
+        std::memcpy(data, buffer.data() + kSetupSize, static_cast<std::size_t>(moved));
     }
     return result == LIBUSB_SUCCESS ? moved : result;
 }
 
-// Reads a string descriptor into a buffer. Returns the bytes read, or an error code.
+/// Reads a string descriptor into a buffer. Returns the bytes read, or an error code.
 int readString(const char* function, libusb_device_handle* handle, std::uint8_t index, std::uint16_t language,
                unsigned char* data, std::uint16_t length) {
-    constexpr unsigned timeout = 1000;
+    constexpr unsigned kTimeout = 1000;
     const auto value = static_cast<std::uint16_t>(LIBUSB_DT_STRING << 8 | index);
     return runControl(function, handle,
                       {LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR, value, language, length}, data,
-                      timeout);
+                      kTimeout);
 }
 
 }  // namespace
@@ -127,34 +127,32 @@ int readString(const char* function, libusb_device_handle* handle, std::uint8_t 
 int libusb_control_transfer(libusb_device_handle* handle, uint8_t requestType, uint8_t request,
                             uint16_t value, uint16_t index, unsigned char* data, uint16_t length,
                             unsigned int timeout) {
-    SIM_ENTER("libusb_control_transfer");
-    return sim::runControl("libusb_control_transfer", handle, {requestType, request, value, index, length},
-                           data, timeout);
+    SIM_ENTER();
+    return sim::runControl(__func__, handle, {requestType, request, value, index, length}, data, timeout);
 }
 
 int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data,
                          int length, int* transferred, unsigned int timeout) {
-    SIM_ENTER("libusb_bulk_transfer");
-    return sim::runPipe("libusb_bulk_transfer", handle, LIBUSB_TRANSFER_TYPE_BULK, endpoint, data, length,
-                        transferred, timeout);
+    SIM_ENTER();
+    return sim::runPipe(__func__, handle, LIBUSB_TRANSFER_TYPE_BULK, endpoint, data, length, transferred,
+                        timeout);
 }
 
 int libusb_interrupt_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data,
                               int length, int* transferred, unsigned int timeout) {
-    SIM_ENTER("libusb_interrupt_transfer");
-    return sim::runPipe("libusb_interrupt_transfer", handle, LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, data,
-                        length, transferred, timeout);
+    SIM_ENTER();
+    return sim::runPipe(__func__, handle, LIBUSB_TRANSFER_TYPE_INTERRUPT, endpoint, data, length, transferred,
+                        timeout);
 }
 
 int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char* data,
                                        int length) {
-    SIM_ENTER("libusb_get_string_descriptor_ascii");
-    constexpr auto function = "libusb_get_string_descriptor_ascii";
+    SIM_ENTER();
     std::array<unsigned char, 255> text{};
     if (index == 0) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    int got = sim::readString(function, handle, 0, 0, text.data(), 4);
+    int got = sim::readString(__func__, handle, 0, 0, text.data(), 4);
     if (got < 0) {
         return got;
     }
@@ -162,7 +160,7 @@ int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t ind
         return LIBUSB_ERROR_IO;
     }
     const auto language = static_cast<std::uint16_t>(text[2] | text[3] << 8);
-    got = sim::readString(function, handle, index, language, text.data(), text.size());
+    got = sim::readString(__func__, handle, index, language, text.data(), text.size());
     if (got < 0) {
         return got;
     }

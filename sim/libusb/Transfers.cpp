@@ -13,9 +13,10 @@ namespace sim {
 
 namespace {
 
-constexpr auto transfersNotFreed = "transfers not freed";
+constexpr auto kSubmitTransfer = "libusb_submit_transfer";
+constexpr auto kTransfersNotFreed = "transfers not freed";
 
-// The call point through which tests make transfers on an endpoint fail: "transfer:0x81".
+/// The call point through which tests make transfers on an endpoint fail: "transfer:0x81".
 simbus::CallPoint& completionPoint(std::uint8_t endpoint) {
     struct Points {
         std::array<std::array<char, 16>, 32> names{};
@@ -50,7 +51,7 @@ TransferRecord::~TransferRecord() {
 
 TransferRecord& allocateTransfer(int isochronousPackets) {
     auto* record = new TransferRecord(isochronousPackets);
-    simbus::Bus::instance().addToTally(transfersNotFreed, 1);
+    simbus::Bus::instance().addToTally(kTransfersNotFreed, 1);
     const StateLock lock(state().mutex);
     state().transfers.add(record->shown, record);
     return *record;
@@ -60,7 +61,7 @@ void freeTransfer(TransferRecord& record) {
     if ((record.shown->flags & LIBUSB_TRANSFER_FREE_BUFFER) != 0) {
         std::free(record.shown->buffer);
     }
-    simbus::Bus::instance().addToTally(transfersNotFreed, -1);
+    simbus::Bus::instance().addToTally(kTransfersNotFreed, -1);
     const StateLock lock(state().mutex);
     if (record.device != nullptr) {
         releaseDevice(*record.device);
@@ -88,13 +89,13 @@ int cancelTransfer(TransferRecord& record, std::uint64_t submission, bool timedO
 
 namespace {
 
-// Fills in the bus's part from the program's. Returns LIBUSB_SUCCESS, or the code with which the submission
-// fails.
+/// Fills in the bus's part from the program's. Returns LIBUSB_SUCCESS, or the code with which the submission
+/// fails.
 int prepare(TransferRecord& record) {
     libusb_transfer& shown = *record.shown;
     simbus::Transfer& bus = record.bus;
     if (shown.length < 0) {
-        violation("libusb_submit_transfer", "negative length");
+        violation(kSubmitTransfer, "negative length");
         return LIBUSB_ERROR_INVALID_PARAM;
     }
     if ((shown.flags & LIBUSB_TRANSFER_ADD_ZERO_PACKET) != 0 ||
@@ -107,29 +108,29 @@ int prepare(TransferRecord& record) {
     if (shown.type != LIBUSB_TRANSFER_TYPE_CONTROL) {
         return claimForTransfer(record);
     }
-    constexpr int longest = 4096;
-    constexpr std::size_t setupSize = LIBUSB_CONTROL_SETUP_SIZE;
-    if (shown.length - static_cast<int>(setupSize) > longest) {
+    constexpr int kLongest = 4096;
+    constexpr std::size_t kSetupSize = LIBUSB_CONTROL_SETUP_SIZE;
+    if (shown.length - static_cast<int>(kSetupSize) > kLongest) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    if (bus.length < setupSize) {
+    if (bus.length < kSetupSize) {
         return LIBUSB_ERROR_IO;
     }
     const unsigned char* setup = shown.buffer;
     const auto word = [&](int at) { return static_cast<std::uint16_t>(setup[at] | setup[at + 1] << 8); };
     bus.setup = {setup[0], setup[1], word(2), word(4), word(6)};
-    bus.data += setupSize;
-    bus.length -= setupSize;
+    bus.data += kSetupSize;
+    bus.length -= kSetupSize;
     return bus.setup.length <= bus.length ? LIBUSB_SUCCESS : LIBUSB_ERROR_IO;
 }
 
-// Records the submission; the transfer is in flight from here on.
+/// Records the submission; the transfer is in flight from here on.
 int begin(TransferRecord& record) {
     const StateLock lock(state().mutex);
     if (record.inFlight) {
         return LIBUSB_ERROR_BUSY;
     }
-    libusb_device_handle* handle = checkHandle("libusb_submit_transfer", record.shown->dev_handle);
+    libusb_device_handle* handle = checkHandle(kSubmitTransfer, record.shown->dev_handle);
     if (handle == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
@@ -197,7 +198,7 @@ int submitTransfer(TransferRecord& record) {
 using sim::StateLock;
 
 libusb_transfer* libusb_alloc_transfer(int isochronousPackets) {
-    static simbus::CallPoint callPoint("libusb_alloc_transfer");
+    static simbus::CallPoint callPoint(__func__);
     if (callPoint.enter() || isochronousPackets < 0) {
         return nullptr;
     }
@@ -205,7 +206,7 @@ libusb_transfer* libusb_alloc_transfer(int isochronousPackets) {
 }
 
 void libusb_free_transfer(libusb_transfer* given) {
-    SIM_ENTER_VOID("libusb_free_transfer");
+    SIM_ENTER_VOID();
     if (given == nullptr) {
         return;
     }
@@ -213,12 +214,12 @@ void libusb_free_transfer(libusb_transfer* given) {
     std::vector<sim::TransferRecord*> abandoned;
     {
         const StateLock lock(sim::state().mutex);
-        record = sim::checkTransfer("libusb_free_transfer", given);
+        record = sim::checkTransfer(__func__, given);
         if (record == nullptr) {
             return;
         }
         if (record->inFlight) {
-            sim::violation("libusb_free_transfer", "transfer is in flight");
+            sim::violation(__func__, "transfer is in flight");
             abandoned = sim::abandonTransfers(
                 *record->context, [&](const sim::TransferRecord& other) { return &other == record; });
         }
@@ -228,21 +229,21 @@ void libusb_free_transfer(libusb_transfer* given) {
 }
 
 int libusb_submit_transfer(libusb_transfer* given) {
-    SIM_ENTER("libusb_submit_transfer");
+    SIM_ENTER();
     sim::TransferRecord* record = nullptr;
     {
         const StateLock lock(sim::state().mutex);
-        record = sim::checkTransfer("libusb_submit_transfer", given);
+        record = sim::checkTransfer(__func__, given);
     }
     return record == nullptr ? static_cast<int>(LIBUSB_ERROR_INVALID_PARAM) : sim::submitTransfer(*record);
 }
 
 int libusb_cancel_transfer(libusb_transfer* given) {
-    SIM_ENTER("libusb_cancel_transfer");
+    SIM_ENTER();
     sim::TransferRecord* record = nullptr;
     {
         const StateLock lock(sim::state().mutex);
-        record = sim::checkTransfer("libusb_cancel_transfer", given);
+        record = sim::checkTransfer(__func__, given);
     }
     return record == nullptr ? static_cast<int>(LIBUSB_ERROR_INVALID_PARAM) : sim::cancelTransfer(*record);
 }

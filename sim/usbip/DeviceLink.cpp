@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -13,10 +15,10 @@
 namespace simbus::usbip {
 namespace {
 
-constexpr std::size_t largestTransfer = std::size_t{64} << 20;
-constexpr std::size_t mostWaitingBytes = 2 * largestTransfer;
-constexpr std::size_t mostIsoPackets = 1024;
-constexpr std::size_t isoDescriptorBytes = 16;
+constexpr std::size_t kLargestTransfer = std::size_t{64} << 20;
+constexpr std::size_t kMostWaitingBytes = 2 * kLargestTransfer;
+constexpr std::size_t kMostIsoPackets = 1024;
+constexpr std::size_t kIsoDescriptorBytes = 16;
 
 int errnoOf(Status status) {
     switch (status) {
@@ -36,17 +38,32 @@ int errnoOf(Status status) {
 
 }  // namespace
 
-DeviceLink::DeviceLink(ConnectionId connection, int socket) : connection_(connection), socket_(socket) {}
+DeviceLink::DeviceLink(ConnectionId connection, int socket)
+    : connection_(connection), socket_(socket), writer_(socket) {}
 
 DeviceLink::~DeviceLink() {
     close(socket_);
 }
 
 void DeviceLink::hangUp() {
+    writer_.stop();
     shutdown(socket_, SHUT_RDWR);
 }
 
 void DeviceLink::serve() {
+    std::thread writer;
+    try {
+        writer = std::thread([this] { writer_.run(); });
+    } catch (const std::system_error&) {
+        return hangUp();  // the system has no thread for it
+    }
+    serveRequests();
+    hangUp();
+    takeBackAll();
+    writer.join();
+}
+
+void DeviceLink::serveRequests() {
     Request request;
     Bytes data;
     bool makesSense = true;
@@ -54,15 +71,13 @@ void DeviceLink::serve() {
         if (request.kind == Request::Kind::submit) {
             makesSense = submit(request, std::move(data));
         } else {
-            unlink(request);
+            makesSense = unlink(request);
         }
     }
-    hangUp();
-    takeBackAll();
 }
 
-// Returns false at the end of the link, and at an invalid message: the data after it could not be read
-// either.
+/// Returns false at the end of the link, and at an invalid message: the data after it could not be read
+/// either.
 bool DeviceLink::readRequest(Request& request, Bytes& data) {
     Header header;
     if (!receiveWhole(socket_, header.data(), header.size())) {
@@ -72,22 +87,22 @@ bool DeviceLink::readRequest(Request& request, Bytes& data) {
     if (request.kind == Request::Kind::unlink) {
         return true;
     }
-    if (request.kind != Request::Kind::submit || request.length > largestTransfer ||
-        request.isoPackets > mostIsoPackets) {
+    if (request.kind != Request::Kind::submit || request.length > kLargestTransfer ||
+        request.isoPackets > kMostIsoPackets) {
         return false;
     }
     data.assign(request.length, 0);
-    Bytes isoDescriptors(request.isoPackets * isoDescriptorBytes);
+    Bytes isoDescriptors(request.isoPackets * kIsoDescriptorBytes);
     return (request.in || receiveWhole(socket_, data.data(), request.length)) &&
            receiveWhole(socket_, isoDescriptors.data(), isoDescriptors.size());
 }
 
-// Returns false when the request is invalid.
+/// Returns false when the request is invalid.
 bool DeviceLink::submit(const Request& request, Bytes data) {
     if (request.isoPackets > 0) {
         const std::lock_guard<std::mutex> lock(mutex_);
         send(submitAnswer(request.number, -EINVAL, 0), nullptr, 0);
-        return true;
+        return hasRoomFor(0);
     }
     auto urb = std::make_shared<Urb>();
     urb->data = std::move(data);
@@ -110,32 +125,39 @@ bool DeviceLink::submit(const Request& request, Bytes data) {
     return true;
 }
 
-// Returns false for a number that is already waiting, whose answers could not be told apart, and when more is
-// waiting than any kernel allows.
+/// Whether a client may make that many more bytes wait, here or to be read by it. The mutex is held.
+bool DeviceLink::hasRoomFor(std::size_t bytes) const {
+    return waitingBytes_ + writer_.unsent() + bytes <= kMostWaitingBytes;
+}
+
+/// Returns false for a number that is already waiting, whose answers could not be told apart, and when more
+/// is waiting than any kernel allows.
 bool DeviceLink::noteAsWaiting(std::uint32_t number, const std::shared_ptr<Urb>& urb) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const std::size_t bytes = sizeof(Urb) + urb->data.size();
-    if (bytes > mostWaitingBytes - waitingBytes_ || !waiting_.emplace(number, urb).second) {
+    if (!hasRoomFor(bytes) || !waiting_.emplace(number, urb).second) {
         return false;
     }
     waitingBytes_ += bytes;
     return true;
 }
 
-void DeviceLink::unlink(const Request& request) {
+/// Returns false when the client does not read its answers.
+bool DeviceLink::unlink(const Request& request) {
     std::shared_ptr<Urb> urb;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         const auto found = waiting_.find(request.unlinked);
         if (found == waiting_.end()) {
             send(unlinkAnswer(request.number, 0), nullptr, 0);
-            return;
+            return hasRoomFor(0);
         }
         urb = found->second;
         urb->unlinkedBy = request.number;
     }
     // Whether it is cancelled or completes at this moment, completed() sends the answer.
     Bus::instance().cancel(urb->transfer);
+    return true;
 }
 
 void DeviceLink::completed(std::uint32_t number) {
@@ -181,7 +203,7 @@ void DeviceLink::takeBackAll() {
 void DeviceLink::send(const Header& header, const std::uint8_t* data, std::size_t length) {
     Bytes message(header.begin(), header.end());
     message.insert(message.end(), data, data + length);
-    sendWhole(socket_, message.data(), message.size());
+    writer_.send(std::move(message));
 }
 
 }  // namespace simbus::usbip

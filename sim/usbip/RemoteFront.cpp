@@ -18,9 +18,9 @@
 namespace simbus::usbip {
 namespace {
 
-constexpr int patienceSeconds = 5;  // for a client that has no device yet
-constexpr int waitingClients = 16;
-constexpr std::chrono::milliseconds pauseAfterError{100};  // usually too many open files or threads
+constexpr int kPatienceSeconds = 5;  // for a client that has no device yet
+constexpr int kWaitingClients = 16;
+constexpr std::chrono::milliseconds kPauseAfterError{100};  // usually too many open files or threads
 
 void setPatience(int socket, int seconds) {
     const timeval patience{seconds, 0};  // 0 means no limit
@@ -47,7 +47,7 @@ int listeningSocket(std::uint16_t port) {
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener, waitingClients) != 0) {
+        ::listen(listener, kWaitingClients) != 0) {
         const int problem = errno;
         ::close(listener);
         throw std::system_error(problem, std::generic_category(), "port " + std::to_string(port));
@@ -55,7 +55,7 @@ int listeningSocket(std::uint16_t port) {
     return listener;
 }
 
-// Returns false when the system cannot create a thread.
+/// Returns false when the system cannot create a thread.
 template <class Work>
 bool startThread(Work work) {
     try {
@@ -81,7 +81,7 @@ RemoteFront::RemoteFront() {
 void RemoteFront::serve(int client) {
     const int yes = 1;
     setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);  // answers are small and urgent
-    setPatience(client, patienceSeconds);
+    setPatience(client, kPatienceSeconds);
     Preamble preamble;
     const bool spoke = receiveWhole(client, preamble.data(), preamble.size());
     switch (spoke ? parseOperation(preamble) : Operation::unknown) {
@@ -119,7 +119,7 @@ void RemoteFront::lend(int client) {
     lent_.erase(device->connection);
 }
 
-// Returns null when another client has the device.
+/// Returns null when another client has the device.
 std::shared_ptr<DeviceLink> RemoteFront::lendTo(int client, const DeviceInfoPtr& device) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (closed_ || lent_.count(device->connection) != 0) {
@@ -143,7 +143,7 @@ void RemoteFront::listen(std::uint16_t port) {
             const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
             if (client < 0 || !startThread([this, client] { serve(client); })) {
                 ::close(client);
-                std::this_thread::sleep_for(pauseAfterError);
+                std::this_thread::sleep_for(kPauseAfterError);
             }
         }
     }).detach();

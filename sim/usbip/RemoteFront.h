@@ -10,26 +10,26 @@
 
 namespace simbus::usbip {
 
-// A client lists the devices, or imports one until either side closes the connection; then another client may
-// import it. Unplugging a device disconnects its client. The object must live as long as the process, because
-// the bus may call it until the end.
+/// A client lists the devices, or imports one until either side closes the connection; then another client
+/// may import it. Unplugging a device disconnects its client. The object must live as long as the process,
+/// because the bus may call it until the end.
 class RemoteFront {
  public:
     RemoteFront();
     RemoteFront(const RemoteFront&) = delete;
     RemoteFront& operator=(const RemoteFront&) = delete;
 
-    // Serves one client (a stream socket, of which it takes ownership) on the calling thread until the client
-    // leaves. Disconnects a client that sends an invalid message, or nothing for some seconds before it has a
-    // device.
+    /// Serves one client (a stream socket, of which it takes ownership) on the calling thread until the
+    /// client leaves. Disconnects a client that sends an invalid message, or nothing for some seconds before
+    /// it has a device.
     void serve(int client);
 
-    // Serves all clients that connect to the port of this machine's loopback address, on threads of their
-    // own. Throws std::system_error when the port is not available.
-    // Deliberate: no other address, because every client that can connect may import the devices.
+    /// Serves all clients that connect to the port of this machine's loopback address, on threads of their
+    /// own. Throws std::system_error when the port is not available.
+    /// Deliberate: no other address, because every client that can connect may import the devices.
     void listen(std::uint16_t port);
 
-    // Disconnects all clients and lends no more devices.
+    /// Disconnects all clients and lends no more devices.
     void close();
 
  private:

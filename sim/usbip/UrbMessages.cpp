@@ -7,7 +7,7 @@
 namespace simbus::usbip {
 namespace {
 
-// Offsets in the header, in words.
+/// Offsets in the header, in words.
 enum Word : std::size_t {
     kind = 0,
     number = 1,
@@ -21,8 +21,8 @@ enum Word : std::size_t {
     setupPacket = 10,  // submit, 8 bytes in USB's own order
 };
 
-constexpr std::uint32_t kindSubmitAnswer = 3;
-constexpr std::uint32_t kindUnlinkAnswer = 4;
+constexpr std::uint32_t kSubmitAnswer = 3;
+constexpr std::uint32_t kUnlinkAnswer = 4;
 
 std::uint32_t get(const Header& header, Word word) {
     std::uint32_t value = 0;
@@ -85,13 +85,13 @@ std::uint32_t kernelSpeed(Speed speed) {
 }
 
 Header submitAnswer(std::uint32_t answered, int result, std::size_t bytes) {
-    Header header = answer(kindSubmitAnswer, answered, result);
+    Header header = answer(kSubmitAnswer, answered, result);
     put(header, actual, static_cast<std::uint32_t>(bytes));
     return header;
 }
 
 Header unlinkAnswer(std::uint32_t answered, int result) {
-    return answer(kindUnlinkAnswer, answered, result);
+    return answer(kUnlinkAnswer, answered, result);
 }
 
 }  // namespace simbus::usbip

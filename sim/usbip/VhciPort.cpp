@@ -13,9 +13,9 @@
 namespace simbus::usbip {
 namespace {
 
-const std::string controller = "/sys/devices/platform/vhci_hcd.0/";
-constexpr int stateFree = 4;
-constexpr std::chrono::seconds deadline{10};
+const std::string kController = "/sys/devices/platform/vhci_hcd.0/";
+constexpr int kStateFree = 4;
+constexpr std::chrono::seconds kDeadline{10};
 
 struct Port {
     std::string hub;  // "hs" or "ss"
@@ -24,12 +24,12 @@ struct Port {
     std::string device;  // its name in sysfs; "0-0" until the kernel has assigned an address
 };
 
-// Status files are "status", "status.1", ...: one per group of ports, a heading line, then a line for each
-// port: hub, number, state, speed, device id, socket, device. The numbers are decimal although they begin
-// with zeros.
+/// Status files are "status", "status.1", ...: one per group of ports, a heading line, then a line for each
+/// port: hub, number, state, speed, device id, socket, device. The numbers are decimal although they begin
+/// with zeros.
 bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
     for (int group = 0;; ++group) {
-        std::ifstream file(controller + (group == 0 ? "status" : "status." + std::to_string(group)));
+        std::ifstream file(kController + (group == 0 ? "status" : "status." + std::to_string(group)));
         if (!file) {
             return false;
         }
@@ -46,9 +46,9 @@ bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
     }
 }
 
-// Polls, because the kernel sends no events for these conditions.
+/// Polls, because the kernel sends no events for these conditions.
 bool waitUntil(const std::function<bool()>& reached) {
-    const auto end = std::chrono::steady_clock::now() + deadline;
+    const auto end = std::chrono::steady_clock::now() + kDeadline;
     while (!reached()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
@@ -69,10 +69,10 @@ bool isConfigured(const std::string& device) {
 int attachToFreePort(int socket, Speed speed, ConnectionId connection) {
     const std::string hub = speed == Speed::super ? "ss" : "hs";
     Port port;
-    if (!findPort([&](const Port& each) { return each.hub == hub && each.state == stateFree; }, port)) {
-        throw std::runtime_error("there is no free port at " + controller + " (modprobe vhci_hcd)");
+    if (!findPort([&](const Port& each) { return each.hub == hub && each.state == kStateFree; }, port)) {
+        throw std::runtime_error("there is no free port at " + kController + " (modprobe vhci_hcd)");
     }
-    std::ofstream attach(controller + "attach");
+    std::ofstream attach(kController + "attach");
     attach << port.number << ' ' << socket << ' ' << connection << ' ' << kernelSpeed(speed) << std::flush;
     if (!attach) {
         throw std::runtime_error("the kernel refused the device at port " + std::to_string(port.number));
@@ -91,7 +91,7 @@ bool waitUntilConfigured(int number) {
 bool waitUntilFree(int number) {
     Port port;
     return waitUntil([&] {
-        return findPort([&](const Port& each) { return each.number == number && each.state == stateFree; },
+        return findPort([&](const Port& each) { return each.number == number && each.state == kStateFree; },
                         port);
     });
 }

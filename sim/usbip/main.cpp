@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr char usage[] =
+constexpr char kUsage[] =
     "usage: simbus-usbip [--listen PORT] [--scenario FILE] [--control SOCKET] [--ready-file FILE]\n"
     "\n"
     "Shows the simulated devices of a scenario to this machine's kernel (needs root and the module "
@@ -44,7 +44,7 @@ struct Options {
 };
 
 [[noreturn]] void refuseArguments() {
-    std::cerr << usage;
+    std::cerr << kUsage;
     std::exit(2);
 }
 
@@ -57,7 +57,7 @@ std::uint16_t parsePort(const std::string& text) {
     return static_cast<std::uint16_t>(port);
 }
 
-// Exits on --help and on wrong arguments.
+/// Exits on --help and on wrong arguments.
 Options parseOptions(int argc, char** argv) {
     static const option known[] = {{"scenario", required_argument, nullptr, 's'},
                                    {"control", required_argument, nullptr, 'c'},
@@ -81,7 +81,7 @@ Options parseOptions(int argc, char** argv) {
                 options.port = parsePort(optarg);
                 break;
             case 'h':
-                std::cout << usage;
+                std::cout << kUsage;
                 std::exit(0);
             default:
                 refuseArguments();
@@ -110,8 +110,8 @@ void stopOnSignals() {
     sigaction(SIGINT, &action, nullptr);
 }
 
-// The bus creates its control socket when it is loaded, at the path in the environment: restart with that
-// variable set.
+/// The bus creates its control socket when it is loaded, at the path in the environment: restart with that
+/// variable set.
 void restartWithControl(const std::string& path, char** argv) {
     const char* current = std::getenv("SIMBUS_SOCKET");
     if (!path.empty() && (current == nullptr || path != current)) {

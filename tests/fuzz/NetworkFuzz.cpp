@@ -1,12 +1,10 @@
 // The server of USB/IP: whatever clients say, whole or cut, in any order, while the bus changes under them.
 
-#include <endian.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <deque>
 #include <map>
 #include <string>
@@ -14,11 +12,16 @@
 
 #include "FuzzInput.h"
 #include "RemoteFront.h"
+#include "UrbBytes.h"
 
 namespace {
 
 using simbus::Bus;
 using simbus::Bytes;
+using usbiptest::kHeaderBytes;
+using usbiptest::kSubmitAnswer;
+using usbiptest::kUnlinkAnswer;
+using usbiptest::wordAt;
 
 constexpr char kScenario[] = R"({"devices": [
     {"id": "tool", "plugged": true, "vendorId": "0x6A5C", "productId": "0x1001", "serial": "LENT0001",
@@ -31,13 +34,8 @@ constexpr char kScenario[] = R"({"devices": [
         {"address": "0x84", "type": "bulk", "maxPacketSize": 64, "behaviour": "stall"}]}]}]})";
 constexpr std::array<std::uint8_t, 7> kEndpoints = {0x00, 0x01, 0x81, 0x02, 0x82, 0x83, 0x84};
 constexpr int kMostClients = 3;
-constexpr std::size_t kHeaderBytes = 48;
 constexpr std::size_t kPreambleBytes = 8;
 constexpr std::size_t kDeviceBytes = 312;
-constexpr std::uint32_t kSubmit = 1;
-constexpr std::uint32_t kUnlink = 2;
-constexpr std::uint32_t kSubmitAnswer = 3;
-constexpr std::uint32_t kUnlinkAnswer = 4;
 constexpr std::array<std::uint32_t, 8> kLengths = {0, 1, 5, 8, 64, 65, 512, 100000};
 
 simbus::usbip::RemoteFront& front() {
@@ -146,15 +144,15 @@ class Client {
         }
         const Bytes data = in ? Bytes() : input_.bytes(length);
         asked_[{kSubmitAnswer, number}].push_back({in, 0});
-        say(message({kSubmit, number, 0, in ? 1U : 0U, endpoint, 0, in ? length : std::uint32_t(data.size())},
-                    setup, data));
+        say(in ? usbiptest::submitIn(number, endpoint, length, setup)
+               : usbiptest::submitOut(number, endpoint, data, setup));
     }
 
     void unlink() {
         const std::uint32_t number = input_.byte() % 8;
         const std::uint32_t unlinked = input_.byte() % 8;
         asked_[{kUnlinkAnswer, number}].push_back({false, unlinked});
-        say(message({kUnlink, number, 0, 0, 0, unlinked}, Bytes(8), {}));
+        say(usbiptest::unlink(number, unlinked));
     }
 
     void changeBus() {
@@ -184,34 +182,16 @@ class Client {
         send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
 
-    static Bytes message(const std::array<std::uint32_t, 10>& words, const Bytes& setup, const Bytes& data) {
-        Bytes all;
-        for (const std::uint32_t word : words) {
-            const std::uint32_t big = htobe32(word);
-            const auto* bytes = reinterpret_cast<const std::uint8_t*>(&big);
-            all.insert(all.end(), bytes, bytes + sizeof big);
-        }
-        all.insert(all.end(), setup.begin(), setup.end());
-        all.insert(all.end(), data.begin(), data.end());
-        return all;
-    }
-
-    std::uint32_t wordAt(std::size_t at) const {
-        std::uint32_t value = 0;
-        std::memcpy(&value, heard_.data() + at, sizeof value);
-        return be32toh(value);
-    }
-
     /// The number of bytes behind the answer's header.
     std::size_t requireGoodAnswer(std::size_t at) {
-        const std::uint32_t kind = wordAt(at);
-        const Asked asked = answered(kind, wordAt(at + 4));
-        const auto status = static_cast<std::int32_t>(wordAt(at + 20));
+        const std::uint32_t kind = wordAt(heard_, at);
+        const Asked asked = answered(kind, wordAt(heard_, at + 4));
+        const auto status = static_cast<std::int32_t>(wordAt(heard_, at + 20));
         require(status <= 0, "a status is 0 or an error");
         if (kind == kUnlinkAnswer && status == -ECONNRESET) {
             answered(kSubmitAnswer, asked.unlinked);  // what was taken back has no answer of its own
         }
-        return kind == kSubmitAnswer && asked.in ? wordAt(at + 24) : 0;
+        return kind == kSubmitAnswer && asked.in ? wordAt(heard_, at + 24) : 0;
     }
 
     Asked answered(std::uint32_t kind, std::uint32_t number) {

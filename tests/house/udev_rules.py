@@ -12,7 +12,7 @@ from pathlib import Path
 
 RULES = "packaging/udev"
 TOOL = "java/src/com/talvane/orvex/comm/tool/VendorOptions.java"
-POSTINST = "packaging/deb/postinst"
+POSTINST = "packaging/deb/postinst.in"
 SEAT_RULES = 73  # the number of the rules that turn the tag uaccess into a right
 DOCTOR = "java/src/com/talvane/orvex/comm/tool/UdevRules.java"
 # By kind of node: how a rule names a vendor. An ATTRS{idVendor} fits a hub above the device as well.

@@ -115,9 +115,30 @@ def simulates_for_anybody(_):
     as_user(NOBODY, "orvex-usb", "--simulate", "echo", "--serial", "ECHO0001")
 
 
+def archives():
+    """The archives of the tool's classes that the package has made."""
+    return list(Path("/usr/lib").glob("*/jni/orvex-usb.jsa*"))
+
+
+def archives_its_classes(_):
+    """The tool takes its classes from an archive, which was made at the installation."""
+    log = Path("classes.log").resolve()
+    output_of("orvex-usb", "list", JAVA_TOOL_OPTIONS=f"-Xlog:class+load:file={log}")
+    expect("tool.ListCommand source: shared objects file (top)" in log.read_text(), f"not from {archives()}")
+
+
+def keeps_a_bus(_):
+    """simbus runs commands on one bus: what the first one writes, the second one reads."""
+    demo = next(Path("/usr/lib").glob("*/orvex-usb/sim/demo.json"))
+    commands = "orvex-usb write --serial ECHO0001 --data 0A0B; orvex-usb read --serial ECHO0001"
+    said = as_user(NOBODY, "env", "-u", "SIMBUS_SOCKET", "simbus", "run", demo, "--", "sh", "-c", commands)
+    expect("00000000  0A 0B " in said, said)
+
+
 def copied_rules_work(_):
     """Without the package, the commands for copying the rules by hand give a tool to the person at the machine."""
     output_of("dpkg", "--remove", "--no-triggers", *PACKAGES)
+    expect(not archives(), f"left: {archives()}")
     output_of("udevadm", "control", "--reload")
     output_of("udevadm", "trigger", "--settle", "--action=change", "--subsystem-match=usb")
     expect(not rights(usb_device("HID00001"))[2], "the rules outlive the package")
@@ -127,7 +148,7 @@ def copied_rules_work(_):
 
 
 CHECKS = [without_rules, installs, understood_by_udev, opens_present_tools, leaves_others, opens_new_tools,
-          keeps_others_out, simulates_for_anybody, *FAULTS, copied_rules_work]
+          keeps_others_out, simulates_for_anybody, keeps_a_bus, archives_its_classes, *FAULTS, copied_rules_work]
 
 if __name__ == "__main__":
     sys.exit(exit_status(CHECKS, None))

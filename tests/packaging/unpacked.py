@@ -34,11 +34,13 @@ usr/share/java/orvex-usb-access.jar
 usr/share/lintian/overrides/orvex-usb-access
 """,
     "orvex-usb-simulator": """
+usr/bin/simbus
 usr/lib/*/orvex-usb/orvex-usb-access.jar
 usr/lib/*/orvex-usb/sim/demo.json
 usr/lib/*/orvex-usb/sim/lib/libhidapi-hidraw.so.0
 usr/lib/*/orvex-usb/sim/lib/libsimbus.so
 usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so.0
+usr/lib/*/orvex-usb/sim/simbus
 usr/lib/*/orvex-usb/sim/usbip/simbus-usbip
 usr/share/doc/orvex-usb-simulator/changelog.Debian.gz
 usr/share/doc/orvex-usb-simulator/copyright
@@ -53,12 +55,13 @@ usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/test/example/ToolProc
 usr/share/doc/orvex-usb-simulator/orvex-usb-simulator.cdx.json
 usr/share/doc/orvex-usb-simulator/sim/bus/README.md
 usr/share/lintian/overrides/orvex-usb-simulator
+usr/share/man/man1/simbus.1.gz
 """,
 }
 # What is there when the build has it.
 MANUAL = "usr/share/man/man1/orvex-usb.1.gz"
 OPTIONAL = {MANUAL, "usr/share/bash-completion/completions/orvex-usb"}
-PROGRAMS = re.compile(r"/bin/|/usbip/|/tool-with-tests/run$")
+PROGRAMS = re.compile(r"/bin/|/usbip/|/sim/simbus$|/tool-with-tests/run$")
 # Of the C and C++ runtime; NOTICE names it as a whole.
 RUNTIME = ("libc.", "libm.", "libpthread.", "libgcc_s.", "libstdc++.", "ld-linux")
 

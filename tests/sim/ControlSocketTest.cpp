@@ -4,61 +4,29 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <utility>
 
 #include "ControlSocket.h"
 #include "SimTest.h"
+#include "SocketClient.h"
 
 namespace simtest {
 namespace {
 
-class Client {
- public:
-    explicit Client(const std::string& path) : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {
-        std::signal(SIGPIPE, SIG_IGN);  // sending to a closed socket fails instead
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-        EXPECT_EQ(connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    }
-    ~Client() { ::close(fd_); }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
+using Client = SocketClient;
 
-    void send(const std::string& text) {
-        EXPECT_EQ(::send(fd_, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-    }
-    void endSending() { shutdown(fd_, SHUT_WR); }
-
-    // Reads one line without its end; empty when the other side has closed.
-    std::string line() {
-        std::size_t end = 0;
-        while ((end = got_.find('\n')) == std::string::npos) {
-            char buffer[65536];
-            const ssize_t count = recv(fd_, buffer, sizeof buffer, 0);
-            if (count <= 0) {
-                return std::exchange(got_, {});
-            }
-            got_.append(buffer, static_cast<std::size_t>(count));
-        }
-        const std::string text = got_.substr(0, end);
-        got_.erase(0, end + 1);
-        return text;
-    }
-
- private:
-    int fd_;
-    std::string got_;
-};
+// Every client is answered in the same way.
+simbus::ControlSocket::Greet always(simbus::ControlSocket::Answer answer) {
+    return [answer = std::move(answer)](const simbus::ControlSocket::Tell& /*tell*/) { return answer; };
+}
 
 class ControlSocketTest : public testing::Test {
  protected:
     void SetUp() override {
         path = testing::TempDir() + "simbus-test-" + std::to_string(getpid());
-        ASSERT_TRUE(socket.open(path, [](const std::string& line) { return "<" + line + ">"; }));
+        ASSERT_TRUE(socket.open(path, always([](const std::string& line) { return "<" + line + ">"; })));
     }
     void TearDown() override { socket.close(); }
 
@@ -126,6 +94,48 @@ TEST_F(ControlSocketTest, AClientThatLeavesIsForgotten) {
     EXPECT_EQ(client.line(), "<still there>");
 }
 
+TEST_F(ControlSocketTest, AClientIsToldWhatItHasNotAskedFor) {
+    const std::string talking = path + "-talking";
+    std::promise<simbus::ControlSocket::Tell> greeted;
+    std::promise<void> left;
+    simbus::ControlSocket other;
+    ASSERT_TRUE(other.open(talking, [&](const simbus::ControlSocket::Tell& tell) {
+        greeted.set_value(tell);
+        const std::shared_ptr<void> end(nullptr, [&left](void*) { left.set_value(); });
+        return [end](const std::string& line) { return line; };
+    }));
+    simbus::ControlSocket::Tell tell;
+    {
+        Client client(talking);
+        tell = greeted.get_future().get();
+        tell("news");
+        EXPECT_EQ(client.line(), "news");
+        client.send("question\n");
+        EXPECT_EQ(client.line(), "question");
+    }
+    EXPECT_EQ(left.get_future().wait_for(deadline), std::future_status::ready) << "its end is noticed";
+    tell("too late");
+    other.close();
+}
+
+TEST_F(ControlSocketTest, AClientThatDoesNotReadIsDroppedAndHoldsUpNobody) {
+    const std::string large(64U << 20U, 'x');
+    const std::string talking = path + "-unread";
+    std::promise<simbus::ControlSocket::Tell> greeted;
+    simbus::ControlSocket other;
+    ASSERT_TRUE(other.open(talking, [&](const simbus::ControlSocket::Tell& tell) {
+        greeted.set_value(tell);
+        return [](const std::string& line) { return line; };
+    }));
+    Client client(talking);
+    const simbus::ControlSocket::Tell tell = greeted.get_future().get();
+    for (int i = 0; i < 7; ++i) {
+        tell(large);
+    }
+    client.waitUntilDropped();
+    other.close();
+}
+
 TEST_F(ControlSocketTest, TheFileGoesInTheEnd) {
     socket.close();
     EXPECT_FALSE(exists(path));
@@ -136,7 +146,7 @@ TEST_F(ControlSocketTest, ASocketThatNobodyAnswersOnIsReplaced) {
     const int left = boundTo(old);
     ::close(left);
     simbus::ControlSocket newer;
-    ASSERT_TRUE(newer.open(old, [](const std::string&) { return "newer"; }));
+    ASSERT_TRUE(newer.open(old, always([](const std::string&) { return "newer"; })));
     {
         Client client(old);
         client.send("x\n");

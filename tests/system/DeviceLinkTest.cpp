@@ -1,18 +1,20 @@
 // The kernel front's side of one device, with this test in the place of the kernel.
-#include <endian.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "DeviceLink.h"
+#include "UrbBytes.h"
 
 namespace simbus::usbip {
 namespace {
@@ -23,10 +25,15 @@ constexpr char scenario[] = R"({"devices": [{
         {"address": "0x01", "type": "bulk", "maxPacketSize": 64, "behaviour": "echo"},
         {"address": "0x81", "type": "bulk", "maxPacketSize": 64, "behaviour": "echo"},
         {"address": "0x82", "type": "bulk", "maxPacketSize": 64, "behaviour": "stall"},
-        {"address": "0x83", "type": "bulk", "maxPacketSize": 64, "behaviour": "silent", "limit": 5}]}]}]})";
+        {"address": "0x83", "type": "bulk", "maxPacketSize": 64, "behaviour": "silent", "limit": 5},
+        {"address": "0x84", "type": "bulk", "maxPacketSize": 64, "behaviour": "source"}]}]},
+    {"id": "other", "plugged": true, "vendorId": "0x6A5C", "productId": "0x1002",
+     "interfaces": [{"number": 0, "endpoints": []}]}]})";
 
-constexpr std::uint32_t submitAnswered = 3;
-constexpr std::uint32_t unlinkAnswered = 4;
+using usbiptest::kHeaderBytes;
+using usbiptest::kSubmitAnswer;
+using usbiptest::kUnlinkAnswer;
+using usbiptest::wordAt;
 
 struct Answer {
     std::uint32_t kind = 0;
@@ -55,28 +62,21 @@ class DeviceLinkTest : public testing::Test {
         server_.join();
     }
 
-    void send(std::vector<std::uint32_t> words, const Bytes& setup = Bytes(8), const Bytes& data = {}) {
-        words.resize(10);
-        Bytes message;
-        for (const std::uint32_t word : words) {
-            const std::uint32_t big = htobe32(word);
-            const auto* bytes = reinterpret_cast<const std::uint8_t*>(&big);
-            message.insert(message.end(), bytes, bytes + sizeof big);
-        }
-        message.insert(message.end(), setup.begin(), setup.end());
-        message.insert(message.end(), data.begin(), data.end());
+    void send(const Bytes& message) {
         ASSERT_EQ(::send(kernel_, message.data(), message.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(message.size()));
     }
 
-    void submitIn(std::uint32_t number, std::uint32_t endpoint, std::uint32_t length) {
-        send({1, number, 0, 1, endpoint, 0, length});
+    void submitIn(std::uint32_t number, std::uint32_t endpoint, std::uint32_t length,
+                  const Bytes& setup = Bytes(8)) {
         reads_[number] = true;
+        send(usbiptest::submitIn(number, endpoint, length, setup));
     }
-    void submitOut(std::uint32_t number, std::uint32_t endpoint, const Bytes& data) {
-        send({1, number, 0, 0, endpoint, 0, static_cast<std::uint32_t>(data.size())}, Bytes(8), data);
+    void submitOut(std::uint32_t number, std::uint32_t endpoint, const Bytes& data,
+                   const Bytes& setup = Bytes(8)) {
+        send(usbiptest::submitOut(number, endpoint, data, setup));
     }
-    void unlink(std::uint32_t number, std::uint32_t unlinked) { send({2, number, 0, 0, 0, unlinked}); }
+    void unlink(std::uint32_t number, std::uint32_t unlinked) { send(usbiptest::unlink(number, unlinked)); }
 
     Bytes receive(std::size_t length) {
         Bytes bytes(length);
@@ -86,14 +86,10 @@ class DeviceLinkTest : public testing::Test {
     }
 
     Answer answer() {
-        const Bytes header = receive(48);
-        const auto word = [&](std::size_t at) {
-            std::uint32_t value = 0;
-            std::memcpy(&value, header.data() + at * 4, 4);
-            return be32toh(value);
-        };
+        const Bytes header = receive(kHeaderBytes);
+        const auto word = [&](std::size_t at) { return wordAt(header, at * 4); };
         Answer got{word(0), word(1), static_cast<int>(word(5)), 0, {}};
-        if (got.kind == submitAnswered) {
+        if (got.kind == kSubmitAnswer) {
             got.actual = word(6);
             got.data = receive(reads_[got.number] ? got.actual : 0);
         }
@@ -111,9 +107,8 @@ class DeviceLinkTest : public testing::Test {
     // answered.
     void passOver(std::uint32_t number) {
         const Bytes getStatus{0x80, 0, 0, 0, 0, 0, 2, 0};
-        reads_[number] = true;
-        send({1, number, 0, 1, 0, 0, 2}, getStatus);
-        expectAnswer(submitAnswered, number, 0);
+        submitIn(number, 0, 2, getStatus);
+        expectAnswer(kSubmitAnswer, number, 0);
     }
 
     // The link has ended and nothing of it waits any more.
@@ -145,30 +140,29 @@ TEST_F(DeviceLinkTest, DataGoesOutAndComesBack) {
 }
 
 TEST_F(DeviceLinkTest, ControlRequestCarriesItsSetupPacket) {
-    reads_[1] = true;
-    send({1, 1, 0, 1, 0, 0, 18}, {0x80, 6, 0, 1, 0, 0, 18, 0});
+    submitIn(1, 0, 18, {0x80, 6, 0, 1, 0, 0, 18, 0});
     EXPECT_EQ(answer().data, Bus::instance().devices().at(0)->deviceDescriptor);
 }
 
 TEST_F(DeviceLinkTest, StallAndUnknownEndpointAreBrokenPipes) {
     submitIn(1, 2, 64);
-    expectAnswer(submitAnswered, 1, -EPIPE);
+    expectAnswer(kSubmitAnswer, 1, -EPIPE);
     submitIn(2, 9, 64);
-    expectAnswer(submitAnswered, 2, -EPIPE);
+    expectAnswer(kSubmitAnswer, 2, -EPIPE);
 }
 
 TEST_F(DeviceLinkTest, UnlinkOfAWaitingTransferIsItsOnlyAnswer) {
     submitIn(1, 1, 64);
     unlink(2, 1);
-    expectAnswer(unlinkAnswered, 2, -ECONNRESET);
+    expectAnswer(kUnlinkAnswer, 2, -ECONNRESET);
     passOver(3);
 }
 
 TEST_F(DeviceLinkTest, UnlinkAfterCompletionComesAfterTheAnswer) {
     submitOut(1, 1, {7});
     unlink(2, 1);
-    expectAnswer(submitAnswered, 1, 0);
-    expectAnswer(unlinkAnswered, 2, 0);
+    expectAnswer(kSubmitAnswer, 1, 0);
+    expectAnswer(kUnlinkAnswer, 2, 0);
 }
 
 TEST_F(DeviceLinkTest, UnlinkDeliversWhatHadBeenMoved) {
@@ -178,7 +172,7 @@ TEST_F(DeviceLinkTest, UnlinkDeliversWhatHadBeenMoved) {
     EXPECT_EQ(partial.number, 1U);
     EXPECT_EQ(partial.status, -ECONNRESET);
     EXPECT_EQ(partial.data, (Bytes{0, 1, 2, 3, 4}));
-    expectAnswer(unlinkAnswered, 2, 0);
+    expectAnswer(kUnlinkAnswer, 2, 0);
 }
 
 TEST_F(DeviceLinkTest, UnlinkRacingWithDataLosesNeitherDataNorAnswers) {
@@ -196,11 +190,11 @@ TEST_F(DeviceLinkTest, UnlinkRacingWithDataLosesNeitherDataNorAnswers) {
         const std::uint32_t taken = ++number;
         unlink(taken, submitted);
         Answer first = answer();
-        if (first.kind == submitAnswered) {
+        if (first.kind == kSubmitAnswer) {
             EXPECT_EQ(first.number, submitted);
             EXPECT_EQ(first.status, 0);
             got.insert(got.end(), first.data.begin(), first.data.end());
-            expectAnswer(unlinkAnswered, taken, 0);
+            expectAnswer(kUnlinkAnswer, taken, 0);
         } else {
             EXPECT_EQ(first.number, taken);
             EXPECT_EQ(first.status, -ECONNRESET);
@@ -214,8 +208,8 @@ TEST_F(DeviceLinkTest, UnlinkRacingWithDataLosesNeitherDataNorAnswers) {
 
 TEST_F(DeviceLinkTest, IsochronousTransferIsRefusedWhole) {
     const Bytes dataAndDescriptors(100 + 2 * 16);
-    send({1, 1, 0, 0, 1, 0, 100, 0, 2}, Bytes(8), dataAndDescriptors);
-    expectAnswer(submitAnswered, 1, -EINVAL);
+    send(usbiptest::message({1, 1, 0, 0, 1, 0, 100, 0, 2}, Bytes(8), dataAndDescriptors));
+    expectAnswer(kSubmitAnswer, 1, -EINVAL);
     passOver(2);
 }
 
@@ -240,10 +234,10 @@ TEST_F(DeviceLinkTest, UnpluggedDeviceAnswersNothingMore) {
 TEST_F(DeviceLinkTest, AHaltOfTheControlPipeItselfIsAnswered) {
     const Bytes setHalt{0x02, 3, 0, 0, 0x80, 0, 0, 0};
     const Bytes clearHalt{0x02, 1, 0, 0, 0x80, 0, 0, 0};
-    send({1, 1, 0, 0, 0, 0, 0}, setHalt);
-    expectAnswer(submitAnswered, 1, 0);
-    send({1, 2, 0, 0, 0, 0, 0}, clearHalt);
-    expectAnswer(submitAnswered, 2, 0);
+    submitOut(1, 0, {}, setHalt);
+    expectAnswer(kSubmitAnswer, 1, 0);
+    submitOut(2, 0, {}, clearHalt);
+    expectAnswer(kSubmitAnswer, 2, 0);
     passOver(3);
 }
 
@@ -257,9 +251,9 @@ TEST_F(DeviceLinkTest, ANumberThatWaitsCannotBeGivenToAnother) {
 
 TEST_F(DeviceLinkTest, ANumberThatWasAnsweredCanBeGivenAgain) {
     submitOut(1, 1, {7});
-    expectAnswer(submitAnswered, 1, 0);
+    expectAnswer(kSubmitAnswer, 1, 0);
     submitOut(1, 1, {8});
-    expectAnswer(submitAnswered, 1, 0);
+    expectAnswer(kSubmitAnswer, 1, 0);
 }
 
 TEST_F(DeviceLinkTest, WhatWaitsHasABound) {
@@ -269,8 +263,49 @@ TEST_F(DeviceLinkTest, WhatWaitsHasABound) {
     awaitEnd();
 }
 
+// More than any socket holds.
+constexpr std::uint32_t kLongAnswer = 8U << 20U;
+
+TEST_F(DeviceLinkTest, AClientThatDoesNotReadHoldsUpNobodyElse) {
+    submitIn(1, 4, kLongAnswer);
+    receive(kHeaderBytes);  // the answer is being sent
+    // Returns when the fronts know of it, which the same thread tells them that completes transfers.
+    auto unplugged = std::async(std::launch::async, [] { Bus::instance().unplug("other"); });
+    const bool inTime = unplugged.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    EXPECT_TRUE(inTime);
+    if (!inTime) {
+        link_->hangUp();
+    }
+}
+
+TEST_F(DeviceLinkTest, AnswersThatWaitToBeReadArriveWhole) {
+    submitIn(1, 4, kLongAnswer);
+    submitIn(2, 4, kLongAnswer);
+    Answer first = answer();
+    EXPECT_EQ(first.number, 1U);
+    EXPECT_EQ(first.data.size(), kLongAnswer);
+    const Answer second = answer();
+    EXPECT_EQ(second.number, 2U);
+    EXPECT_EQ(second.data.size(), kLongAnswer);
+    EXPECT_EQ(second.data[1], static_cast<std::uint8_t>(second.data[0] + 1));
+    passOver(3);
+}
+
+TEST_F(DeviceLinkTest, AClientThatAsksForMoreAndDoesNotReadIsDropped) {
+    constexpr std::uint32_t count = 20;  // their answers are more than the bound on what waits
+    for (std::uint32_t number = 1; number <= count; ++number) {
+        submitIn(number, 4, kLongAnswer);
+    }
+    pollfd ended{kernel_, 0, 0};
+    const int dropped = poll(&ended, 1, 20000);
+    EXPECT_EQ(dropped, 1) << "the link ends";
+    if (dropped != 1) {
+        link_->hangUp();
+    }
+}
+
 TEST_F(DeviceLinkTest, NonsenseEndsTheLink) {
-    send({77, 1});
+    send(usbiptest::message({77, 1}));
     char byte = 0;
     EXPECT_EQ(recv(kernel_, &byte, 1, 0), 0);
 }

@@ -1,6 +1,5 @@
 // The server of USB/IP, with this test in the place of a client.
 #include <arpa/inet.h>
-#include <endian.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -14,6 +13,7 @@
 
 #include "Handshake.h"
 #include "RemoteFront.h"
+#include "UrbBytes.h"
 
 namespace simbus::usbip {
 namespace {
@@ -139,15 +139,8 @@ TEST_F(RemoteFrontTest, AnImportedDeviceTakesTransfers) {
     client_.import(busId(0));
     EXPECT_EQ(client_.receive(8), importAnswered(0));
     expectTool(client_.receive(deviceBytes));
-    Bytes getDescriptor(48);
-    getDescriptor[3] = 1;    // submit
-    getDescriptor[7] = 1;    // its number
-    getDescriptor[15] = 1;   // to the host
-    getDescriptor[27] = 18;  // bytes
-    const Bytes setup{0x80, 6, 0, 1, 0, 0, 18, 0};
-    std::copy(setup.begin(), setup.end(), getDescriptor.begin() + 40);
-    client_.send(getDescriptor);
-    client_.receive(48);
+    client_.send(usbiptest::submitIn(1, 0, 18, {0x80, 6, 0, 1, 0, 0, 18, 0}));
+    client_.receive(usbiptest::kHeaderBytes);
     EXPECT_EQ(client_.receive(18), Bus::instance().devices().at(0)->deviceDescriptor);
 }
 

@@ -13,6 +13,7 @@ import java.util.stream.IntStream;
  */
 final class Session implements AutoCloseable {
     private static final String SIMULATED = "ORVEX_USB_SIMULATED";
+    private static final String SHARED_BUS = "SIMBUS_BUS";
 
     private static final int EVERY_VENDOR = -1;
     private static final int MOST_DESCRIPTOR_BYTES = 512;
@@ -23,7 +24,9 @@ final class Session implements AutoCloseable {
 
     Session(Vendors vendors) {
         if (isSimulated()) {
-            System.err.println("The USB bus is simulated. On real hardware: orvex-usb list (without --simulate).");
+            System.err.println("The USB bus is simulated"
+                    + (System.getenv(SHARED_BUS) != null ? " by simbus run."
+                            : ". On real hardware: orvex-usb list (without --simulate)."));
         }
         id = UsbFailure.check("open a session", usb.usbInitialize());
         list = vendors.isEvery() ? usb.usbCreateDeviceList(id, EVERY_VENDOR)
@@ -34,9 +37,9 @@ final class Session implements AutoCloseable {
         }
     }
 
-    /** Whether the launcher was told to simulate the bus. */
+    /** Whether the launcher was told to simulate the bus, or {@code simbus run} has started it. */
     static boolean isSimulated() {
-        return System.getenv(SIMULATED) != null;
+        return System.getenv(SIMULATED) != null || System.getenv(SHARED_BUS) != null;
     }
 
     /** The information line of each device. */

@@ -1,14 +1,12 @@
 package com.talvane.orvex.comm.tool;
 
-import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import java.time.Instant;
-import java.time.LocalTime;
-import java.time.format.DateTimeFormatter;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.concurrent.Callable;
 import java.util.concurrent.TimeUnit;
+import java.util.function.BiConsumer;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
@@ -19,7 +17,6 @@ import picocli.CommandLine.Option;
         description = "Shows the attached devices, and then each that comes or goes, until Ctrl-C.")
 final class WatchCommand implements Callable<Integer> {
     private static final int PERIOD_MS = 100;
-    private static final DateTimeFormatter TIME = DateTimeFormatter.ofPattern("HH:mm:ss.SSS");
 
     @Mixin
     private VendorOptions from;
@@ -48,18 +45,13 @@ final class WatchCommand implements Callable<Integer> {
         long left = count == null ? Long.MAX_VALUE : count;
         try (StopRequest stop = new StopRequest(); Session session = new Session(from.vendors())) {
             List<DeviceInfo> known = session.devices();
-            known.forEach(device -> show("present", device));
-            if (json.isWanted()) {
-                JsonOption.write(Map.of("event", "watching"));
-            } else {
-                System.out.println("Watching; Ctrl-C ends it.");
-            }
+            BiConsumer<String, DeviceInfo> show = showPresent(known);
             // Nobody may be reading any more; then nobody would end it either.
             while (left > 0 && System.nanoTime() - start < limit && !System.out.checkError()
                     && !stop.comesWithin(PERIOD_MS)) {
                 session.update();
                 List<DeviceInfo> now = session.devices();
-                left -= showChanges(known, now);
+                left -= showChanges(known, now, show);
                 known = now;
             }
             if (count != null && left > 0 && System.nanoTime() - start >= limit) {
@@ -70,31 +62,37 @@ final class WatchCommand implements Callable<Integer> {
         return 0;
     }
 
+    /** Shows the devices that are there; gives what shows an event, by the word for it and its device. */
+    private BiConsumer<String, DeviceInfo> showPresent(List<DeviceInfo> present) {
+        if (json.isWanted()) {
+            present.forEach(device -> showJson("present", device));
+            JsonOption.write(Map.of("event", "watching"));
+            return WatchCommand::showJson;
+        }
+        WatchLines lines = new WatchLines(present);
+        lines.showPresent(present);
+        return lines::show;
+    }
+
     /** A record keeps its place, so the two lists differ in presence and at the end only. */
-    private int showChanges(List<DeviceInfo> before, List<DeviceInfo> now) {
+    private static int showChanges(List<DeviceInfo> before, List<DeviceInfo> now,
+            BiConsumer<String, DeviceInfo> show) {
         int changes = 0;
         for (DeviceInfo device : now) {
             boolean was = device.index() < before.size() && before.get(device.index()).line().present();
             if (was != device.line().present()) {
-                show(was ? "left" : "arrived", device);
+                show.accept(was ? "left" : "arrived", device);
                 changes++;
             }
         }
         return changes;
     }
 
-    private void show(String what, DeviceInfo device) {
-        UsbDeviceInfo line = device.line();
-        if (json.isWanted()) {
-            Map<String, Object> fields = new LinkedHashMap<>();
-            fields.put("event", what);
-            fields.put("time", Instant.now().toString());
-            fields.putAll(device.fields());
-            JsonOption.write(fields);
-            return;
-        }
-        System.out.println(String.format("%s  %-7s  %3d  %04X:%04X  %-16s  %s", LocalTime.now().format(TIME), what,
-                device.index(), line.vendorId(), line.productId(), Text.printable(line.serial()),
-                Text.printable(line.product())));
+    private static void showJson(String event, DeviceInfo device) {
+        Map<String, Object> fields = new LinkedHashMap<>();
+        fields.put("event", event);
+        fields.put("time", Instant.now().toString());
+        fields.putAll(device.fields());
+        JsonOption.write(fields);
     }
 }

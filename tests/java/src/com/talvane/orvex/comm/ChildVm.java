@@ -109,9 +109,14 @@ final class ChildVm {
     Outcome runLauncher(String... arguments) throws Exception {
         builder.environment().keySet().removeAll(List.of("LD_LIBRARY_PATH", "DYLD_LIBRARY_PATH", "SIMBUS_SCENARIO"));
         withEnvironment("JAVA_HOME", System.getProperty("java.home"));
+        return runBeside("orvex-usb", arguments);
+    }
+
+    /** Runs a program that lies at this place beside the native library. */
+    Outcome runBeside(String program, String... arguments) throws Exception {
         Path library = Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY));
         List<String> command = new ArrayList<>(prefix);
-        command.add(library.resolveSibling("orvex-usb").toString());
+        command.add(library.resolveSibling(program).toString());
         command.addAll(List.of(arguments));
         return run(command);
     }

@@ -6,9 +6,11 @@ import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.BufferedReader;
+import java.io.InputStream;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
+import java.util.Optional;
 import java.util.concurrent.TimeUnit;
 import java.util.function.Consumer;
 import org.junit.jupiter.api.BeforeEach;
@@ -120,10 +122,29 @@ class ToolProcessTest extends UsbTest {
         assertEquals(0, tool.status(), tool.err());
         assertFalse(tool.out().contains("cds"), tool.out());
         Path archive = Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY)).resolveSibling("orvex-usb.jsa");
-        // Only the Java that has made it can use it.
-        if (Files.exists(archive) && Runtime.version().feature() == 17) {
-            assertTrue(Files.readString(log).contains("tool.ListCommand source: shared objects file (top)"));
+        boolean isOfThisJava = Files.exists(archive) && madeByThisJava(archive);
+        assertEquals(isOfThisJava, Files.readString(log).contains("tool.ListCommand source: shared objects file (top)"),
+                "only the Java that has made an archive can use it");
+        Path java = Path.of(System.getProperty("java.home")).toRealPath();
+        boolean isOfThisBuild = javaOfTheBuild(archive).map(program -> program.startsWith(java)).orElse(false);
+        assertTrue(isOfThisJava || !isOfThisBuild, "the Java of this build has made no archive");
+    }
+
+    /** The archive names the virtual machine in its first bytes. */
+    private static boolean madeByThisJava(Path archive) throws Exception {
+        try (InputStream bytes = Files.newInputStream(archive)) {
+            return new String(bytes.readNBytes(4096), ISO_8859_1)
+                    .contains("(" + System.getProperty("java.vm.version") + ")");
         }
+    }
+
+    /** The program java with which the archive's build was configured; none with sanitizers, which have no archive. */
+    private static Optional<Path> javaOfTheBuild(Path archive) throws Exception {
+        List<String> cache = Files.readAllLines(archive.resolveSibling("CMakeCache.txt"));
+        boolean hasArchive = cache.contains("ORVEX_SANITIZE:STRING=");
+        Optional<String> java = cache.stream().filter(line -> line.startsWith("Java_JAVA_EXECUTABLE:")).findFirst();
+        return hasArchive ? Optional.of(Path.of(java.orElseThrow().replaceAll(".*=", "")).toRealPath())
+                : Optional.empty();
     }
 
     @Test
