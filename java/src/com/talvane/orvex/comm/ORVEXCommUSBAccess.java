@@ -657,9 +657,9 @@ public class ORVEXCommUSBAccess {
      *     endpoints, up to 512 bytes and not more than the active configuration has; for an interface of a composite
      *     device the part that belongs to that interface</td></tr>
      * <tr><td>3 string</td><td>1 manufacturer, 2 product, 3 serial number</td><td>the text, one byte for each character
-     *     (ISO 8859-1), followed by a zero byte (not a USB string descriptor). The result is the length of the text. When
-     *     the text does not fit with its zero byte, it is cut, a zero byte ends it, and the result is {@code bufferSize};
-     *     with a {@code bufferSize} below 2 nothing is stored then</td></tr>
+     *     (ISO 8859-1), followed by a zero byte (not a USB string descriptor). The result is the length of the text.
+     *     When the text does not fit with its zero byte, it is cut, a zero byte ends it, and the result is {@code
+     *     bufferSize}; with a {@code bufferSize} below 2 nothing is stored then</td></tr>
      * <tr><td>5 endpoint</td><td>the endpoint address (low 8 bits)</td><td>the 7 bytes of the endpoint descriptor, or
      *     fewer for a {@code bufferSize} of 1 to 6</td></tr>
      * </table>
