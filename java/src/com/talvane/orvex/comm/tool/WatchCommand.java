@@ -13,10 +13,10 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** Shows devices as they come and go, in one list that lives as long as the session. */
+/** Shows devices that are plugged in or unplugged, with one list that is kept as long as the session. */
 @Command(
         name = "watch",
-        description = "Shows the attached devices, and then each that comes or goes, until Ctrl-C.")
+        description = "Shows the attached devices, then each that is plugged in or unplugged, until Ctrl-C.")
 final class WatchCommand implements Callable<Integer> {
     private static final int PERIOD_MS = 100;
     private static final DateTimeFormatter TIME = DateTimeFormatter.ofPattern("HH:mm:ss.SSS");
@@ -31,7 +31,7 @@ final class WatchCommand implements Callable<Integer> {
             names = "--seconds",
             paramLabel = "N",
             converter = Numbers.Count.class,
-            description = "End after N seconds; a failure when --count is given and not reached.")
+            description = "End after N seconds; a failure if --count is given and not reached.")
     private Integer seconds;
 
     @Option(
@@ -54,7 +54,7 @@ final class WatchCommand implements Callable<Integer> {
             } else {
                 System.out.println("Watching; Ctrl-C ends it.");
             }
-            // Nobody may be reading any more; then nobody would end it either.
+            // An error of standard output means that nobody reads it any more.
             while (left > 0 && System.nanoTime() - start < limit && !System.out.checkError()
                     && !stop.comesWithin(PERIOD_MS)) {
                 session.update();
@@ -64,13 +64,13 @@ final class WatchCommand implements Callable<Integer> {
             }
             if (count != null && left > 0 && System.nanoTime() - start >= limit) {
                 throw new IllegalStateException(
-                        String.format("only %d of %d changes came in %d s", count - left, count, seconds));
+                        String.format("only %d of %d changes within %d s", count - left, count, seconds));
             }
         }
         return 0;
     }
 
-    /** A record keeps its place, so the two lists differ in presence and at the end only. */
+    /** Devices keep their index, so the two lists differ only in presence and at the end. */
     private int showChanges(List<DeviceInfo> before, List<DeviceInfo> now) {
         int changes = 0;
         for (DeviceInfo device : now) {
