@@ -99,9 +99,9 @@ def ci_run(root, folder, fresh):
 def ci_complaints(root, folder):
     passes = "echo 3 passed, 0 failed, 0 skipped; echo 4 passed, 0 failed, 0 skipped"
     for what, fresh, wanted in (
-        ("two empty Debians", passes, (0, "14 passed, 0 failed, 0 skipped")),
+        ("two minimal systems", passes, (0, "14 passed, 0 failed, 0 skipped")),
         ("a failure in one", f"{passes}; [ $1 = trixie ]", (1, "14 passed, 0 failed, 0 skipped")),
-        ("a machine without empty Debians", "exit 3", (0, "10 passed, 0 failed, 1 skipped")),
+        ("a machine without minimal systems", "exit 3", (0, "10 passed, 0 failed, 1 skipped")),
         ("a machine without the newer one", f"[ $1 = bookworm ] || exit 3; {passes}", (0, "7 passed, 0 failed, 0 skipped")),
     ):
         outcome = ci_run(root, folder, fresh)
