@@ -1,6 +1,6 @@
-"""Builds for arm64 Linux on another processor, and tests the given parts: java, demo, unit, package.
+"""Builds arm64 Linux on another processor, and tests the parts that the command line names: java, demo, unit, package.
 
-Called by script/arm64 in the root of the project. It counts and summarises the runs as script/test does.
+Called by script/arm64 from the root of the project. The runs are counted and summed up as those of script/test are.
 """
 
 import os
@@ -32,7 +32,7 @@ def build(*targets):
 
 
 def library():
-    """Builds the library and the jar; checks the exports and imports, and merges the jars of both processors."""
+    """What is shipped: what the library offers and needs, and the one jar for both processors."""
     demand(["script/build"], LOGS / "build.log", BUILD_DEADLINE)
     demand(["cmake", "--preset", "arm64"], LOGS / "build.log", BUILD_DEADLINE)
     build("USBAccessLink", "orvex_jars", "sim_libusb", "sim_hidapi", "simbus-usbip", "orvex_java_tests")
@@ -43,13 +43,13 @@ def library():
 
 
 def in_root(root, *command, **environment):
-    """The command line that runs a command in a root."""
+    """The command that runs a command among the files of a root."""
     variables = [word for name, text in environment.items() for word in ("--env", f"{name}={text}")]
     return ["tests/arm64/in-root", root, "--bind", "/usr/share/java", *variables, "--", *command]
 
 
 def java():
-    """The JUnit suite without the tests that emulation does not support."""
+    """The JUnit suite without what emulation does not do."""
     folder = LOGS / "java"
     suite = junit(folder / "reports", library=LIBRARY, tests=BUILD / "tests/java/orvex-java-tests.jar",
                   without=["kernel", "newest", "unemulated"])
@@ -59,7 +59,7 @@ def java():
 
 
 def demo():
-    """The main job on an arm64 kernel, and the jar there on a system without libusb and hidapi."""
+    """The main job on an arm64 kernel, and there the jar on a system without libusb and hidapi."""
     machine = ["tests/system/vm", "--arch", "arm64", "--root", FULL, "--share", ROOT, "--timeout", DEMO_DEADLINE]
     machine += ["--env", f"SIMBUS_USBIP={BUILD / 'sim/usbip/simbus-usbip'}", "--", "tests/system/with-kernel-bus", DEMO]
     job = ["python3", "-B", "tests/arm64/on_kernel.py", BUILD, JRE, JAR]
@@ -67,7 +67,8 @@ def demo():
 
 
 def unit():
-    """The C++ tests. This machine's CTest starts each in the emulator; the kernel emulates the programs they start."""
+    """The C++ tests. CTest is this machine's, and starts each with the emulator; what they start themselves, the kernel
+    does."""
     build("unit_tests", "sim_tests", "usbip_tests")
     report, log = LOGS / "unit.xml", LOGS / "unit.log"
     command = ["ctest", "--test-dir", BUILD, f"-j{2 * os.cpu_count()}", "--no-tests=error", "--output-on-failure"]
@@ -78,14 +79,14 @@ def unit():
 
 
 def package():
-    """Makes the Debian packages and checks their contents."""
+    """The Debian packages, looked at and into."""
     demand(["script/package", "--arm64"], LOGS / "package-build.log", BUILD_DEADLINE)
     command = [sys.executable, "-B", "tests/packaging/unpacked.py", ROOT / "build/package-arm64", BUILD, "arm64"]
     return told_cases(command, LOGS / "package.log", PACKAGE_DEADLINE)
 
 
 RUNS = {"java": ("java", java), "demo": ("kernel", demo), "unit": ("unit", unit), "package": ("package", package)}
-# Parts that mostly wait run in parallel; the others run one after the other, with both processors.
+# Those that mostly wait go on side by side, the others one after the other with both processors for themselves.
 WAITING = ("java", "demo")
 
 
