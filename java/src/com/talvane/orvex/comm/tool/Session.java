@@ -34,7 +34,7 @@ final class Session implements AutoCloseable {
         }
     }
 
-    /** Whether the launcher simulates the bus. */
+    /** Whether the launcher was told to simulate the bus. */
     static boolean isSimulated() {
         return System.getenv(SIMULATED) != null;
     }

@@ -54,7 +54,7 @@ final class WatchCommand implements Callable<Integer> {
             } else {
                 System.out.println("Watching; Ctrl-C ends it.");
             }
-            // An error of standard output means that nobody reads it any more.
+            // Nobody may be reading any more; then nobody would end it either.
             while (left > 0 && System.nanoTime() - start < limit && !System.out.checkError()
                     && !stop.comesWithin(PERIOD_MS)) {
                 session.update();
@@ -70,7 +70,7 @@ final class WatchCommand implements Callable<Integer> {
         return 0;
     }
 
-    /** Devices keep their index, so the two lists differ only in presence and at the end. */
+    /** A record keeps its place, so the two lists differ in presence and at the end only. */
     private int showChanges(List<DeviceInfo> before, List<DeviceInfo> now) {
         int changes = 0;
         for (DeviceInfo device : now) {
