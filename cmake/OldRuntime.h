@@ -1,6 +1,6 @@
 #pragma once
 
-// Included before all else where OldRuntime.cmake says so: the versions of functions that are asked for.
+// Selects the versions of functions. OldRuntime.cmake includes this file before all others.
 
 // std::condition_variable::wait
 __asm__(

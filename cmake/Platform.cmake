@@ -1,19 +1,19 @@
-# What a build is for is decided here, once. Everything else asks
+# Decides for which platform a build is. All other files check
 #
-#   ORVEX_MACOS  what a Mac's build consists of, and nothing else: sources, libraries, tests, targets. Set on a Mac; and
-#                elsewhere by ORVEX_AS_ON_MACOS, which has the stand-ins of sim/iokit for the system's own libraries
-#   ORVEX_LINUX  what only Linux's build has
+#   ORVEX_MACOS  the sources, libraries, tests and targets of a Mac's build. Set on a Mac, and on other systems by
+#                ORVEX_AS_ON_MACOS, which uses the stand-ins of sim/iokit for the system's libraries
+#   ORVEX_LINUX  the parts that only a Linux build has
 #
-# or, where the system decides that builds, uses one of the values and functions below.
-option(ORVEX_AS_ON_MACOS "Build what a Mac's build consists of, over stand-ins for its system" OFF)
+# Settings that depend on the system that builds are values and functions below.
+option(ORVEX_AS_ON_MACOS "Build the sources of a Mac's build against stand-ins for its system" OFF)
 if(APPLE OR ORVEX_AS_ON_MACOS)
   set(ORVEX_MACOS ON)
 elseif(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   set(ORVEX_LINUX ON)
 endif()
 
-# ORVEX_MACOS_SYSTEM: what the macOS side is linked with. ORVEX_ORIGIN: in a run path, the folder of the file that has it.
-# ORVEX_LIBUSB_FILE: the name by which programs ask for libusb.
+# ORVEX_MACOS_SYSTEM: the libraries to link the macOS side with. ORVEX_ORIGIN: in a run path, the folder of the file
+# that contains it. ORVEX_LIBUSB_FILE: the file name by which programs load libusb.
 if(APPLE)
   set(ORVEX_MACOS_SYSTEM "-framework IOKit" "-framework CoreFoundation")
   set(ORVEX_ORIGIN @loader_path)
@@ -24,8 +24,8 @@ else()
   set(ORVEX_LIBUSB_FILE libusb-1.0.so.0)
 endif()
 
-# Has a library offer nothing but what its folder's exports.symbols (macOS) or exports.map (elsewhere) lists. Its symbols
-# carry no version.
+# Limits the exports of a library to the list in its folder's exports.symbols (macOS) or exports.map (other systems).
+# The symbols have no version.
 function(export_only target)
   if(APPLE)
     set(list ${CMAKE_CURRENT_SOURCE_DIR}/exports.symbols)
@@ -41,7 +41,7 @@ function(export_only target)
   set_target_properties(${target} PROPERTIES LINK_DEPENDS ${list})
 endfunction()
 
-# Has a library outlive the dlclose() of whoever loaded it, with its threads and static objects.
+# Keeps a library, with its threads and static objects, in memory after dlclose().
 function(stays_loaded target)
   if(NOT APPLE)
     target_link_options(${target} PRIVATE -Wl,-z,nodelete)

@@ -1,8 +1,8 @@
 """Writes a bill of materials (CycloneDX 1.5): usage bill.py OUTPUT IDENTITY NAME PART...
 
-IDENTITY is a JSON file with the project's version, summary, url and scm. Each PART is what NAME is published with: a
-package URL and its licence, PURL=SPDX, with "optional:" before it when NAME works without it; or the folder of the copies
-of others' libraries that bundled.py has gathered. The same input gives the same bytes.
+IDENTITY is a JSON file with the project's version, summary, url and scm. Each PART is a component of NAME: a package
+URL and its licence, PURL=SPDX, preceded by "optional:" if NAME works without it; or the folder of third-party libraries
+that bundled.py has written. The same input gives the same bytes.
 """
 
 import hashlib
@@ -22,7 +22,7 @@ def component(purl, licence, **more):
 
 
 def bundled(folder):
-    """What libraries.properties names: "FILE=SOURCE VERSION"."""
+    """The libraries that libraries.properties lists, in lines "FILE=SOURCE VERSION"."""
     for line in (folder / "libraries.properties").read_text().splitlines():
         if not line.startswith("#"):
             file, _, source = line.partition("=")

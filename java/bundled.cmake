@@ -1,6 +1,6 @@
-# Copies of libusb and hidapi for machines without them: Debian's own, as they are installed here or, for another
-# processor, unpacked into a root elsewhere. Sets bundled (the libraries), bundle (what the jar depends on) and adds the
-# folder to natives. Elsewhere than on Debian the jar brings none.
+# Copies of libusb and hidapi for machines without them: those of Debian, installed here or, for another processor,
+# unpacked into a root. Sets bundled (the libraries) and bundle (the dependencies of the jar), and adds the folder to
+# natives. On other systems than Debian the jar contains no copies.
 set(bundled)
 set(bundle)
 set(papers usr/share/doc/libusb-1.0-0/copyright usr/share/doc/libhidapi-hidraw0/copyright)
@@ -27,5 +27,5 @@ if(bundle STREQUAL papers)
   list(APPEND natives META-INF/native/${system}-${processors}=${folder})
 else()
   set(bundle)
-  message(STATUS "libusb and hidapi are not Debian's: the jar brings no copies of them")
+  message(STATUS "libusb and hidapi are not from Debian: the jar contains no copies of them")
 endif()

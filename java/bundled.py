@@ -1,8 +1,8 @@
-"""Gathers what the jar brings for machines without libusb and hidapi: usage bundled.py OUTPUT ROOT LIBRARY...
+"""Copies libusb and hidapi into the jar, for machines without them: usage bundled.py OUTPUT ROOT LIBRARY...
 
-Writes into the folder OUTPUT a copy of each LIBRARY under its soname, as Debian's package below ROOT has it, the
-package's copyright file, the licence that this one refers to (the same on every Debian), and libraries.properties,
-which names the versions.
+Writes into the folder OUTPUT, for each LIBRARY of Debian's packages below ROOT: a copy under its soname, the package's
+copyright file, the licence to which that file refers (the same on every Debian), and libraries.properties with the
+versions.
 """
 
 import gzip
@@ -14,15 +14,15 @@ from pathlib import Path
 PACKAGES = {"libusb-1.0.so.0": "libusb-1.0-0", "libhidapi-hidraw.so.0": "libhidapi-hidraw0"}
 LICENCES = [Path("/usr/share/common-licenses/LGPL-2.1")]
 HEAD = """\
-# Libraries of others in this folder, unmodified as Debian ships them, by the name of the file: source package, version.
-# licences/ has the terms of each. Its sources: "apt-get source PACKAGE=VERSION" on Debian, or
-# https://snapshot.debian.org/package/PACKAGE/VERSION/. Another build of it that is found first, as by
-# LD_LIBRARY_PATH, takes its place.
+# Third-party libraries in this folder, unmodified from Debian: file name, source package, version.
+# licences/ contains the terms of each. Sources: "apt-get source PACKAGE=VERSION" on Debian, or
+# https://snapshot.debian.org/package/PACKAGE/VERSION/. Another build of a library that is found first, for example
+# through LD_LIBRARY_PATH, replaces it.
 """
 
 
 def source_of(root, package):
-    """Name and version of a package's source: what its changelog begins with, or, without one, what dpkg knows."""
+    """Name and version of a package's source, from the start of its changelog or, without one, from dpkg."""
     changelog = root / "usr/share/doc" / package / "changelog.Debian.gz"
     if changelog.exists():
         with gzip.open(changelog, "rt", encoding="utf-8") as lines:

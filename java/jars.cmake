@@ -1,11 +1,11 @@
-# What is handed on: the jar with the native library in it, the jars with sources and documentation, and the pom.
+# The published files: the jar, which contains the native library, the jars with sources and documentation, and the pom.
 set(pack ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/script/lib/jars.py pack)
 set(packer ${PROJECT_SOURCE_DIR}/script/lib/jars.py)
 set(jar_base ${CMAKE_BINARY_DIR}/orvex-usb-access)
 
 configure_file(pom.xml.in ${jar_base}.pom @ONLY)
 
-# The platforms that this build's library is for, as the loader names them.
+# The platforms of this build's library, by the names that the loader uses.
 if(ORVEX_MACOS)
   set(processors ${CMAKE_OSX_ARCHITECTURES})
   set(system macos)
@@ -17,7 +17,7 @@ if(NOT processors)
 endif()
 list(TRANSFORM processors REPLACE "^arm64$" aarch64)
 
-# Without what only a debugger reads. On a Mac that is not in the library, and to touch it would break its signature.
+# Without debug information. On a Mac the library has none, and a change would break its signature.
 set(shipped ${CMAKE_CURRENT_BINARY_DIR}/$<TARGET_FILE_NAME:USBAccessLink>)
 if(ORVEX_MACOS)
   set(ship ${CMAKE_COMMAND} -E copy $<TARGET_FILE:USBAccessLink> ${shipped})
@@ -33,7 +33,7 @@ endforeach()
 include(bundled.cmake)
 set(ORVEX_BUNDLED ${bundled} PARENT_SCOPE)
 
-# What is published with the jar, for each platform in a file of its own, so that jars can be merged.
+# The bill of materials. Each platform has its own file, so that jars can be merged.
 configure_file(identity.json.in identity.json @ONLY)
 list(JOIN processors "-" bill_name)
 set(bill_name orvex-usb-access-${system}-${bill_name}.cdx.json)
@@ -91,8 +91,8 @@ add_custom_target(orvex_jars)
 add_dependencies(orvex_jars orvex_pages orvex_jar orvex_sources_jar orvex_javadoc_jar)
 add_dependencies(orvex_shipped orvex_jars)
 
-# With an archive of the classes that it loads the tool starts faster. It is good for this jar in this place
-# and this Java only; others pass over it. Where it cannot be made the file is empty.
+# An archive of the classes that the tool loads makes it start faster. It is valid for this jar at this path and this
+# Java only; others ignore it. If it cannot be made, the file is empty.
 if(ORVEX_LINUX AND NOT CMAKE_CROSSCOMPILING AND NOT ORVEX_SANITIZE)
   set(archive ${CMAKE_BINARY_DIR}/orvex-usb.jsa)
   add_custom_command(

@@ -1,4 +1,4 @@
-# Run by cpack over what it is about to pack: changelogs under the names that Debian knows, and what it wants compressed.
+# cpack runs this before it packs: it renames the changelog and compresses the files that Debian's policy requires.
 set(share ${CPACK_TEMPORARY_DIRECTORY}/usr/share)
 set(documents ${share}/doc/${CPACK_PACKAGE_NAME})
 if(EXISTS ${documents}/CHANGELOG.md)

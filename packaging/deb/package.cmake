@@ -1,6 +1,6 @@
-# The Debian packages, written by cpack; script/package is the way to run it.
+# The Debian packages, made by cpack; run script/package.
 
-# What every package of Debian has to bring.
+# The files that every Debian package has to contain.
 function(orvex_debian_papers package component)
   set(documents ${CMAKE_INSTALL_DATADIR}/doc/${package})
   install(FILES deb/copyright DESTINATION ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)
@@ -27,10 +27,10 @@ set(CPACK_PACKAGE_CONTACT "${ORVEX_TEAM} <${ORVEX_MAIL}>")
 set(CPACK_PACKAGE_HOMEPAGE_URL ${ORVEX_URL})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "native USB access for Java, and a command-line tool")
 set(CPACK_PACKAGE_DESCRIPTION
-  "The Java classes through which development-tool hosts find programmers,
-debuggers and other USB tools, open them and move data, with their native
-library, and orvex-usb, which does the same from a shell. The rules for udev
-let the person at the machine and the members of plugdev use the tools.")
+  "Java classes with a native library, with which hosts of development tools
+find programmers, debuggers and other USB tools, open them and transfer data,
+and orvex-usb, a command-line tool for the same tasks. The udev rules let the
+user at the machine and the members of plugdev use the tools.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)

@@ -1,11 +1,10 @@
-# The folders of Debian's arm64 files: what the arm64 build is linked with, and what runs it. To be sourced.
+# Makes the folders of Debian's arm64 files that build and run the arm64 library. Source this file.
 #
-#   build/arm64-root/full   libraries to build with, a Java runtime, and what the tests and the virtual machine need
-#   build/arm64-root/jre    a Java runtime, what it depends on, and libudev: a machine with nothing else
+#   build/arm64-root/full   libraries to build with, a Java runtime, the needs of the tests and the virtual machine
+#   build/arm64-root/jre    a Java runtime, its dependencies and libudev: a machine with nothing else
 #
-# They are unpacked from the packages of this machine's release and not installed, so that nothing of arm64 has to run
-# for it. apt has settings, lists and a state of its own for that, below build/arm64-root/apt: the machine's stay as
-# they are.
+# The packages of this machine's release are unpacked, not installed, so that no arm64 program has to run. apt uses
+# separate settings, lists and state below build/arm64-root/apt: those of the machine do not change.
 # shellcheck shell=bash
 # shellcheck disable=SC2154  # root is set by common.sh
 arm64_place=$root/build/arm64-root
@@ -16,7 +15,7 @@ arm64_jre=("${arm64_base[@]}" default-jre-headless libudev1)
 arm64_full=("${arm64_jre[@]}" libusb-1.0-0-dev libudev-dev libhidapi-dev libgtest-dev libgmock-dev
     bsdutils busybox-static mount passwd python3 udev util-linux)
 
-# arm64_set_up SUITE MIRROR: apt's settings, which APT_CONFIG names.
+# arm64_set_up SUITE MIRROR: writes the settings of apt, to be selected by APT_CONFIG.
 arm64_set_up() {
     mkdir -p "$arm64_apt"/{lists,archives}/partial
     : >"$arm64_apt/status"
@@ -36,7 +35,7 @@ Dir::Cache::Archives "$arm64_apt/archives";
 END
 }
 
-# arm64_unpack NAME PACKAGE...: the root of that name, from these packages and all that were fetched before.
+# arm64_unpack NAME PACKAGE...: makes a root from these packages and all that were downloaded before.
 arm64_unpack() {
     local place=$arm64_place/$1 folder
     shift
@@ -46,14 +45,14 @@ arm64_unpack() {
     # shellcheck disable=SC2016  # expanded by each shell
     find "$arm64_apt/archives" -maxdepth 1 -name '*.deb' -print0 |
         xargs -0 -n 1 -P 2 sh -c 'dpkg-deb --fsys-tarfile "$2" | tar -x --keep-directory-symlink -C "$1"' unpack "$place"
-    # What their scripts would have done.
+    # Replaces the installation scripts of the packages.
     cp "$place/usr/share/base-passwd/passwd.master" "$place/etc/passwd"
     cp "$place/usr/share/base-passwd/group.master" "$place/etc/group"
     ln -s ../lib/jvm/default-java/bin/java "$place/usr/bin/java"
 }
 
-# What dpkg would know of the libraries if they were installed: what a package that is linked with them depends on
-# (script/package). Each file stands there with the root's own path before its name.
+# Writes dpkg's data about the libraries as if they were installed. script/package reads from it the dependencies of a
+# package that is linked with them. File names contain the path of the root.
 arm64_know_libraries() {
     local place=$arm64_place/full known=$arm64_place/full/var/lib/dpkg control=$arm64_apt/control deb name
     mkdir -p "$known/info"
@@ -83,17 +82,17 @@ arm64_make() {
     arm64_know_libraries
 }
 
-# Makes what is not there yet, for this release. Without anything to make it needs no network.
+# Makes the missing folders, for this release. Needs no network if none is missing.
 make_arm64_roots() {
     local recipe mirror log=$root/build/arm64-root.log
     recipe=$(cat "${BASH_SOURCE[0]}" /etc/os-release | cksum)
     [[ ! -e $arm64_place/recipe || $(<"$arm64_place/recipe") != "$recipe" ]] || return 0
     mirror=$(own_mirror)
-    [[ -n $mirror ]] || cannot "apt's sources name no archive of Debian: $0 works on Debian 12 and 13"
+    [[ -n $mirror ]] || cannot "apt's sources have no archive of Debian: $0 works on Debian 12 and 13"
     say "fetching and unpacking Debian's arm64 files"
     rm -rf "$arm64_place"
     mkdir -p "$arm64_place"
     (set -e && arm64_make "$mirror") >"$log" 2>&1 </dev/null &
-    wait $! || cannot "Debian's arm64 packages cannot be had from $mirror: see to the network and the address; what apt said is in ${log#"$root/"}"
+    wait $! || cannot "Debian's arm64 packages cannot be downloaded from $mirror: check the network and the address; the output of apt is in ${log#"$root/"}"
     echo "$recipe" >"$arm64_place/recipe"
 }

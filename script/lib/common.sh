@@ -1,4 +1,4 @@
-# Shared by the scripts of this folder; to be sourced.
+# Functions for the scripts of this project; source this file.
 # shellcheck shell=bash
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
@@ -11,7 +11,7 @@ fail() {
     exit 1
 }
 
-# cannot MESSAGE: ends the script because this machine cannot do what it is for.
+# cannot MESSAGE: ends the script with exit status 3, because this machine cannot run it.
 cannot() {
     (fail "$@") || exit 3
 }
@@ -22,13 +22,14 @@ usage_error() {
     exit 2
 }
 
-# run_logged NAME COMMAND...: quiet while it works; a failure shows the end of build/NAME.log and ends the script.
+# run_logged NAME COMMAND...: runs a command with its output in build/NAME.log. If it fails, shows the end of the log
+# and ends the script.
 run_logged() {
     local log=$root/build/$1.log
     shift
     mkdir -p "$root/build"
     if ! "$@" >"$log" 2>&1 </dev/null; then
         tail -n 40 "$log" >&2
-        fail "failed: $*; everything it said is in ${log#"$root/"}"
+        fail "failed: $*; its whole output is in ${log#"$root/"}"
     fi
 }

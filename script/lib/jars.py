@@ -1,7 +1,7 @@
-"""Writes jars whose bytes depend on what is in them and on nothing else: not on the clock, the folder or the order.
+"""Writes jars whose bytes depend only on their contents, not on the clock, the folder or the order of the files.
 
-usage: jars.py pack JAR PIECE...     PIECE: another jar, all of it; or NAME=PATH, a file or folder at that place in it
-       jars.py merge JAR INPUT...    the first input with what each has for its own platforms
+usage: jars.py pack JAR PIECE...     PIECE: the contents of another jar; or NAME=PATH, a file or folder under that name
+       jars.py merge JAR INPUT...    the first input, with the platform files of all inputs
 """
 
 import os
@@ -13,12 +13,12 @@ from pathlib import Path
 MANIFEST = "META-INF/MANIFEST.MF"
 OF_PLATFORMS = ("META-INF/native/", "META-INF/sbom/")  # the native libraries and the bills of materials
 BEGINNING = 315619200  # 1980-01-02, about where the time of jar files begins
-# Where the parts of a merge come from cannot change what they are, but tells who built them.
+# The only line of the manifest that may differ between merged jars: the JDK of the build.
 BUILDER = b"Created-By:"
 
 
 class Refused(Exception):
-    """What was asked for makes no sense; the text says why."""
+    """The jars cannot be packed or merged; the text says why."""
 
 
 def entries_of(jar):
@@ -36,7 +36,7 @@ def entries_at(name, path):
 
 
 def write(jar, entries):
-    """Sorted, the manifest first as Java wants it, all of the same date: SOURCE_DATE_EPOCH or the beginning of time."""
+    """Writes sorted files, the manifest first as Java requires, all with the date SOURCE_DATE_EPOCH or 1980."""
     date = time.gmtime(max(int(os.environ.get("SOURCE_DATE_EPOCH", BEGINNING)), BEGINNING))[:6]
     unfinished = Path(f"{jar}.new")
     with zipfile.ZipFile(unfinished, "w") as archive:
@@ -53,13 +53,13 @@ def pack(jar, *pieces):
         name, equals, path = piece.partition("=")
         more = entries_at(name, Path(path)) if equals else entries_of(piece)
         for double in sorted(entries.keys() & more.keys()):
-            raise Refused(f"{piece}: {double} is there already")
+            raise Refused(f"{piece}: {double} is already in the jar")
         entries.update(more)
     write(jar, entries)
 
 
 def shared_part(entries):
-    """What has to be the same in all jars that are merged."""
+    """The files and manifest lines that have to be the same in all merged jars."""
     rest = {name: content for name, content in entries.items() if not name.startswith(OF_PLATFORMS)}
     lines = rest.get(MANIFEST, b"").splitlines()
     rest[MANIFEST] = b"\n".join(line for line in lines if not line.startswith(BUILDER))
@@ -83,7 +83,7 @@ def merge(jar, first, *others):
             raise Refused(f"{other} and {first} differ in more than the native libraries: {', '.join(differing)}")
         for name in sorted(name for name in more if name.startswith(OF_PLATFORMS)):
             if merged.setdefault(name, more[name]) != more[name]:
-                raise Refused(f"{other} has another {name} than the jars before it")
+                raise Refused(f"{other} has a different {name} than the jars before it")
     write(jar, merged)
 
 

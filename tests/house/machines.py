@@ -66,7 +66,7 @@ def complaints(machine):
     yield from expect("an unknown release", build_set(MISSING="cmake g++", UNKNOWN="g++"), 1, "does not have g++:")
     yield from expect("a failed download", build_set(MISSING="cmake", BAD="download-only"), 1, "cannot be fetched")
     yield from expect("a wrong suite", machine.run("fresh", "sid"), 1, "unknown suite: sid; known are bookworm")
-    yield from expect("another processor", machine.run("fresh", "trixie", "riscv64"), 1, "only amd64 can be had here")
+    yield from expect("another processor", machine.run("fresh", "trixie", "riscv64"), 1, "only amd64 works here")
     yield from expect("arm64 on arm64", machine.run("arm64", PROCESSOR="arm64"), 1, "this machine is arm64 itself")
     if os.geteuid() == 0:
         (machine.folder / "bin/unshare").write_text("#!/bin/sh\nexit 1\n")
@@ -75,9 +75,9 @@ def complaints(machine):
         compiler = "g++-aarch64-linux-gnu"
         no_compiler = machine.run("arm64", MISSING=compiler, UNKNOWN=compiler)
         yield from expect("no cross compiler", no_compiler, 3, f"does not have {compiler}:")
-        yield from expect("no archive for arm64", machine.run("arm64"), 3, "apt's sources name no archive of Debian")
+        yield from expect("no archive for arm64", machine.run("arm64"), 3, "apt's sources have no archive of Debian")
         no_network = machine.run("arm64", SOURCES="indextargets", SAID="http://a.mirror/debian main bookworm", BAD="update")
-        yield from expect("no network for arm64", no_network, 3, "cannot be had from")
+        yield from expect("no network for arm64", no_network, 3, "cannot be downloaded from")
         nobody = ["setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"]
         yield from expect("no root", build_set(user=nobody, MISSING="cmake"), 1, "as root: apt-get install cmake")
         yield from expect("no root for fresh", machine.run("fresh", "trixie", user=nobody), 3, "sudo script/fresh trixie")
@@ -99,9 +99,9 @@ def ci_run(root, folder, fresh):
 def ci_complaints(root, folder):
     passes = "echo 3 passed, 0 failed, 0 skipped; echo 4 passed, 0 failed, 0 skipped"
     for what, fresh, wanted in (
-        ("two empty Debians", passes, (0, "14 passed, 0 failed, 0 skipped")),
+        ("two minimal systems", passes, (0, "14 passed, 0 failed, 0 skipped")),
         ("a failure in one", f"{passes}; [ $1 = trixie ]", (1, "14 passed, 0 failed, 0 skipped")),
-        ("a machine without empty Debians", "exit 3", (0, "10 passed, 0 failed, 1 skipped")),
+        ("a machine without minimal systems", "exit 3", (0, "10 passed, 0 failed, 1 skipped")),
         ("a machine without the newer one", f"[ $1 = bookworm ] || exit 3; {passes}", (0, "7 passed, 0 failed, 0 skipped")),
     ):
         outcome = ci_run(root, folder, fresh)

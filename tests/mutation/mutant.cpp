@@ -10,7 +10,7 @@ constexpr int kMost = 20'000;
 
 std::atomic<bool> g_asked[kMost] = {};
 
-/// Tells which numbers were asked for: at the end of the process, behind the destructors of all statics. A
+/// Tells which numbers were asked for: at the end of the process, after the destructors of all static objects. A
 /// test may run in several processes, so each adds its own.
 [[gnu::destructor]] void tellVisits() {
     if (const char* path = std::getenv("ORVEX_MUTANT_VISITS")) {

@@ -83,7 +83,7 @@ def names_what_was_forbidden(_):
     """doctor names a device that the kernel was told not to use."""
     remedy = f"echo 1 | sudo tee {usb_device('ECHO0001')}/authorized"
     output_of("sh", "-c", remedy.replace("echo 1", "echo 0").replace("sudo ", ""))
-    expect_told(doctor(), f"{ECHO1}the kernel was told not to use it", remedy)
+    expect_told(doctor(), f"{ECHO1}it is not authorized, so the kernel does not use it", remedy)
     output_of("sh", "-c", remedy.replace("sudo ", ""))
 
 

@@ -5,20 +5,23 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 
-/** The copy of the native library in the jar, and those of the libraries of others that a machine may not have. */
+/** The copies in the jar: that of the native library, and those of libraries that it needs and a machine may lack. */
 final class BundledLibrary {
     private static final String NAME = "libUSBAccessLink_" + LibraryInJar.VERSION.replace('.', '_');
 
-    /** What is on Linux loaded from the jar when the system has none, by the names that the native library asks for. */
+    /**
+     * The libraries that on Linux are loaded from the jar when the system lacks them, by the names that the native
+     * library uses.
+     */
     private static final List<String> DEPENDENCIES = List.of("libusb-1.0.so.0", "libhidapi-hidraw.so.0");
 
     private BundledLibrary() {
     }
 
     /**
-     * Loads the copy from the first folder where that works.
+     * Unpacks the copy into the first folder from which it can be loaded, and loads it.
      *
-     * @return whether it is loaded; if not, each failure is noted
+     * @return whether it is loaded; if not, each failure is recorded
      */
     static boolean load(LoadAttempts attempts) {
         LibraryInJar[] library = new LibraryInJar[1];
@@ -31,7 +34,7 @@ final class BundledLibrary {
                 () -> loadWithWhatIsMissing(library[0], place)));
     }
 
-    /** What the system does not have of the dependencies is loaded first, and the library then finds it loaded. */
+    /** Loads the dependencies that the system lacks before the library, which then finds them in memory. */
     private static void loadWithWhatIsMissing(LibraryInJar library, Path place) throws IOException {
         List<String> left = new ArrayList<>(NativeLibrary.mayFallBack() ? DEPENDENCIES : List.of());
         while (true) {
@@ -63,8 +66,9 @@ final class BundledLibrary {
     }
 
     /**
-     * Whether a library was not found: the system's loader then gives its name alone. One that was found and is broken,
-     * which has to be told, it gives by its path. What it says besides is in the user's language.
+     * Whether a library was not found: the message of the system's loader then contains its name without a path. For a
+     * library that was found and is broken it contains the path; such a failure has to be reported. The rest of the
+     * message is in the user's language.
      */
     static boolean isMissing(String name, UnsatisfiedLinkError failure) {
         return failure.getMessage() != null && failure.getMessage().contains(": " + name + ": ");

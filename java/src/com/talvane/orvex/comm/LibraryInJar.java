@@ -15,16 +15,16 @@ import java.util.Locale;
 
 /**
  * A native library in the jar. It is unpacked once for each user and content, into a folder that belongs to the user
- * alone. A file there is never written to and never deleted, only replaced as a whole: other processes may be running
+ * alone. An unpacked file is never modified or deleted, only replaced as a whole, because other processes may be using
  * it.
  */
 final class LibraryInJar {
     static final String VERSION = "3.47";
 
-    /** Digits of the content's hash in the folder's name: enough that two builds never share a folder by chance. */
+    /** Digits of the content's hash in the folder's name, enough to keep builds apart. */
     private static final int HASH_DIGITS = 16;
 
-    /** Class loaders of one virtual machine that can use the library at the same time. */
+    /** The maximum number of class loaders of one virtual machine that can use the library at the same time. */
     private static final int MOST_INSTANCES = 16;
 
     private final String name;
@@ -35,7 +35,7 @@ final class LibraryInJar {
         this.content = content;
     }
 
-    /** The library of that file name for this platform. */
+    /** Returns the library with this file name for this platform. */
     static LibraryInJar named(String name) throws IOException {
         String resource = "META-INF/native/" + platform() + "/" + name;
         try (InputStream stream = LibraryInJar.class.getResourceAsStream("/" + resource)) {
@@ -56,14 +56,14 @@ final class LibraryInJar {
                 };
     }
 
-    /** The name of its folder in a place where it may be unpacked. */
+    /** The name of the library's folder within the folder into which it is unpacked. */
     String folder() {
         return VERSION + "-" + hash(content).substring(0, HASH_DIGITS);
     }
 
     /**
-     * Unpacks and loads it. Each class loader gets a file of its own, for the virtual machine gives a file to one class
-     * loader only. The system takes two files for two libraries, each with its own globals.
+     * Unpacks and loads the library. Each class loader gets its own file, because the virtual machine loads a file for
+     * one class loader only. The system treats two files as two libraries, each with its own globals.
      */
     void load(Path place) throws IOException {
         Path folder = PrivateFolder.at(place, folder());
@@ -82,7 +82,9 @@ final class LibraryInJar {
         }
     }
 
-    /** Whoever sees the file under its name sees all of it, however many processes unpack at the same time. */
+    /**
+     * Replaces the file atomically: other processes never see a part of it, even when several unpack at the same time.
+     */
     private void unpack(Path file) throws IOException {
         if (Files.isRegularFile(file, LinkOption.NOFOLLOW_LINKS)
                 && Arrays.equals(Files.readAllBytes(file), content)) {

@@ -4,11 +4,13 @@ import java.io.IOException;
 import java.util.ArrayList;
 import java.util.List;
 
-/** The places where the native library was looked for, and why it could not be loaded from each. */
+/** The places from which the loader tried to load the native library, and why each attempt failed. */
 final class LoadAttempts {
     private static final String FAILED = "The native USB library could not be loaded";
 
-    /** What the virtual machine says, in all its versions, when another class loader has the file. */
+    /**
+     * A part of the message, the same in all versions of the virtual machine, when another class loader has the file.
+     */
     private static final String TAKEN = "already loaded in another classloader";
 
     private final List<Throwable> reasons = new ArrayList<>();
@@ -17,7 +19,7 @@ final class LoadAttempts {
     private boolean withoutUdev;
     private boolean withoutDependency;
 
-    /** A step on the way to the loaded library. */
+    /** One attempt to load the library, or a part of it. */
     interface Step {
         void run() throws IOException;
     }
@@ -25,7 +27,7 @@ final class LoadAttempts {
     /**
      * Tries one place.
      *
-     * @return whether the library is loaded now; if not, the failure is noted
+     * @return whether the step succeeded; if not, the failure is recorded
      */
     boolean succeeds(String place, Step step) {
         try {
@@ -52,7 +54,7 @@ final class LoadAttempts {
         return failure.getMessage() != null && failure.getMessage().contains(TAKEN);
     }
 
-    /** The failure of all attempts, with what can be done about it. */
+    /** The error that reports all attempts, with advice. */
     UnsatisfiedLinkError failure() {
         UnsatisfiedLinkError failure = new UnsatisfiedLinkError(FAILED + "." + story + "\n" + advice());
         failure.initCause(reasons.get(0));
@@ -62,26 +64,26 @@ final class LoadAttempts {
 
     private String advice() {
         String advice = "Start Java with -D" + NativeLibrary.PATH_PROPERTY + "=<absolute path of the library file>, or "
-                + "with -Djava.library.path=<directory that holds " + NativeLibrary.fileName() + ">; when the file is "
+                + "with -Djava.library.path=<directory that contains " + NativeLibrary.fileName() + ">; if the file is "
                 + "there, check that libusb-1.0 is installed and that the library is built for "
                 + System.getProperty("os.name") + " " + System.getProperty("os.arch") + ". The copy in the jar needs "
-                + "a folder that belongs to the user alone and may hold programs (not mounted noexec).";
+                + "a folder that belongs to the user alone and allows execution (not mounted noexec).";
         if (taken) {
             advice += " A virtual machine loads a file for one class loader only: load the class in one that all "
-                    + "users of it share, or leave both properties to the copy in the jar, which serves several.";
+                    + "its users share, or set neither property: the copy in the jar can serve several.";
         }
         if (withoutUdev) {
-            advice += " libudev is missing, which the system has to have: install it (Debian: "
+            advice += " libudev is missing, and the jar has no copy of it: install it (Debian: "
                     + "sudo apt-get install libudev1).";
         }
         if (withoutDependency && !NativeLibrary.mayFallBack()) {
-            advice += " The copies of libusb and hidapi in the jar were not tried, since the system property "
+            advice += " The copies of libusb and hidapi in the jar were not tried, because the system property "
                     + NativeLibrary.FALLBACK_PROPERTY + " is not 'true'.";
         }
         return advice;
     }
 
-    /** The failure when this virtual machine was told not to let the caller load native code. */
+    /** The error for a virtual machine whose options forbid the caller to load native code. */
     static UnsatisfiedLinkError nativeAccessDenied(IllegalCallerException reason) {
         Module module = LoadAttempts.class.getModule();
         UnsatisfiedLinkError failure = new UnsatisfiedLinkError(FAILED + ": " + reason.getMessage()

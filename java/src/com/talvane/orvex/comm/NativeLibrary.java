@@ -4,14 +4,14 @@ import java.io.File;
 import java.util.regex.Pattern;
 
 /**
- * Finds and loads the native half of {@link ORVEXCommUSBAccess}. A place that the caller has chosen is never left for
- * another: what lies there and does not load is told, not hidden by the copy in the jar.
+ * Finds and loads the native half of {@link ORVEXCommUSBAccess}. If a library in a place that the caller has selected
+ * cannot be loaded, this class reports the failure; it does not fall back to the copy in the jar.
  */
 final class NativeLibrary {
     /** System property: the absolute path of the library's file. When it is set, no other place is tried. */
     static final String PATH_PROPERTY = "orvex.usb.library";
 
-    /** System property: with any value but "true", what the copy in the jar needs is never taken from the jar. */
+    /** System property: any value other than "true" disables the copies of libusb and hidapi in the jar. */
     static final String FALLBACK_PROPERTY = "orvex.usb.fallback";
 
     private static final String NAME = "USBAccessLink";
@@ -20,10 +20,10 @@ final class NativeLibrary {
     }
 
     /**
-     * Loads the library: the file that {@link #PATH_PROPERTY} names; or else the one that the virtual machine finds
-     * in {@code java.library.path}; or else, when none lies there, the copy in the jar.
+     * Loads the library: the file that {@link #PATH_PROPERTY} names; or else the one that the virtual machine finds in
+     * {@code java.library.path}; or else, when there is none, the copy in the jar.
      *
-     * @throws UnsatisfiedLinkError when that fails; the message tells what was tried and what to do
+     * @throws UnsatisfiedLinkError when that fails; the message lists what was tried and what to do
      */
     static void load() {
         LoadAttempts attempts = new LoadAttempts();

@@ -6,7 +6,7 @@ import java.util.Locale;
 import java.util.Objects;
 import java.util.stream.Stream;
 
-/** Where the copy of the native library may be unpacked, the best place first. */
+/** The folders into which the copy of the native library may be unpacked, the best first. */
 final class UnpackPlaces {
     private static final String FOLDER = "orvex-usb-access";
 
@@ -14,8 +14,8 @@ final class UnpackPlaces {
     }
 
     /**
-     * The user's cache; the folder that lives as long as the user is logged in, which is often mounted differently;
-     * the temporary folder, which all users share. A relative path is none that the user meant.
+     * The user's cache; the folder that exists while the user is logged in, which is often mounted with other options;
+     * the temporary folder, which all users share. Relative paths are ignored, because the user cannot have meant them.
      */
     static List<Path> all() {
         String user = System.getProperty("user.name").replaceAll("[^\\w.-]", "_");

@@ -1,2 +1,2 @@
-/** Access to USB tools through a native library: the methods, and the codes that they answer with. */
+/** Access to USB tools through a native library: the methods, and the codes that they return. */
 package com.talvane.orvex.comm;

@@ -14,9 +14,9 @@ import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Model.OptionSpec;
 import picocli.CommandLine.Model.UsageMessageSpec;
 
-/** Writes the manual page and the shell completion of the tool, from what its classes say of commands and options. */
+/** Writes the manual page and the shell completion of the tool, from the commands and options of its classes. */
 final class Pages {
-    /** No line of a synopsis is broken here. */
+    /** Wide enough for the longest synopsis in one line. */
     private static final int WIDEST = 1000;
 
     private final List<String> lines = new ArrayList<>();
@@ -25,14 +25,14 @@ final class Pages {
     }
 
     /**
-     * Writes both.
+     * Writes both files.
      *
      * @param args the file for the page, the file for the completion, the version
      */
     public static void main(String[] args) throws IOException {
         CommandLine line = OrvexUsb.commandLine().setUsageHelpAutoWidth(false).setUsageHelpWidth(WIDEST);
         write(args[0], new Pages().page(line, args[2]));
-        // A completion is read by a running shell, so it does not name one to run it with.
+        // A running shell reads the completion, so it needs no interpreter line.
         write(args[1], AutoComplete.bash(line.getCommandName(), line).replaceFirst("^#!.*\\R", ""));
     }
 
@@ -76,7 +76,7 @@ final class Pages {
         add(escaped(command.getHelp().synopsis(0).replaceAll("\\s+", " ").strip()));
     }
 
-    /** Help is an option of every command; the page tells of it once. */
+    /** Help is an option of every command; the page describes it once. */
     private void addOptions(CommandSpec command) {
         command.options().stream().filter(option -> command.parent() == null || !option.usageHelp())
                 .forEach(this::addOption);
@@ -102,7 +102,7 @@ final class Pages {
         lines.addAll(List.of(more));
     }
 
-    /** What roff would take for something of its own; its change of fonts is left alone. */
+    /** Escapes the special characters of roff, except its changes of fonts. */
     private static String escaped(String text) {
         String plain = Ansi.OFF.string(text).replaceAll("\\\\(?!f[BIR])", "\\\\e").replace("-", "\\-");
         return plain.startsWith(".") || plain.startsWith("'") ? "\\&" + plain : plain;

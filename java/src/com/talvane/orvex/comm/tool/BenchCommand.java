@@ -11,11 +11,11 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** How fast a device is. */
+/** Measures the throughput and latency of a device. */
 @Command(
         name = "bench",
-        description = "Measures throughput and latency: of an endpoint that gives back what another one got, or with"
-                + " --out or --in alone of one direction.")
+        description = "Measures throughput and latency: of an endpoint that echoes what another one receives, or, with"
+                + " only --out or --in, of one direction.")
 final class BenchCommand implements Callable<Integer> {
     private static final int USUAL_SECONDS = 3;
 
@@ -28,7 +28,7 @@ final class BenchCommand implements Callable<Integer> {
     @ArgGroup(exclusive = false)
     private Ends ends = new Ends();
 
-    @Option(names = "--interrupt", description = "They are interrupt endpoints.")
+    @Option(names = "--interrupt", description = "Use interrupt endpoints.")
     private boolean interrupt;
 
     @Option(
@@ -36,7 +36,7 @@ final class BenchCommand implements Callable<Integer> {
             paramLabel = "N",
             defaultValue = "512",
             converter = Numbers.Size.class,
-            description = "Bytes of a transfer (default: ${DEFAULT-VALUE}).")
+            description = "Bytes for each transfer (default: ${DEFAULT-VALUE}).")
     private int size;
 
     @Option(
@@ -94,7 +94,7 @@ final class BenchCommand implements Callable<Integer> {
         }
     }
 
-    /** False when the device did not do its part. */
+    /** Makes all rounds; false if the device failed one. */
     private boolean rounds(OpenDevice open, Pipe out, Pipe in, long start, StopRequest stop)
             throws InterruptedException {
         try (ProgressBar bar = new ProgressBar(count != null ? count : limit())) {
@@ -108,7 +108,7 @@ final class BenchCommand implements Callable<Integer> {
         }
     }
 
-    /** How long it goes on at most, in nanoseconds. */
+    /** The maximum duration, in nanoseconds. */
     private long limit() {
         return TimeUnit.SECONDS.toNanos(seconds != null ? seconds : count != null ? Long.MAX_VALUE : USUAL_SECONDS);
     }
@@ -118,7 +118,7 @@ final class BenchCommand implements Callable<Integer> {
                 && (count == null || latencies.count() < count);
     }
 
-    /** One measurement; false when the device did not move all of the bytes that it had to. */
+    /** Makes one measurement; false if the device did not move all of the bytes. */
     private boolean round(OpenDevice open, Pipe out, Pipe in) {
         long nanos = 0;
         if (out != null) {
@@ -133,7 +133,7 @@ final class BenchCommand implements Callable<Integer> {
             Transfer got = out == null ? open.read(in, size) : open.readAll(in, size);
             bytesIn += got.data().length;
             nanos += got.nanos();
-            // Alone, a read may bring less than it asked for.
+            // Without a write, a read may return fewer bytes than requested.
             if (!gaveAll(got.data().length, out == null ? 1 : size)) {
                 return false;
             }
@@ -142,10 +142,10 @@ final class BenchCommand implements Callable<Integer> {
         return true;
     }
 
-    /** A device that gives less than it has to did not do its job; the user is told. */
+    /** Whether the device sent enough bytes; reports it if it did not. */
     private static boolean gaveAll(int bytes, int least) {
         if (bytes < least) {
-            System.err.println("orvex-usb: the device gave only " + bytes + " of " + least);
+            System.err.println("orvex-usb: the device sent only " + bytes + " of " + least + " bytes");
         }
         return bytes >= least;
     }

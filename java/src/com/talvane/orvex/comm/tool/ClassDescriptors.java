@@ -5,7 +5,9 @@ import com.talvane.orvex.comm.tool.Descriptors.Layout;
 import java.util.Map;
 import java.util.Optional;
 
-/** The functional descriptors of well-known classes. What their types mean depends on the class of the interface. */
+/**
+ * The functional descriptors of well-known classes. The meaning of their types depends on the class of the interface.
+ */
 final class ClassDescriptors {
     private static final int FUNCTIONAL = 0x21;
     private static final int CLASS_INTERFACE = 0x24;
@@ -50,7 +52,7 @@ final class ClassDescriptors {
     private ClassDescriptors() {
     }
 
-    /** How a descriptor is laid out that stands behind an interface of a class; nothing when that is not known. */
+    /** The layout of a descriptor that follows an interface of this class; empty if it is unknown. */
     static Optional<Layout> layout(byte[] bytes, int interfaceClass, int interfaceSubClass) {
         int type = bytes.length > 1 ? bytes[1] & 0xFF : 0;
         if (type == FUNCTIONAL) {

@@ -5,7 +5,7 @@ import java.util.ArrayList;
 import java.util.List;
 import picocli.CommandLine.Command;
 
-/** Shows what the negative results mean; needs neither library nor device. */
+/** Shows the meaning of the negative results; needs neither library nor device. */
 @Command(name = "codes", description = "Shows the error codes.")
 final class CodesCommand implements Runnable {
     @Override

@@ -12,10 +12,10 @@ import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.Spec;
 
-/** One control request. */
+/** Makes one control request. */
 @Command(
         name = "control",
-        description = "Makes a control request. One that should move bytes and moves none has failed.")
+        description = "Makes a control request. A request that should move bytes and moves none is a failure.")
 final class ControlCommand implements Callable<Integer> {
     private static final int GREATEST_LENGTH = 0xFFFF;
 
@@ -33,7 +33,7 @@ final class ControlCommand implements Callable<Integer> {
             paramLabel = "BYTE",
             required = true,
             converter = Numbers.Octet.class,
-            description = "bmRequestType; with bit 0x80 the device sends the data, otherwise it gets them.")
+            description = "bmRequestType; with bit 0x80 set the device sends the data, otherwise it receives them.")
     private int requestType;
 
     @Option(
@@ -68,14 +68,14 @@ final class ControlCommand implements Callable<Integer> {
                 names = "--length",
                 paramLabel = "N",
                 converter = Numbers.Word.class,
-                description = "Ask the device for up to N bytes.")
+                description = "Request up to N bytes from the device.")
         private Integer length;
 
         @Option(
                 names = "--data",
                 paramLabel = "HEX",
                 converter = Numbers.Hex.class,
-                description = "Send these bytes, pairs of hexadecimal digits.")
+                description = "Send these bytes, as pairs of hexadecimal digits.")
         private ByteBuffer data;
     }
 
@@ -87,7 +87,7 @@ final class ControlCommand implements Callable<Integer> {
             int wanted = buffer.length - OpenDevice.SETUP_BYTES;
             if (done.data().length == 0 && wanted > 0) {
                 throw new UsbFailure(String.format("%s refused the request%s: 0 of %d bytes", open.info().label(),
-                        isIn() ? ", or had nothing to give" : "", wanted));
+                        isIn() ? ", or had no data" : "", wanted));
             }
             if (json.isWanted()) {
                 JsonOption.write(isIn() ? JsonOption.got(done, wanted) : JsonOption.sent(done, wanted));
@@ -109,13 +109,13 @@ final class ControlCommand implements Callable<Integer> {
     private byte[] setupAndData() {
         if (isIn() ? content.data != null : content.length != null) {
             throw new ParameterException(command.commandLine(), isIn()
-                    ? "This request type gets data from the device: give --length instead of --data"
-                    : "This request type sends data to the device: give --data instead of --length");
+                    ? "This request type gets data from the device: use --length instead of --data"
+                    : "This request type sends data to the device: use --data instead of --length");
         }
         byte[] data = content.data != null ? content.data.array()
                 : new byte[content.length != null ? content.length : 0];
         if (data.length > GREATEST_LENGTH) {
-            throw new ParameterException(command.commandLine(), "A request has at most 65535 bytes of data");
+            throw new ParameterException(command.commandLine(), "A request can have at most 65535 bytes of data");
         }
         return ByteBuffer.allocate(OpenDevice.SETUP_BYTES + data.length)
                 .order(ByteOrder.LITTLE_ENDIAN)

@@ -6,7 +6,7 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import picocli.CommandLine.Option;
 
-/** Bytes for a device, from the command line or from a file: a group of options of which one is given. */
+/** Bytes for a device, from the command line or from a file: a group of options of which exactly one is given. */
 final class DataToSend {
     @Option(
             names = "--data",
@@ -18,7 +18,7 @@ final class DataToSend {
     @Option(
             names = {"-i", "--input"},
             paramLabel = "FILE",
-            description = "Take the bytes from this file, - for standard input.")
+            description = "Read the bytes from this file, - for standard input.")
     private String input;
 
     byte[] bytes() throws IOException {

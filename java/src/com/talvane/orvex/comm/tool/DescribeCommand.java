@@ -9,10 +9,10 @@ import java.util.Map;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 
-/** Shows what a device says about itself. */
+/** Shows the strings, descriptors and endpoints of a device. */
 @Command(
         name = "describe",
-        description = "Shows the texts, descriptors and endpoints of a device, without opening it.")
+        description = "Shows the strings, descriptors and endpoints of a device, without opening it.")
 final class DescribeCommand implements Runnable {
     private static final int DEVICE = 1;
     private static final int CONFIGURATION = 2;
@@ -60,7 +60,9 @@ final class DescribeCommand implements Runnable {
         return fields;
     }
 
-    /** Where it is plugged in, as the system tells it; which of devices that look the same is where cannot be told. */
+    /**
+     * Shows the ports at which the device may be plugged in: several if there are several devices that look the same.
+     */
     private static void showPort(DeviceInfo info) {
         List<String> ports = Session.isSimulated() ? List.of() : Host.here().ports(info.line());
         if (!ports.isEmpty()) {

@@ -7,21 +7,21 @@ import java.util.List;
 import java.util.Map;
 import java.util.function.IntFunction;
 
-/** Descriptors as text: the name and the bytes of each, and its fields. Any bytes can be shown, however wrong. */
+/** Shows descriptors as text: the name, the bytes and the fields of each. It accepts any bytes, also invalid ones. */
 final class Descriptors {
     private static final HexFormat HEX = HexFormat.ofDelimiter(" ").withUpperCase();
 
     private static final List<String> TRANSFER_TYPES = List.of("control", "isochronous", "bulk", "interrupt");
 
     private static final Map<Integer, String> CLASSES = Map.ofEntries(
-            Map.entry(0x00, "told by the interfaces"), Map.entry(0x01, "audio"), Map.entry(0x02, "communications"),
+            Map.entry(0x00, "defined by the interfaces"), Map.entry(0x01, "audio"), Map.entry(0x02, "communications"),
             Map.entry(0x03, "HID"), Map.entry(0x05, "physical"), Map.entry(0x06, "image"),
             Map.entry(0x07, "printer"), Map.entry(0x08, "mass storage"), Map.entry(0x09, "hub"),
             Map.entry(0x0A, "CDC data"), Map.entry(0x0B, "smart card"), Map.entry(0x0E, "video"),
             Map.entry(0xDC, "diagnostic"), Map.entry(0xE0, "wireless"), Map.entry(0xEF, "miscellaneous"),
             Map.entry(0xFE, "application"), Map.entry(0xFF, "vendor"));
 
-    /** A number of one or two bytes, low byte first, and how it is shown. */
+    /** A number of one or two bytes, low byte first, and its format. */
     record Field(String name, int size, IntFunction<String> text) {
         static Field octet(String name, IntFunction<String> text) {
             return new Field(name, 1, text);
@@ -36,7 +36,7 @@ final class Descriptors {
         }
     }
 
-    /** What follows length and type in a descriptor. */
+    /** The fields of a descriptor after length and type. */
     record Layout(String name, List<Field> fields) {
         Layout(String name, Field... fields) {
             this(name, List.of(fields));
@@ -85,7 +85,7 @@ final class Descriptors {
     private Descriptors() {
     }
 
-    /** Shows descriptors that follow each other, as far as their lengths lead. */
+    /** Shows a sequence of descriptors, up to the first invalid length. */
     static List<String> describe(byte[] bytes) {
         List<String> lines = new ArrayList<>();
         int length;

@@ -5,7 +5,7 @@ import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** Which device a command works on. */
+/** The options that select the device of a command. */
 final class DeviceChoice {
     @Mixin
     private VendorOptions from;
@@ -21,14 +21,14 @@ final class DeviceChoice {
                 names = "--index",
                 paramLabel = "N",
                 converter = Numbers.Count.class,
-                description = "The device at this place in the list.")
+                description = "The device with this index in the list.")
         private Integer index;
 
         @Option(
                 names = {"-d", "--device"},
                 paramLabel = "VID:PID",
                 converter = Numbers.Ids.Converter.class,
-                description = "The device with these ids of vendor and product, in hexadecimal.")
+                description = "The device with these vendor and product ids, in hexadecimal.")
         private Numbers.Ids ids;
 
         private boolean fits(DeviceInfo device) {

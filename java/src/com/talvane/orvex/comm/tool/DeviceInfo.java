@@ -5,13 +5,13 @@ import java.util.LinkedHashMap;
 import java.util.Locale;
 import java.util.Map;
 
-/** A device of the list: its place, and what its information line tells, in the words of the tool. */
+/** A device of the list: its index and its information line, and how the tool shows them. */
 record DeviceInfo(int index, UsbDeviceInfo line) {
     static DeviceInfo parse(int index, String line) {
         return new DeviceInfo(index, UsbDeviceInfo.parse(line));
     }
 
-    /** Its place and all that the line tells, by name. */
+    /** The index and all fields of the line, by name. */
     Map<String, Object> fields() {
         Map<String, Object> fields = new LinkedHashMap<>();
         fields.put("index", index);
@@ -44,7 +44,7 @@ record DeviceInfo(int index, UsbDeviceInfo line) {
         };
     }
 
-    /** For messages: the serial number, or the place in the list when the device has none. */
+    /** For messages: the serial number, or the index if the device has none. */
     String label() {
         return line.label(index);
     }

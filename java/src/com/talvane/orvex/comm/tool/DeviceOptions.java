@@ -3,7 +3,7 @@ package com.talvane.orvex.comm.tool;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** Which device a command opens, and for how long it waits. */
+/** The device that a command opens, and its time-out. */
 final class DeviceOptions {
     @Mixin
     private DeviceChoice which;
@@ -13,7 +13,7 @@ final class DeviceOptions {
             paramLabel = "MS",
             defaultValue = "1000",
             converter = Numbers.Count.class,
-            description = "Time-out of each transfer in milliseconds, 0 waits for ever (default: ${DEFAULT-VALUE}).")
+            description = "Time-out of each transfer in milliseconds; 0 waits for ever (default: ${DEFAULT-VALUE}).")
     int timeout;
 
     Session session() {
@@ -34,7 +34,7 @@ final class DeviceOptions {
         DeviceInfo chosen = find(session);
         if (chosen.line().isHid()) {
             throw new IllegalStateException(
-                    chosen.label() + " is a HID device: it has reports, which orvex-usb hid moves");
+                    chosen.label() + " is a HID device: use orvex-usb hid");
         }
         return session.open(chosen);
     }

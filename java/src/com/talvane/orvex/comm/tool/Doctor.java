@@ -8,8 +8,8 @@ import java.util.List;
 import java.util.Optional;
 
 /**
- * Holds what the library lists against what Linux shows: what does not fit is why a device cannot be used. Of macOS it
- * knows whom the system lets open HID devices. No device is opened or claimed for it.
+ * Compares the devices that the library lists with those that Linux shows: a difference is why a device cannot be used.
+ * For macOS it checks only who may open HID devices. It does not open or claim any device.
  */
 final class Doctor {
     /** The driver of an interface that a program has claimed. */
@@ -17,7 +17,7 @@ final class Doctor {
 
     private final Host host;
     private final Vendors vendors;
-    /** Empty when the library could not say. */
+    /** Empty if the library could not list the devices. */
     private final Optional<List<DeviceInfo>> listed;
     private final List<Finding> findings = new ArrayList<>();
 
@@ -46,12 +46,12 @@ final class Doctor {
     private void lookAtTheBus() {
         if (!host.hasUsb()) {
             findings.add(Finding.bad("this machine has no USB bus: there is no " + host.root().resolve("sys/bus/usb"),
-                    "a virtual machine or a container has to be given the USB devices of its host"));
+                    "a virtual machine or container needs access to the USB devices of its host"));
             return;
         }
         List<KernelDevice> all = host.devices();
         List<KernelDevice> ours = all.stream().filter(device -> vendors.has(device.vendorId())).toList();
-        String count = String.format("of the %d devices on the bus %d are of %s", all.size(), ours.size(), vendors);
+        String count = String.format("%d devices on the bus, %d of %s", all.size(), ours.size(), vendors);
         findings.add(ours.isEmpty() ? Finding.bad(count, plugIn()) : Finding.good(count));
         for (KernelDevice device : ours) {
             lookAt(device, ours);
@@ -60,13 +60,13 @@ final class Doctor {
 
     private void lookAt(KernelDevice device, List<KernelDevice> ours) {
         if (!device.isAuthorized()) {
-            findings.add(Finding.bad(device.label() + ": the kernel was told not to use it",
+            findings.add(Finding.bad(device.label() + ": it is not authorized, so the kernel does not use it",
                     "echo 1 | sudo tee " + device.folder().resolve("authorized")));
             return;
         }
         if (listed.isPresent() && !isListed(device, ours)) {
             findings.add(Finding.bad(device.label() + ": on the bus, but the library does not list it",
-                    "pull it and plug it in again; if that does not help, this tells more:",
+                    "unplug it and plug it in again; if that does not help, for details:",
                     "    ORVEXCOMM_DEBUG=1 orvex-usb list"));
         }
         lookAtNode(device);
@@ -77,7 +77,7 @@ final class Doctor {
         }
     }
 
-    /** Texts may look different to the kernel; then it is the number of devices with the same ids that counts. */
+    /** The kernel may show other strings than the library; then the number of devices with the same ids decides. */
     private boolean isListed(KernelDevice device, List<KernelDevice> ours) {
         long same = ours.stream()
                 .filter(other -> other.vendorId() == device.vendorId() && other.productId() == device.productId())
@@ -90,7 +90,7 @@ final class Doctor {
 
     private void lookAtNode(KernelDevice device) {
         if (!host.exists(device.node())) {
-            findings.add(Finding.bad(device.label() + ": there is no node " + device.node(), "have udev make it:",
+            findings.add(Finding.bad(device.label() + ": there is no node " + device.node(), "let udev create it:",
                     "    sudo udevadm trigger --subsystem-match=usb"));
         } else if (!host.isUsable().test(device.node())) {
             findings.add(refused(device, device.node(), UdevRules.usb(device.vendorId()), "usb"));
@@ -112,7 +112,7 @@ final class Doctor {
         return lines.isEmpty() || lines.stream().anyMatch(line -> line.isHid() || line.isUnopenable());
     }
 
-    /** Whether the library would claim the interface; all of them when it is not known. */
+    /** Whether the library would claim the interface; true if that is unknown. */
     private boolean isDriven(Interface each, KernelDevice device) {
         List<UsbDeviceInfo> lines = linesOf(device);
         return lines.isEmpty() || lines.stream().anyMatch(line -> line.isUnopenable()
@@ -121,7 +121,7 @@ final class Doctor {
 
     private void lookAtHid(Interface each, KernelDevice device) {
         if (each.hidNodes().isEmpty()) {
-            findings.add(Finding.bad(device.label() + ": no HID driver has interface " + each.number(),
+            findings.add(Finding.bad(device.label() + ": no HID driver is bound to interface " + each.number(),
                     "echo -n " + each.name() + " | sudo tee /sys/bus/usb/drivers/usbhid/bind"));
         }
         each.hidNodes().forEach(node -> findings.add(host.isUsable().test(node)
@@ -129,10 +129,10 @@ final class Doctor {
                 : refused(device, node, UdevRules.hid(device.vendorId()), "hidraw")));
     }
 
-    /** A node that this user may not use: there is a group for it, or else a rule helps. */
+    /** The finding for a node that this user may not use: the fix is its group or else a rule. */
     private Finding refused(KernelDevice device, Path node, String rule, String subsystem) {
         List<String> remedy = host.groupWithAccess(node)
-                .map(group -> List.of("the group " + group + " may; become a member, and log in again:",
+                .map(group -> List.of("the group " + group + " may use it; become a member and log in again:",
                         "    sudo adduser \"$USER\" " + group))
                 .orElseGet(() -> UdevRules.remedy(rule, subsystem));
         return Finding.bad(device.label() + ": no permission to use " + node, remedy);
@@ -146,35 +146,35 @@ final class Doctor {
         }
         List<String> holders = host.holders(device.node());
         return holders.isEmpty()
-                ? Finding.bad(what + "another program", "sudo fuser -v " + device.node() + "    tells which one")
-                : Finding.bad(what + String.join(", ", holders), "end that program, or have it close the device");
+                ? Finding.bad(what + "another program", "sudo fuser -v " + device.node() + "    shows which one")
+                : Finding.bad(what + String.join(", ", holders), "end that program, or make it close the device");
     }
 
-    /** Those that the library could not open, told without a look at why. */
+    /** The findings for devices that the library could not open, without a diagnosis. */
     static List<Finding> unopenable(List<DeviceInfo> entries) {
         return entries.stream().map(DeviceInfo::line).filter(UsbDeviceInfo::isUnopenable)
                 .map(line -> Finding.bad(Text.printable(line.manufacturer()) + ": could not be opened",
-                        "end the program that uses it; pull it and plug it in again"))
+                        "end the program that uses it; unplug it and plug it in again"))
                 .toList();
     }
 
-    /** Only an open shows whether the system allows it; that it allows none to a login over ssh is known before. */
+    /** Only an open shows whether macOS allows access, except in an ssh session, where it never does. */
     private void tellHidOfMac(DeviceInfo entry) {
         findings.add(host.isRemote()
                 ? Finding.bad(named(entry) + ": macOS does not let a login over ssh open a HID device",
                         "use it from a terminal on the Mac's own screen")
-                : Finding.good(named(entry) + ": macOS has it as a HID device, for the user at the Mac's screen",
-                        "if writes to it answer -109 all the same, and it works like a keyboard:",
-                        "switch on Input Monitoring, in the privacy settings, for the program that starts Java"));
+                : Finding.good(named(entry) + ": macOS lets the user at the Mac's screen open this HID device",
+                        "if writes to it nevertheless return -109, and it acts like a keyboard:",
+                        "enable Input Monitoring, in the privacy settings, for the program that starts Java"));
     }
 
     private void tellUnsupported(DeviceInfo entry) {
-        findings.add(Finding.bad(named(entry) + ": its class is one that the library does not drive",
-                "it is left to the system's driver; this shows its class:",
+        findings.add(Finding.bad(named(entry) + ": the library does not support its class",
+                "the system's driver handles it; to show its class:",
                 "    orvex-usb describe " + vendors.option() + " --index " + entry.index()));
     }
 
-    /** The lines that are surely or probably those of a device. */
+    /** The lines that belong to a device, or may do so. */
     private List<UsbDeviceInfo> linesOf(KernelDevice device) {
         return entries().stream().map(DeviceInfo::line)
                 .filter(line -> hasIds(line, device))
@@ -196,7 +196,7 @@ final class Doctor {
     }
 
     private static String plugIn() {
-        return "plug one in; if it is, another cable or port may help, or its vendor id is another one:"
+        return "plug one in; if one is plugged in, try another cable or port, or it has another vendor id:"
                 + " see orvex-usb list --all";
     }
 }

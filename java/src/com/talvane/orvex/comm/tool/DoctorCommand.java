@@ -9,12 +9,12 @@ import java.util.concurrent.Callable;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 
-/** Tells why a device cannot be used, and what to do. */
+/** Diagnoses why a device cannot be used, and says how to fix it. */
 @Command(
         name = "doctor",
-        description = "Finds out why a device cannot be used, and tells what mends it.",
+        description = "Finds out why a device cannot be used and how to fix it.",
         exitCodeListHeading = "%nExit status:%n",
-        exitCodeList = {"0:nothing wrong was found", "1:something was found", "2:wrong use of the command line"})
+        exitCodeList = {"0:no problem was found", "1:a problem was found", "2:invalid command line"})
 final class DoctorCommand implements Callable<Integer> {
     @Mixin
     private VendorOptions from;
@@ -27,7 +27,7 @@ final class DoctorCommand implements Callable<Integer> {
         List<Finding> findings = new ArrayList<>();
         Optional<List<DeviceInfo>> listed = list(findings);
         if (Session.isSimulated()) {
-            findings.add(Finding.good("the bus is simulated; that of the machine is not looked at"));
+            findings.add(Finding.good("the bus is simulated; the bus of this machine was not checked"));
             listed.ifPresent(devices -> findings.addAll(Doctor.unopenable(devices)));
         } else {
             findings.addAll(new Doctor(Host.here(), from.vendors(), listed).findings());
@@ -44,21 +44,24 @@ final class DoctorCommand implements Callable<Integer> {
         return isGood ? 0 : 1;
     }
 
-    /** What the library lists; its session is over afterwards, so what holds a device then is somebody else. */
+    /**
+     * The devices that the library lists. Its session has ended afterwards, so it is not this process that holds a
+     * device then.
+     */
     private Optional<List<DeviceInfo>> list(List<Finding> findings) {
         try {
             String version = OrvexUsb.Version.ofLibrary();
             findings.add(Finding.good("native library, version " + version, LoadedFiles.ofLibrary()));
             try (Session session = new Session(from.vendors())) {
                 List<DeviceInfo> devices = session.devices();
-                findings.add(Finding.good("the library lists " + devices.size() + " devices and parts of devices"));
+                findings.add(Finding.good("the library lists " + devices.size() + " devices and interfaces"));
                 return Optional.of(devices);
             }
         } catch (UnsatisfiedLinkError e) {
             findings.add(LoadingTrouble.of(e));
         } catch (UsbFailure e) {
             findings.add(Finding.bad("the library cannot list the devices: " + e.getMessage(),
-                    "this tells more:", "    ORVEXCOMM_DEBUG=1 orvex-usb list"));
+                    "for details:", "    ORVEXCOMM_DEBUG=1 orvex-usb list"));
         }
         return Optional.empty();
     }

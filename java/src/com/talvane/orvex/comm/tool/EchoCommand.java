@@ -12,10 +12,10 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** The main job in one go: open, write, read back, compare, close. */
+/** The main job in one command: open, write, read the echo, compare, close. */
 @Command(
         name = "echo",
-        description = "Writes to a bulk endpoint, reads the echo back and compares.")
+        description = "Writes to a bulk endpoint, reads the echo and compares.")
 final class EchoCommand implements Callable<Integer> {
     @Mixin
     private DeviceOptions device;

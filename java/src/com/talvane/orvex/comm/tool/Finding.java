@@ -3,11 +3,11 @@ package com.talvane.orvex.comm.tool;
 import java.util.List;
 
 /**
- * One thing that was looked at.
+ * The result of one check of {@code doctor}.
  *
- * @param isGood whether it is as it should be
- * @param text   what it is, on a line
- * @param remedy lines that tell how to mend it, or what may still be in the way when it is good
+ * @param isGood whether the check passed
+ * @param text   the result, in one line
+ * @param remedy lines that describe the fix, or, if the check passed, other possible problems
  */
 record Finding(boolean isGood, String text, List<String> remedy) {
     static Finding good(String text, String... caveat) {

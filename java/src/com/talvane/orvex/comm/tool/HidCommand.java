@@ -11,14 +11,14 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** Reports of a HID device. */
+/** Sends and reads reports of a HID device. */
 @Command(
         name = "hid",
         description = "Sends bytes to a HID device as output reports, then reads its input reports; or one of the two.",
         footer = {
             "",
-            "Reports have 64 bytes, the last one is filled up with 0x5A; --packet-size and --fill change that. With"
-                    + " --timeout 0 a read does not wait and has nothing."
+            "Reports have 64 bytes, and the last one is padded with 0x5A; --packet-size and --fill change this. With"
+                    + " --timeout 0 a read times out at once."
         })
 final class HidCommand implements Callable<Integer> {
     @Mixin
@@ -44,7 +44,7 @@ final class HidCommand implements Callable<Integer> {
                 names = "--read",
                 paramLabel = "N",
                 converter = Numbers.Size.class,
-                description = "Read N bytes; what is left of the last report is dropped.")
+                description = "Read N bytes; the rest of the last report is dropped.")
         private int read;
     }
 
@@ -61,7 +61,7 @@ final class HidCommand implements Callable<Integer> {
                 names = "--fill",
                 paramLabel = "BYTE",
                 converter = Numbers.Octet.class,
-                description = "Fills up the last report (default: 0x5A); needs --packet-size.")
+                description = "Pad the last report with this byte (default: 0x5A); needs --packet-size.")
         private int fill = 0x5A;
     }
 

@@ -14,16 +14,16 @@ import java.util.function.Predicate;
 import java.util.stream.Stream;
 
 /**
- * What Linux itself shows of USB: devices in sysfs, their nodes, and the processes that have these open. Other systems
- * have none of these folders.
+ * The machine's own view of USB on Linux: devices in sysfs, their nodes, and the processes that have these open. Other
+ * systems have none of these folders.
  *
- * @param root     the folder that has {@code sys}, {@code dev} and {@code proc} in it
+ * @param root     the folder that contains {@code sys}, {@code dev} and {@code proc}
  * @param isUsable whether this process may read and write a node
  * @param isMac    whether the system is macOS
- * @param isRemote whether this process was started in a login over ssh
+ * @param isRemote whether this process was started in an ssh session
  */
 record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote) {
-    /** System property: another root, to look at what was copied from another machine. */
+    /** System property: another root, to examine a copy of another machine's folders. */
     static final String PROPERTY = "orvex.usb.root";
 
     private static final Set<PosixFilePermission> GROUP_ACCESS =
@@ -35,7 +35,7 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
                 System.getProperty("os.name").startsWith("Mac"), System.getenv("SSH_CONNECTION") != null);
     }
 
-    /** Whether the system has a sysfs, be it with a USB bus or without. */
+    /** Whether the system has a sysfs, with or without a USB bus. */
     boolean hasSysfs() {
         return Files.isDirectory(root.resolve("sys/bus"));
     }
@@ -57,8 +57,8 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
     }
 
     /**
-     * The ports at which the devices are plugged in that a line may be of, such as 1-4.2: port 2 of a hub at port 4 of
-     * bus 1. Devices without serial numbers that look the same have one each.
+     * The ports of the devices that match an information line, such as 1-4.2: port 2 of a hub at port 4 of bus 1. More
+     * than one if there are identical devices without serial numbers.
      */
     List<String> ports(UsbDeviceInfo line) {
         return devices().stream()
@@ -69,7 +69,7 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
                 .toList();
     }
 
-    /** The processes that have a node open, as far as this one may know. */
+    /** The processes that have a node open, as far as this process may see them. */
     List<String> holders(Path node) {
         return children(root.resolve("proc")).stream()
                 .filter(process -> process.getFileName().toString().matches("\\d+"))
@@ -82,11 +82,11 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
         try {
             return Files.readSymbolicLink(link).equals(node);
         } catch (IOException | UnsupportedOperationException e) {
-            return false; // closed meanwhile
+            return false; // Closed meanwhile.
         }
     }
 
-    /** The group whose members may use a node, if there is one but root's own. */
+    /** The group whose members may use a node, if there is one other than root. */
     Optional<String> groupWithAccess(Path node) {
         try {
             PosixFileAttributes attributes = Files.readAttributes(node, PosixFileAttributes.class);
@@ -97,7 +97,7 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
         }
     }
 
-    /** What a folder has in it, in the order of the names; nothing when it cannot be read or is none. */
+    /** The contents of a folder, sorted by name; empty if it cannot be read or is not a folder. */
     static List<Path> children(Path folder) {
         try (Stream<Path> paths = Files.list(folder)) {
             return paths.sorted().toList();
@@ -106,7 +106,7 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
         }
     }
 
-    /** The one line of a file, empty when it cannot be read. */
+    /** The text of a file with one line; empty if it cannot be read. */
     static String text(Path file) {
         try {
             return Text.printable(Files.readString(file).strip());

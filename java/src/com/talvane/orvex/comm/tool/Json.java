@@ -5,8 +5,8 @@ import java.util.Map;
 import java.util.stream.Collectors;
 
 /**
- * JSON as the tool writes it: objects and lists of numbers, truth values and texts. Nothing but printable ASCII comes
- * out, so a device's texts arrive whole in any character set and cannot steer a terminal.
+ * Writes JSON: objects and lists of numbers, booleans and strings. The output is printable ASCII only, so a device's
+ * strings are preserved in any character set and cannot control a terminal.
  */
 final class Json {
     private Json() {

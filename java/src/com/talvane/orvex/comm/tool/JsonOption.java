@@ -11,7 +11,7 @@ import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.Spec;
 
-/** The option to write a command's result for scripts: one object on a line. */
+/** The option to write a command's result for scripts, as one object on one line. */
 final class JsonOption {
     private static final HexFormat HEX = HexFormat.of().withUpperCase();
 
@@ -25,10 +25,10 @@ final class JsonOption {
         return json;
     }
 
-    /** Standard output can have one of the two. */
+    /** Rejects a command line that sends both JSON and bytes to standard output. */
     void demandRoom(Output output) {
         if (json && output.isStandard()) {
-            throw new ParameterException(command.commandLine(), "--json and -o - both want standard output");
+            throw new ParameterException(command.commandLine(), "--json and -o - both write to standard output");
         }
     }
 
@@ -36,7 +36,7 @@ final class JsonOption {
         System.out.println(Json.object(fields));
     }
 
-    /** What became of a transfer, or of several that belong together. */
+    /** The result of a transfer, or of several that belong together. */
     static Map<String, Object> transfer(String direction, long bytes, long wanted, long nanos) {
         Map<String, Object> fields = new LinkedHashMap<>();
         fields.put("direction", direction);

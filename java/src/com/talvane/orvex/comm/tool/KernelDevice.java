@@ -7,15 +7,15 @@ import java.util.List;
 import java.util.Optional;
 
 /**
- * A USB device as sysfs shows it.
+ * A USB device in sysfs.
  *
- * @param folder       where it does
+ * @param folder       its folder in sysfs
  * @param vendorId     idVendor
  * @param productId    idProduct
- * @param serial       empty when it has none
- * @param isAuthorized whether the kernel uses it at all
- * @param node         the file through which programs reach it
- * @param interfaces   those of its configuration
+ * @param serial       empty if it has none
+ * @param isAuthorized whether the kernel may use it
+ * @param node         the device node, through which programs access it
+ * @param interfaces   the interfaces of its configuration
  */
 record KernelDevice(
         Path folder,
@@ -29,11 +29,11 @@ record KernelDevice(
     /**
      * An interface.
      *
-     * @param name     its folder in sysfs, by which drivers know it
+     * @param name     the name of its folder in sysfs, which is also its name for drivers
      * @param number   bInterfaceNumber
      * @param isHid    whether its class is HID
-     * @param driver   who has it, empty when nobody does; {@code usbfs} stands for a program
-     * @param hidNodes the files through which programs reach its reports
+     * @param driver   the driver that is bound to it, empty if none is; {@code usbfs} means a program
+     * @param hidNodes the nodes through which programs access its reports
      */
     record Interface(String name, int number, boolean isHid, String driver, List<Path> hidNodes) {
         private static Interface read(Path folder, Path dev) {
@@ -55,7 +55,7 @@ record KernelDevice(
         }
     }
 
-    /** Reads a folder of sysfs; empty when it is not that of a device, or the device leaves. */
+    /** Reads a folder of sysfs; empty if it does not belong to a device, or the device is unplugged meanwhile. */
     static Optional<KernelDevice> read(Path folder, Path dev) {
         if (!Files.exists(folder.resolve("idVendor"))) {
             return Optional.empty();

@@ -7,7 +7,10 @@ import java.util.Map;
 import java.util.Random;
 import java.util.TreeMap;
 
-/** Durations in nanoseconds. Of very many a random choice is kept, so that a run of hours needs no more memory. */
+/**
+ * A collection of durations in nanoseconds. It keeps a random sample of limited size, so a run of hours needs no more
+ * memory than a short one.
+ */
 final class Latencies {
     private static final int MOST_KEPT = 1 << 20;
 
@@ -46,7 +49,7 @@ final class Latencies {
         return fields;
     }
 
-    /** A bar for each doubling of the time: the share of the durations within it. None without durations. */
+    /** A bar for each power of two: the share of the durations in that range. Empty without durations. */
     List<String> histogram() {
         Map<Integer, Long> counts = new TreeMap<>();
         long[] sorted = sorted();
@@ -69,7 +72,7 @@ final class Latencies {
         return sorted;
     }
 
-    /** Such as "median 0.010 ms, p99 0.020 ms, max 0.100 ms". */
+    /** For example "median 0.010 ms, p99 0.020 ms, p99.9 0.090 ms, max 0.100 ms". */
     @Override
     public String toString() {
         long[] sorted = sorted();

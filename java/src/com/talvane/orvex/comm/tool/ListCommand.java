@@ -10,7 +10,7 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** Shows the devices that are attached. */
+/** Lists the attached devices. */
 @Command(name = "list", description = "Lists the attached devices.")
 final class ListCommand implements Runnable {
     @Mixin
@@ -19,15 +19,17 @@ final class ListCommand implements Runnable {
     @ArgGroup
     private Form form = new Form();
 
-    /** Other forms than the table. */
+    /** The output formats other than the table. */
     private static final class Form {
         @Option(
                 names = "--raw",
-                description = "Show the information lines as the library gives them, but with a ? for each line end in"
-                        + " a device's texts, and on a terminal for each control character.")
+                description = "Show the information lines of the library, with a ? for each line end in a device's"
+                        + " strings, and on a terminal for each control character.")
         private boolean raw;
 
-        @Option(names = "--json", description = "Show a JSON array of objects with the fields of these lines.")
+        @Option(
+                names = "--json",
+                description = "Show a JSON array of objects with the fields of the information lines.")
         private boolean json;
     }
 
@@ -77,9 +79,9 @@ final class ListCommand implements Runnable {
 
     private static void explain(UsbDeviceInfo device) {
         System.err.printf("""
-                %s: no permission, or on its way in or out. On Linux a udev rule gives permission:
+                %s: no permission, or just being plugged in or unplugged. On Linux a udev rule grants permission:
                 %s
-                (orvex-usb doctor tells more)
+                (orvex-usb doctor shows details)
                 """, Text.printable(device.manufacturer()), UdevRules.usb(device.vendorId()));
     }
 }

@@ -9,10 +9,10 @@ import java.util.regex.MatchResult;
 import java.util.regex.Pattern;
 import java.util.stream.Stream;
 
-/** The files that this process has loaded for the native library, as Linux shows them; none on other systems. */
+/** The files that this process has loaded for the native library, read from /proc on Linux; none on other systems. */
 final class LoadedFiles {
     private static final Pattern OF_LIBRARY = Pattern.compile("/.*/lib(USBAccessLink|usb-1\\.0|hidapi)[^/]*$");
-    /** Where the loader unpacks what is in the jar. */
+    /** The files that the loader unpacks from the jar. */
     private static final Pattern FROM_JAR = Pattern.compile("/orvex-usb-access[^/]*/[\\d.]+-[0-9a-f]{16}/[^/]+$");
 
     private LoadedFiles() {

@@ -4,25 +4,25 @@ import com.talvane.orvex.comm.tool.OpenDevice.Transfer;
 import java.io.IOException;
 
 /**
- * As many transfers as some bytes need, with a bar that shows how far they are. Ctrl-C ends it between two of them, and
- * the device is closed then as well.
+ * Moves a number of bytes in several transfers, with a progress bar. Ctrl-C stops it between two transfers; the device
+ * is closed in this case, too.
  *
- * @param device with which it is made
- * @param total  how many bytes
- * @param piece  how many of them a transfer has at most
- * @param json   whether it is told as JSON
+ * @param device the device, and the time-out of each transfer
+ * @param total  the number of bytes
+ * @param piece  the maximum number of bytes for each transfer
+ * @param json   whether the result is written as JSON
  */
 record LongTransfer(DeviceOptions device, long total, int piece, boolean json) {
     static final int USUAL_PIECE = 1 << 16;
 
-    /** One of the transfers; it may move less than it could. */
+    /** One of the transfers; it may move fewer bytes than requested. */
     interface Step {
         Transfer move(OpenDevice open, long at, int size) throws IOException;
     }
 
-    /** Moves all bytes, or until the device moves none of them; tells how it went and gives the exit status. */
+    /** Moves all bytes, or stops when a transfer moves none; reports the result and returns the exit status. */
     int run(boolean in, Step step) throws IOException, InterruptedException {
-        // Told before the process ends by it.
+        // Holds back the end of the process by Ctrl-C until the result is reported.
         try (StopRequest stop = new StopRequest()) {
             long start = System.nanoTime();
             long done = move(step, stop);
@@ -33,7 +33,7 @@ record LongTransfer(DeviceOptions device, long total, int piece, boolean json) {
             }
             System.err.printf("%s %s, %s%n", in ? "Read" : "Wrote", Text.took(done, nanos), Text.rate(done, nanos));
             if (done < total) {
-                System.err.printf("orvex-usb: it ended after %d of %d bytes%n", done, total);
+                System.err.printf("orvex-usb: the transfer ended after %d of %d bytes%n", done, total);
             }
             return done < total ? 1 : 0;
         }

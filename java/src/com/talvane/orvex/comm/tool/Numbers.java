@@ -8,8 +8,8 @@ import picocli.CommandLine.ITypeConverter;
 import picocli.CommandLine.TypeConversionException;
 
 /**
- * Numbers as people write them on a command line: decimal, or hexadecimal with 0x in front; but the ids of vendors and
- * products always hexadecimal, as every list of USB devices has them.
+ * Numbers on the command line: decimal, or hexadecimal with 0x. Vendor and product ids are always hexadecimal, as in
+ * every list of USB devices.
  */
 final class Numbers {
     private static final Pattern NUMBER = Pattern.compile("\\d+|0[xX](?<hexadecimal>\\p{XDigit}+)");
@@ -30,7 +30,7 @@ final class Numbers {
                 }
             }
         } catch (NumberFormatException e) {
-            // too great for an int: told below
+            // Too large for an int: reported below.
         }
         throw new TypeConversionException(
                 String.format("'%s' is not a number from %d to %d (0x%X)", text, least, greatest, greatest));
@@ -59,7 +59,7 @@ final class Numbers {
             return String.format("%04X:%04X", vendor, product);
         }
 
-        /** Reads them. */
+        /** Parses the two ids. */
         static final class Converter implements ITypeConverter<Ids> {
             @Override
             public Ids convert(String text) {
@@ -72,7 +72,7 @@ final class Numbers {
         }
     }
 
-    /** Two bytes of a control request. */
+    /** A 16-bit field of a control request. */
     static final class Word implements ITypeConverter<Integer> {
         @Override
         public Integer convert(String text) {
@@ -80,7 +80,7 @@ final class Numbers {
         }
     }
 
-    /** The address of an endpoint that takes bytes. */
+    /** The address of an OUT endpoint. */
     static final class OutEndpoint implements ITypeConverter<Integer> {
         @Override
         public Integer convert(String text) {
@@ -88,7 +88,7 @@ final class Numbers {
         }
     }
 
-    /** The address of an endpoint that gives bytes. */
+    /** The address of an IN endpoint. */
     static final class InEndpoint implements ITypeConverter<Integer> {
         @Override
         public Integer convert(String text) {
@@ -96,7 +96,9 @@ final class Numbers {
         }
     }
 
-    /** To the library both directions are the same number: it would move the bytes through the other endpoint. */
+    /**
+     * Rejects an address of the other direction: the library would change its direction bit and use another endpoint.
+     */
     private static int endpoint(String text, String direction, int least) {
         int greatest = least | 0x0F;
         int address = within(text, 0, 0xFF);
@@ -115,7 +117,7 @@ final class Numbers {
         }
     }
 
-    /** Milliseconds, or a place in a list. */
+    /** Milliseconds, a count or an index. */
     static final class Count implements ITypeConverter<Integer> {
         @Override
         public Integer convert(String text) {
@@ -139,7 +141,7 @@ final class Numbers {
         }
     }
 
-    /** Bytes, as pairs of hexadecimal digits; blanks and colons between them are allowed. */
+    /** Bytes, as pairs of hexadecimal digits; spaces and colons between them are allowed. */
     static final class Hex implements ITypeConverter<ByteBuffer> {
         @Override
         public ByteBuffer convert(String text) {

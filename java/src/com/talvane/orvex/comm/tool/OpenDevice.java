@@ -10,26 +10,26 @@ import java.util.function.IntSupplier;
 final class OpenDevice implements AutoCloseable {
     static final int SETUP_BYTES = 8;
 
-    private static final String NOT_TAKEN = "not taken";
-    private static final String NOTHING_CAME = "nothing came";
+    private static final String NOT_ACCEPTED = "not accepted";
+    private static final String NO_DATA = "no data";
 
-    /** A HID device has one stream each way: the library does not look at the endpoint. */
+    /** The library ignores the endpoint of a HID device, which has one stream in each direction. */
     private static final int HID_ENDPOINT = 0;
 
-    /** Bytes that were moved, and how long that took. */
+    /** The bytes that were moved, and the duration of the transfer. */
     record Transfer(byte[] data, long nanos) {
         String took() {
             return Text.took(data.length, nanos);
         }
     }
 
-    /** The pipe calls all have these arguments after list and index. */
+    /** The arguments that all pipe calls have. */
     @FunctionalInterface
     private interface PipeCall {
         int move(int list, int index, int endpoint, int length, int timeout, byte[] buffer);
     }
 
-    /** The calls with a packet size have two arguments more. */
+    /** The arguments of the calls with a packet size. */
     @FunctionalInterface
     private interface PacketCall {
         int move(int list, int index, int endpoint, int length, int timeout, byte[] buffer, int packetSize, int fill);
@@ -54,21 +54,21 @@ final class OpenDevice implements AutoCloseable {
         return info;
     }
 
-    /** Writes all of the data; the result holds what the device took. */
+    /** Writes data; the result holds the bytes that the device accepted. */
     Transfer write(Pipe pipe, byte[] data) {
-        return move(pipe.name("write to"), NOT_TAKEN,
+        return move(pipe.name("write to"), NOT_ACCEPTED,
                 pipe.interrupt() ? usb::usbWriteInterruptPipe : usb::usbWriteBulkPipe,
                 pipe.endpoint(), pipe.timeout(), data);
     }
 
     /** Reads up to size bytes. */
     Transfer read(Pipe pipe, int size) {
-        return move(pipe.name("read from"), NOTHING_CAME,
+        return move(pipe.name("read from"), NO_DATA,
                 pipe.interrupt() ? usb::usbReadInterruptPipe : usb::usbReadBulkPipe,
                 pipe.endpoint(), pipe.timeout(), new byte[size]);
     }
 
-    /** Reads until size bytes are there, which may come in several pieces; an empty one ends it. */
+    /** Reads until size bytes have come, in several transfers if necessary; stops when a transfer moves none. */
     Transfer readAll(Pipe pipe, int size) {
         ByteArrayOutputStream data = new ByteArrayOutputStream(size);
         long nanos = 0;
@@ -90,7 +90,7 @@ final class OpenDevice implements AutoCloseable {
                 usb.usbResetPipe(list, info.index(), endpoint));
     }
 
-    /** Has a HID device's input reports read in the size given; the library starts to when it opens the device. */
+    /** Sets the size of a HID device's input reports. The library applies it when it opens the device. */
     void prepare(Reports reports) {
         if (reports.packetSize() != null) {
             write(reports, new byte[0]);
@@ -101,19 +101,19 @@ final class OpenDevice implements AutoCloseable {
 
     /** Sends all of the data to a HID device, as output reports. */
     Transfer write(Reports reports, byte[] data) {
-        return move("write reports to", NOT_TAKEN,
+        return move("write reports to", NOT_ACCEPTED,
                 reports.call(usb::usbWriteInterruptPipe, usb::usbWriteInterruptPipeEx),
                 HID_ENDPOINT, reports.timeout(), data);
     }
 
     /** Reads exactly size bytes of a HID device's input reports. */
     Transfer read(Reports reports, int size) {
-        return move("read reports from", NOTHING_CAME,
+        return move("read reports from", NO_DATA,
                 reports.call(usb::usbReadInterruptPipe, usb::usbReadInterruptPipeEx),
                 HID_ENDPOINT, reports.timeout(), new byte[size]);
     }
 
-    /** Makes a control request: a setup packet with its data behind it. The result holds the data that moved. */
+    /** Makes a control request: a setup packet followed by its data. The result holds the data that moved. */
     Transfer control(byte[] buffer, int timeout) {
         boolean in = (buffer[0] & 0x80) != 0;
         return timed("control request to " + info.label(), buffer, SETUP_BYTES, () -> in
@@ -126,14 +126,14 @@ final class OpenDevice implements AutoCloseable {
         return timed(attempted, buffer, 0, () -> {
             int moved = call.move(list, info.index(), endpoint, buffer.length, timeout, buffer);
             if (moved == UsbAccessCode.TIMED_OUT.code()) {
-                throw new UsbFailure(String.format("%s: %s within %d ms (%d; --timeout changes that)", attempted, late,
+                throw new UsbFailure(String.format("%s: %s within %d ms (%d; --timeout changes this)", attempted, late,
                         timeout, moved));
             }
             return moved;
         });
     }
 
-    /** Makes a call that answers how many bytes moved; they stand in the buffer from an offset on. */
+    /** Makes a call that returns the number of bytes moved; the bytes are in the buffer, from an offset on. */
     private static Transfer timed(String action, byte[] buffer, int from, IntSupplier call) {
         long start = System.nanoTime();
         int moved = call.getAsInt();
@@ -147,14 +147,16 @@ final class OpenDevice implements AutoCloseable {
         usb.usbCloseDevice(list, info.index());
     }
 
-    /** Where a transfer goes and how long it may take, in milliseconds. */
+    /** The endpoint of a transfer, its kind, and its time-out in milliseconds. */
     record Pipe(int endpoint, boolean interrupt, int timeout) {
         private String name(String action) {
             return String.format("%s endpoint 0x%02X of", action, endpoint);
         }
     }
 
-    /** Size and filling of a HID device's reports, null for the library's own, and how long a transfer may take. */
+    /**
+     * Size and padding of a HID device's reports (size null: the library's default), and the time-out in milliseconds.
+     */
     record Reports(Integer packetSize, int fill, int timeout) {
         static Reports standard(int timeout) {
             return new Reports(null, 0, timeout);

@@ -10,7 +10,7 @@ import picocli.CommandLine.IVersionProvider;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ScopeType;
 
-/** The command-line tool: its name, its commands, and how it ends. */
+/** The command-line tool: its name, its commands, and its exit status. */
 @Command(
         name = "orvex-usb",
         description = "Finds USB tools, opens them and moves data. Each command has its own --help.",
@@ -23,16 +23,16 @@ import picocli.CommandLine.ScopeType;
         synopsisSubcommandLabel = "COMMAND",
         footer = {
             "",
-            "With --simulate[=SCENARIO] anywhere on the line the tool runs on a simulated bus, with the devices of the"
-                    + " scenario file (or a few of its own) and without USB hardware.",
-            "ORVEXCOMM_DEBUG in the environment makes the library trace its work to standard error; NO_COLOR keeps"
-                    + " colours away from a terminal."
+            "With --simulate[=SCENARIO] anywhere on the line the tool uses a simulated bus, with the devices of the"
+                    + " scenario file (or a few standard ones), and no USB hardware.",
+            "With ORVEXCOMM_DEBUG in the environment the library writes a trace to standard error; NO_COLOR"
+                    + " switches off colours on a terminal."
         },
         exitCodeListHeading = "%nExit status:%n",
         exitCodeList = {
             "0:success",
-            "1:a device or USB failure, told on standard error",
-            "2:wrong use of the command line",
+            "1:a device or USB failure, reported on standard error",
+            "2:invalid command line",
             "130:ended by Ctrl-C"
         })
 final class OrvexUsb {
@@ -66,7 +66,7 @@ final class OrvexUsb {
     static CommandLine commandLine() {
         CommandLine line = new CommandLine(new OrvexUsb());
         line.setUsageHelpAutoWidth(true);
-        line.setExpandAtFiles(false); // a value may begin with an @
+        line.setExpandAtFiles(false); // A value may begin with an @.
         line.setColorScheme(Help.defaultColorScheme(Terminal.hasColours() ? Ansi.ON : Ansi.OFF));
         line.setExecutionExceptionHandler((failure, command, parsed) -> {
             String cause = failure instanceof IOException ? "cannot read or write the file: " : "";
@@ -76,14 +76,14 @@ final class OrvexUsb {
         return line;
     }
 
-    /** The version of the tool, and of the native library that it has loaded. */
+    /** The version of the native library, which is also that of the tool. */
     static final class Version implements IVersionProvider {
         @Override
         public String[] getVersion() {
             return new String[] {"orvex-usb, library version " + ofLibrary()};
         }
 
-        /** The first use of the library, which loads it. */
+        /** Returns the version of the library, and loads it if it is not loaded yet. */
         static String ofLibrary() {
             int library = new ORVEXCommUSBAccess().usbGetLibVersion();
             return String.format("%d.%02d", library / 100, library % 100);

@@ -6,7 +6,7 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import picocli.CommandLine.Option;
 
-/** Where bytes from a device go. */
+/** The destination of bytes from a device. */
 final class Output {
     @Option(
             names = {"-o", "--output"},
@@ -18,7 +18,7 @@ final class Output {
         return "-".equals(file);
     }
 
-    /** What was read, but for its bytes, is for the caller to tell when that is as JSON. */
+    /** Writes the bytes, and a line about the read unless the caller reports it as JSON. */
     void show(Transfer got, boolean isTold) throws IOException {
         if (!isTold) {
             System.err.println("Read " + got.took());

@@ -1,6 +1,6 @@
 package com.talvane.orvex.comm.tool;
 
-/** How far a long transfer is, on standard error when that is a terminal and nowhere else. */
+/** The progress of a long transfer, shown on standard error if that is a terminal. */
 final class ProgressBar implements AutoCloseable {
     private static final int WIDTH = 40;
 
@@ -13,7 +13,7 @@ final class ProgressBar implements AutoCloseable {
         show(0);
     }
 
-    /** Shows what has been moved so far; cheap when that looks the same as before. */
+    /** Shows the progress so far; cheap if the displayed line does not change. */
     void show(long bytes) {
         long now = total == 0 ? 100 : Math.min(100, (long) (100.0 * bytes / total));
         if (isShown && now != percent) {
@@ -23,7 +23,7 @@ final class ProgressBar implements AutoCloseable {
         }
     }
 
-    /** Leaves the line to what comes next. */
+    /** Ends the line. */
     @Override
     public void close() {
         if (isShown) {

@@ -15,10 +15,10 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** One read, or as many as a number of bytes takes. */
+/** Reads once, or a number of bytes in several transfers. */
 @Command(
         name = "read",
-        description = "Reads from a bulk or interrupt endpoint: once, or into a file until it has so many bytes.")
+        description = "Reads from a bulk or interrupt endpoint: once, or a number of bytes into a file.")
 final class ReadCommand implements Callable<Integer> {
     private static final int USUAL_SIZE = 512;
 
@@ -36,14 +36,14 @@ final class ReadCommand implements Callable<Integer> {
             description = "Endpoint to read from (default: ${DEFAULT-VALUE}).")
     private int endpoint;
 
-    @Option(names = "--interrupt", description = "It is an interrupt endpoint.")
+    @Option(names = "--interrupt", description = "Use an interrupt endpoint.")
     private boolean interrupt;
 
     @Option(
             names = "--size",
             paramLabel = "N",
             converter = Numbers.Size.class,
-            description = "Greatest number of bytes of a transfer (default: 512, with --to 65536).")
+            description = "Maximum number of bytes for each transfer (default: 512, with --to 65536).")
     private Integer size;
 
     @ArgGroup
@@ -62,8 +62,8 @@ final class ReadCommand implements Callable<Integer> {
                 names = "--to",
                 paramLabel = "FILE",
                 required = true,
-                description = "Read into this file until it has as many bytes as --bytes tells; what it had goes when"
-                        + " the first ones are there.")
+                description = "Read --bytes bytes into this file. Its old content is replaced when the first bytes"
+                        + " arrive.")
         private Path path;
 
         @Option(
@@ -71,7 +71,7 @@ final class ReadCommand implements Callable<Integer> {
                 paramLabel = "N",
                 required = true,
                 converter = Numbers.Count.class,
-                description = "How many bytes to read; needs --to.")
+                description = "Number of bytes to read; needs --to.")
         private int bytes;
     }
 
@@ -104,13 +104,13 @@ final class ReadCommand implements Callable<Integer> {
                 return got;
             });
             if (status == 0) {
-                to.write(new byte[0]); // nothing was asked for
+                to.write(new byte[0]); // With --bytes 0 no transfer has created the file.
             }
             return status;
         }
     }
 
-    /** A file that keeps what it has until there is something new. */
+    /** A file that keeps its old content until the first new bytes arrive. */
     private static final class Destination implements Closeable {
         private final Path path;
         private FileChannel file;
@@ -120,7 +120,7 @@ final class ReadCommand implements Callable<Integer> {
             this.path = path;
         }
 
-        /** Finds out that it cannot be written to before bytes are read that would be lost. */
+        /** Opens the file before the first read: if it cannot be written to, no bytes are lost. */
         void open() throws IOException {
             if (file == null) {
                 file = FileChannel.open(path, StandardOpenOption.CREATE, StandardOpenOption.WRITE);

@@ -5,10 +5,10 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** A new start for a device that hangs. */
+/** Resets a device that hangs. */
 @Command(
         name = "reset",
-        description = "Resets a device, as if it had been pulled and plugged in.")
+        description = "Resets a device, as if it had been unplugged and plugged in again.")
 final class ResetCommand implements Callable<Integer> {
     @Mixin
     private DeviceChoice device;
@@ -17,7 +17,7 @@ final class ResetCommand implements Callable<Integer> {
             names = "--endpoint",
             paramLabel = "ADDRESS",
             converter = Numbers.Octet.class,
-            description = "Reset this endpoint alone; this version of the library answers that it cannot.")
+            description = "Reset only this endpoint; this version of the library does not support that.")
     private Integer endpoint;
 
     @Override

@@ -8,8 +8,8 @@ import java.util.List;
 import java.util.stream.IntStream;
 
 /**
- * A session with one device list, for as long as a command runs. Closing it gives back both. It uses the raw class:
- * whoever looks for a fault wants to see what that answers.
+ * A session with one device list, for the duration of a command. Closing it releases both. It uses the raw class, so
+ * that users who look for a fault see the results of the native methods.
  */
 final class Session implements AutoCloseable {
     private static final String SIMULATED = "ORVEX_USB_SIMULATED";
@@ -49,18 +49,18 @@ final class Session implements AutoCloseable {
                 .toList();
     }
 
-    /** Every device of the list, also those that are absent. */
+    /** Every device of the list, including absent ones. */
     List<DeviceInfo> devices() {
         List<String> lines = lines();
         return IntStream.range(0, lines.size()).mapToObj(index -> DeviceInfo.parse(index, lines.get(index))).toList();
     }
 
-    /** Lets the devices that came and went since be seen. */
+    /** Updates the list with the devices that were plugged in or unplugged since. */
     void update() {
-        UsbFailure.check("renew the list", usb.usbUpdateDeviceList(list, 0));
+        UsbFailure.check("update the list", usb.usbUpdateDeviceList(list, 0));
     }
 
-    /** What the library has of a descriptor, as it was read when the device was listed; empty when it has nothing. */
+    /** A descriptor that the library read when the device was listed; empty if it has none. */
     byte[] descriptor(DeviceInfo device, int type, int index) {
         byte[] buffer = new byte[MOST_DESCRIPTOR_BYTES];
         int size = usb.usbGetDeviceDescriptor(list, device.index(), type, index, buffer.length, buffer);
@@ -70,7 +70,7 @@ final class Session implements AutoCloseable {
         return Arrays.copyOf(buffer, UsbFailure.check("descriptor of " + device.label(), size));
     }
 
-    /** The endpoints of the device, or of the interface that it is. */
+    /** The endpoints of the device, or of the interface if it is one of a composite device. */
     List<UsbEndpoint> endpoints(DeviceInfo device) {
         byte[] bytes = new byte[UsbEndpoint.MOST_BYTES];
         int count = usb.usbGetEndpointList(list, device.index(), bytes);

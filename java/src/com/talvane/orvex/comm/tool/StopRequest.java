@@ -4,8 +4,8 @@ import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Ctrl-C as a request: the command sees it here, gives back what it holds and closes this object, and only then the
- * process ends. A command that does not come to that is left behind after some seconds.
+ * Turns Ctrl-C into a request: the command polls for it, releases what it holds and closes this object; only then does
+ * the process end. After some seconds the process ends even if the command has not closed this object.
  */
 final class StopRequest implements AutoCloseable {
     private static final long PATIENCE_SECONDS = 5;
@@ -27,7 +27,7 @@ final class StopRequest implements AutoCloseable {
         }
     }
 
-    /** Waits for the request; false when it was not made in this time. */
+    /** Waits for the request; false if it does not come within this time. */
     boolean comesWithin(long milliseconds) throws InterruptedException {
         return made.await(milliseconds, TimeUnit.MILLISECONDS);
     }
@@ -38,7 +38,7 @@ final class StopRequest implements AutoCloseable {
         try {
             Runtime.getRuntime().removeShutdownHook(hook);
         } catch (IllegalStateException e) {
-            // the process is ending: the hook has run
+            // The process is ending: the hook has run.
         }
     }
 }

@@ -12,7 +12,7 @@ final class Text {
     private Text() {
     }
 
-    /** Replaces control characters: a device's strings must not steer the terminal. */
+    /** Replaces control characters: a device's strings must not control the terminal. */
     static String printable(String text) {
         return text.codePoints()
                 .map(c -> Character.isISOControl(c) ? '?' : c)
@@ -20,12 +20,12 @@ final class Text {
                 .toString();
     }
 
-    /** Replaces what ends a line, so that a text cannot pass for two; everything else stays as it is. */
+    /** Replaces line ends, so that a string cannot forge a second line; all other characters stay unchanged. */
     static String oneLine(String text) {
         return text.replaceAll("[\\n\\r\\x0B\\f\\x85\\u2028\\u2029]", "?");
     }
 
-    /** Lines of equal columns; the first row is the heading. */
+    /** Formats rows as lines with aligned columns; the first row is the heading. */
     static List<String> table(List<List<String>> rows) {
         int columns = rows.get(0).size();
         int[] widths = IntStream.range(0, columns)
@@ -39,17 +39,17 @@ final class Text {
                 .toList();
     }
 
-    /** How long some bytes took. */
+    /** A number of bytes and the time that they took. */
     static String took(long bytes, long nanos) {
         return String.format("%d bytes in %.3f ms", bytes, nanos / 1e6);
     }
 
-    /** How many bytes that is in a second. */
+    /** The throughput. */
     static String rate(long bytes, long nanos) {
         return String.format("%.0f bytes a second", bytes * 1e9 / Math.max(1, nanos));
     }
 
-    /** Sixteen bytes a line: offset, hexadecimal, ASCII. */
+    /** A hex dump, sixteen bytes a line: offset, hexadecimal, ASCII. */
     static List<String> hexDump(byte[] data) {
         List<String> lines = new ArrayList<>();
         for (int offset = 0; offset < data.length; offset += DUMP_WIDTH) {

@@ -2,7 +2,7 @@ package com.talvane.orvex.comm.tool;
 
 import com.talvane.orvex.comm.UsbAccessCode;
 
-/** A call that answered with a negative code. */
+/** A call that returned a negative code. */
 final class UsbFailure extends RuntimeException {
     private static final long serialVersionUID = 1L;
 
@@ -14,7 +14,7 @@ final class UsbFailure extends RuntimeException {
         this(action + ": " + UsbAccessCode.describe(code));
     }
 
-    /** Passes a good result on; a negative one ends the action. */
+    /** Returns a result of 0 or more; throws for a negative one. */
     static int check(String action, int result) {
         if (result < 0) {
             throw new UsbFailure(action, result);

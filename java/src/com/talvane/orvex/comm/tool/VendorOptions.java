@@ -9,7 +9,7 @@ import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
 import picocli.CommandLine.Spec;
 
-/** Whose devices are listed. */
+/** The options that select the vendors whose devices are listed. */
 final class VendorOptions {
     private static final int MOST_VENDORS = 16;
 
@@ -35,7 +35,7 @@ final class VendorOptions {
     @Spec(MIXEE)
     private CommandSpec command;
 
-    /** The vendors. More than a list can take are a wrong use of the command line. */
+    /** The selected vendors. More than a list can have make the command line invalid. */
     Vendors vendors() {
         if (choice.all) {
             return Vendors.EVERY;
@@ -43,7 +43,7 @@ final class VendorOptions {
         List<Integer> ids = choice.vendors == null ? USUAL : choice.vendors;
         if (ids.size() > MOST_VENDORS) {
             throw new ParameterException(command.commandLine(),
-                    ids.size() + " vendor ids are given, " + MOST_VENDORS + " can be");
+                    ids.size() + " vendor ids are given, but at most " + MOST_VENDORS + " are allowed");
         }
         return new Vendors(ids);
     }

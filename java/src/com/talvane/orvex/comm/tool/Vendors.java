@@ -4,9 +4,9 @@ import java.util.List;
 import java.util.stream.Collectors;
 
 /**
- * Whose devices are looked for.
+ * The vendors whose devices a command looks for.
  *
- * @param ids the vendor ids; none for every vendor
+ * @param ids the vendor ids; empty for every vendor
  */
 record Vendors(List<Integer> ids) {
     static final Vendors EVERY = new Vendors(List.of());
@@ -23,13 +23,13 @@ record Vendors(List<Integer> ids) {
         return ids.stream().mapToInt(Integer::intValue).toArray();
     }
 
-    /** As an option of the command line. */
+    /** The option of the command line that selects these vendors. */
     String option() {
         return isEvery() ? "--all"
                 : "--vendor " + ids.stream().map(id -> String.format("%04X", id)).collect(Collectors.joining(","));
     }
 
-    /** Such as "the vendors 6A5C, 6A5D". */
+    /** For messages, such as "the vendors 6A5C, 6A5D". */
     @Override
     public String toString() {
         String all = ids.stream().map(id -> String.format("%04X", id)).collect(Collectors.joining(", "));

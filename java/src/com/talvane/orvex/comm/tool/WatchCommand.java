@@ -11,10 +11,10 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** Shows devices as they come and go, in one list that lives as long as the session. */
+/** Shows devices that are plugged in or unplugged, with one list that is kept as long as the session. */
 @Command(
         name = "watch",
-        description = "Shows the attached devices, and then each that comes or goes, until Ctrl-C.")
+        description = "Shows the attached devices, then each that is plugged in or unplugged, until Ctrl-C.")
 final class WatchCommand implements Callable<Integer> {
     private static final int PERIOD_MS = 100;
 
@@ -28,7 +28,7 @@ final class WatchCommand implements Callable<Integer> {
             names = "--seconds",
             paramLabel = "N",
             converter = Numbers.Count.class,
-            description = "End after N seconds; a failure when --count is given and not reached.")
+            description = "End after N seconds; a failure if --count is given and not reached.")
     private Integer seconds;
 
     @Option(
@@ -56,7 +56,7 @@ final class WatchCommand implements Callable<Integer> {
             }
             if (count != null && left > 0 && System.nanoTime() - start >= limit) {
                 throw new IllegalStateException(
-                        String.format("only %d of %d changes came in %d s", count - left, count, seconds));
+                        String.format("only %d of %d changes within %d s", count - left, count, seconds));
             }
         }
         return 0;

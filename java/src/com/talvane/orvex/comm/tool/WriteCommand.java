@@ -13,10 +13,10 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 
-/** One write, or as many as a file takes. */
+/** Writes some bytes in one transfer, or a whole file in several. */
 @Command(
         name = "write",
-        description = "Writes to a bulk or interrupt endpoint: some bytes at once, or a file piece by piece.")
+        description = "Writes to a bulk or interrupt endpoint: some bytes in one transfer, or a whole file in several.")
 final class WriteCommand implements Callable<Integer> {
     @Mixin
     private DeviceOptions device;
@@ -32,7 +32,7 @@ final class WriteCommand implements Callable<Integer> {
             description = "Endpoint to write to (default: ${DEFAULT-VALUE}).")
     private int endpoint;
 
-    @Option(names = "--interrupt", description = "It is an interrupt endpoint.")
+    @Option(names = "--interrupt", description = "Use an interrupt endpoint.")
     private boolean interrupt;
 
     @ArgGroup(multiplicity = "1")
@@ -51,14 +51,14 @@ final class WriteCommand implements Callable<Integer> {
                 names = "--file",
                 paramLabel = "FILE",
                 required = true,
-                description = "Write all of this file, however long it is.")
+                description = "Write the whole file, of any size.")
         private Path path;
 
         @Option(
                 names = "--size",
                 paramLabel = "N",
                 converter = Numbers.Size.class,
-                description = "Bytes of it in one transfer (default: 65536); needs --file.")
+                description = "Bytes for each transfer (default: 65536); needs --file.")
         private int piece = LongTransfer.USUAL_PIECE;
     }
 
@@ -95,11 +95,11 @@ final class WriteCommand implements Callable<Integer> {
         return tookAll(sent, size) ? 0 : 1;
     }
 
-    /** A device that takes less than it was given did not do its job; the user is told. */
+    /** Whether the device accepted all bytes; reports it if it did not. */
     static boolean tookAll(Transfer sent, int size) {
         boolean all = sent.data().length == size;
         if (!all) {
-            System.err.println("orvex-usb: the device took only " + sent.data().length + " of " + size);
+            System.err.println("orvex-usb: the device accepted only " + sent.data().length + " of " + size + " bytes");
         }
         return all;
     }

@@ -84,7 +84,8 @@ final class AllocationSweep {
         return steps.stream().map(Step::method).collect(Collectors.toSet());
     }
 
-    private static Set<String> nativeMethods() {
+    /** The names of all native methods. */
+    static Set<String> nativeMethods() {
         return Arrays.stream(ORVEXCommUSBAccess.class.getDeclaredMethods())
                 .filter(method -> Modifier.isNative(method.getModifiers()))
                 .map(Method::getName)

@@ -48,8 +48,8 @@ class DoctorToolTest extends ToolFixture {
         String out = good("doctor -V 0x6A5C").out();
         List<String> found = out.lines().filter(line -> !line.startsWith("   ")).toList();
         assertEquals(List.of("ok     native library, version 3.47",
-                "ok     the library lists 2 devices and parts of devices",
-                "ok     of the 2 devices on the bus 2 are of the vendor 6A5C"), found.subList(0, 3));
+                "ok     the library lists 2 devices and interfaces",
+                "ok     2 devices on the bus, 2 of the vendor 6A5C"), found.subList(0, 3));
         assertTrue(found.stream().allMatch(line -> line.startsWith("ok     ")), out);
     }
 
@@ -70,7 +70,7 @@ class DoctorToolTest extends ToolFixture {
     @Test
     void whatIsWrongIsToldWithWhatMendsIt() throws Exception {
         String out = wrong("doctor", "this machine has no USB bus: ");
-        assertTrue(out.endsWith("\n         a virtual machine or a container has to be given the USB devices of its"
+        assertTrue(out.endsWith("\n         a virtual machine or container needs access to the USB devices of its"
                 + " host\n"), out);
         machine.device(1, 0x1009, "MISSING1");
         wrong("doctor", "MISSING1 (6A5C:1009): on the bus, but the library does not list it\n");
@@ -91,7 +91,7 @@ class DoctorToolTest extends ToolFixture {
         bus.plug("modem");
         openSession();
         usb.usbRelease(0);
-        wrong("doctor", "MODEM006 (6A5C:1003): its class is one that the library does not drive\n");
+        wrong("doctor", "MODEM006 (6A5C:1003): the library does not support its class\n");
     }
 
     @Test

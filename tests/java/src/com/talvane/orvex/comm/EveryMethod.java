@@ -3,7 +3,7 @@ package com.talvane.orvex.comm;
 import java.util.LinkedHashMap;
 import java.util.Map;
 
-/** All 28 methods but {@code usbInitialize}, one after the other on one device. */
+/** All methods but {@code usbInitialize}, one after the other on one device. */
 final class EveryMethod {
     private static final int SESSION = 0;
     private static final int MILLISECONDS = 100;
@@ -13,7 +13,7 @@ final class EveryMethod {
     private EveryMethod() {
     }
 
-    /** What each answers; the device is closed and its list released at the end. */
+    /** The result of each method; at the end the device is closed and its list is released. */
     static Map<String, String> answers(ORVEXCommUSBAccess usb, int list, int index) {
         EveryMethod methods = new EveryMethod();
         methods.ofSession(usb);

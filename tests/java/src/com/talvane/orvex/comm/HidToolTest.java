@@ -50,7 +50,8 @@ class HidToolTest extends HidTest {
         String out = run(0, "hid --json --serial HIDT0021 --data 48 --read 2").out();
         assertTrue(out.startsWith("{\"out\": {\"direction\": \"out\", \"bytes\": 1, "), out);
         assertTrue(out.endsWith(", \"data\": \"485A\"}}\n"), out);
-        assertTrue(run(2, "hid --json --serial HIDT0021 --read 2 -o -").err().contains("both want standard output"));
+        assertTrue(run(2, "hid --json --serial HIDT0021 --read 2 -o -").err()
+                .contains("both write to standard output"));
     }
 
     @Test
@@ -95,9 +96,9 @@ class HidToolTest extends HidTest {
         assertEquals("orvex-usb: BENCH00001 is not a HID device (orvex-usb list shows the types)\n",
                 run(1, "hid --serial BENCH00001 --read 1").err());
         String silent = run(1, "hid --serial HIDT0021 --read 1 --timeout 100").err();
-        assertTrue(silent.startsWith("orvex-usb: read reports from HIDT0021: nothing came within 100 ms (-150"), silent);
+        assertTrue(silent.startsWith("orvex-usb: read reports from HIDT0021: no data within 100 ms (-150"), silent);
         String bulk = run(1, "echo --serial HIDT0021").err();
-        assertEquals("orvex-usb: HIDT0021 is a HID device: it has reports, which orvex-usb hid moves\n", bulk);
+        assertEquals("orvex-usb: HIDT0021 is a HID device: use orvex-usb hid\n", bulk);
         for (String line : new String[] {"write --serial HIDT0021 --data 00", "read --serial HIDT0021",
             "bench --serial HIDT0021"}) {
             assertEquals(bulk, run(1, line).err());

@@ -68,7 +68,7 @@ class LibraryLoadingTest extends LoadingFixture {
         assertTells(
                 child().run("version"),
                 "unpacked into '" + cache, "'" + cache + "' is not a folder but a link",
-                "unpacked into '" + lastResort, "others than its owner may write to '" + lastResort + "'",
+                "unpacked into '" + lastResort, "users other than its owner may write to '" + lastResort + "'",
                 "belongs to the user alone");
         assertEquals(List.of(), files(folder));
     }

@@ -47,7 +47,7 @@ class ToolJobsTest extends ToolFixture {
     void aFileThatTheDeviceDoesNotTakeFails() throws Exception {
         ToolRun run = run("write --serial BENCH00001 --out 5 --file " + file(1000));
         assertEquals(1, run.status());
-        assertTrue(run.err().endsWith("orvex-usb: it ended after 0 of 1000 bytes\n"), run.err());
+        assertTrue(run.err().endsWith("orvex-usb: the transfer ended after 0 of 1000 bytes\n"), run.err());
         assertFails("write --serial BENCH00001 --file " + folder.resolve("none"), "none");
     }
 
@@ -169,7 +169,7 @@ class ToolJobsTest extends ToolFixture {
     void aMeasurementThatCannotGoOnFails() {
         ToolRun run = run("bench --serial BENCH00001 --out 5 --count 5 --size 10");
         assertEquals(1, run.status());
-        assertEquals("orvex-usb: the device took only 0 of 10\n", run.err());
+        assertEquals("orvex-usb: the device accepted only 0 of 10 bytes\n", run.err());
         assertFails("bench --serial BENCH00001 --in 0x84 --count 5 --timeout 50", "(-150; ");
     }
 
@@ -177,7 +177,7 @@ class ToolJobsTest extends ToolFixture {
     void aMeasurementOfAnEchoThatEndsEarlyFails() {
         ToolRun run = run("bench --serial BENCH00001 --out 3 --in 0x85 --count 5 --size 10");
         assertEquals(1, run.status());
-        assertEquals("orvex-usb: the device gave only 0 of 10\n", run.err());
+        assertEquals("orvex-usb: the device sent only 0 of 10 bytes\n", run.err());
     }
 
     @Test

@@ -24,15 +24,15 @@ class ToolMannersTest extends ToolFixture {
     @Test
     void aTimeOutIsToldInWords() {
         assertFails("read --serial BENCH00001 --in 0x84 --timeout 50",
-                "read from endpoint 0x84 of BENCH00001: nothing came within 50 ms (-150; --timeout changes that)");
+                "read from endpoint 0x84 of BENCH00001: no data within 50 ms (-150; --timeout changes this)");
         assertFails("write --serial BENCH00001 --out 4 --data 00 --timeout 50",
-                "write to endpoint 0x04 of BENCH00001: not taken within 50 ms (-150; --timeout changes that)");
+                "write to endpoint 0x04 of BENCH00001: not accepted within 50 ms (-150; --timeout changes this)");
     }
 
     @Test
     void aControlRequestThatShouldMoveBytesAndMovesNoneFails() {
         assertFails("control --serial BENCH00001 --request-type 0xC0 --request 3 --length 8",
-                "BENCH00001 refused the request, or had nothing to give: 0 of 8 bytes");
+                "BENCH00001 refused the request, or had no data: 0 of 8 bytes");
         assertFails("control --serial BENCH00001 --request-type 0x40 --request 3 --data 0102",
                 "BENCH00001 refused the request: 0 of 2 bytes");
         assertEquals(0, run("control --serial BENCH00001 --request-type 0xC0 --request 2 --value 0x1234"

@@ -212,7 +212,7 @@ class ToolProcessTest extends UsbTest {
         String trace = Files.readString(err);
         assertTrue(trace.contains("[LibUSB_CloseDevice]"), trace);
         assertTrue(trace.contains("[LibUSB_Release] exit: 0"), trace);
-        assertTrue(trace.contains("orvex-usb: it ended after "), trace);
+        assertTrue(trace.contains("orvex-usb: the transfer ended after "), trace);
     }
 
     @Test

@@ -93,7 +93,7 @@ class ToolTest extends ToolFixture {
     void anEchoThatTheDeviceDoesNotTakeWholeFails() {
         ToolRun run = run("echo --serial BENCH00001 --out 5");
         assertEquals(1, run.status());
-        assertTrue(run.err().contains("took only 0 of 64"), run.err());
+        assertTrue(run.err().contains("accepted only 0 of 64 bytes"), run.err());
         assertFalse(run.out().contains("equal"), run.out());
     }
 
@@ -127,7 +127,7 @@ class ToolTest extends ToolFixture {
     void failuresAreToldWithTheirCode() {
         assertFails(
                 "read --serial BENCH00001 --in 0x84 --timeout 50",
-                "read from endpoint 0x84 of BENCH00001: nothing came within 50 ms (-150");
+                "read from endpoint 0x84 of BENCH00001: no data within 50 ms (-150");
         assertFails("read --serial BENCH00001 --in 0x8F", "-113: the read could not be started");
         assertFails("echo --serial NOBODY", "no device with serial number NOBODY");
         assertFails("echo --index 99", "no device with index 99");
@@ -146,7 +146,7 @@ class ToolTest extends ToolFixture {
     void aWriteThatIsCutShortFails() {
         ToolRun run = run("write --serial BENCH00001 --out 5 --data 0102");
         assertEquals(1, run.status());
-        assertTrue(run.err().contains("took only 0 of 2"), run.err());
+        assertTrue(run.err().contains("accepted only 0 of 2 bytes"), run.err());
     }
 
     @Test
@@ -296,7 +296,7 @@ class ToolTest extends ToolFixture {
 
     @Test
     void watchFailsWhenItsTimeEndsBeforeItsCount() {
-        assertFails("watch --count 2 --seconds 0", "only 0 of 2 changes came in 0 s");
+        assertFails("watch --count 2 --seconds 0", "only 0 of 2 changes within 0 s");
     }
 
     @Test

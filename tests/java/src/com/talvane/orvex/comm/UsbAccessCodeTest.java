@@ -4,6 +4,7 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 
 import java.util.Arrays;
+import java.util.Comparator;
 import java.util.List;
 import java.util.Optional;
 import org.junit.jupiter.api.Test;
@@ -13,10 +14,10 @@ class UsbAccessCodeTest {
     void theCodesAreLibusbsAndTheLibrarysOwn() {
         List<Integer> codes = Arrays.stream(UsbAccessCode.values()).map(UsbAccessCode::code).toList();
         assertEquals(
-                List.of(-1, -2, -3, -4, -5, -6, -7, -8, -9, -10, -11, -12, -99,
-                        -101, -102, -103, -104, -105, -107, -108, -109, -112, -113, -114, -115, -116, -120,
-                        -130, -131, -140, -150, -158, -170, -200),
-                codes);
+                List.of(-1, -2, -3, -4, -5, -6, -7, -8, -9, -10, -11, -12, -99),
+                codes.stream().filter(code -> code > -100).toList());
+        // house.pages compares the library's own codes with its header; here they only have to be in order, each once.
+        assertEquals(codes.stream().distinct().sorted(Comparator.reverseOrder()).toList(), codes);
         for (UsbAccessCode code : UsbAccessCode.values()) {
             assertEquals(code.code() > -100, code.isFromLibusb());
             assertFalse(code.text().isBlank());

@@ -20,7 +20,7 @@ class DoctorTest {
     private static final String RIGHTS = "MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"";
     private static final String LABEL = "TOOL0001 (6A5C:1001): ";
     private static final String FREE = LABEL + "no other driver and no other program holds it";
-    private static final String FOUND = "of the 1 devices on the bus 1 are of the vendor 6A5C";
+    private static final String FOUND = "1 devices on the bus, 1 of the vendor 6A5C";
 
     @TempDir
     private Path root;
@@ -85,10 +85,10 @@ class DoctorTest {
         assertEquals(List.of(
                 "put this line into /etc/udev/rules.d/71-usb-tools.rules:",
                 "    SUBSYSTEM==\"usb\", ENV{DEVTYPE}==\"usb_device\", ATTR{idVendor}==\"6a5c\", " + RIGHTS,
-                "and have it obeyed:",
+                "and apply it:",
                 "    sudo udevadm control --reload-rules",
                 "    sudo udevadm trigger --subsystem-match=usb",
-                "for a user who is not logged in at the machine itself, and with a new login:",
+                "for a user who is not logged in at the machine itself (takes effect at the next login):",
                 "    sudo adduser \"$USER\" plugdev"), wrong.remedy());
     }
 
@@ -132,13 +132,13 @@ class DoctorTest {
         fake.process("42", "flasher", node);
         fake.process("self", "doctor", node);
         assertWrong(LABEL + "interface 0 is held by process 42 (flasher)",
-                "end that program, or have it close the device", ofTool());
+                "end that program, or make it close the device", ofTool());
     }
 
     @Test
     void aProgramOfSomebodyElseIsToldWithoutAName() throws IOException {
         fake.addInterface(plugTool(), 0, "ff", "usbfs");
-        assertWrong(LABEL + "interface 0 is held by another program", "sudo fuser -v " + node + "    tells which one",
+        assertWrong(LABEL + "interface 0 is held by another program", "sudo fuser -v " + node + "    shows which one",
                 ofTool());
     }
 
@@ -163,7 +163,7 @@ class DoctorTest {
     @Test
     void aHidDeviceWithoutItsDriverIsTold() throws IOException {
         fake.addInterface(plugTool(), 0, "03", "");
-        assertWrong(LABEL + "no HID driver has interface 0",
+        assertWrong(LABEL + "no HID driver is bound to interface 0",
                 "echo -n 1-5:1.0 | sudo tee /sys/bus/usb/drivers/usbhid/bind", findings(line("TOOL0001", 'h', 0, 0)));
     }
 
@@ -185,7 +185,7 @@ class DoctorTest {
     void nothingPluggedInIsTold() throws IOException {
         Path other = fake.device(7, 1, "");
         Files.writeString(other.resolve("idVendor"), "1d6b\n");
-        assertEquals("of the 1 devices on the bus 0 are of the vendor 6A5C", wrong(findings()).text());
+        assertEquals("1 devices on the bus, 0 of the vendor 6A5C", wrong(findings()).text());
         assertTrue(wrong(findings()).remedy().get(0).startsWith("plug one in"));
     }
 
@@ -216,14 +216,14 @@ class DoctorTest {
     void aDeviceThatTheKernelWasToldNotToUseIsTold() throws IOException {
         Path device = plugTool();
         Files.writeString(device.resolve("authorized"), "0\n");
-        assertWrong(LABEL + "the kernel was told not to use it",
+        assertWrong(LABEL + "it is not authorized, so the kernel does not use it",
                 "echo 1 | sudo tee " + device.resolve("authorized"), ofTool());
     }
 
     @Test
     void aClassThatIsNotSupportedIsTold() throws IOException {
         fake.addInterface(plugTool(), 0, "08", "usb-storage");
-        assertWrong(LABEL + "its class is one that the library does not drive",
+        assertWrong(LABEL + "the library does not support its class",
                 "    orvex-usb describe --vendor 6A5C --index 0", findings(line("TOOL0001", 'u', 0, 0)));
     }
 
@@ -240,7 +240,7 @@ class DoctorTest {
     void onAMacAHidDeviceIsForTheUserAtTheScreen() throws IOException {
         fake.becomeMac();
         List<Finding> findings = findings(line("TOOL0001", 'h', 0, 0), line("TOOL0002", 'b', 0, 0));
-        assertEquals(List.of(LABEL + "macOS has it as a HID device, for the user at the Mac's screen"),
+        assertEquals(List.of(LABEL + "macOS lets the user at the Mac's screen open this HID device"),
                 texts(findings));
         assertTrue(findings.get(0).isGood());
         assertTrue(String.join(" ", findings.get(0).remedy()).contains("Input Monitoring"), findings::toString);
@@ -266,7 +266,7 @@ class DoctorTest {
     @Test
     void aDeviceThatLeavesWhileItIsLookedAtIsNone() throws IOException {
         Files.delete(plugTool().resolve("devnum"));
-        assertTrue(wrong(findings()).text().startsWith("of the 0 devices on the bus"));
+        assertTrue(wrong(findings()).text().startsWith("0 devices on the bus"));
     }
 
     @ParameterizedTest(name = "{1}")
@@ -286,11 +286,11 @@ class DoctorTest {
         "Library not loaded: /opt/homebrew/opt/libusb/lib/libusb-1.0.0.dylib | libusb-1.0 is missing"
                 + " | brew install libusb",
         "x.so: wrong ELF class: ELFCLASS32 (Possible cause: architecture word width mismatch) | another processor"
-                + " | a Java for that of the library",
+                + " | a Java for the processor of the library",
         "x.so: cannot open shared object file: No such file or directory (Possible cause: can't load AARCH64 .so on a"
-                + " AMD 64 platform) | another processor | a Java for that of the library",
+                + " AMD 64 platform) | another processor | a Java for the processor of the library",
         "tried: 'x.dylib' (mach-o file, but is an incompatible architecture (have 'x86_64', need 'arm64'))"
-                + " | another processor | a Java for that of the library",
+                + " | another processor | a Java for the processor of the library",
         "META-INF/native/linux-riscv64/libUSBAccessLink_3_47.so is not in the jar | no library for this processor"
                 + " | -Dorvex.usb.library=FILE",
         "something else | cannot be loaded | something else"
