@@ -22,6 +22,7 @@ from pathlib import Path
 
 from runs import (
     NOT_RUN_HERE, Case, NotRun, Run, cases_of, demand, end_all, execute, junit_cases, read, summarise, tail, told_cases,
+    write_where,
 )  # fmt: skip
 
 ROOT = Path.cwd()
@@ -412,7 +413,9 @@ def main(floors, suites):
     lanes = [(floor, lane) for floor in lanes_of if floor in floors or not floors for lane in lanes_of[floor]]
     # Compilers and lint keep all processors busy; what comes after them often waits.
     busy, waiting = ([lane for lane in lanes if (lane[0] == "unit") == is_busy] for is_busy in (True, False))
-    return summarise([*side_by_side(busy), *side_by_side(waiting)])
+    runs = [*side_by_side(busy), *side_by_side(waiting)]
+    write_where(runs, RESULTS / "where.md")
+    return summarise(runs)
 
 
 if __name__ == "__main__":

@@ -8,6 +8,7 @@ import re
 import signal
 import subprocess
 import xml.etree.ElementTree as ElementTree
+from collections import Counter
 from dataclasses import dataclass, field
 
 JNI_COMPLAINTS = re.compile(r"(WARNING in native method|WARNING: JNI local refs|FATAL ERROR).*")
@@ -162,6 +163,20 @@ def junit_cases(reports, log, status):
 
 def details(runs, state):
     return [(run, case) for run in runs for case in run.cases if case.state == state]
+
+
+def write_where(runs, file):
+    """What is tested where: the number of tests of each suite in each run."""
+    builds = [f"{run.floor}, {run.build}" for run in runs]
+    counts = {}
+    for build, run in zip(builds, runs):
+        for case in run.cases:
+            named = re.match(r"(?:macos[.])?(?:\w+/)?(\w+)[.]\w", case.name)
+            suite = named.group(1) if named else "checks without a suite"
+            counts.setdefault(suite, Counter())[build] += 1
+    rows = [["suite", *builds], ["---"] * (len(runs) + 1)]
+    rows += [[suite, *(str(count[build] or "") for build in builds)] for suite, count in sorted(counts.items())]
+    file.write_text("".join(f"| {' | '.join(row)} |\n" for row in rows))
 
 
 def summarise(runs):
