@@ -1,6 +1,6 @@
 """No part of the contract is without a test: usage contract.py ROOT, or contract.py --self-test.
 
-The unit tests and the Java tests each call every native method; the unit tests expect every code that reaches Java, and
+The unit tests and the Java tests each call every native method, and so do those that are for every method; the unit tests expect every code that reaches Java, and
 quote every text of the library, those of its log among them.
 """
 
@@ -13,6 +13,9 @@ from sources import listed_files
 
 JAVA = Path("java/src/com/talvane/orvex/comm")
 CODES = Path("src/usb/mac/ground/ResultCodes.h")
+# What has to go through all native methods by name.
+OF_EVERY_METHOD = [Path("tests/fuzz/JniFuzz.cpp"), *(Path("tests/java/src/com/talvane/orvex/comm", name)
+                   for name in ("EveryMethod.java", "AllocationSteps.java"))]  # fmt: skip
 
 NATIVE = re.compile(r"\bnative\s+\w+\s+(usb\w+)\s*\(")
 CODE = re.compile(r"^    ([A-Z_]+)\((-\d+), \"(.*)\"\)[,;]", re.MULTILINE)
@@ -88,6 +91,9 @@ def complaints(root):
     unit, java = sources(root, "tests/unit/", ".cpp", ".h"), sources(root, "tests/java/", ".java")
     for floor, called in ("unit tests", code("".join(unit))), ("Java tests", code("".join(java))):
         yield from (f"the {floor} never call {name}" for name in methods(root) if not re.search(rf"\b{name}\b", called))
+    for path in OF_EVERY_METHOD:
+        text = (root / path).read_text()
+        yield from (f"{path}: {name} is missing" for name in methods(root) if not re.search(rf"\b{name}\b", text))
     results = NOT_RETURNED.sub(" ", code("".join(text for text in unit if "\nTEST" in text)))
     expected = " ".join(ASSERTION.findall(results))
     names = set(re.findall(r"\w+", results))
@@ -135,8 +141,11 @@ TEST(Work, IsShown) {
 }
 """,
     Path("tests/java/src/CodeTest.java"): "usbShown(-107);\nusbMissed();\nusbInJava();\n",
+    **{path: "usbShown, usbMissed, usbInJava" for path in OF_EVERY_METHOD[1:]},
+    OF_EVERY_METHOD[0]: "usbShown, usbMissed",
 }
-MISSED = ["the unit tests never call usbMissed", "the unit tests never call usbInJava", "no unit test expects -6",
+MISSED = ["the unit tests never call usbMissed", "the unit tests never call usbInJava",
+          f"{OF_EVERY_METHOD[0]}: usbInJava is missing", "no unit test expects -6",
           "no unit test expects -107", "no unit test quotes 'missed %d'"]
 
 
