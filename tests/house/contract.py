@@ -1,7 +1,7 @@
 """No part of the contract is without a test: usage contract.py ROOT, or contract.py --self-test.
 
-The unit tests and the Java tests each call every native method, and so do those that are for every method; the unit tests expect every code that reaches Java, and
-quote every text of the library, those of its log among them.
+The unit tests and the Java tests each call every native method, and so do those that are for every method. The unit
+tests expect every code that reaches Java, and quote every text of the library, those of its log among them.
 """
 
 import re
