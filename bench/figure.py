@@ -4,7 +4,7 @@ import math
 
 WIDTH, HEIGHT, LEFT, TOP, GAP = 300, 220, 60, 40, 80  # of a panel in pixels, and around it
 COLOURS = ["#1f5fa8", "#7a7a7a", "#b3541e", "#2e7d32", "#8e44ad"]
-PAGE = """<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" font-family="Helvetica, Arial, sans-serif" font-size="12">
+PAGE = """<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" font-family="sans-serif" font-size="12">
 <rect width="{width}" height="{height}" fill="#fff"/>
 {parts}
 </svg>
@@ -21,7 +21,7 @@ def text(x, y, words, anchor="middle", colour="#202124"):
 
 
 def panel(left, title, curves, powers):
-    """One kind of transfer. curves: for each way its (bytes, nanoseconds); powers: of ten, the lowest and the highest."""
+    """One kind of transfer. curves: for each way its (bytes, nanoseconds); powers: of ten, lowest and highest."""
     sizes = [size for size, _ in next(iter(curves.values()))]
     x = scale(sizes[0], sizes[-1], left, WIDTH)
     y = scale(10 ** powers[0], 10 ** powers[1], TOP + HEIGHT, -HEIGHT)

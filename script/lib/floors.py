@@ -9,8 +9,8 @@ import argparse
 import os
 import re
 import signal
-import subprocess
 import shutil
+import subprocess
 import sys
 import xml.etree.ElementTree as ElementTree
 from collections import Counter
@@ -130,14 +130,13 @@ def cases_of(run, outcome, builds):
 def runs_of(report):
     """The runs in CTest's report. Builds, which are in it as well, count when they fail a run that needs them."""
     outcomes = {outcome.get("name"): outcome for outcome in ElementTree.parse(report).iter("testcase")}
-    failed_builds = [RESULTS / name.replace(": ", "/").replace(" ", "-") / "log" for name, outcome in outcomes.items()
-                     if name.startswith("build: ") and outcome.find("failure") is not None]
-    for name, outcome in sorted(outcomes.items(), key=lambda item: FLOORS.index(item[0].split(": ")[0])
-                                if not item[0].startswith("build: ") else -1):
-        if not name.startswith("build: "):
-            run = Run(*name.split(": "), float(outcome.get("time")))
-            run.cases = cases_of(run, outcome, failed_builds)
-            yield run
+    builds = [name for name in outcomes if name.startswith("build: ")]
+    failed_builds = [RESULTS / name.replace(": ", "/").replace(" ", "-") / "log" for name in builds
+                     if outcomes[name].find("failure") is not None]  # fmt: skip
+    for name in sorted(outcomes.keys() - builds, key=lambda name: (FLOORS.index(name.partition(":")[0]), name)):
+        run = Run(*name.split(": "), float(outcomes[name].get("time")))
+        run.cases = cases_of(run, outcomes[name], failed_builds)
+        yield run
 
 
 def details(runs, state):
@@ -152,7 +151,8 @@ def notes(runs):
         if counts and run.build == "asan":
             points, met = (sum(map(int, column)) for column in zip(*counts))
             yield f"{run.floor}: {run.build}: {points} fault points, {met} of them reached"
-        yield from (f"{run.floor}: {run.build}: {said}" for said in re.findall(r"^# ([\d.]+ % of .*)", log, re.MULTILINE))
+        for said in re.findall(r"^# ([\d.]+ % of .*)", log, re.MULTILINE):
+            yield f"{run.floor}: {run.build}: {said}"
 
 
 def where(runs):
@@ -205,8 +205,8 @@ def main(folder, suites, labels):
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
     report = folder / "floors.xml"
-    subprocess.run(["cmake", "--fresh", "-S", "tests/floors", "-B", "build/floors", "-G", "Ninja", f"-DSUITES={suites}"], check=True,
-                   stdout=subprocess.DEVNULL)
+    configure = ["cmake", "--fresh", "-S", "tests/floors", "-B", "build/floors", "-G", "Ninja", f"-DSUITES={suites}"]
+    subprocess.run(configure, check=True, stdout=subprocess.DEVNULL)
     perform(["ctest", "--test-dir", "build/floors", f"-j{2 * os.cpu_count()}", "--no-tests=error",
              "-L", f"^({'|'.join(labels)})$", "--output-junit", report.absolute()])  # fmt: skip
     runs = list(runs_of(report))

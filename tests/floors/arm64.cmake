@@ -1,5 +1,5 @@
-# arm64 Linux on another processor (script/arm64): what is shipped, and the parts that the labels name. Where programs are
-# emulated, they run among the files of Debian's arm64 packages.
+# arm64 Linux on another processor (script/arm64): what is shipped, and the parts that the labels name. Where programs
+# are emulated, they run among the files of Debian's arm64 packages.
 set(ARM64 ${ROOT}/build/arm64)
 set(FULL ${ROOT}/build/arm64-root/full)
 set(JAR ${ARM64}/orvex-usb-access-linux.jar)
@@ -37,8 +37,8 @@ add_arm64_run(kernel arm64-demo 910 "one jar" tests/system/vm --arch arm64 --roo
   --env SIMBUS_USBIP=${ARM64}/sim/usbip/simbus-usbip -- tests/system/with-kernel-bus ${DEMO} --
   ${PYTHON} tests/arm64/on_kernel.py ${ARM64} ${ROOT}/build/arm64-root/jre ${JAR})
 
-# The others have all processors for themselves. CTest is this machine's, and starts each C++ test with the emulator; what
-# they start themselves, the kernel does.
+# The others have all processors for themselves. CTest is this machine's, and starts each C++ test with the emulator;
+# what they start themselves, the kernel does.
 add_preset_build("arm64 tests" arm64 "unit_tests sim_tests usbip_tests" arm64)
 in_root(machine / QEMU_LD_PREFIX=${FULL})
 add_arm64_run(unit arm64-unit 2400 "arm64 tests" ${machine} ctest --test-dir ${ARM64} -j${JOBS} --no-tests=error

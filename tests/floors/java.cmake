@@ -1,5 +1,5 @@
-# The JUnit suite on the release library over the simulated bus, in a JVM that checks its native calls; and that library,
-# the documents and the packages themselves.
+# The JUnit suite on the release library over the simulated bus, in a JVM that checks its native calls; and that
+# library, the documents and the packages themselves.
 if(CMAKE_HOST_APPLE)
   set(LIBRARY libUSBAccessLink_3_47.dylib)
   set(JARS ${ROOT}/build/jars)
@@ -69,7 +69,8 @@ endfunction()
 add_check(exports ${PYTHON} tests/house/exports.py ${RELEASE}/${LIBRARY})
 if(NOT CMAKE_HOST_APPLE)
   set(hot_paths ${RELEASE}/tests/instructions/hot_paths)
-  add_check(instructions ${PYTHON} tests/instructions/instructions.py ${hot_paths} ${RELEASE}/${LIBRARY} ${RELEASE}/sim/lib)
+  add_check(instructions
+    ${PYTHON} tests/instructions/instructions.py ${hot_paths} ${RELEASE}/${LIBRARY} ${RELEASE}/sim/lib)
   add_check(memcheck env LD_LIBRARY_PATH=${RELEASE}/sim/lib SIMBUS_SCENARIO=bench/scenario.json
     valgrind --quiet --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite ${hot_paths})
 endif()
@@ -77,25 +78,26 @@ if(SUITES)
   return()
 endif()
 
-# What depends on the HID interface, on the library with the macOS side. What unloads a library does so with the one in
-# the jar, which is this system's.
+# What depends on the HID interface, on the library with the macOS side. What unloads a library does so with the one
+# in the jar, which is this system's.
 if(CMAKE_HOST_APPLE)
   set(macos release)
   add_preset_build("macos library" release "USBAccessLink_macos sim_libusb" release)
 else()
   set(macos macos)
 endif()
-junit(suite LIBRARY ${ROOT}/build/${macos}/macos/${LIBRARY} WITHOUT unloading LAUNCHER --include-classname=${HID_SUITES})
+junit(suite LIBRARY ${ROOT}/build/${macos}/macos/${LIBRARY} WITHOUT unloading
+  LAUNCHER --include-classname=${HID_SUITES})
 add_simulated_run("macOS side" ${macos} NEEDS "macos library" COMMAND ${suite})
 if(CMAKE_HOST_APPLE)
   return() # its JVM cannot be made to load the sanitizer first; the documents and packages are for Linux
 endif()
 
-# The library as the address sanitizer watches it, in a JVM that has the sanitizer. That looks for what throws an exception
-# when it starts: the runtime of C++ has to be there by then. The JVM takes signals for its own work, and forgets much
-# when it ends. How the library is found has nothing for the sanitizer, and the jar holds the one without it; two libraries
-# that take the place of operator new cannot be in one process; and where a library is unloaded, the JVM itself looks at
-# the name that the system has just freed.
+# The library as the address sanitizer watches it, in a JVM that has the sanitizer. That looks for what throws an
+# exception when it starts: the runtime of C++ has to be there by then. The JVM takes signals for its own work, and
+# forgets much when it ends. How the library is found has nothing for the sanitizer, and the jar holds the one without
+# it; two libraries that take the place of operator new cannot be in one process; and where a library is unloaded, the
+# JVM itself looks at the name that the system has just freed.
 foreach(name libasan.so libstdc++.so.6)
   execute_process(COMMAND g++ -print-file-name=${name} OUTPUT_VARIABLE file OUTPUT_STRIP_TRAILING_WHITESPACE)
   list(APPEND preload ${file})

@@ -1,5 +1,5 @@
-# The same suite, and what needs a kernel, in virtual machines where a stock kernel has the simulated devices on its bus.
-# Two machines go on at a time, in two places: more emulated ones are in each other's way.
+# The same suite, and what needs a kernel, in virtual machines where a stock kernel has the simulated devices on its
+# bus. Two machines go on at a time, in two places: more emulated ones are in each other's way.
 set(DEMO ${ROOT}/sim/scenarios/demo.json)
 
 # in_machine(RESULT SCENARIO PROCESSORS DEADLINE): the beginning of a command that is to run with these devices.
@@ -15,8 +15,8 @@ function(add_machine_run build place deadline fixtures)
     PROPERTIES TIMEOUT ${limit} RESOURCE_LOCK "machine ${place}" DEPENDS "${UNIT_RUNS}")
 endfunction()
 
-# add_suite_run(BUILD PLACE CHOICE PROCESSORS): what needs the bus in memory stays out, what needs a kernel is in. With the
-# default collector a JVM can crash under emulation.
+# add_suite_run(BUILD PLACE CHOICE PROCESSORS): what needs the bus in memory stays out, what needs a kernel is in. With
+# the default collector a JVM can crash under emulation.
 function(add_suite_run build place choice processors)
   junit(suite JVM -XX:+UseSerialGC WITHOUT memory loading newest preload LAUNCHER ${choice})
   in_machine(machine ${SCENARIO} ${processors} ${DEADLINE})

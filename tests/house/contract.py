@@ -23,7 +23,8 @@ OWN_NAME = re.compile(r"^constexpr int32_t (k\w+) = (-\d+);", re.MULTILINE)
 
 # Comments, directives and literals; the text of a string is a group.
 NOT_CODE = re.compile(
-    r"""//[^\n]*|/\*.*?\*/|^\#[^\n]*|'(?:\\.|[^'\\\n])*'|R"\((.*?)\)"|"((?:\\.|[^"\\\n])*)\"""", re.DOTALL | re.MULTILINE)
+    r"""//[^\n]*|/\*.*?\*/|^\#[^\n]*|'(?:\\.|[^'\\\n])*'|R"\((.*?)\)"|"((?:\\.|[^"\\\n])*)\"""",
+    re.DOTALL | re.MULTILINE)
 ASSERTION = re.compile(r"\b(?:EXPECT|ASSERT)_\w+\s*\([^;]*;")
 # What a call of libusb is made to answer, and what is only kept in the record, is not what a method returns.
 NOT_RETURNED = re.compile(r"[^;{}]*\b(?:failCall|lastResult|libusb_strerror)\b[^;]*;")
@@ -31,7 +32,7 @@ NAMED_TEXT = re.compile(r'\bk[A-Z]\w* = "([^"\n]+)";')
 
 JOINED = "\0"  # a value between two pieces of a text that a test puts together
 CONVERSION = re.compile(r"%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z)?([a-zA-Z])")
-VALUES = {"d": r"-?\d+", "u": r"\d+", "x": r"[0-9a-f]+", "X": r"[0-9A-F]+"}
+VALUES = {"d": r"-?\d+", "u": r"\d+", "x": r"[0-9a-f]+", "X": r"[0-9A-F]+", "p": r"0x[0-9a-f]+"}
 
 
 def sources(root, top, *suffixes):
@@ -80,7 +81,7 @@ def methods(root):
 
 
 def codes(root):
-    """The codes that reach Java: the number, and the names in Java and in the library; without the latter it is libusb's."""
+    """The codes that reach Java: number, name in Java, name in the library. One without the latter is libusb's."""
     own = {number: name for name, number in OWN_NAME.findall((root / CODES).read_text())}
     for name, number, meaning in CODE.findall((root / JAVA / "UsbAccessCode.java").read_text()):
         if "not returned to Java" not in meaning:
@@ -103,7 +104,8 @@ def complaints(root):
         if not is_named and not re.search(rf"(?<![\w.]){number}\b", expected):
             yield f"no unit test expects {number}"
     strings = [string for text in unit for string in quoted(text)]
-    for text in dict.fromkeys(text.strip("\n") for source in sources(root, "src/", ".cpp", ".h") for text in texts(source)):
+    library = "\n".join(sources(root, "src/", ".cpp", ".h"))
+    for text in dict.fromkeys(text.strip("\n") for text in texts(library)):
         if not any(text in string or pattern(text).search(string) for string in strings):
             yield f"no unit test quotes {text!r}"
 

@@ -20,10 +20,11 @@ RUNS = {
     "endless": ("sh -c [[echo begun; sleep 60 & sleep 60]]", (0, 1, 0), "could not run\n    not done after 2 s"),
     "without its build": ("--as never true", (0, 1, 0), "could not run\n    failed: "),
     "elsewhere": ("--as elsewhere sh -c [[echo not run here: too new; exit 77]]", (0, 0, 0), None),
-    "without a tool": ("--as tool sh -c [[echo it is not installed; exit 77]]", (0, 1, 0), "without a tool\n    it is not"),
-    "skipped": ("sh -c [[echo '<t><testcase name=\"x\"><skipped message=\"no root\"/></testcase></t>' >FOLDER/reports/x.xml]]",
+    "without a tool": ("--as tool sh -c [[echo not installed; exit 77]]", (0, 1, 0), "without a tool\n    not installed"),
+    "skipped": ("sh -c [[echo '<testcase name=\"x\"><skipped message=\"no root\"/></testcase>' >FOLDER/reports/x.xml]]",
                 (0, 0, 1), None),
-    "complaints": ("sh -c [[echo JUnit; echo ok one; echo WARNING in native method]]", (0, 1, 0), "-Xcheck:jni is silent"),
+    "complaints": ("sh -c [[echo JUnit; echo ok one; echo WARNING in native method]]",
+                   (0, 1, 0), "-Xcheck:jni is silent"),
 }
 PROJECT = """cmake_minimum_required(VERSION 3.25)
 project(Floors LANGUAGES NONE)
@@ -52,7 +53,8 @@ def complaints(root):
     with tempfile.TemporaryDirectory() as scratch:
         write_floors(root, Path(scratch))
         command = [sys.executable, "-B", root / "script/lib/floors.py", "build/test-results", "java"]
-        done = subprocess.run(command, cwd=scratch, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+        done = subprocess.run(command, cwd=scratch, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                              check=False)
     for name, (_, counts, said) in RUNS.items():
         row = next((line for line in done.stdout.splitlines() if line.startswith(f"java     {name:18}")), "")
         if row[26:].split()[:3] != [str(count) for count in counts]:
