@@ -1,5 +1,6 @@
 # The same suite, and what needs a kernel, in virtual machines where a stock kernel has the simulated devices on its
-# bus. Two machines go on at a time, in two places: more emulated ones are in each other's way.
+# bus. Two machines go on at a time, in two places: more emulated ones are in each other's way. They begin before the
+# Java floor's runs, which are done sooner, and the suites begin first.
 set(DEMO ${ROOT}/sim/scenarios/demo.json)
 
 # in_machine(RESULT SCENARIO PROCESSORS DEADLINE): the beginning of a command that is to run with these devices.
@@ -12,7 +13,7 @@ endfunction()
 function(add_machine_run build place deadline fixtures)
   math(EXPR limit "${deadline} + 10")
   add_run(system ${build} NEEDS ${fixtures} COMMAND ${ARGN}
-    PROPERTIES TIMEOUT ${limit} RESOURCE_LOCK "machine ${place}" DEPENDS "${UNIT_RUNS}")
+    PROPERTIES TIMEOUT ${limit} RESOURCE_LOCK "machine ${place}" DEPENDS "${UNIT_RUNS}" COST 2000)
 endfunction()
 
 # add_suite_run(BUILD PLACE CHOICE PROCESSORS): what needs the bus in memory stays out, what needs a kernel is in. With
@@ -21,6 +22,7 @@ function(add_suite_run build place choice processors)
   junit(suite JVM -XX:+UseSerialGC WITHOUT memory loading newest preload LAUNCHER ${choice})
   in_machine(machine ${SCENARIO} ${processors} ${DEADLINE})
   add_machine_run(${build} ${place} ${DEADLINE} "java tests" ${machine} ${suite})
+  set_tests_properties("system: ${build}" PROPERTIES COST 3000)
 endfunction()
 
 if(SUITES)
