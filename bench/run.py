@@ -13,6 +13,8 @@ import tempfile
 from collections import defaultdict
 from pathlib import Path
 
+from figure import svg
+
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/bench"
 RESULTS = BUILD / "results"
@@ -294,28 +296,13 @@ def other_table(results, title, wanted, shown=FIGURES[:3]):
     table(["", "", *shown], rows)
 
 
-def plot(results, ways, path):
-    """A picture of the transfers, by gnuplot: time over size, both logarithmic."""
-    data, script = path.with_suffix(".dat"), []
-    blocks = []
-    for kind in KINDS:
-        blocks.append("\n".join(
-            " ".join([str(size), *(str(results.middle(f"{kind}/{size}", way)) for way in ways)]) for size in SIZES
-        ))  # fmt: skip
-    data.write_text("\n\n\n".join(blocks) + "\n", encoding="utf-8")
-    script = [
-        f"set terminal svg size 960,720 dynamic background rgb 'white'; set output '{path}'",
-        "set logscale xy; set xlabel 'bytes'; set ylabel 'nanoseconds (median)'; set key left top; set grid",
-        "set format x '%.0s%c'; set format y '%.0s%c'; set xrange [32:2e6]; set multiplot layout 2,2",
-    ]
-    for block, kind in enumerate(KINDS):
-        lines = ", ".join(
-            f"'{data}' index {block} using 1:{column} with linespoints title '{way.replace('_', ' ')}'"
-            for column, way in enumerate(ways, 2)
-        )
-        script.append(f"set title '{kind.replace('_', ' ')}'; plot {lines}")
-    subprocess.run(["gnuplot"], input="\n".join(script), text=True, check=True)
-    data.unlink()
+def plot(results, path):
+    """A picture of the transfers; interrupt transfers take as long as bulk transfers."""
+    ways = {"asynchronous": "plain libusb", "library": "library", "java": "Java"}
+    path.write_text(svg({kind.replace("_", " "): {
+        name: [(size, results.middle(f"{kind}/{size}", way)) for size in SIZES]
+        for way, name in ways.items() if way in results.figures[f"{kind}/{SIZES[0]}"]
+    } for kind in KINDS[:2]}), encoding="utf-8")  # fmt: skip
 
 
 def report(bench):
@@ -326,7 +313,7 @@ def report(bench):
     if "transfers" in given.subjects:
         ways = list(dict.fromkeys(["asynchronous", "synchronous", "library", *results.figures["bulk_write/64"]]))
         transfers_table(results, ways)
-        plot(results, ways, RESULTS / ("transfers-kernel.svg" if given.kernel else "transfers.svg"))
+        plot(results, RESULTS / ("transfers-kernel.svg" if given.kernel else "transfers.svg"))
     if "frame" in given.subjects:
         frame = ("empty_native_call", "no_device", "hid_reset_pipe", "pin/", "hid_bulk_write/", "find_open_device/")
         other_table(results, "Calls that answer at once, nanoseconds", lambda case: case.startswith(frame))

@@ -1,9 +1,7 @@
-"""The contract and the tests that show it: usage contract.py ROOT LIBUSB_INCLUDE_DIR [--write | --show WHAT], or
-contract.py --self-test.
+"""No part of the contract is without a test: usage contract.py ROOT, or contract.py --self-test.
 
-Takes the methods from the Java class, the codes from its table of codes, the log texts from the library's sources, and
-looks for the tests that name them; complains about what no test shows, and when docs/contract.md is not what it makes
-of this. With --write it makes the page first, with --show it lists all tests of a method, a code or log texts instead.
+The unit tests and the Java tests each call every native method, and so do those that are for every method. The unit
+tests expect every code that reaches Java, and quote every text of the library, those of its log among them.
 """
 
 import re
@@ -11,197 +9,146 @@ import sys
 import tempfile
 from pathlib import Path
 
-from contract_page import page
-from test_catalogue import UNIT, all_tests, bare, closing, literals, read
+from sources import listed_files
 
-PAGE = Path("docs/contract.md")
 JAVA = Path("java/src/com/talvane/orvex/comm")
+CODES = Path("src/usb/mac/ground/ResultCodes.h")
+# What has to go through all native methods by name.
+OF_EVERY_METHOD = [Path("tests/fuzz/JniFuzz.cpp"), *(Path("tests/java/src/com/talvane/orvex/comm", name)
+                   for name in ("EveryMethod.java", "AllocationSteps.java"))]  # fmt: skip
 
 NATIVE = re.compile(r"\bnative\s+\w+\s+(usb\w+)\s*\(")
 CODE = re.compile(r"^    ([A-Z_]+)\((-\d+), \"(.*)\"\)[,;]", re.MULTILINE)
-LIBUSB_CODE = re.compile(r"\bLIBUSB_ERROR_(\w+)\s*=\s*(-\d+)")
-NAMED_CODE = re.compile(r"\b(k\w+|[A-Z_]{3,})\s*=\s*(-\d+)\s*;")
-ASSERTION = re.compile(r"\b(?:(?:EXPECT|ASSERT)_\w+|assert\w+)\s*\([^;]*;")
+OWN_NAME = re.compile(r"^constexpr int32_t (k\w+) = (-\d+);", re.MULTILINE)
+
+# Comments, directives and literals; the text of a string is a group.
+NOT_CODE = re.compile(
+    r"""//[^\n]*|/\*.*?\*/|^\#[^\n]*|'(?:\\.|[^'\\\n])*'|R"\((.*?)\)"|"((?:\\.|[^"\\\n])*)\"""",
+    re.DOTALL | re.MULTILINE)
+ASSERTION = re.compile(r"\b(?:EXPECT|ASSERT)_\w+\s*\([^;]*;")
 # What a call of libusb is made to answer, and what is only kept in the record, is not what a method returns.
-NOT_RETURNED = re.compile(r"[^;{}]*\b(?:failCall|lastResult)\b[^;]*;")
+NOT_RETURNED = re.compile(r"[^;{}]*\b(?:failCall|lastResult|libusb_strerror)\b[^;]*;")
+NAMED_TEXT = re.compile(r'\bk[A-Z]\w* = "([^"\n]+)";')
+
+JOINED = "\0"  # a value between two pieces of a text that a test puts together
+CONVERSION = re.compile(r"%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z)?([a-zA-Z])")
+VALUES = {"d": r"-?\d+", "u": r"\d+", "x": r"[0-9a-f]+", "X": r"[0-9A-F]+", "p": r"0x[0-9a-f]+"}
+
+
+def sources(root, top, *suffixes):
+    return [(root / path).read_text() for path in listed_files(root)
+            if path.as_posix().startswith(top) and path.suffix in suffixes]
+
+
+def code(text):
+    return NOT_CODE.sub(" ", text)
+
+
+def texts(source):
+    """The strings of a source; those that are put together, with values between them, are one."""
+    found, last = [], None
+    for match in NOT_CODE.finditer(source):
+        text = match.group(1) or match.group(2)
+        if text is None:
+            continue
+        text = text.replace("\\n", "\n").replace('\\"', '"')
+        between = "," if last is None else source[last:match.start()]
+        last = match.end()
+        text += JOINED if re.match(r"\s*\+", source[last:last + 80]) else ""
+        if re.fullmatch(r"\s*(\+([^;,]*\+)?\s*)?", between):
+            found[-1] += text
+        else:
+            found.append(text)
+    return found
+
+
+def quoted(source):
+    """Its texts, and behind each text that it has given a name, each of them again."""
+    own = texts(source)
+    return own + [name + text for name in NAMED_TEXT.findall(source) for text in own]
+
+
+def pattern(text):
+    """What a text of the library, with printf's conversions, may look like in a test."""
+    pieces = CONVERSION.split(text)
+    for at, piece in enumerate(pieces):
+        pieces[at] = f"(?:{VALUES.get(piece, '.*?')}|{JOINED})" if at % 2 else re.escape(piece)
+    return re.compile("".join(pieces), re.DOTALL)
 
 
 def methods(root):
     return NATIVE.findall((root / JAVA / "ORVEXCommUSBAccess.java").read_text())
 
 
-def names_of(method):
-    """The method and the function of the library behind it."""
-    return {method, "LibUSB_" + method.removeprefix("usb")}
-
-
 def codes(root):
-    """Number and meaning of each code that reaches Java."""
-    found = CODE.findall((root / JAVA / "UsbAccessCode.java").read_text())
-    return {int(number): meaning for _, number, meaning in found if "not returned to Java" not in meaning}
+    """The codes that reach Java: number, name in Java, name in the library. One without the latter is libusb's."""
+    own = {number: name for name, number in OWN_NAME.findall((root / CODES).read_text())}
+    for name, number, meaning in CODE.findall((root / JAVA / "UsbAccessCode.java").read_text()):
+        if "not returned to Java" not in meaning:
+            yield number, name.removeprefix("LIBUSB_"), own.get(number)
 
 
-def code_names(root, libusb):
-    """The names that stand for numbers in tests, besides those that a test's own file has."""
-    names = {name: int(number) for name, number, _ in CODE.findall((root / JAVA / "UsbAccessCode.java").read_text())}
-    for header in read(root, "src/", (".h",)):
-        names.update({name: int(number) for name, number in NAMED_CODE.findall(header.text)})
-    header = (libusb / "libusb.h").read_text()
-    return {**names, **{f"LIBUSB_ERROR_{name}": int(number) for name, number in LIBUSB_CODE.findall(header)}}
-
-
-def returned(test, all_methods):
-    """The test without what it makes libusb answer, without looks at records, and without assertions on other calls
-    than those of the methods."""
-    code = NOT_RETURNED.sub("", test.code)
-    for assertion in ASSERTION.findall(code):
-        if not test.names_behind(assertion) & all_methods:
-            code = code.replace(assertion, "")
-    return code
-
-
-def codes_in(test, names, all_methods):
-    """The codes that a test names: the library's own, and those of libusb that methods return."""
-    calls_methods = bool(test.names & all_methods)
-    if test.floor != UNIT and not calls_methods:
-        return set()  # a test of the table of codes
-    own = {name: int(number) for name, number in NAMED_CODE.findall(test.code)}
-    numbers = {name: number for name, number in {**names, **own}.items() if name in test.names}
-    found = {number for number in numbers.values() if number <= -100}
-    found |= {int(number) for number in re.findall(r"(?<![\w.])-\d{3}\b", test.code)}
-    if not calls_methods:
-        return found
-    code = returned(test, all_methods)
-    found |= {number for name, number in numbers.items() if re.search(rf"\b{name}\b", code)}
-    for assertion in ASSERTION.findall(code):
-        found |= {int(number) for number in re.findall(r"(?<![\w.])-\d{1,2}\b", assertion.split(",", 1)[0])}
-    return found
-
-
-class LogText:
-    """A text of the log as it stands in the source: letters, and values by printf's conversions."""
-
-    VALUE = re.compile(r"%%|%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z)?[a-zA-Z]")
-
-    def __init__(self, text, function):
-        self.text, self.function = text.strip("\n"), function
-        pieces = [piece for piece in self.VALUE.split(self.text) if piece]
-        self.pattern = re.compile(".*?".join(map(re.escape, pieces)), re.DOTALL)
-        self.speaks = any(re.search("[A-Za-z]{3}", piece) for piece in pieces)
-
-    def is_shown_by(self, test):
-        """Somewhere in a string of the test. A text without a word of its own is the form that one function writes,
-        and the test names that, too."""
-        if not self.speaks and self.function not in test.names:
-            return False
-        return any(self.pattern.search(string) for string in test.strings)
-
-
-def log_texts(root):
-    """The strings that functions hand to the writers of the log, in the order of the sources.
-
-    Writers are the functions that put text on standard error, and those that take a text and call a writer.
-    """
-    sources = read(root, "src/", (".cpp", ".h"))
-    writers = {"fprintf", "fputs"}
-    functions = [function for source in sources for function in source.functions]
-    more = True
-    while more:
-        called = re.compile(rf"\b({'|'.join(sorted(writers))})\b\s*(?:<\d+>)?\s*\(")
-        new = {name for name, text in functions
-               if "const char*" in text.split("{")[0] and called.search(bare(text.split("{", 1)[1]))} - writers
-        more = bool(new)
-        writers |= new
-    found = {}
-    formats = re.compile(called.pattern.replace("fprintf", "fprintf|snprintf"))
-    for name, text in functions:
-        code = bare(text)
-        for call in (formats if name in writers else called).finditer(code):
-            # The first string alone: those behind it are values.
-            for string in literals(text[call.start():closing(code, call.end() - 1)])[:1]:
-                found.setdefault(string, LogText(string, name))
-    return list(found.values())
-
-
-def shown(root, libusb):
-    """For each method, code and log text the tests that show it."""
-    tests, names = all_tests(root), code_names(root, libusb)
-    by_method = {method: [t for t in tests if t.names & names_of(method)] for method in methods(root)}
-    all_methods = {name for method in by_method for name in names_of(method)}
-    expected = {test: codes_in(test, names, all_methods) for test in tests}
-    by_code = {(number, meaning): [t for t in tests if number in expected[t]]
-               for number, meaning in codes(root).items()}
-    by_text = {text.text: [t for t in tests if text.is_shown_by(t)] for text in log_texts(root)}
-    return tests, by_method, by_code, by_text
-
-
-def show(root, libusb, what):
-    """Lists the tests of the method, of the code and of the log texts that these words are in."""
-    _, by_method, by_code, by_text = shown(root, libusb)
-    by_number = {str(number): found for (number, _), found in by_code.items()}
-    found = {name: tests for table in (by_method, by_number) for name, tests in table.items() if name == what}
-    found.update({text: tests for text, tests in by_text.items() if what in text and what not in found})
-    for name, tests in found.items():
-        print("\n".join([name, *(f"    {test.floor}: {test.suite}.{test.name}" for test in tests)]))
-    return 0 if found else 1
-
-
-def main(root, libusb, write):
-    tests, by_method, by_code, by_text = shown(root, libusb)
-    wanted = page(tests, by_method, by_code, by_text)
-    if write:
-        (root / PAGE).write_text(wanted)
-    complaints = [f"no test shows {what}" for table in (by_method, by_code, by_text)
-                  for what, found in table.items() if not found]
-    if not (root / PAGE).exists() or (root / PAGE).read_text() != wanted:
-        complaints.append(f"{PAGE} is not made of the present sources; script/contract writes it anew")
-    print("\n".join(complaints))
-    print(f"{len(by_method)} methods, {len(by_code)} codes, {len(by_text)} log texts, {len(tests)} tests")
-    return 1 if complaints else 0
+def complaints(root):
+    unit, java = sources(root, "tests/unit/", ".cpp", ".h"), sources(root, "tests/java/", ".java")
+    for floor, called in ("unit tests", code("".join(unit))), ("Java tests", code("".join(java))):
+        yield from (f"the {floor} never call {name}" for name in methods(root) if not re.search(rf"\b{name}\b", called))
+    for path in OF_EVERY_METHOD:
+        text = (root / path).read_text()
+        yield from (f"{path}: {name} is missing" for name in methods(root) if not re.search(rf"\b{name}\b", text))
+    results = NOT_RETURNED.sub(" ", code("".join(text for text in unit if "\nTEST" in text)))
+    expected = " ".join(ASSERTION.findall(results))
+    names = set(re.findall(r"\w+", results))
+    of_libusb = tuple(name.removeprefix("LIBUSB_ERROR_") for name in names if name.startswith("LIBUSB_ERROR_"))
+    for number, java_name, own_name in codes(root):
+        is_named = own_name in names or java_name.startswith(of_libusb)  # libusb's names are the shorter ones
+        if not is_named and not re.search(rf"(?<![\w.]){number}\b", expected):
+            yield f"no unit test expects {number}"
+    strings = [string for text in unit for string in quoted(text)]
+    library = "\n".join(sources(root, "src/", ".cpp", ".h"))
+    for text in dict.fromkeys(text.strip("\n") for text in texts(library)):
+        if not any(text in string or pattern(text).search(string) for string in strings):
+            yield f"no unit test quotes {text!r}"
 
 
 SMALL_TREE = {
-    JAVA / "ORVEXCommUSBAccess.java": """
-native int usbShown(int a);
-native int usbMissed();
-native int usbInShort();
-""",
+    JAVA / "ORVEXCommUSBAccess.java": "native int usbShown(int a);\nnative int usbMissed();\nnative int usbInJava();\n",
     JAVA / "UsbAccessCode.java": """
     GONE(-4, "shown"),
     BUSY(-6, "missed"),
     INTERNAL(-101, "not returned to Java"),
     SHOWN(-105, "shown"),
-    MISSED(-107, "missed");
+    MISSED(-107, "missed"),
+    NAMED(-108, "shown");
 """,
-    Path("libusb.h"): "LIBUSB_ERROR_NO_DEVICE = -4, LIBUSB_ERROR_BUSY = -6",
+    CODES: "constexpr int32_t kMissed = -107;\nconstexpr int32_t kNamed = -108;\n",
     Path("src/Log.cpp"): """
-void log(const char* format, ...) {
-    fprintf(stderr, format);
-}
-
+#include "Log.h"
 void work() {
-    log("shown %d of %d", 1, 2);
+    log("shown %d of %d\\n", 1, 2);
     log("missed %d", 1);
+    log("[%u] %s", 1, "also " "shown");
 }
 """,
-    Path("tests/unit/Calls.h"): "int inShort() { return LibUSB_InShort(); }",
+    Path("tests/unit/Calls.h"): 'int notTested() { return kMissed; }\nconstexpr auto kStart = "also ";',
     Path("tests/unit/WorkTest.cpp"): """
-#include "Calls.h"
 TEST(Work, IsShown) {
     failCall("x", LIBUSB_ERROR_BUSY);
-    EXPECT_EQ(LIBUSB_ERROR_NO_DEVICE, usbShown());
-    EXPECT_EQ(-105, inShort());
-    EXPECT_EQ("shown 3 of " + four, lines());  // "missed 1", -107, usbMissed
-}
-""",
-    Path("tests/java/src/CodeTest.java"): """
-    @Test
-    void tableOfCodes() {
-        see(-107);
+    EXPECT_EQ(LIBUSB_ERROR_GONE, usbShown());
+    EXPECT_EQ(-105, call());
+    for (int code : {kNamed}) {
+        EXPECT_EQ(LIBUSB_ERROR_BUSY, record.lastResult);
     }
-""",
+    EXPECT_EQ("shown 3 of " + four, lines());  // "missed 1", -107, usbMissed
+    EXPECT_EQ("[7] also shown", "missed x"));
 }
-MISSED = ["usbMissed", "(-6, 'missed')", "(-107, 'missed')", "missed %d"]
+""",
+    Path("tests/java/src/CodeTest.java"): "usbShown(-107);\nusbMissed();\nusbInJava();\n",
+    **{path: "usbShown, usbMissed, usbInJava" for path in OF_EVERY_METHOD[1:]},
+    OF_EVERY_METHOD[0]: "usbShown, usbMissed",
+}
+MISSED = ["the unit tests never call usbMissed", "the unit tests never call usbInJava",
+          f"{OF_EVERY_METHOD[0]}: usbInJava is missing", "no unit test expects -6",
+          "no unit test expects -107", "no unit test quotes 'missed %d'"]
 
 
 def self_test():
@@ -211,14 +158,11 @@ def self_test():
         for name, text in SMALL_TREE.items():
             (root / name).parent.mkdir(parents=True, exist_ok=True)
             (root / name).write_text(text)
-        _, *tables = shown(root, root)
-    missed = [str(what) for table in tables for what, found in table.items() if not found]
-    print("ok" if missed == MISSED else f"missed {missed} instead of {MISSED}")
-    return 0 if missed == MISSED else 1
+        found = list(complaints(root))
+    return [] if found == MISSED else [f"complained: {found} instead of {MISSED}"]
 
 
 if __name__ == "__main__":
-    if sys.argv[1] == "--self-test":
-        sys.exit(self_test())
-    places = Path(sys.argv[1]), Path(sys.argv[2])
-    sys.exit(show(*places, sys.argv[4]) if "--show" in sys.argv else main(*places, "--write" in sys.argv))
+    bad = self_test() if sys.argv[1] == "--self-test" else list(complaints(Path(sys.argv[1])))
+    print("\n".join(bad) or "ok")
+    sys.exit(1 if bad else 0)

@@ -1,7 +1,8 @@
-"""The rules for udev: usage udev_rules.py ROOT.
+"""The vendors of the tools, and the rules for udev: usage udev_rules.py ROOT.
 
-They are for the vendors that the command-line tool lists by itself, for nothing that hangs behind one of their hubs, and
-come early enough to give rights; orvex-usb doctor proposes the same. Where udevadm can verify files, it does.
+The library has the vendors; the command-line tool lists theirs by itself, and the documents name them. The rules are
+for them, for nothing that hangs behind one of their hubs, and come early enough to give rights; orvex-usb doctor
+proposes the same. Where udevadm can verify files, it does.
 """
 
 import re
@@ -11,6 +12,9 @@ import sys
 from pathlib import Path
 
 RULES = "packaging/udev"
+LIBRARY = "src/usb/mac/MacOSXUSBAccess/lists/CompositeDevices.cpp"
+LARGE_REPORTS = "src/usb/mac/hid/HIDAccess.cpp"
+PAGES = ["README.md", "docs/platforms.md", "docs/troubleshooting.md"]
 TOOL = "java/src/com/talvane/orvex/comm/tool/VendorOptions.java"
 POSTINST = "packaging/deb/postinst.in"
 SEAT_RULES = 73  # the number of the rules that turn the tag uaccess into a right
@@ -19,9 +23,25 @@ DOCTOR = "java/src/com/talvane/orvex/comm/tool/UdevRules.java"
 NAMES = {'SUBSYSTEM=="usb"': ("ATTR{idVendor}", str), 'SUBSYSTEM=="hidraw"': ("KERNELS", lambda id: f"0003:{id.upper()}:*")}
 
 
-def tool_vendors(root):
-    usual = re.search(r"USUAL = List.of\((.*)\)", (root / TOOL).read_text()).group(1)
-    return [vendor.lower().removeprefix("0x") for vendor in usual.split(", ")]
+def found_in(root, file, pattern):
+    """What the pattern finds in a file, in small letters."""
+    return [found.lower() for found in re.findall(pattern, (root / file).read_text())]
+
+
+def library_vendors(root):
+    listed, = found_in(root, LIBRARY, r"kMakersVendorIds\[\] = \{(.*)\}")
+    return [vendor.removeprefix("0x") for vendor in listed.split(", ")]
+
+
+def other_places(root, vendors):
+    """Places besides the rules that name the vendors, and name others."""
+    if found_in(root, TOOL, r'USUAL = "(.*)"') != [",".join(vendors)]:
+        yield f"{TOOL}: the tool does not list the library's vendors {vendors}"
+    if not set(found_in(root, LARGE_REPORTS, r"kLargeReportVendor = 0x(\w+)")) <= set(vendors):
+        yield f"{LARGE_REPORTS}: a vendor that is not among {vendors}"
+    named = r"\b" + r"\s+and\s+".join(vendors) + r"\b"
+    yield from (f"{page}: does not name the vendors {vendors}" for page in PAGES
+                if not re.search(named, (root / page).read_text(), re.IGNORECASE))
 
 
 def number_complaints(rules):
@@ -37,7 +57,7 @@ def vendor_complaints(rules, vendors):
         if len(found) != 1 or 'TAG+="uaccess"' not in found[0]:
             yield f'{rules}: one line of {kind} with TAG+="uaccess" is wanted: {found}'
         elif wanted not in found[0].split(", "):
-            yield f"{rules}: {wanted} is wanted, for the tool's vendors alone: {found[0]}"
+            yield f"{rules}: {wanted} is wanted, for the library's vendors alone: {found[0]}"
 
 
 def doctor_complaints(root, rules):
@@ -50,7 +70,7 @@ def doctor_complaints(root, rules):
 
 def postinst_complaints(root, vendors):
     if f"for vendor in {' '.join(vendors)};" not in (root / POSTINST).read_text():
-        yield f"{POSTINST}: not for the tool's vendors {vendors}"
+        yield f"{POSTINST}: not for the library's vendors {vendors}"
 
 
 def udev_complaints(rules):
@@ -64,7 +84,8 @@ def udev_complaints(rules):
 
 
 def complaints(root):
-    vendors = tool_vendors(root)
+    vendors = library_vendors(root)
+    yield from other_places(root, vendors)
     yield from postinst_complaints(root, vendors)
     for rules in sorted((root / RULES).iterdir()):
         yield from number_complaints(rules)

@@ -2,6 +2,7 @@ package com.talvane.orvex.comm.tool;
 
 import static picocli.CommandLine.Spec.Target.MIXEE;
 
+import java.util.Arrays;
 import java.util.List;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Model.CommandSpec;
@@ -13,7 +14,7 @@ import picocli.CommandLine.Spec;
 final class VendorOptions {
     private static final int MOST_VENDORS = 16;
 
-    private static final List<Integer> USUAL = List.of(0x6A5C, 0x6A5D);
+    private static final String USUAL = "6A5C,6A5D";
 
     @ArgGroup
     private Choice choice = new Choice();
@@ -25,7 +26,7 @@ final class VendorOptions {
                 split = ",",
                 converter = Numbers.Id.class,
                 description = "Vendor id to list, in hexadecimal, with 0x or without; may be given up to 16 times"
-                        + " (default: 6A5C,6A5D).")
+                        + " (default: " + USUAL + ").")
         private List<Integer> vendors;
 
         @Option(names = "--all", description = "List the devices of every vendor.")
@@ -40,11 +41,15 @@ final class VendorOptions {
         if (choice.all) {
             return Vendors.EVERY;
         }
-        List<Integer> ids = choice.vendors == null ? USUAL : choice.vendors;
+        List<Integer> ids = choice.vendors == null ? usual() : choice.vendors;
         if (ids.size() > MOST_VENDORS) {
             throw new ParameterException(command.commandLine(),
                     ids.size() + " vendor ids are given, but at most " + MOST_VENDORS + " are allowed");
         }
         return new Vendors(ids);
+    }
+
+    private static List<Integer> usual() {
+        return Arrays.stream(USUAL.split(",")).map(id -> Integer.parseInt(id, 16)).toList();
     }
 }

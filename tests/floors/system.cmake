@@ -1,0 +1,52 @@
+# The same suite, and what needs a kernel, in virtual machines where a stock kernel has the simulated devices on its
+# bus. Two machines go on at a time, in two places: more emulated ones are in each other's way. They begin before the
+# Java floor's runs, which are done sooner, and the suites begin first.
+set(DEMO ${ROOT}/sim/scenarios/demo.json)
+
+# in_machine(RESULT SCENARIO PROCESSORS DEADLINE): the beginning of a command that is to run with these devices.
+function(in_machine result scenario processors deadline)
+  set(${result} tests/system/vm --timeout ${deadline} --processors ${processors} --share FOLDER
+    --env SIMBUS_USBIP=${RELEASE}/sim/usbip/simbus-usbip -- tests/system/with-kernel-bus ${scenario} -- PARENT_SCOPE)
+endfunction()
+
+# add_machine_run(BUILD PLACE DEADLINE FIXTURES WORD...): the machine itself ends at the deadline, then the run.
+function(add_machine_run build place deadline fixtures)
+  math(EXPR limit "${deadline} + 10")
+  add_run(system ${build} NEEDS ${fixtures} COMMAND ${ARGN}
+    PROPERTIES TIMEOUT ${limit} RESOURCE_LOCK "machine ${place}" DEPENDS "${UNIT_RUNS}" COST 2000)
+endfunction()
+
+# add_suite_run(BUILD PLACE CHOICE PROCESSORS): what needs the bus in memory stays out, what needs a kernel is in. With
+# the default collector a JVM can crash under emulation.
+function(add_suite_run build place choice processors)
+  junit(suite JVM -XX:+UseSerialGC WITHOUT memory loading newest preload LAUNCHER ${choice})
+  in_machine(machine ${SCENARIO} ${processors} ${DEADLINE})
+  add_machine_run(${build} ${place} ${DEADLINE} "java tests" ${machine} ${suite})
+  set_tests_properties("system: ${build}" PROPERTIES COST 3000)
+endfunction()
+
+if(SUITES)
+  add_suite_run("java on kernel" 1 --include-classname=.*\(${SUITES}\).* 2)
+  return()
+endif()
+
+# Each of two machines takes about half of the time; the half with the most threads has two processors.
+set(half ".*([.]access[.]|Hid|Endurance).*Test")
+add_suite_run("java on kernel" 1 --exclude-classname=${half} 1)
+add_suite_run("HID and stress" 2 --include-classname=${half} 2)
+
+add_preset_build("system programs" release "kernel_bus_probe roundtrips pulls" release)
+in_machine(on_demo ${DEMO} 2 ${DEADLINE})
+# The machine and the kernel's view of the devices, without the library.
+add_machine_run("kernel bus" 1 ${DEADLINE} "system programs" tests/system/selftest ${RELEASE})
+# Devices that are lent over the network, through the system's own usbip.
+add_machine_run(remote 1 ${DEADLINE} release
+  tests/system/vm --timeout ${DEADLINE} -- tests/system/remote-devices ${RELEASE})
+# By one thread and by four; their times go to the log.
+add_machine_run("round trips" 2 ${DEADLINE} "system programs" --as "round trips bring every byte back"
+  ${on_demo} sh -c "${RELEASE}/tests/system/roundtrips 10000 1 && ${RELEASE}/tests/system/roundtrips 10000 4")
+# Devices that are pulled before every call into the kernel that the library makes for them.
+add_machine_run(pulls 2 ${DEADLINE} "system programs" ${on_demo} ${RELEASE}/tests/system/pulls)
+# The packages, where udev and the kernel decide who may use a device.
+in_machine(on_demo ${DEMO} 2 300)
+add_machine_run("package installed" 2 300 package ${on_demo} ${PYTHON} tests/packaging/installed.py)
