@@ -1,8 +1,8 @@
 """The main job on an arm64 kernel, and the jar alone: usage on_kernel.py BUILD JRE JAR.
 
-To be run in the virtual machine by tests/system/with-kernel-bus, with the devices of the demo. BUILD is the arm64
-build, JRE a root that has a Java runtime and no library for USB, JAR the jar that has the libraries in it. Prints
-lines of checks.py.
+tests/system/with-kernel-bus runs it in the virtual machine, with the devices of the demo. BUILD is the arm64 build, JRE
+a root with a Java runtime and without USB libraries, JAR the jar that contains the libraries. Prints lines of
+checks.py.
 """
 
 import re

@@ -50,7 +50,7 @@ class FuzzInput {
 /// calls a finding.
 inline void require(bool holds, const char* demand) {
     if (!holds) {
-        std::fprintf(stderr, "not so: %s\n", demand);
+        std::fprintf(stderr, "check failed: %s\n", demand);
         std::abort();
     }
 }

@@ -115,7 +115,7 @@ class JniProgram {
  private:
     static void expect(const Expected& expected, jint result) {
         if (!expected.allows(result)) {
-            std::fprintf(stderr, "answered %d, expected", result);
+            std::fprintf(stderr, "returned %d, expected", result);
             for (const int32_t code : expected.codes) {
                 std::fprintf(stderr, " %d", code);
             }

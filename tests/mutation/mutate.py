@@ -1,7 +1,7 @@
 """Changes the library's source in one place at a time and sees whether the unit tests notice; called by script/mutate.
 
 All changes are compiled at once (see mutants.py) in a copy of the project below build/mutate. A first run of each test
-tells which places it comes by; after that, each change is tried on the tests that come by its place, until one fails.
+records the places that it reaches; then, for each change, the tests that reach its place run until one fails.
 """
 
 import argparse
@@ -153,7 +153,7 @@ def table(found):
     states = Counter(m.state for m in found)
     tried = len(found) - states["equivalent"]
     share = states["killed"] / tried if tried else 0.0
-    print(f"\n{states['killed']} of {tried} changes killed: {100 * share:.1f} %; {states['equivalent']} more change nothing")
+    print(f"\n{states['killed']} of {tried} changes killed: {100 * share:.1f} %; {states['equivalent']} more have no effect")
     return share
 
 
