@@ -10,8 +10,8 @@ constexpr int kMost = 20'000;
 
 std::atomic<bool> g_asked[kMost] = {};
 
-/// Tells which numbers were asked for: at the end of the process, after the destructors of all static objects. A
-/// test may run in several processes, so each adds its own.
+/// Tells which numbers were asked for: at the end of the process, after the destructors of all static
+/// objects. A test may run in several processes, so each adds its own.
 [[gnu::destructor]] void tellVisits() {
     if (const char* path = std::getenv("ORVEX_MUTANT_VISITS")) {
         std::ofstream file(path, std::ios::app);
