@@ -80,7 +80,7 @@ def versions(root, build):
     text = (build / "orvex-usb-access.pom").read_text()
     with zipfile.ZipFile(build / JARS[0]) as jar:
         if jar.read(POM).decode() != text:
-            return {"pom in the jar": "another pom than the one beside it"}
+            return {"pom in the jar": "has a different pom than the one beside it"}
         manifest = dict(line.split(": ", 1) for line in jar.read(MANIFEST).decode().splitlines() if ": " in line)
     cmake = (root / "CMakeLists.txt").read_text().partition("project(USBAccessLink VERSION ")[2].split()[0]
     loader = (root / LOADER).read_text().partition('VERSION = "')[2].partition('"')[0]
@@ -120,7 +120,7 @@ def merge_problems(packed, jar):
     for name, change, reason in (
         ("version.jar", put(MANIFEST, b"Version: 3.47", b"Version: 3.48"), "has version 3.48"),
         ("class.jar", put("module-info.class", b"talvane", b"talvaen"), "differ in more than the native libraries"),
-        ("library.jar", put(linux, b"usbInitialize", b"usbInitialise"), "another " + linux),
+        ("library.jar", put(linux, b"usbInitialize", b"usbInitialise"), "has a different " + linux),
     ):
         refused = packed.run("merge", packed.folder / "never.jar", jar, packed.changed(name, jar, change))
         if refused.returncode == 0 or reason not in refused.stderr:

@@ -7,19 +7,20 @@
 // and the 32 transfer records. A HID record has none: its HIDAccess is opened and closed by itself.
 //
 //   state       isOpen  open state  device  listed  begins with
+//   ----------  ------  ----------  ------  ------  --------------------------------------------
 //   closed      0       no          yes     yes     newDeviceRecord; endOpenState
 //   open        1       yes         yes     yes     LibUSB_OpenDevice
-//   replaced    0       yes         yes     yes     an update that finds the device behind a new libusb
-//   device retired     0       yes         yes     yes     retireRecord, until endOpenState cut off     0 no
-//   no      yes     cutOffRecords, at the end of the session kept aside  0       maybe       maybe   no
-//   deleteDeviceRecord, while the record is still referred to
+//   replaced    0       yes         yes     yes     an update that finds a new libusb device
+//   retired     0       yes         yes     yes     retireRecord, until endOpenState
+//   cut off     0       no          no      yes     cutOffRecords, at the end of the session
+//   kept aside  0       maybe       maybe   no      deleteDeviceRecord, while it is referred to
 //
 // Four verbs lead away from open:
 //
-//   retire   no call begins any more, and those in progress end        -> retired, or given up after 3
-//   seconds end      the handle is closed, the transfers are freed             -> closed cut off  retire,
-//   end, and let go of the device                     -> cut off delete   let go of the device and free the
-//   record                  -> gone, or kept aside
+//   retire   no call begins any more, and those in progress end: retired, or given up after 3 s
+//   end      the handle is closed and the transfers are freed: closed
+//   cut off  retire, end, and let go of the device: cut off
+//   delete   let go of the device and free the record: gone, or kept aside
 
 /// Creates the record of a present device, with the standard packet size and unused endpoints; its other
 /// fields are zero. It belongs to `list` but is not linked into it.
