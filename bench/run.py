@@ -1,4 +1,4 @@
-"""Runs the benchmarks in turn, round by round, and summarises them. Called by script/bench in the project's root."""
+"""Runs the benchmarks in turn, round by round, and sums them up. Called by script/bench from the root of the project."""
 
 import argparse
 import csv
@@ -49,7 +49,7 @@ def arguments():
         if subject not in offered:
             parser.error(f"unknown subject: {subject}" + (" (with --kernel)" if given.kernel else ""))
     if given.rounds < 1 or given.seconds <= 0:
-        parser.error("--rounds and --seconds need a number above 0")
+        parser.error("--rounds and --seconds want more than nothing")
     given.subjects = given.subjects or offered
     return given
 
@@ -68,7 +68,7 @@ class Results:
         return statistics.median(each[figure] for each in rounds) if rounds else None
 
     def ratio(self, case, way, over):
-        """The median of the ratios within each round, so that disturbances of a whole round cancel out."""
+        """The median of the rounds' ratios: what is common to a round falls out."""
         pairs = zip(self.figures[case][way], self.figures[case][over])
         ratios = [one["median"] / other["median"] for one, other in pairs if other["median"]]
         return statistics.median(ratios) if ratios else None
@@ -124,7 +124,7 @@ class Bus:
         return done.stdout
 
     def scenario_of(self, count):
-        """A scenario with this number of identical devices."""
+        """A scenario with that many devices alike."""
         path = Path(self.scratch.name) / f"{count}.json"
         endpoints = [{"address": "0x01", "behaviour": "sink"}, {"address": "0x81", "behaviour": "source"}]
         devices = [
@@ -143,7 +143,7 @@ class Bench:
         self.bus = Bus(given.kernel)
         self.results = Results()
 
-    # Commands of the programs, and parsers of their output.
+    # How the programs are started, and their output read.
 
     def native(self, program, subject=".*"):
         return [BUILD / f"bench/bench_{program}", f"--benchmark_min_time={self.given.seconds / REPETITIONS}",
@@ -201,7 +201,7 @@ class Bench:
 
     def hid(self):
         self.take_native(self.bus.run([self.native("hid")])[0])
-        # The only HID device of this scenario sends no reports by itself.
+        # The only HID device there has nothing to say by itself.
         idle = self.bus.run([[BUILD / "tests/system/hididle", "5"]], ROOT / "sim/scenarios/demo.json")[0]
         for line in idle.splitlines():
             what, found, percent = line.partition(": ")
@@ -215,7 +215,7 @@ class Bench:
         self.take_native(self.bus.run([command], environment={"ORVEXCOMM_DEBUG": "1"})[0], "debug_log_on/", "library")
 
     def tail(self):
-        """Runs once, not in rounds; see tail_once."""
+        """Not in rounds: once, a million."""
 
     def tail_once(self):
         count = 100_000 if self.given.kernel else 1_000_000
