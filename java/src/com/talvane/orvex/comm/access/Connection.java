@@ -5,6 +5,7 @@ import com.talvane.orvex.comm.UsbAccessCode;
 import java.util.Arrays;
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.TimeUnit;
 import java.util.concurrent.locks.ReentrantLock;
 import java.util.function.IntSupplier;
 
@@ -16,11 +17,8 @@ final class Connection implements TransferGate.Owner {
     private static final int CONTROL = 0;
     private static final byte[] NOTHING = {};
     private static final int STATUS_MS = 1000;
-    /**
-     * A raw HID read cannot be cancelled. Within a report it loses nothing when its time runs out, so it is cut
-     * short.
-     */
-    private static final int HID_SLICE_MS = 100;
+    /** How often a read of reports looks whether the device is still there. */
+    private static final long PRESENCE_NANOS = TimeUnit.MILLISECONDS.toNanos(100);
     private static final int LEAST_REPORT = 64;
     private static final int GREATEST_REPORT = 1024;
 
@@ -30,6 +28,7 @@ final class Connection implements TransferGate.Owner {
     private final ReportFormat reports;
     private final Map<Integer, Integer> packetSizes;
     private final Map<Integer, ReentrantLock> endpoints = new ConcurrentHashMap<>();
+    private final ReportPauses pauses = new ReportPauses();
     private volatile boolean ended;
 
     /** A raw call on bytes that it moves from or to their start. */
@@ -142,24 +141,38 @@ final class Connection implements TransferGate.Owner {
         return bytes % packetSizes.getOrDefault(endpoint, Integer.MAX_VALUE) != 0;
     }
 
-    /** Reads reports one by one, so that none is lost when the time runs out after some of them. */
+    /**
+     * Reads reports one by one, so that none is lost when the time runs out after some of them. A raw read cannot be
+     * cancelled, but one of a report at most loses nothing when its own time runs out.
+     */
     int readReports(int timeout, byte[] bytes) {
         return inTurn(Setup.IN, () -> {
             Deadline deadline = new Deadline(timeout);
+            long lookedAt = System.nanoTime();
             int moved = 0;
             while (moved < bytes.length) {
                 byte[] report = new byte[Math.min(reports.size(), bytes.length - moved)];
-                int result = gate.pass(transfer(Setup.IN, false), () -> usb.usbReadInterruptPipeEx(target.list(),
-                        target.index(), 0, report.length, deadline.left(HID_SLICE_MS), report, reports.size(), 0));
+                int result = takeReport(report);
                 if (result > 0) {
                     System.arraycopy(report, 0, bytes, moved, result);
                     moved += result;
-                } else if (result != UsbAccessCode.TIMED_OUT.code() || deadline.isOver() || target.isAbsent()) {
+                    continue;
+                }
+                boolean look = System.nanoTime() - lookedAt >= PRESENCE_NANOS;
+                if (result != UsbAccessCode.TIMED_OUT.code() || deadline.isOver() || (look && target.isAbsent())) {
                     return moved > 0 ? moved : result;
                 }
+                lookedAt = look ? System.nanoTime() : lookedAt;
+                pauses.sleep(deadline);
             }
             return moved;
         });
+    }
+
+    /** The raw read of a report, or of its start. */
+    private int takeReport(byte[] report) {
+        return gate.pass(transfer(Setup.IN, false), () -> usb.usbReadInterruptPipeEx(target.list(), target.index(), 0,
+                report.length, ReportPauses.LOOK_MS, report, reports.size(), 0));
     }
 
     /** Writes reports one by one, so that a close need not wait for all of them. */
@@ -168,6 +181,7 @@ final class Connection implements TransferGate.Owner {
             int moved = 0;
             while (moved < bytes.length) {
                 byte[] report = Arrays.copyOfRange(bytes, moved, Math.min(moved + reports.size(), bytes.length));
+                pauses.awaitAnswer();
                 int result = gate.pass(transfer(0, false), () -> sendReport(timeout, report));
                 if (result <= 0) {
                     return result;

@@ -23,9 +23,9 @@ final class Deadline {
         return timeout == FOREVER ? FOREVER : (int) Math.max(1, timeout - elapsed());
     }
 
-    /** The same for a call that may only take so long. */
-    int left(int most) {
-        return timeout == FOREVER ? most : Math.min(most, left());
+    /** The time that is left in nanoseconds, {@code most} at most. */
+    long leftNanos(long most) {
+        return timeout == FOREVER ? most : Math.min(most, TimeUnit.MILLISECONDS.toNanos(Math.max(0, timeout - elapsed())));
     }
 
     private long elapsed() {

@@ -4,10 +4,16 @@ import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.talvane.orvex.comm.UsbAccessCode;
+import java.lang.management.ManagementFactory;
+import java.lang.management.ThreadMXBean;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.Future;
+import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicReference;
+import java.util.concurrent.locks.LockSupport;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
@@ -117,6 +123,35 @@ class UsbHidTest extends AccessTest {
         });
         started.await();
         return read;
+    }
+
+    @Test
+    void aReadThatWaitsSleepsAndGetsItsReport() throws Exception {
+        UsbDevice hid = opened();
+        AtomicReference<Thread> reader = new AtomicReference<>();
+        byte[] got = new byte[64];
+        Future<Integer> read = onAnotherThread(() -> {
+            reader.set(Thread.currentThread());
+            return readReports(hid, got, UsbDevice.FOREVER);
+        });
+        await("the read sleeps", () -> reader.get() != null
+                && LockSupport.getBlocker(reader.get()) instanceof ReportPauses);
+        assertEquals(64, hid.writeReports(pattern(64), 0, 64, AMPLE));
+        assertEquals(64, result(read));
+        assertArrayEquals(pattern(64), got);
+    }
+
+    /** Today a tenth; a whole core when it does not sleep. */
+    @Test
+    @Tag("memory")
+    void aReadThatWaitsLeavesMostOfTheProcessorToOthers() throws UsbException {
+        UsbDevice hid = opened();
+        assertThrows(UsbTimeoutException.class, () -> readReports(hid, new byte[64], BRIEF));
+        ThreadMXBean threads = ManagementFactory.getThreadMXBean();
+        long before = threads.getCurrentThreadCpuTime();
+        assertThrows(UsbTimeoutException.class, () -> readReports(hid, new byte[64], 10 * BRIEF));
+        long usedMs = TimeUnit.NANOSECONDS.toMillis(threads.getCurrentThreadCpuTime() - before);
+        assertTrue(usedMs < 3 * BRIEF, () -> usedMs + " ms");
     }
 
     @Test
