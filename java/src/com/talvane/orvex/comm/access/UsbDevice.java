@@ -1,8 +1,7 @@
 package com.talvane.orvex.comm.access;
 
-import com.talvane.orvex.comm.ORVEXCommUSBAccess;
-import com.talvane.orvex.comm.access.Connection.ReportFormat;
 import java.util.List;
+import java.util.concurrent.Executor;
 
 /**
  * A device of a list: what is known of it and, while it is open, its transfers.
@@ -24,15 +23,9 @@ import java.util.List;
  *     either.</li>
  * </ul>
  */
-public final class UsbDevice implements AutoCloseable {
+public interface UsbDevice extends AutoCloseable {
     /** The time-out of a read that waits until something comes, or the device is closed or gone. */
-    public static final int FOREVER = Deadline.FOREVER;
-
-    final ListedDevice device;
-
-    UsbDevice(ListedDevice device) {
-        this.device = device;
-    }
+    int FOREVER = Deadline.FOREVER;
 
     // ---------------------------------------------------------------------------------------------- what is known
 
@@ -41,45 +34,35 @@ public final class UsbDevice implements AutoCloseable {
      *
      * @return the fields of the line
      */
-    public UsbDeviceInfo info() {
-        return device.info();
-    }
+    UsbDeviceInfo info();
 
     /**
      * The information line itself.
      *
      * @return as the library gave it
      */
-    public String line() {
-        return device.line();
-    }
+    String line();
 
     /**
      * The device's place in its list.
      *
      * @return 0 for the first
      */
-    public int index() {
-        return device.index();
-    }
+    int index();
 
     /**
      * Whether it was there at the latest look at the list.
      *
      * @return true when it was
      */
-    public boolean isPresent() {
-        return device.info().present();
-    }
+    boolean isPresent();
 
     /**
      * Names it for people.
      *
      * @return the serial number without control characters, or the place in the list when there is none
      */
-    public String label() {
-        return device.label();
-    }
+    String label();
 
     /**
      * A descriptor as it was read when the device was listed.
@@ -92,9 +75,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws IllegalStateException    when the session is closed
      * @throws UsbException             when the library does not know the device any more
      */
-    public byte[] descriptor(int type, int descriptorIndex) throws UsbException {
-        return device.descriptor(type, descriptorIndex);
-    }
+    byte[] descriptor(int type, int descriptorIndex) throws UsbException;
 
     /**
      * The endpoints of the device, or of the interface that it is.
@@ -103,9 +84,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws IllegalStateException when the session is closed
      * @throws UsbException          when the library does not know the device any more
      */
-    public List<UsbEndpoint> endpoints() throws UsbException {
-        return device.endpoints();
-    }
+    List<UsbEndpoint> endpoints() throws UsbException;
 
     // ---------------------------------------------------------------------------------------------- open and close
 
@@ -119,10 +98,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbException when it cannot be opened: no permission, a class that is not supported, it left just now, or
      *                      a transfer of an earlier opening has still not come back
      */
-    public UsbDevice open() throws UsbException {
-        device.open(ReportFormat.STANDARD);
-        return this;
-    }
+    UsbDevice open() throws UsbException;
 
     /**
      * Opens a HID device with reports of another size. They keep it until the device is closed. What was not read
@@ -136,21 +112,14 @@ public final class UsbDevice implements AutoCloseable {
      * @throws IllegalStateException         as {@link #open()}
      * @throws UsbException                  as {@link #open()}
      */
-    public UsbDevice openReports(int reportSize, int fill) throws UsbException {
-        ReportFormat reports = new ReportFormat(reportSize, fill);
-        device.demandHid(true);
-        device.open(reports);
-        return this;
-    }
+    UsbDevice openReports(int reportSize, int fill) throws UsbException;
 
     /**
      * Whether it is open.
      *
      * @return true between {@link #open} and {@link #close}, also when the device is gone
      */
-    public boolean isOpen() {
-        return device.isOpen();
-    }
+    boolean isOpen();
 
     /**
      * Closes the device. No transfer starts any more, and those of other threads are ended: they return what has
@@ -163,9 +132,7 @@ public final class UsbDevice implements AutoCloseable {
      * {@link com.talvane.orvex.comm.ORVEXCommUSBAccess}).
      */
     @Override
-    public void close() {
-        device.close();
-    }
+    void close();
 
     /**
      * Resets the port of the device. Reads of other threads go on afterwards; it waits for its writes and control
@@ -176,9 +143,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbDeviceGoneException        when it is another device after the reset, or gone
      * @throws UsbException                  when the reset fails otherwise
      */
-    public void reset() throws UsbException {
-        device.reset();
-    }
+    void reset() throws UsbException;
 
     // ---------------------------------------------------------------------------------------------- transfers
 
@@ -197,9 +162,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbDeviceGoneException when the device was pulled
      * @throws UsbException           when the transfer failed otherwise
      */
-    public int readBulk(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return device.pipes().read(ORVEXCommUSBAccess::usbReadBulkPipe, endpoint, buffer, offset, length, timeout);
-    }
+    int readBulk(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException;
 
     /**
      * Reads from an interrupt endpoint; apart from that as {@link #readBulk}.
@@ -212,9 +175,7 @@ public final class UsbDevice implements AutoCloseable {
      * @return the number of bytes; 0 for an empty packet
      * @throws UsbException as {@link #readBulk}
      */
-    public int readInterrupt(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return device.pipes().read(ORVEXCommUSBAccess::usbReadInterruptPipe, endpoint, buffer, offset, length, timeout);
-    }
+    int readInterrupt(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException;
 
     /**
      * Writes to a bulk endpoint.
@@ -230,9 +191,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbDeviceGoneException when the device was pulled
      * @throws UsbException           when the transfer failed otherwise
      */
-    public int writeBulk(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return device.pipes().write(ORVEXCommUSBAccess::usbWriteBulkPipe, endpoint, buffer, offset, length, timeout);
-    }
+    int writeBulk(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException;
 
     /**
      * Writes to an interrupt endpoint; apart from that as {@link #writeBulk}.
@@ -245,10 +204,35 @@ public final class UsbDevice implements AutoCloseable {
      * @return the number of bytes that the device took
      * @throws UsbException as {@link #writeBulk}
      */
-    public int writeInterrupt(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return device.pipes()
-                .write(ORVEXCommUSBAccess::usbWriteInterruptPipe, endpoint, buffer, offset, length, timeout);
-    }
+    int writeInterrupt(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException;
+
+    /**
+     * Reads from a bulk or interrupt endpoint until all bytes are there, in as many packets as that takes: the end of a
+     * message does not end it.
+     *
+     * @param endpoint its address, 0x81 to 0x8F
+     * @param buffer   takes the bytes
+     * @param offset   where in it
+     * @param length   how many
+     * @param timeout  for all of it, in milliseconds, or {@link #FOREVER}
+     * @throws UsbTimeoutException when the time ran out
+     * @throws UsbException        as {@link #readBulk}. {@link UsbException#moved} tells how many bytes the buffer has
+     */
+    void readFully(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException;
+
+    /**
+     * Writes all bytes to a bulk or interrupt endpoint, in as many transfers as that takes.
+     *
+     * @param endpoint its address, 0x01 to 0x0F
+     * @param buffer   holds the bytes
+     * @param offset   where in it
+     * @param length   how many; with 0 nothing is sent
+     * @param timeout  for all of it, in milliseconds
+     * @throws UsbTimeoutException when the time ran out
+     * @throws UsbException        as {@link #writeBulk}. {@link UsbException#moved} tells how many bytes the device took
+     *                             at least
+     */
+    void writeFully(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException;
 
     /**
      * Makes a control request that gets data from the device.
@@ -264,11 +248,8 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbDeviceGoneException when the device was pulled
      * @throws UsbException           when the request could not be sent otherwise
      */
-    public byte[] readControl(int requestType, int request, int value, int indexWord, int length, int timeout)
-            throws UsbException {
-        byte[] bytes = Setup.forRead(requestType, request, value, indexWord, length);
-        return device.pipes().readControl(bytes, timeout);
-    }
+    byte[] readControl(int requestType, int request, int value, int indexWord, int length, int timeout)
+            throws UsbException;
 
     /**
      * Makes a control request that sends data to the device.
@@ -285,11 +266,8 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbDeviceGoneException when the device was pulled
      * @throws UsbException           when the request could not be sent otherwise
      */
-    public int writeControl(int requestType, int request, int value, int indexWord, byte[] data, int timeout)
-            throws UsbException {
-        byte[] bytes = Setup.forWrite(requestType, request, value, indexWord, data);
-        return device.pipes().control(bytes, timeout);
-    }
+    int writeControl(int requestType, int request, int value, int indexWord, byte[] data, int timeout)
+            throws UsbException;
 
     /**
      * Reads from a HID device: the bytes of as many input reports as that takes; what is left of the last one is
@@ -304,9 +282,7 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbDeviceGoneException when no report came and the device was pulled
      * @throws UsbException           when the read failed otherwise
      */
-    public int readReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return device.reports().readReports(buffer, offset, length, timeout);
-    }
+    int readReports(byte[] buffer, int offset, int length, int timeout) throws UsbException;
 
     /**
      * Writes to a HID device, in output reports of one size; the last one is filled up.
@@ -320,7 +296,61 @@ public final class UsbDevice implements AutoCloseable {
      * @throws UsbDeviceGoneException when the device was pulled
      * @throws UsbException           when a report could not be sent; those before it were
      */
-    public int writeReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
-        return device.reports().writeReports(buffer, offset, length, timeout);
-    }
+    int writeReports(byte[] buffer, int offset, int length, int timeout) throws UsbException;
+
+    // ---------------------------------------------------------------------------------------------- listeners
+
+    /**
+     * Has a listener called with each report that a HID device sends from now on, until the device is closed. It is
+     * called on a thread of the session; apart from that as {@link #onData(int, int, UsbInputListener, Executor)}.
+     *
+     * @param listener gets each report as {@link #readReports} would
+     * @return closes the subscription; the device stays open
+     * @throws IllegalStateException         when it is not open, or has such a listener already
+     * @throws UnsupportedOperationException when it is not a HID device
+     */
+    UsbSubscription onReport(UsbInputListener listener);
+
+    /**
+     * The same, with the listener called by an executor.
+     *
+     * @param listener gets each report as {@link #readReports} would
+     * @param executor calls it
+     * @return closes the subscription; the device stays open
+     * @throws IllegalStateException         as {@link #onReport(UsbInputListener)}
+     * @throws UnsupportedOperationException as {@link #onReport(UsbInputListener)}
+     */
+    UsbSubscription onReport(UsbInputListener listener, Executor executor);
+
+    /**
+     * Has a listener called with what an endpoint sends from now on. It is called on a thread of the session; apart
+     * from that as {@link #onData(int, int, UsbInputListener, Executor)}.
+     *
+     * @param endpoint its address, 0x81 to 0x8F
+     * @param size     how many bytes one call gets at most, 1 to 16 MiB
+     * @param listener gets what each read got
+     * @return closes the subscription; the device stays open
+     * @throws IllegalStateException         when it is not open, or the endpoint has a listener already
+     * @throws UnsupportedOperationException for a HID device
+     */
+    UsbSubscription onData(int endpoint, int size, UsbInputListener listener);
+
+    /**
+     * Has a listener called with what an endpoint sends from now on, by an executor. The endpoint is read with
+     * {@link #readBulk} or {@link #readInterrupt}, whichever it is for, again and again.
+     *
+     * <p>The calls come one after another, each as a task of its own. When the listener is slow, the device is not read
+     * from while 16 arrays wait: a device with pipes waits then, of a HID device the library keeps 64000 bytes of
+     * reports and then drops the oldest. Meanwhile no other read of the endpoint is allowed, here or in streams. Closing
+     * the device or the session closes the subscription, too.
+     *
+     * @param endpoint its address, 0x81 to 0x8F
+     * @param size     how many bytes one call gets at most, 1 to 16 MiB; ask for a multiple of the packet size
+     * @param listener gets what each read got; an empty array for an empty packet
+     * @param executor calls it
+     * @return closes the subscription; the device stays open. What comes while it is being closed is lost
+     * @throws IllegalStateException         when it is not open, or the endpoint has a listener already
+     * @throws UnsupportedOperationException for a HID device
+     */
+    UsbSubscription onData(int endpoint, int size, UsbInputListener listener, Executor executor);
 }

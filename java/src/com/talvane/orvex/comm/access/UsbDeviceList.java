@@ -1,10 +1,10 @@
 package com.talvane.orvex.comm.access;
 
+import com.talvane.orvex.comm.access.KnownDevices.News;
 import java.util.ArrayList;
-import java.util.HashSet;
 import java.util.List;
 import java.util.Optional;
-import java.util.Set;
+import java.util.stream.Stream;
 
 /**
  * The devices of some vendors. A device keeps its place and its object for as long as the session lives: one that is
@@ -15,11 +15,9 @@ public final class UsbDeviceList {
     private final RawSession session;
     private final int handle;
     /** Grows only; under the session lock. */
-    private final List<UsbDevice> devices = new ArrayList<>();
-    /** The places of these devices, in the same order. */
     private final List<ListedDevice> places = new ArrayList<>();
-    /** Those whose presence the caller knows of, from the making of the list or an update. */
-    private final Set<UsbDevice> told = new HashSet<>();
+    /** What the caller knows, from the making of the list or an update. */
+    private final KnownDevices told = new KnownDevices();
 
     /**
      * What an update has found.
@@ -42,7 +40,7 @@ public final class UsbDeviceList {
         this.session = session;
         this.handle = handle;
         takeLines();
-        devices.stream().filter(UsbDevice::isPresent).forEach(told::add);
+        told.take(places);
     }
 
     /**
@@ -52,7 +50,7 @@ public final class UsbDeviceList {
      * @throws IllegalStateException when the session is closed
      */
     public List<UsbDevice> devices() {
-        return session.locked(() -> List.copyOf(devices));
+        return session.locked(() -> List.copyOf(places));
     }
 
     /**
@@ -60,14 +58,15 @@ public final class UsbDeviceList {
      *
      * @param serial as the information line has it
      * @return the device; empty when there is none
-     * @throws IllegalStateException when several present devices have it, or the session is closed
+     * @throws UsbDuplicateException when several present devices have it; it tells which
+     * @throws IllegalStateException when the session is closed
      */
     public Optional<UsbDevice> find(String serial) {
         List<UsbDevice> found = devices().stream()
                 .filter(device -> device.isPresent() && device.info().serial().equals(serial))
                 .toList();
         if (found.size() > 1) {
-            throw new IllegalStateException(found.size() + " devices have the serial number " + serial);
+            throw new UsbDuplicateException(serial, found);
         }
         return found.stream().findFirst();
     }
@@ -84,11 +83,9 @@ public final class UsbDeviceList {
     public Changes update() throws UsbException {
         return session.locked(() -> {
             Result.check("update the list", refresh());
-            List<UsbDevice> came = devices.stream().filter(d -> d.isPresent() && !told.contains(d)).toList();
-            List<UsbDevice> left = devices.stream().filter(d -> !d.isPresent() && told.contains(d)).toList();
-            told.addAll(came);
-            left.forEach(told::remove);
-            return new Changes(came, left);
+            News news = told.take(places);
+            List<UsbDevice> came = Stream.concat(news.cameBack().stream(), news.arrived().stream()).toList();
+            return new Changes(came, news.left());
         });
     }
 
@@ -103,17 +100,26 @@ public final class UsbDeviceList {
         List<String> lines = session.lines(handle);
         for (int index = 0; index < lines.size(); index++) {
             if (index == places.size()) {
-                ListedDevice place = new ListedDevice(session, handle, index, this::refresh, lines.get(index));
-                places.add(place);
-                devices.add(new UsbDevice(place));
+                places.add(new ListedDevice(session, handle, index, this::refresh, lines.get(index)));
             } else {
                 places.get(index).takeLine(lines.get(index));
             }
         }
     }
 
+    /** Under the session lock. */
+    List<ListedDevice> places() {
+        return places;
+    }
+
+    /** Under the session lock. */
     void closeDevices() {
         places.forEach(ListedDevice::closeLocked);
+    }
+
+    /** After the session was closed, when places do not change any more. */
+    void awaitListeners() {
+        places.forEach(ListedDevice::awaitListeners);
     }
 
     void release() {

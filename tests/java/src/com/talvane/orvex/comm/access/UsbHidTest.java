@@ -3,14 +3,18 @@ package com.talvane.orvex.comm.access;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.talvane.orvex.comm.UsbAccessCode;
 import java.lang.management.ManagementFactory;
 import java.lang.management.ThreadMXBean;
+import java.util.Arrays;
+import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.Future;
+import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicReference;
 import java.util.concurrent.locks.LockSupport;
@@ -193,5 +197,68 @@ class UsbHidTest extends AccessTest {
         assertEquals(UsbAccessCode.OPEN_FAILED, assertThrows(UsbException.class, hid::open).code());
         assertFalse(hid.isOpen());
         hid.open();
+    }
+
+    @Test
+    void aListenerGetsEachReport() throws Exception {
+        UsbDevice hid = opened();
+        BlockingQueue<byte[]> reports = new LinkedBlockingQueue<>();
+        UsbSubscription subscription = hid.onReport(reports::add);
+        assertEquals(128, hid.writeReports(pattern(128), 0, 128, AMPLE));
+        assertArrayEquals(Arrays.copyOf(pattern(128), 64), reports.poll(AMPLE, TimeUnit.MILLISECONDS));
+        assertArrayEquals(Arrays.copyOfRange(pattern(128), 64, 128), reports.poll(AMPLE, TimeUnit.MILLISECONDS));
+        assertThrows(IllegalStateException.class, () -> readReports(hid, new byte[64], AMPLE));
+        assertThrows(UnsupportedOperationException.class, () -> hid.onData(0x81, 64, reports::add));
+        subscription.close();
+        hid.onReport(reports::add);
+        hid.close();
+        assertThrows(IllegalStateException.class, () -> hid.onReport(reports::add));
+    }
+
+    @Test
+    void aPulledDeviceEndsItsListener() throws Exception {
+        UsbDevice hid = opened();
+        BlockingQueue<UsbException> ends = new LinkedBlockingQueue<>();
+        hid.onReport(new UsbInputListener() {
+            @Override
+            public void received(byte[] bytes) {
+            }
+
+            @Override
+            public void ended(UsbException cause) {
+                ends.add(cause);
+            }
+        });
+        bus.unplug("hid");
+        assertInstanceOf(UsbDeviceGoneException.class, ends.poll(AMPLE, TimeUnit.MILLISECONDS));
+        hid.close();
+    }
+
+    @Test
+    void anInterruptEndsAReadThatSleeps() throws Exception {
+        UsbDevice hid = opened();
+        AtomicReference<Thread> reader = new AtomicReference<>();
+        Future<Integer> moved = onAnotherThread(() -> {
+            reader.set(Thread.currentThread());
+            UsbInterruptedException e = assertThrows(UsbInterruptedException.class,
+                    () -> readReports(hid, new byte[100], UsbDevice.FOREVER));
+            assertTrue(Thread.interrupted());
+            return e.moved();
+        });
+        assertEquals(64, hid.writeReports(pattern(64), 0, 64, AMPLE));
+        await("the read has the report and sleeps", () -> reader.get() != null
+                && LockSupport.getBlocker(reader.get()) instanceof ReportPauses);
+        reader.get().interrupt();
+        assertEquals(64, result(moved));
+    }
+
+    @Test
+    void anInterruptedThreadWritesNoReport() throws Exception {
+        UsbDevice hid = opened();
+        Thread.currentThread().interrupt();
+        UsbInterruptedException e = assertThrows(UsbInterruptedException.class,
+                () -> hid.writeReports(pattern(128), 0, 128, AMPLE));
+        assertTrue(Thread.interrupted());
+        assertEquals(0, e.moved());
     }
 }

@@ -154,7 +154,8 @@ class UsbSessionTest extends AccessTest {
         bus.change("spare", "{\"serial\": \"BENCH00001\"}");
         bus.plug("spare");
         UsbDeviceList list = list();
-        assertThrows(IllegalStateException.class, () -> list.find(BENCH));
+        UsbDuplicateException both = assertThrows(UsbDuplicateException.class, () -> list.find(BENCH));
+        assertEquals(List.of(BENCH, BENCH), serials(both.devices()));
     }
 
     @Test
