@@ -62,6 +62,11 @@ final class ChangeWatch {
             calls.end();
             calls.awaitEnd();
         }
+
+        @Override
+        public String toString() {
+            return "listener to changes";
+        }
     }
 
     /**

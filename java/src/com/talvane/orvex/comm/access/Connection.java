@@ -135,6 +135,11 @@ final class Connection implements TransferGate.Owner {
         return usb.usbCloseDevice(target.list(), target.index());
     }
 
+    /** The raw reset. */
+    int reset() {
+        return usb.usbResetDevice(target.list(), target.index());
+    }
+
     /** From now on no transfer starts, no listener is called, and the gate may cancel the transfers that run. */
     void end() {
         ended = true;

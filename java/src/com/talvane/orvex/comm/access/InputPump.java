@@ -72,4 +72,9 @@ final class InputPump implements UsbSubscription {
         calls.awaitEnd();
         connection.listeners().remove(calls);
     }
+
+    @Override
+    public String toString() {
+        return String.format("listener to endpoint 0x%02X of %s", endpoint, connection.target().label());
+    }
 }

@@ -18,10 +18,19 @@ final class ListedDevice implements UsbDevice {
     private static final int MOST_DESCRIPTOR_BYTES = 512;
     private static final int GREATEST_READ = 1 << 24;
 
+    /**
+     * A place in a raw list.
+     *
+     * @param list  the raw handle of the list
+     * @param index the place in the list
+     */
+    record Place(int list, int index) {
+    }
+
     private final RawSession session;
-    private final int list;
     private final int index;
     private final Runnable refresh;
+    private volatile Place place;
     private volatile String line;
     private volatile UsbDeviceInfo info;
     /** Null before the first opening; has ended when the device was closed since. */
@@ -31,24 +40,39 @@ final class ListedDevice implements UsbDevice {
      * A device that is not open.
      *
      * @param session the session of the list
-     * @param list    the raw handle of the list
-     * @param index   the place in the list
+     * @param index   the place in the list as programs see it
      * @param refresh updates the list; run under the session lock
+     * @param place   the place in a raw list
      * @param line    the information line
      */
-    ListedDevice(RawSession session, int list, int index, Runnable refresh, String line) {
+    ListedDevice(RawSession session, int index, Runnable refresh, Place place, String line) {
         this.session = session;
-        this.list = list;
         this.index = index;
         this.refresh = refresh;
-        takeLine(line);
+        takeLine(place, line);
     }
 
-    void takeLine(String now) {
+    /** The device is in this place, and has this information line. */
+    void takeLine(Place from, String now) {
+        // A device that another list has found is not absent because it is in the first.
+        if (line != null && !from.equals(place) && now.startsWith("0")) {
+            return;
+        }
+        place = from;
         if (!now.equals(line)) {
             info = UsbDeviceInfo.parse(now);
             line = now;
         }
+    }
+
+    /** The device is absent, wherever it was. */
+    void leave() {
+        takeLine(place, "0" + line.substring(1));
+    }
+
+    /** Whether an information line tells of this device, present or absent. */
+    boolean hasTextsOf(String other) {
+        return line.substring(1).equals(other.substring(1));
     }
 
     @Override
@@ -86,7 +110,7 @@ final class ListedDevice implements UsbDevice {
         }
         return session.locked(() -> {
             byte[] bytes = new byte[MOST_DESCRIPTOR_BYTES];
-            int size = session.usb.usbGetDeviceDescriptor(list, index, type, descriptorIndex, bytes.length, bytes);
+            int size = session.usb.usbGetDeviceDescriptor(place.list(), place.index(), type, descriptorIndex, bytes.length, bytes);
             return size == UsbAccessCode.NOT_AVAILABLE.code()
                     ? new byte[0]
                     : Arrays.copyOf(bytes, Result.check("descriptor of " + label(), size));
@@ -97,7 +121,7 @@ final class ListedDevice implements UsbDevice {
     public List<UsbEndpoint> endpoints() throws UsbException {
         return session.locked(() -> {
             byte[] bytes = new byte[UsbEndpoint.MOST_BYTES];
-            int count = session.usb.usbGetEndpointList(list, index, bytes);
+            int count = session.usb.usbGetEndpointList(place.list(), place.index(), bytes);
             return UsbEndpoint.parse(bytes, Result.check("endpoints of " + label(), count));
         });
     }
@@ -132,7 +156,7 @@ final class ListedDevice implements UsbDevice {
     }
 
     Target target() {
-        return new Target(list, index, info.isHid(), label(), this::isAbsent, this::seemsAbsent);
+        return new Target(place.list(), place.index(), info.isHid(), label(), this::isAbsent, this::seemsAbsent);
     }
 
     /** An endpoint that several settings of an interface have counts with its greatest packet. */
@@ -176,7 +200,8 @@ final class ListedDevice implements UsbDevice {
     public void reset() throws UsbException {
         demandHid(false);
         session.locked(() -> {
-            int result = session.gate.alone(connection(), () -> session.usb.usbResetDevice(list, index));
+            Connection open = connection();
+            int result = session.gate.alone(open, open::reset);
             boolean other = result == UsbAccessCode.NOT_FOUND.code() || result == UsbAccessCode.NO_DEVICE.code();
             if (other || result == UsbAccessCode.NOT_OPEN.code()) {
                 throw new UsbDeviceGoneException("reset " + label(), UsbAccessCode.NO_DEVICE, 0);

@@ -17,4 +17,9 @@ public record UsbChange(Kind kind, UsbDevice device, UsbDeviceList list) {
         /** A device of the list that was gone is there again. If it was open, it has to be closed and opened anew. */
         CAME_BACK
     }
+
+    @Override
+    public String toString() {
+        return kind + " " + device;
+    }
 }

@@ -16,6 +16,7 @@ public class UsbException extends IOException {
     private final String attempted;
     /** Never null. */
     private final UsbAccessCode code;
+    /** 0 or more. */
     private int moved;
 
     UsbException(String attempted, UsbAccessCode code, int moved) {

@@ -16,8 +16,8 @@ import java.util.Objects;
  * <li><b>Ends of messages</b>: a read gets bytes of one message, up to a packet that is not full. As a stream it tells no
  *     more of that: an empty packet is passed over, and the stream never ends. As a channel it returns 0 for an empty
  *     packet, and never -1 either.</li>
- * <li><b>Ends</b>: when the device is pulled, a read throws {@link UsbDeviceGoneException}; when it is closed, {@link
- *     IllegalStateException}. An interrupt throws {@link UsbInterruptedException}.</li>
+ * <li><b>Failures</b> are those of {@link UsbDevice#readBulk}: there is no other end than the {@link
+ *     UsbDeviceGoneException} of a device that was pulled.</li>
  * </ul>
  *
  * <p>Reads of a packet and more go straight to the array that is given, as fast as the device's own methods. What is

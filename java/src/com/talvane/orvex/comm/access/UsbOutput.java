@@ -14,8 +14,7 @@ import java.nio.channels.WritableByteChannel;
  *     {@link UsbException#moved} tells how much it took at least.</li>
  * <li><b>Ends of messages</b>: each write is sent at once, as packets of which the last one may not be full; that ends a
  *     message. A write of full packets alone does not: {@link #endMessage} does.</li>
- * <li><b>Ends</b>: when the device is pulled, a write throws {@link UsbDeviceGoneException}; when it is closed, {@link
- *     IllegalStateException}. An interrupt throws {@link UsbInterruptedException}.</li>
+ * <li><b>Failures</b> are those of {@link UsbDevice#writeFully}.</li>
  * </ul>
  *
  * <p>Nothing is collected: put a {@link java.io.BufferedOutputStream} before it for many small writes; its flushes are

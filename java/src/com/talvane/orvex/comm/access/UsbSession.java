@@ -64,8 +64,7 @@ public final class UsbSession implements AutoCloseable {
                 return known;
             }
             demandFree(vendors);
-            int handle = Result.check("list the devices", raw.usb.usbCreateDeviceList2(raw.id(), vendorIds.clone()));
-            UsbDeviceList made = new UsbDeviceList(raw, handle);
+            UsbDeviceList made = new UsbDeviceList(raw, vendorIds);
             lists.put(vendors, made);
             watch.begin(made);
             return made;

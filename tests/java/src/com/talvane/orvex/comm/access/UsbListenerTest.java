@@ -48,6 +48,14 @@ class UsbListenerTest extends AccessTest {
         }
     }
 
+    /** A listener to an endpoint that is being read. */
+    private Heard listenTo(UsbDevice bench, int endpoint) {
+        Heard heard = new Heard();
+        bench.onData(endpoint, 64, heard);
+        await("it reads", () -> bus.pending("bench", endpoint) > 0);
+        return heard;
+    }
+
     @Test
     void aListenerIsToldWhoLeavesComesBackAndArrives() throws Exception {
         UsbDeviceList list = list();
@@ -247,9 +255,7 @@ class UsbListenerTest extends AccessTest {
     @Test
     void aPulledDeviceEndsItsListener() throws Exception {
         UsbDevice bench = open(BENCH);
-        Heard heard = new Heard();
-        bench.onData(0x84, 64, heard);
-        await("it reads", () -> bus.pending("bench", 0x84) > 0);
+        Heard heard = listenTo(bench, 0x84);
         bus.unplug("bench");
         UsbException end = next(heard.ends);
         assertNotSame(UsbTimeoutException.class, end.getClass());
@@ -259,9 +265,7 @@ class UsbListenerTest extends AccessTest {
     @Test
     void aClosedDeviceIsNoEndForItsListener() throws Exception {
         UsbDevice bench = open(BENCH);
-        Heard heard = new Heard();
-        bench.onData(0x84, 64, heard);
-        await("it reads", () -> bus.pending("bench", 0x84) > 0);
+        Heard heard = listenTo(bench, 0x84);
         bench.close();
         assertNull(heard.ends.peek());
         Heard again = new Heard();
