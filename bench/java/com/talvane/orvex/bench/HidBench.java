@@ -96,7 +96,8 @@ final class HidBench {
         try {
             // Not a whole number of pauses: the reports have to come at every moment of one.
             TimeUnit.MICROSECONDS.sleep(SILENCE_MS * 1000 + (long) (Math.random() * 10_000));
-            String feed = "{\"op\":\"feed\",\"device\":\"echo2\",\"address\":\"0x81\",\"data\":\"" + "00".repeat(REPORT) + "\"}\n";
+            String feed = "{\"op\":\"feed\",\"device\":\"echo2\",\"address\":\"0x81\",\"data\":\""
+                    + "00".repeat(REPORT) + "\"}\n";
             long before = System.nanoTime();
             bus.write(StandardCharsets.UTF_8.encode(feed));
             bus.read(ByteBuffer.allocate(1024));

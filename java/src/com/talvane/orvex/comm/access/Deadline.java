@@ -25,7 +25,8 @@ final class Deadline {
 
     /** The time that is left in nanoseconds, {@code most} at most. */
     long leftNanos(long most) {
-        return timeout == FOREVER ? most : Math.min(most, TimeUnit.MILLISECONDS.toNanos(Math.max(0, timeout - elapsed())));
+        long left = timeout == FOREVER ? most : TimeUnit.MILLISECONDS.toNanos(timeout - elapsed());
+        return Math.min(most, Math.max(0, left));
     }
 
     private long elapsed() {

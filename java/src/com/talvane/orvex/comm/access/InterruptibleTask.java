@@ -1,8 +1,8 @@
 package com.talvane.orvex.comm.access;
 
 /**
- * Work that any thread may interrupt: while it runs its thread is interrupted, before that it is not begun. Whatever the
- * thread does afterwards is not interrupted.
+ * Work that any thread may interrupt: while it runs its thread is interrupted, before that it is not begun. Whatever
+ * the thread does afterwards is not interrupted.
  */
 final class InterruptibleTask implements Runnable {
     private final Runnable work;

@@ -110,7 +110,8 @@ final class ListedDevice implements UsbDevice {
         }
         return session.locked(() -> {
             byte[] bytes = new byte[MOST_DESCRIPTOR_BYTES];
-            int size = session.usb.usbGetDeviceDescriptor(place.list(), place.index(), type, descriptorIndex, bytes.length, bytes);
+            int size = session.usb.usbGetDeviceDescriptor(
+                    place.list(), place.index(), type, descriptorIndex, bytes.length, bytes);
             return size == UsbAccessCode.NOT_AVAILABLE.code()
                     ? new byte[0]
                     : Arrays.copyOf(bytes, Result.check("descriptor of " + label(), size));

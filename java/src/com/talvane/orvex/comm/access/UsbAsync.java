@@ -11,11 +11,11 @@ import java.util.concurrent.Executors;
  * Transfers of an open device that nobody waits for: each runs on a thread of an executor and completes a future, with
  * what the method of {@link UsbDevice} returns or throws.
  *
- * <p>Cancelling the future cancels the transfer: it interrupts the thread that makes it. What had moved by then is lost.
- * A future that is completed otherwise, as by {@link CompletableFuture#orTimeout}, leaves the transfer alone.
+ * <p>Cancelling the future cancels the transfer: it interrupts the thread that makes it. What had moved by then is
+ * lost. A future that is completed otherwise, as by {@link CompletableFuture#orTimeout}, leaves the transfer alone.
  *
- * <p>A transfer takes its thread for as long as it waits. Give an executor with as many threads as there are transfers at
- * a time, and no virtual threads: a transfer waits in native code and would keep a carrier thread of theirs from all
+ * <p>A transfer takes its thread for as long as it waits. Give an executor with as many threads as there are transfers
+ * at a time, and no virtual threads: a transfer waits in native code and would keep a carrier thread of theirs from all
  * others. Without an executor there is a platform thread for each, which does not keep the program alive.
  *
  * <p>Transfers on one endpoint take place one after another, in no certain order: where the order matters, begin one

@@ -7,7 +7,11 @@ import java.util.concurrent.Executor;
  * A device of a list: what is known of it and, while it is open, its transfers.
  *
  * <p>Information, descriptors and endpoints are there without opening it. {@link #open} and {@link #close} may be used
- * again and again; what needs an open device throws {@link IllegalStateException} otherwise.
+ * again and again; what needs an open device throws {@link IllegalStateException} otherwise. Devices are those of a
+ * {@link UsbDeviceList}; a test may have its own implementation, and the classes that stand on this one (streams,
+ * channels and futures) work with it. Methods may be added in later versions.
+ *
+ * <p>Threads: any method on any thread, at any time.
  *
  * <p>Transfers have these things in common:
  * <ul>
@@ -18,6 +22,8 @@ import java.util.concurrent.Executor;
  *     its turn is not counted: on an endpoint they run one after the other.</li>
  * <li>They return what moved, which may be less than was asked for. A transfer of which nothing moved is looked into:
  *     see the exceptions. {@link UsbException} itself is thrown when the cause cannot be told.</li>
+ * <li>When the thread is interrupted, the transfer is cancelled and {@link UsbInterruptedException} thrown; a transfer
+ *     of a thread that has been interrupted before does not begin. A HID report that is being sent is sent.</li>
  * <li>{@link IllegalArgumentException} is for endpoints and time-outs that cannot be, and
  *     {@link UnsupportedOperationException} for calls that the kind of device does not have; nothing moves then
  *     either.</li>
@@ -123,10 +129,11 @@ public interface UsbDevice extends AutoCloseable {
 
     /**
      * Closes the device. No transfer starts any more, and those of other threads are ended: they return what has
-     * moved, or throw {@link IllegalStateException} when that is nothing. Closing again does nothing.
+     * moved, or throw {@link IllegalStateException} when that is nothing. Its listeners are closed as {@link
+     * UsbSubscription#close} tells. Closing again does nothing.
      *
      * <p>It waits for what cannot be cancelled: for writes and control requests on other devices until they end, at
-     * most to their time-outs; for HID reads a tenth of a second; for a HID report until the system has taken it. When
+     * most to their time-outs; for HID reads a millisecond; for a HID report until the system has taken it. When
      * its own transfers do not come back within 3 seconds, the device stays claimed, and {@link #open} tries again to
      * end them. The close of a HID device may take 20 seconds and more (see "HID devices" in
      * {@link com.talvane.orvex.comm.ORVEXCommUSBAccess}).
@@ -149,7 +156,7 @@ public interface UsbDevice extends AutoCloseable {
 
     /**
      * Reads from a bulk endpoint until the bytes are there or a packet comes that is not full. Ask for a multiple of
-     * the packet size.
+     * the packet size ({@link UsbEndpoint#packetBytes}): then every packet fits.
      *
      * @param endpoint its address, 0x81 to 0x8F
      * @param buffer   takes the bytes
@@ -158,6 +165,7 @@ public interface UsbDevice extends AutoCloseable {
      * @param timeout  in milliseconds, or {@link #FOREVER}
      * @return the number of bytes; 0 for an empty packet
      * @throws UsbTimeoutException    when the time ran out; what had come of the transfer is lost
+     * @throws UsbOverflowException   when the device sent more than was asked for
      * @throws UsbStalledException    when the endpoint is halted
      * @throws UsbDeviceGoneException when the device was pulled
      * @throws UsbException           when the transfer failed otherwise
@@ -229,8 +237,8 @@ public interface UsbDevice extends AutoCloseable {
      * @param length   how many; with 0 nothing is sent
      * @param timeout  for all of it, in milliseconds
      * @throws UsbTimeoutException when the time ran out
-     * @throws UsbException        as {@link #writeBulk}. {@link UsbException#moved} tells how many bytes the device took
-     *                             at least
+     * @throws UsbException        as {@link #writeBulk}. {@link UsbException#moved} tells how many bytes the device
+     *                             took at least
      */
     void writeFully(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException;
 
@@ -243,8 +251,9 @@ public interface UsbDevice extends AutoCloseable {
      * @param indexWord   wIndex
      * @param length      wLength: how many bytes at most, 0 to 65535
      * @param timeout     in milliseconds
-     * @return the bytes that came; none also when the device refused, which cannot be told from having nothing to say
+     * @return the bytes that came, one at least unless none were asked for
      * @throws UsbTimeoutException    when nothing came and the time ran out
+     * @throws UsbStalledException    when the device refused; a device that has nothing to say cannot be told from that
      * @throws UsbDeviceGoneException when the device was pulled
      * @throws UsbException           when the request could not be sent otherwise
      */
@@ -271,7 +280,12 @@ public interface UsbDevice extends AutoCloseable {
 
     /**
      * Reads from a HID device: the bytes of as many input reports as that takes; what is left of the last one is
-     * dropped. While it waits it keeps a processor core busy, and a wall clock that is set back makes it wait longer.
+     * dropped. Each report takes the size that the device was opened with, however many bytes the device sent of it:
+     * how many those were, the library does not tell, and what follows them is not defined.
+     *
+     * <p>While it waits it sleeps, in pauses of 5 ms, and takes less than a tenth of a processor core. For 20 ms after
+     * the device was opened or a report was written, it does not sleep, so that answers come at once. A wall clock that
+     * is set back while it does not sleep makes it wait longer.
      *
      * @param buffer  takes the bytes
      * @param offset  where in it
@@ -294,7 +308,8 @@ public interface UsbDevice extends AutoCloseable {
      *                {@link com.talvane.orvex.comm.ORVEXCommUSBAccess}
      * @return the number of bytes: {@code length}
      * @throws UsbDeviceGoneException when the device was pulled
-     * @throws UsbException           when a report could not be sent; those before it were
+     * @throws UsbException           when a report could not be sent; {@link UsbException#moved} tells how many bytes
+     *                                were, with those before it
      */
     int writeReports(byte[] buffer, int offset, int length, int timeout) throws UsbException;
 
@@ -341,8 +356,8 @@ public interface UsbDevice extends AutoCloseable {
      *
      * <p>The calls come one after another, each as a task of its own. When the listener is slow, the device is not read
      * from while 16 arrays wait: a device with pipes waits then, of a HID device the library keeps 64000 bytes of
-     * reports and then drops the oldest. Meanwhile no other read of the endpoint is allowed, here or in streams. Closing
-     * the device or the session closes the subscription, too.
+     * reports and then drops the oldest. Meanwhile no other read of the endpoint is allowed, here or in streams.
+     * Closing the device or the session closes the subscription, too.
      *
      * @param endpoint its address, 0x81 to 0x8F
      * @param size     how many bytes one call gets at most, 1 to 16 MiB; ask for a multiple of the packet size

@@ -6,8 +6,9 @@ import java.io.IOException;
 /**
  * A call on the bus that failed: what was attempted, and the code that tells why. Where a program acts differently,
  * there is a class of its own: {@link UsbTimeoutException}, {@link UsbDeviceGoneException}, {@link
- * UsbStalledException}, {@link UsbBusyException}, {@link UsbOverflowException} and {@link UsbInterruptedException}. A missing permission has none, since the codes do not tell it
- * from a device that is just leaving: {@link UsbAccessCode#OPEN_FAILED} is either.
+ * UsbStalledException}, {@link UsbBusyException}, {@link UsbOverflowException} and {@link UsbInterruptedException}. A
+ * missing permission has none, since the codes do not tell it from a device that is just leaving: {@link
+ * UsbAccessCode#OPEN_FAILED} is either.
  */
 public class UsbException extends IOException {
     private static final long serialVersionUID = 1L;

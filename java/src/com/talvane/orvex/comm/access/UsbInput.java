@@ -13,9 +13,9 @@ import java.util.Objects;
  * <ul>
  * <li><b>Time-outs</b>: a read that gets nothing within the time-out throws {@link UsbTimeoutException}. The next read
  *     goes on where it was.</li>
- * <li><b>Ends of messages</b>: a read gets bytes of one message, up to a packet that is not full. As a stream it tells no
- *     more of that: an empty packet is passed over, and the stream never ends. As a channel it returns 0 for an empty
- *     packet, and never -1 either.</li>
+ * <li><b>Ends of messages</b>: a read gets bytes of one message, up to a packet that is not full. As a stream it tells
+ *     no more of that: an empty packet is passed over, and the stream never ends. As a channel it returns 0 for an
+ *     empty packet, and never -1 either.</li>
  * <li><b>Failures</b> are those of {@link UsbDevice#readBulk}: there is no other end than the {@link
  *     UsbDeviceGoneException} of a device that was pulled.</li>
  * </ul>
@@ -131,7 +131,9 @@ public final class UsbInput extends InputStream implements ReadableByteChannel {
         return !closed;
     }
 
-    /** Ends the stream: what is kept is read, and then {@link ClosedChannelException} is thrown. Leaves the device open. */
+    /**
+     * Ends the stream: what is kept is read, and then {@link ClosedChannelException} is thrown. Leaves the device open.
+     */
     @Override
     public void close() {
         closed = true;

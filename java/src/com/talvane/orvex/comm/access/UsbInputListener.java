@@ -16,8 +16,8 @@ public interface UsbInputListener {
     void received(byte[] bytes);
 
     /**
-     * Nothing comes any more, because the device was pulled or a read failed otherwise. This is the last call. It is not
-     * made when the subscription, the device or the session was closed.
+     * Nothing comes any more, because the device was pulled or a read failed otherwise. This is the last call. It is
+     * not made when the subscription, the device or the session was closed.
      *
      * @param cause the failure of the read
      */

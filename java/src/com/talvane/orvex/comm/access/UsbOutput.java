@@ -12,8 +12,8 @@ import java.nio.channels.WritableByteChannel;
  * <ul>
  * <li><b>Time-outs</b>: a write that the device does not take within the time-out throws {@link UsbTimeoutException};
  *     {@link UsbException#moved} tells how much it took at least.</li>
- * <li><b>Ends of messages</b>: each write is sent at once, as packets of which the last one may not be full; that ends a
- *     message. A write of full packets alone does not: {@link #endMessage} does.</li>
+ * <li><b>Ends of messages</b>: each write is sent at once, as packets of which the last one may not be full; that ends
+ *     a message. A write of full packets alone does not: {@link #endMessage} does.</li>
  * <li><b>Failures</b> are those of {@link UsbDevice#writeFully}.</li>
  * </ul>
  *

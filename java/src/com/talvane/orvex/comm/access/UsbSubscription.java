@@ -1,7 +1,8 @@
 package com.talvane.orvex.comm.access;
 
 /**
- * A listener that is called, until this is closed. It is also closed with what it listens to: the device or the session.
+ * A listener that is called, until this is closed. It is also closed with what it listens to: the device or the
+ * session.
  *
  * <p>Threads: any, at any time.
  */

@@ -119,7 +119,8 @@ class UsbStreamTest extends AccessTest {
     @Test
     void theEndOfAMessageIsSentWhereAFullPacketWasTheLast() throws IOException {
         UsbOutput out = output(0x03);
-        int packet = bench.endpoints().stream().filter(e -> e.address() == 0x03).findFirst().orElseThrow().packetBytes();
+        int packet = bench.endpoints().stream()
+                .filter(endpoint -> endpoint.address() == 0x03).findFirst().orElseThrow().packetBytes();
         out.endMessage();
         out.write(pattern(packet));
         out.write(new byte[0]);
