@@ -42,10 +42,18 @@ final class Connection implements TransferGate.Owner {
 
     /** Size and filling of a HID device's reports. */
     record ReportFormat(int size, int fill) {
-        static final ReportFormat STANDARD = new ReportFormat(LEAST_REPORT, 0x5A);
+        private static final ReportFormat STANDARD = new ReportFormat(LEAST_REPORT, 0x5A);
+        private static final ReportFormat LARGE = new ReportFormat(512, 0);
+        /** HID devices of this vendor have large reports. */
+        private static final int LARGE_REPORT_VENDOR = 0x6A5D;
 
         ReportFormat {
             Setup.within("report size", size, LEAST_REPORT, GREATEST_REPORT);
+        }
+
+        /** What the devices of a vendor have. */
+        static ReportFormat ofVendor(int vendorId) {
+            return vendorId == LARGE_REPORT_VENDOR ? LARGE : STANDARD;
         }
     }
 

@@ -129,7 +129,7 @@ final class ListedDevice implements UsbDevice {
 
     @Override
     public UsbDevice open() throws UsbException {
-        return open(ReportFormat.STANDARD);
+        return open(ReportFormat.ofVendor(info.vendorId()));
     }
 
     @Override
@@ -137,6 +137,12 @@ final class ListedDevice implements UsbDevice {
         ReportFormat reports = new ReportFormat(reportSize, fill);
         demandHid(true);
         return open(reports);
+    }
+
+    @Override
+    public int reportSize() {
+        demandHid(true);
+        return isOpen() ? latest.reportSize() : ReportFormat.ofVendor(info.vendorId()).size();
     }
 
     private UsbDevice open(ReportFormat reports) throws UsbException {

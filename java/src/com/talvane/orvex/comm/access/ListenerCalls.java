@@ -116,7 +116,7 @@ final class ListenerCalls {
         notifyAll();
     }
 
-    /** After the end: waits for the call that is under way, except on its own thread, and when it waits itself. */
+    /** After the end: waits for the call that is under way, unless that is in here itself, for this end or another. */
     void awaitEnd() {
         ListenerCalls own = CURRENT.get();
         if (own != null) {
@@ -132,7 +132,7 @@ final class ListenerCalls {
     }
 
     private synchronized void awaitCall() {
-        waitWhile(() -> caller != null && caller != Thread.currentThread() && !waitsItself);
+        waitWhile(() -> caller != null && !waitsItself);
     }
 
     private synchronized void setWaits(boolean waits) {

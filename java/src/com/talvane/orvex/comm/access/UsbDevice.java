@@ -95,7 +95,8 @@ public interface UsbDevice extends AutoCloseable {
     // ---------------------------------------------------------------------------------------------- open and close
 
     /**
-     * Opens the device; a HID device with reports of 64 bytes, the last of a write filled up with 0x5A.
+     * Opens the device; a HID device with reports of 64 bytes, the last of a write filled up with 0x5A. One of vendor
+     * 0x6A5D has reports of 512 bytes, filled up with 0.
      *
      * @return this device, for a try statement that closes it
      * @throws IllegalStateException  when it is open, or the session is closed
@@ -119,6 +120,14 @@ public interface UsbDevice extends AutoCloseable {
      * @throws UsbException                  as {@link #open()}
      */
     UsbDevice openReports(int reportSize, int fill) throws UsbException;
+
+    /**
+     * The length of a HID device's reports: of an open device as it was opened, of another one as {@link #open()} would.
+     *
+     * @return the number of bytes in each report, 64 to 1024
+     * @throws UnsupportedOperationException when it is not a HID device
+     */
+    int reportSize();
 
     /**
      * Whether it is open.

@@ -107,6 +107,7 @@ class UsbHidTest extends AccessTest {
     void reportsHaveTheSizeOfTheOpening() throws UsbException {
         UsbDevice hid = plugged();
         try (UsbDevice open = hid.openReports(128, 0x77)) {
+            assertEquals(128, open.reportSize());
             assertEquals(130, open.writeReports(pattern(130), 0, 130, AMPLE));
             assertEquals(2, bus.received("hid", 0x01).size());
             byte[] last = bus.received("hid", 0x01).get(1);
@@ -116,6 +117,32 @@ class UsbHidTest extends AccessTest {
         hid.open();
         assertEquals(1, hid.writeReports(pattern(1), 0, 1, AMPLE));
         assertEquals(64, bus.received("hid", 0x01).get(2).length);
+    }
+
+    @Test
+    @Tag("memory")
+    void theMakersSecondVendorHasLargeReports() throws UsbException {
+        bus.change("hid", "{\"vendorId\": \"0x6A5D\", \"interfaces\": [{\"hid\": {\"input\": 512, \"output\": 512},"
+                + " \"endpoints\": [{\"address\": \"0x81\", \"type\": \"interrupt\", \"interval\": 1},"
+                + " {\"address\": \"0x01\", \"type\": \"interrupt\", \"interval\": 1, \"behaviour\": \"sink\"}]}]}");
+        UsbDevice hid = plugged();
+        assertEquals(512, hid.reportSize());
+        hid.open();
+        assertEquals(512, hid.reportSize());
+        bus.feed("hid", 0x81, pattern(512));
+        byte[] report = new byte[512];
+        assertEquals(512, readReports(hid, report, AMPLE));
+        assertArrayEquals(pattern(512), report);
+        assertEquals(3, hid.writeReports(pattern(3), 0, 3, AMPLE));
+        byte[] sent = bus.received("hid", 0x01).get(0);
+        assertArrayEquals(Arrays.copyOf(pattern(3), 512), sent);
+    }
+
+    @Test
+    void theSizeOfReportsIsThatOfTheOpening() throws UsbException {
+        UsbDevice hid = plugged();
+        assertEquals(64, hid.reportSize());
+        assertThrows(UnsupportedOperationException.class, () -> device(BENCH).reportSize());
     }
 
     /** A read without an end by time, on a thread that has begun with it. */

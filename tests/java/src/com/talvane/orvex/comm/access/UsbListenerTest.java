@@ -16,8 +16,10 @@ import java.util.concurrent.Executors;
 import java.util.concurrent.Future;
 import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.atomic.AtomicReference;
+import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
 /** Listeners to who comes and goes, and to what devices send. */
@@ -290,5 +292,28 @@ class UsbListenerTest extends AccessTest {
         for (int i = 1; i <= 40; i++) {
             assertArrayEquals(pattern(i), next(got));
         }
+    }
+
+    /** Closes at any moment of what comes: never is a listener called afterwards, and never does a close hang. */
+    @Test
+    @Tag("memory")
+    void noListenerIsCalledAfterItsCloseWheneverThatIs() throws Exception {
+        UsbDevice bench = open(BENCH);
+        AtomicInteger late = new AtomicInteger();
+        for (int i = 0; i < 300; i++) {
+            AtomicBoolean closed = new AtomicBoolean();
+            AtomicInteger calls = new AtomicInteger();
+            UsbSubscription subscription = bench.onData(0x83, 64, bytes -> {
+                calls.incrementAndGet();
+                if (closed.get()) {
+                    late.incrementAndGet();
+                }
+            });
+            int wanted = i % 7;
+            await("some calls", () -> calls.get() >= wanted);
+            subscription.close();
+            closed.set(true);
+        }
+        assertEquals(0, late.get());
     }
 }
