@@ -6,14 +6,24 @@ import com.talvane.orvex.comm.access.Connection.Moved;
 /**
  * What a caller gets for the result of a raw transfer. The raw calls answer 0 bytes, and at once, for a device that
  * stalls or is gone as well as for an empty packet; the device itself is asked then.
+ *
+ * @param connection the open device
+ * @param action     what was attempted, such as "read from"
+ * @param endpoint   where; 0 when there is no choice
  */
-record Outcome(Connection connection, String attempted, int endpoint) {
+record Outcome(Connection connection, String action, int endpoint) {
     private static final int DEVICE = 0;
     private static final int ENDPOINT = 2;
 
+    /** For people. Put together only when something failed: most transfers are shorter than that takes. */
+    String attempted() {
+        String where = endpoint == 0 ? "" : String.format(" endpoint 0x%02X of", endpoint);
+        return action + where + " " + connection.target().label();
+    }
+
     int ofRead(int length, int result) throws UsbException {
         if (result > length) {
-            throw new UsbOverflowException(attempted, length);
+            throw new UsbOverflowException(attempted(), length);
         }
         demandSuccess(length, result);
         if (result == 0 && length > 0) {
@@ -26,7 +36,7 @@ record Outcome(Connection connection, String attempted, int endpoint) {
         demandSuccess(length, result);
         if (result == 0 && length > 0) {
             demandAnswer();
-            throw new UsbException(attempted, UsbAccessCode.IO, 0);
+            throw new UsbException(attempted(), UsbAccessCode.IO, 0);
         }
         return result;
     }
@@ -39,9 +49,9 @@ record Outcome(Connection connection, String attempted, int endpoint) {
             }
             demandOpen();
             if (timeIsOver) {
-                throw new UsbTimeoutException(attempted, 0);
+                throw new UsbTimeoutException(attempted(), 0);
             }
-            throw new UsbStalledException(attempted, 0);
+            throw new UsbStalledException(attempted(), 0);
         }
         return result;
     }
@@ -68,13 +78,13 @@ record Outcome(Connection connection, String attempted, int endpoint) {
             return gone(moved.bytes());
         }
         demandOpen();
-        return Result.failure(attempted, result, moved.bytes());
+        return Result.failure(attempted(), result, moved.bytes());
     }
 
     /** A transfer that moved all bytes has not been cancelled by an interrupt of this thread; another one may have. */
     private void demandNoInterrupt(int length, int moved) throws UsbException {
         if (Thread.currentThread().isInterrupted() && (moved < length || length == 0)) {
-            throw new UsbInterruptedException(attempted, Math.max(moved, 0));
+            throw new UsbInterruptedException(attempted(), Math.max(moved, 0));
         }
     }
 
@@ -86,7 +96,7 @@ record Outcome(Connection connection, String attempted, int endpoint) {
                 throw gone(0);
             }
             demandOpen();
-            throw Result.failure(attempted, result, 0);
+            throw Result.failure(attempted(), result, 0);
         }
     }
 
@@ -99,13 +109,13 @@ record Outcome(Connection connection, String attempted, int endpoint) {
         Connection.Status status = connection.status(ENDPOINT, endpoint);
         demandOpen();
         if (status.bit()) {
-            throw new UsbStalledException(attempted, 0);
+            throw new UsbStalledException(attempted(), 0);
         }
         if (!status.sent() || connection.target().isAbsent()) {
             throw gone(0);
         }
         if (!status.answered()) {
-            throw new UsbException(attempted, UsbAccessCode.IO, 0);
+            throw new UsbException(attempted(), UsbAccessCode.IO, 0);
         }
     }
 
@@ -118,6 +128,6 @@ record Outcome(Connection connection, String attempted, int endpoint) {
     /** A device that was closed meanwhile does not count as gone. */
     private UsbException gone(int moved) {
         demandOpen();
-        return new UsbDeviceGoneException(attempted, UsbAccessCode.NO_DEVICE, moved);
+        return new UsbDeviceGoneException(attempted(), UsbAccessCode.NO_DEVICE, moved);
     }
 }

@@ -35,7 +35,7 @@ record Transfers(Connection connection) {
         byte[] bytes = room(endpoint, buffer, length);
         int result = connection.read(call, endpoint, timeout, bytes);
         giveBack(bytes, Math.min(result, length), buffer, offset);
-        return atEndpoint(READ, endpoint).ofRead(length, result);
+        return of(READ, endpoint).ofRead(length, result);
     }
 
     /** Whole packets, so that one that is longer than what was asked for shows; and only what came is given back. */
@@ -51,7 +51,7 @@ record Transfers(Connection connection) {
         Setup.endingTimeout(timeout);
         byte[] bytes = part(buffer, offset, length);
         int result = connection.write(call, endpoint, timeout, bytes);
-        return atEndpoint(WRITE, endpoint).ofWrite(length, result);
+        return of(WRITE, endpoint).ofWrite(length, result);
     }
 
     /** Reads until all bytes are there. */
@@ -60,7 +60,7 @@ record Transfers(Connection connection) {
         Setup.timeout(timeout);
         Objects.checkFromIndexSize(offset, length, buffer.length);
         RawCall call = readCall(endpoint);
-        moveAll(atEndpoint(READ, endpoint), length, timeout,
+        moveAll(of(READ, endpoint), length, timeout,
                 (moved, left) -> read(call, endpoint, buffer, offset + moved, length - moved, left));
     }
 
@@ -71,7 +71,7 @@ record Transfers(Connection connection) {
         Objects.checkFromIndexSize(offset, length, buffer.length);
         RawCall call = isInterrupt(endpoint)
                 ? ORVEXCommUSBAccess::usbWriteInterruptPipe : ORVEXCommUSBAccess::usbWriteBulkPipe;
-        moveAll(atEndpoint(WRITE, endpoint), length, timeout,
+        moveAll(of(WRITE, endpoint), length, timeout,
                 (moved, left) -> write(call, endpoint, buffer, offset + moved, length - moved, left));
     }
 
@@ -152,12 +152,8 @@ record Transfers(Connection connection) {
         return of("write reports to", 0).ofWriteReports(length, moved);
     }
 
-    private Outcome atEndpoint(String action, int endpoint) {
-        return of(String.format("%s endpoint 0x%02X of", action, endpoint), endpoint);
-    }
-
     private Outcome of(String action, int endpoint) {
-        return new Outcome(connection, action + " " + connection.target().label(), endpoint);
+        return new Outcome(connection, action, endpoint);
     }
 
     /** The raw calls move from the start of an array on, and copy all of it: a part gets an array of its own. */
