@@ -307,11 +307,14 @@ final class Connection implements TransferGate.Owner {
         return usb.usbCancelPipeTransfer(target.list(), target.index(), endpoint) == 0;
     }
 
-    /** Makes a raw transfer that an interrupt of this thread cancels. A cancel, too, must not start beside an open. */
+    /** Makes a raw transfer that an interrupt of this thread cancels. */
     private int interruptibly(int endpoint, TransferGate.Transfer transfer, IntSupplier call) {
+        return new CancelOnInterrupt(() -> cancelBesideNoOpen(endpoint)).run(() -> gate.pass(transfer, call));
+    }
+
+    private boolean cancelBesideNoOpen(int endpoint) {
         TransferGate.Transfer cancelling = new TransferGate.Transfer(this, () -> false, () -> false);
-        return new CancelOnInterrupt(() -> gate.pass(cancelling, () -> cancel(endpoint) ? 1 : 0) == 1)
-                .run(() -> gate.pass(transfer, call));
+        return gate.pass(cancelling, () -> cancel(endpoint) ? 1 : 0) == 1;
     }
 
     private ReentrantLock turn(int endpoint) {

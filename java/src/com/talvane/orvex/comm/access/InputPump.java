@@ -36,7 +36,7 @@ final class InputPump implements UsbSubscription {
         this.endpoint = endpoint;
         this.read = read;
         this.listener = Objects.requireNonNull(listener, "listener");
-        calls = new ListenerCalls(Objects.requireNonNull(executor, "executor"), MOST_WAITING);
+        calls = new ListenerCalls(executor, MOST_WAITING);
         connection.claim(endpoint, calls);
         connection.listeners().add(calls);
     }

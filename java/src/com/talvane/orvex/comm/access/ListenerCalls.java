@@ -2,6 +2,7 @@ package com.talvane.orvex.comm.access;
 
 import java.util.ArrayDeque;
 import java.util.Deque;
+import java.util.Objects;
 import java.util.concurrent.Executor;
 import java.util.concurrent.RejectedExecutionException;
 import java.util.function.BooleanSupplier;
@@ -32,7 +33,7 @@ final class ListenerCalls {
      * @param most     as many calls may wait
      */
     ListenerCalls(Executor executor, int most) {
-        this.executor = executor;
+        this.executor = Objects.requireNonNull(executor, "executor");
         this.most = most;
     }
 

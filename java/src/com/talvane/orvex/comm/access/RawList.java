@@ -13,7 +13,8 @@ import java.util.concurrent.TimeUnit;
  *
  * <p>The library never reads the texts of a device again that it could not open when it listed it. So as long as there
  * is such a device, a second raw list is made from time to time. A device that can be read there has its place in the
- * second list, until the library lists it anew in the first; the unreadable one counts as absent.
+ * second list, until the library lists it anew in the first; the unreadable one counts as absent. A second list without
+ * such a device is released; the library keeps some hundred bytes of it.
  *
  * <p>Threads: under the session lock.
  */

@@ -40,10 +40,15 @@ record Transfers(Connection connection) {
 
     /** Whole packets, so that one that is longer than what was asked for shows; and only what came is given back. */
     private byte[] room(int endpoint, byte[] buffer, int length) {
+        int whole = wholePackets(endpoint, length);
+        return whole == buffer.length && whole == length ? buffer : new byte[whole];
+    }
+
+    private int wholePackets(int endpoint, int length) {
         UsbEndpoint pipe = connection.pipe(endpoint);
         long packet = pipe == null ? 1 : pipe.packetBytes();
-        long whole = Math.min((length + packet - 1) / packet * packet, GREATEST_ARRAY);
-        return whole == buffer.length && whole == length ? buffer : new byte[(int) Math.max(whole, length)];
+        long whole = (length + packet - 1) / packet * packet;
+        return (int) Math.max(Math.min(whole, GREATEST_ARRAY), length);
     }
 
     int write(RawCall call, int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
@@ -96,10 +101,11 @@ record Transfers(Connection connection) {
         }
     }
 
-    /** What the next read of an endpoint gets, whenever that comes. */
+    /** What the next read of an endpoint gets, whenever that comes; the size is rounded up to whole packets. */
     byte[] next(int endpoint, int size) throws UsbException {
-        byte[] bytes = new byte[size];
-        return Arrays.copyOf(bytes, readClaimed(readCall(endpoint), endpoint, bytes, 0, size, Deadline.FOREVER));
+        byte[] bytes = new byte[wholePackets(endpoint, size)];
+        int length = readClaimed(readCall(endpoint), endpoint, bytes, 0, bytes.length, Deadline.FOREVER);
+        return Arrays.copyOf(bytes, length);
     }
 
     private RawCall readCall(int endpoint) {

@@ -351,7 +351,7 @@ public interface UsbDevice extends AutoCloseable {
      * from that as {@link #onData(int, int, UsbInputListener, Executor)}.
      *
      * @param endpoint its address, 0x81 to 0x8F
-     * @param size     how many bytes one call gets at most, 1 to 16 MiB
+     * @param size     how many bytes one call gets at most, 1 to 16 MiB; rounded up to whole packets
      * @param listener gets what each read got
      * @return closes the subscription; the device stays open
      * @throws IllegalStateException         when it is not open, or the endpoint has a listener already
@@ -369,7 +369,7 @@ public interface UsbDevice extends AutoCloseable {
      * Closing the device or the session closes the subscription, too.
      *
      * @param endpoint its address, 0x81 to 0x8F
-     * @param size     how many bytes one call gets at most, 1 to 16 MiB; ask for a multiple of the packet size
+     * @param size     how many bytes one call gets at most, 1 to 16 MiB; rounded up to whole packets
      * @param listener gets what each read got; an empty array for an empty packet
      * @param executor calls it
      * @return closes the subscription; the device stays open. What comes while it is being closed is lost

@@ -9,6 +9,8 @@ import java.util.stream.Stream;
  * The devices of some vendors. A device keeps its place and its object for as long as the session lives: one that is
  * pulled is absent, and is the same {@link UsbDevice} when it comes back. What makes it the same, and when two devices
  * change places, {@link com.talvane.orvex.comm.ORVEXCommUSBAccess#usbUpdateDeviceList} tells.
+ *
+ * <p>Threads: any method on any thread, at any time.
  */
 public final class UsbDeviceList {
     private final RawSession session;

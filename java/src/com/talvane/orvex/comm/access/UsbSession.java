@@ -14,6 +14,8 @@ import java.util.stream.Collectors;
  * process uses the raw class beside it.
  *
  * <p>Closing it closes the devices that are open, then releases the lists, then ends the session.
+ *
+ * <p>Threads: any method on any thread, at any time.
  */
 public final class UsbSession implements AutoCloseable {
     /** Stands for the devices of all vendors in the raw call. */

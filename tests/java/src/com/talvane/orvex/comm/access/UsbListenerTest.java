@@ -231,6 +231,18 @@ class UsbListenerTest extends AccessTest {
     }
 
     @Test
+    void aListenerGetsWholePackets() throws Exception {
+        UsbDevice bench = open(BENCH);
+        Heard heard = new Heard();
+        bench.onData(0x81, 10, heard);
+        write(bench, 0x01, pattern(64));
+        assertArrayEquals(pattern(64), next(heard.arrays));
+        assertThrows(NullPointerException.class, () -> bench.onData(0x82, 64, null));
+        assertThrows(NullPointerException.class, () -> bench.onData(0x82, 64, heard, null));
+        bench.onData(0x82, 64, heard);
+    }
+
+    @Test
     void anEndpointHasOneListenerAndNoOtherReads() throws Exception {
         UsbDevice bench = open(BENCH);
         UsbSubscription first = bench.onData(0x81, 64, new Heard());
