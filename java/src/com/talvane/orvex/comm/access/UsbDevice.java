@@ -365,8 +365,8 @@ public interface UsbDevice extends AutoCloseable {
      *
      * <p>The calls come one after another, each as a task of its own. When the listener is slow, the device is not read
      * from while 16 arrays wait: a device with pipes waits then, of a HID device the library keeps 64000 bytes of
-     * reports and then drops the oldest. Meanwhile no other read of the endpoint is allowed, here or in streams.
-     * Closing the device or the session closes the subscription, too.
+     * reports and then drops the oldest. While an endpoint has a listener, every other read of it throws {@link
+     * IllegalStateException}. Closing the device or the session closes the subscription, too.
      *
      * @param endpoint its address, 0x81 to 0x8F
      * @param size     how many bytes one call gets at most, 1 to 16 MiB; rounded up to whole packets
