@@ -8,6 +8,7 @@ import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.locks.ReentrantLock;
 import java.util.function.IntSupplier;
+import java.util.function.Supplier;
 
 /**
  * One opening of a device, from open to close: its transfers, one at a time on each endpoint. Results are those of the
@@ -16,6 +17,7 @@ import java.util.function.IntSupplier;
 final class Connection implements TransferGate.Owner {
     private static final int CONTROL = 0;
     private static final byte[] NOTHING = {};
+    private static final Moved NOTHING_MOVED = new Moved(0, 0);
     private static final int STATUS_MS = 1000;
     /** How often a read of reports looks whether the device is still there. */
     private static final long PRESENCE_NANOS = TimeUnit.MILLISECONDS.toNanos(100);
@@ -163,12 +165,12 @@ final class Connection implements TransferGate.Owner {
     // thread does that to it.
 
     int write(RawCall call, int endpoint, int timeout, byte[] bytes) {
-        return inTurn(endpoint, () -> interruptibly(endpoint, transfer(endpoint, false),
+        return inTurn(endpoint, 0, () -> interruptibly(endpoint, transfer(endpoint, false),
                 () -> call.move(usb, target.list(), target.index(), endpoint, bytes.length, timeout, bytes)));
     }
 
     int control(byte[] setupAndData, int timeout) {
-        return inTurn(CONTROL, () -> interruptibly(CONTROL, transfer(CONTROL, false),
+        return inTurn(CONTROL, 0, () -> interruptibly(CONTROL, transfer(CONTROL, false),
                 () -> controlOnce(setupAndData, timeout)));
     }
 
@@ -181,7 +183,7 @@ final class Connection implements TransferGate.Owner {
 
     /** Reads, and goes on after having been cancelled for the sake of an open or close elsewhere. */
     int read(RawCall call, int endpoint, int timeout, byte[] bytes) {
-        return inTurn(endpoint, () -> {
+        return inTurn(endpoint, 0, () -> {
             Deadline deadline = new Deadline(timeout);
             int moved = 0;
             while (true) {
@@ -220,8 +222,7 @@ final class Connection implements TransferGate.Owner {
      * cancelled, but one of a report at most loses nothing when its own time runs out.
      */
     Moved readReports(int timeout, byte[] bytes) {
-        Moved[] moved = {new Moved(0, 0)};
-        inTurn(Setup.IN, () -> {
+        return inTurn(Setup.IN, NOTHING_MOVED, () -> {
             Deadline deadline = new Deadline(timeout);
             int place = 0;
             int result = 0;
@@ -231,10 +232,8 @@ final class Connection implements TransferGate.Owner {
                 System.arraycopy(report, 0, bytes, place, Math.max(result, 0));
                 place += Math.max(result, 0);
             }
-            moved[0] = new Moved(place, result);
-            return result;
+            return new Moved(place, result);
         });
-        return moved[0];
     }
 
     /** Reads a report, or its start. Comes back without one when the time is over or the thread was interrupted. */
@@ -262,8 +261,7 @@ final class Connection implements TransferGate.Owner {
 
     /** Writes reports one by one, so that a close need not wait for all of them. */
     Moved writeReports(int timeout, byte[] bytes) {
-        Moved[] moved = {new Moved(0, 0)};
-        inTurn(0, () -> {
+        return inTurn(0, NOTHING_MOVED, () -> {
             int place = 0;
             int result = 1;
             while (place < bytes.length && result > 0 && !isToStop()) {
@@ -272,10 +270,8 @@ final class Connection implements TransferGate.Owner {
                 result = gate.pass(transfer(0, false), () -> sendReport(timeout, report));
                 place += Math.max(result, 0);
             }
-            moved[0] = new Moved(place, result);
-            return result;
+            return new Moved(place, result);
         });
-        return moved[0];
     }
 
     private int sendReport(int timeout, byte[] report) {
@@ -321,17 +317,17 @@ final class Connection implements TransferGate.Owner {
         return turns.computeIfAbsent(endpoint, address -> new ReentrantLock());
     }
 
-    /** Does the work when the endpoint is free. An interrupt ends the wait for that: 0, as when nothing moves. */
-    private int inTurn(int endpoint, IntSupplier work) {
+    /** Does the work when the endpoint is free. An interrupt ends the wait for that: then nothing moved. */
+    private <T> T inTurn(int endpoint, T nothingMoved, Supplier<T> work) {
         ReentrantLock turn = turn(endpoint);
         try {
             turn.lockInterruptibly();
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
-            return 0;
+            return nothingMoved;
         }
         try {
-            return work.getAsInt();
+            return work.get();
         } finally {
             turn.unlock();
         }

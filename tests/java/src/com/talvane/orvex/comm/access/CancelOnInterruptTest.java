@@ -25,20 +25,12 @@ class CancelOnInterruptTest {
         assertEquals(0, calls.get());
     }
 
-    @Test
-    void aCancelIsRepeatedUntilItFindsTheCall() throws InterruptedException {
-        CountDownLatch found = new CountDownLatch(1);
-        CancelOnInterrupt interruptible = new CancelOnInterrupt(() -> {
-            boolean finds = cancels.incrementAndGet() == 3;
-            if (finds) {
-                found.countDown();
-            }
-            return finds;
-        });
+    /** Interrupts a thread in a call that lasts until the latch is open; the call's result. */
+    private int interrupted(CancelOnInterrupt interruptible, CountDownLatch end) throws InterruptedException {
         CountDownLatch begun = new CountDownLatch(1);
         Thread thread = new Thread(() -> calls.set(interruptible.run(() -> {
             begun.countDown();
-            while (found.getCount() > 0) {
+            while (end.getCount() > 0) {
                 Thread.onSpinWait();
             }
             return Thread.currentThread().isInterrupted() ? 7 : 0;
@@ -47,8 +39,20 @@ class CancelOnInterruptTest {
         begun.await();
         thread.interrupt();
         thread.join();
+        return calls.get();
+    }
+
+    @Test
+    void aCancelIsRepeatedUntilItFindsTheCall() throws InterruptedException {
+        CountDownLatch found = new CountDownLatch(1);
+        assertEquals(7, interrupted(new CancelOnInterrupt(() -> {
+            boolean finds = cancels.incrementAndGet() == 3;
+            if (finds) {
+                found.countDown();
+            }
+            return finds;
+        }), found));
         assertEquals(3, cancels.get());
-        assertEquals(7, calls.get());
     }
 
     @Test
@@ -63,22 +67,9 @@ class CancelOnInterruptTest {
     @Test
     void anInterruptOfACallThatEndsByItselfDoesNotWaitForever() throws InterruptedException {
         CountDownLatch tried = new CountDownLatch(1);
-        CancelOnInterrupt interruptible = new CancelOnInterrupt(() -> {
+        assertEquals(7, interrupted(new CancelOnInterrupt(() -> {
             tried.countDown();
             return false;
-        });
-        CountDownLatch begun = new CountDownLatch(1);
-        Thread thread = new Thread(() -> calls.set(interruptible.run(() -> {
-            begun.countDown();
-            while (tried.getCount() > 0) {
-                Thread.onSpinWait();
-            }
-            return 7;
-        })));
-        thread.start();
-        begun.await();
-        thread.interrupt();
-        thread.join();
-        assertEquals(7, calls.get());
+        }), tried));
     }
 }

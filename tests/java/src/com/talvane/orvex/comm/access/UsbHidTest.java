@@ -288,4 +288,15 @@ class UsbHidTest extends AccessTest {
         assertTrue(Thread.interrupted());
         assertEquals(0, e.moved());
     }
+
+    @Test
+    @Tag("memory")
+    void howManyReportsHadGoneBeforeOneFailedIsTold() throws UsbException {
+        UsbDevice hid = opened();
+        bus.fail("hid write", 3, -1);
+        UsbException failure =
+                assertThrows(UsbException.class, () -> hid.writeReports(pattern(200), 0, 200, AMPLE));
+        assertEquals(UsbAccessCode.WRITE_FAILED, failure.code());
+        assertEquals(128, failure.moved());
+    }
 }

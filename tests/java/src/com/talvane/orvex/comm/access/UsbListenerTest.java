@@ -328,4 +328,34 @@ class UsbListenerTest extends AccessTest {
         }
         assertEquals(0, late.get());
     }
+
+    /** Sessions that are closed while everything that listens is being told something. */
+    @Test
+    @Tag("memory")
+    void noListenerIsCalledAfterTheSessionIsClosedWheneverThatIs() throws Exception {
+        AtomicInteger late = new AtomicInteger();
+        for (int i = 0; i < 20; i++) {
+            AtomicBoolean closed = new AtomicBoolean();
+            AtomicInteger calls = new AtomicInteger();
+            Runnable note = () -> {
+                calls.incrementAndGet();
+                if (closed.get()) {
+                    late.incrementAndGet();
+                }
+            };
+            UsbSession session = UsbSession.open();
+            UsbDevice bench = session.list(VENDOR, OTHER_VENDOR).find(BENCH).orElseThrow().open();
+            for (int endpoint : new int[] {0x83, 0x81, 0x82}) {
+                bench.onData(endpoint, 64, bytes -> note.run());
+            }
+            session.onChange(change -> note.run());
+            bus.plug("spare");
+            int wanted = 3 * i;
+            await("some calls", () -> calls.get() >= wanted);
+            session.close();
+            closed.set(true);
+            bus.unplug("spare");
+        }
+        assertEquals(0, late.get());
+    }
 }
