@@ -33,6 +33,7 @@ class ReportPausesTest {
 
     @Test
     void aReadDoesNotSleepAfterAQuestion() {
+        letTheFirstStretchPass();
         double took = millisecondsOf(() -> {
             pauses.awaitAnswer();
             pauses.sleep(none);
