@@ -35,8 +35,10 @@ final class RawList {
     private final List<ListedDevice> byIndex = new ArrayList<>();
     /** The unreadable devices whose places others have, by the index of the place. */
     private final Map<Integer, ListedDevice> unreadable = new HashMap<>();
-    private long nextLook = System.nanoTime() + FIRST_PAUSE_NANOS;
-    private long pause = FIRST_PAUSE_NANOS;
+    /** How many devices could not be read at the latest look at the bus. */
+    private int tried;
+    private long pause;
+    private long nextLook;
 
     RawList(RawSession session, int[] vendorIds) throws UsbException {
         this.session = session;
@@ -54,14 +56,16 @@ final class RawList {
     int refresh() {
         int result = session.usb.usbUpdateDeviceList(handle, 0);
         takeLines();
-        if (unreadablePlaces().isEmpty()) {
+        int count = unreadablePlaces().size();
+        if (count > tried) {
             pause = FIRST_PAUSE_NANOS;
             nextLook = System.nanoTime() + pause;
-        } else if (System.nanoTime() - nextLook >= 0) {
+        } else if (count > 0 && System.nanoTime() - nextLook >= 0) {
             lookAgain();
             pause = Math.min(2 * pause, LONGEST_PAUSE_NANOS);
             nextLook = System.nanoTime() + pause;
         }
+        tried = count;
         return result;
     }
 
