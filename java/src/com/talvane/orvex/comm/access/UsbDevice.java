@@ -122,7 +122,8 @@ public interface UsbDevice extends AutoCloseable {
     UsbDevice openReports(int reportSize, int fill) throws UsbException;
 
     /**
-     * The length of a HID device's reports: of an open device as it was opened, of another one as {@link #open()} would.
+     * The length of a HID device's reports: of an open device as it was opened, of another one as {@link #open()}
+     * would.
      *
      * @return the number of bytes in each report, 64 to 1024
      * @throws UnsupportedOperationException when it is not a HID device

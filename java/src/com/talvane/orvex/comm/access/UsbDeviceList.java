@@ -78,8 +78,8 @@ public final class UsbDeviceList {
      *
      * <p>A device that the library could not open to read its texts, as for lack of rights, is tried again here from
      * time to time: a quarter of a second later, and then after pauses that grow to a minute. Each attempt reads the
-     * texts of all devices of these vendors. When those of the device can be read, the device without them has left, and
-     * the one with them has come.
+     * texts of all devices of these vendors. When those of the device can be read, the device without them has left,
+     * and the one with them has come.
      *
      * @return what came and what left since the list was made or updated last
      * @throws IllegalStateException when the session is closed
