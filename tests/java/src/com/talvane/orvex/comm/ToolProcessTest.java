@@ -113,6 +113,7 @@ class ToolProcessTest extends UsbTest {
     }
 
     @Test
+    @Tag("unemulated")
     @Tag("memory")
     @Tag("linux")
     void theLauncherTakesTheToolsClassesFromAnArchive() throws Exception {
