@@ -29,12 +29,10 @@ import java.util.Objects;
 public final class UsbInput extends InputStream implements ReadableByteChannel {
     private static final int BUFFER_BYTES = 16_384;
 
-    private final Pipe pipe;
-    private final int timeout;
+    private final StreamEnd pipe;
     private final byte[] buffer;
     private int start;
     private int end;
-    private volatile boolean closed;
 
     /**
      * Nothing is read yet.
@@ -48,8 +46,7 @@ public final class UsbInput extends InputStream implements ReadableByteChannel {
      */
     public UsbInput(UsbDevice device, int endpoint, int timeout) throws UsbException {
         Setup.timeout(timeout);
-        this.pipe = Pipe.of(device, endpoint, true);
-        this.timeout = timeout;
+        pipe = new StreamEnd(Pipe.of(device, endpoint, true), timeout);
         buffer = new byte[Math.max(BUFFER_BYTES / pipe.packet(), 1) * pipe.packet()];
     }
 
@@ -91,8 +88,7 @@ public final class UsbInput extends InputStream implements ReadableByteChannel {
     /** Gets what is kept, or makes one read; 0 for an empty packet. */
     private int readOnce(byte[] bytes, int offset, int length) throws IOException {
         if (start == end && length >= pipe.packet()) {
-            demandOpen();
-            return pipe.read(bytes, offset, length - length % pipe.packet(), timeout);
+            return pipe.read(bytes, offset, length - length % pipe.packet());
         }
         if (start == end) {
             fill();
@@ -104,16 +100,9 @@ public final class UsbInput extends InputStream implements ReadableByteChannel {
     }
 
     private void fill() throws IOException {
-        demandOpen();
         start = 0;
         end = 0;
-        end = pipe.read(buffer, 0, buffer.length, timeout);
-    }
-
-    private void demandOpen() throws IOException {
-        if (closed) {
-            throw new ClosedChannelException();
-        }
+        end = pipe.read(buffer, 0, buffer.length);
     }
 
     /**
@@ -128,7 +117,7 @@ public final class UsbInput extends InputStream implements ReadableByteChannel {
 
     @Override
     public boolean isOpen() {
-        return !closed;
+        return pipe.isOpen();
     }
 
     /**
@@ -136,7 +125,7 @@ public final class UsbInput extends InputStream implements ReadableByteChannel {
      */
     @Override
     public void close() {
-        closed = true;
+        pipe.close();
     }
 
     @Override

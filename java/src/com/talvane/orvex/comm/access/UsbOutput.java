@@ -26,10 +26,8 @@ import java.nio.channels.WritableByteChannel;
 public final class UsbOutput extends OutputStream implements WritableByteChannel {
     private static final byte[] NOTHING = {};
 
-    private final Pipe pipe;
-    private final int timeout;
+    private final StreamEnd pipe;
     private boolean isMessageOpen;
-    private volatile boolean closed;
 
     /**
      * Nothing is written yet.
@@ -43,8 +41,7 @@ public final class UsbOutput extends OutputStream implements WritableByteChannel
      */
     public UsbOutput(UsbDevice device, int endpoint, int timeout) throws UsbException {
         Setup.endingTimeout(timeout);
-        this.pipe = Pipe.of(device, endpoint, false);
-        this.timeout = timeout;
+        pipe = new StreamEnd(Pipe.of(device, endpoint, false), timeout);
     }
 
     @Override
@@ -54,8 +51,7 @@ public final class UsbOutput extends OutputStream implements WritableByteChannel
 
     @Override
     public synchronized void write(byte[] bytes, int offset, int length) throws IOException {
-        demandOpen();
-        pipe.writeFully(bytes, offset, length, timeout);
+        pipe.writeFully(bytes, offset, length);
         isMessageOpen = length == 0 ? isMessageOpen : length % pipe.packet() == 0;
     }
 
@@ -80,28 +76,22 @@ public final class UsbOutput extends OutputStream implements WritableByteChannel
      * @throws IOException as a write
      */
     public synchronized void endMessage() throws IOException {
-        demandOpen();
+        pipe.demandOpen();
         if (isMessageOpen) {
-            pipe.write(NOTHING, 0, 0, timeout);
+            pipe.write(NOTHING, 0, 0);
             isMessageOpen = false;
-        }
-    }
-
-    private void demandOpen() throws IOException {
-        if (closed) {
-            throw new ClosedChannelException();
         }
     }
 
     @Override
     public boolean isOpen() {
-        return !closed;
+        return pipe.isOpen();
     }
 
     /** Ends the stream: writes throw {@link ClosedChannelException} then. Sends nothing, and leaves the device open. */
     @Override
     public void close() {
-        closed = true;
+        pipe.close();
     }
 
     @Override
