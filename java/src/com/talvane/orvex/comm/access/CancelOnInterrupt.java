@@ -1,28 +1,37 @@
 package com.talvane.orvex.comm.access;
 
 import java.io.IOException;
+import java.io.UncheckedIOException;
 import java.nio.channels.AsynchronousCloseException;
 import java.nio.channels.spi.AbstractInterruptibleChannel;
-import java.util.function.BooleanSupplier;
 import java.util.function.IntSupplier;
 
 /**
  * Cancels one raw transfer when its thread is interrupted. The raw call itself notices no interrupt; the base class has
- * the interrupting thread call {@link #implCloseChannel}.
+ * the interrupting thread call {@link #implCloseChannel}; what it misses, {@link MissedInterrupts} finds.
  */
 final class CancelOnInterrupt extends AbstractInterruptibleChannel {
     private static final long RETRY_MS = 1;
 
-    private final BooleanSupplier cancel;
-    private boolean runs;
+    private final Runnable cancel;
+    private final MissedInterrupts missed;
+    private final Runnable closeIfInterrupted = this::closeIfInterrupted;
+    /** The thread in the raw call, or null. Written under the lock of this object. */
+    private volatile Thread caller;
 
     /**
      * For one transfer.
      *
-     * @param cancel cancels it; false when there is nothing to cancel, because it has not quite begun or has ended
+     * @param cancel cancels it; finds nothing to cancel when it has not quite begun or has ended
      */
-    CancelOnInterrupt(BooleanSupplier cancel) {
+    CancelOnInterrupt(Runnable cancel) {
+        this(cancel, MissedInterrupts.ofAllCalls());
+    }
+
+    /** The same, with what looks for missed interrupts, or null. */
+    CancelOnInterrupt(Runnable cancel, MissedInterrupts missed) {
         this.cancel = cancel;
+        this.missed = missed;
     }
 
     /**
@@ -39,14 +48,24 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
         }
     }
 
-    private synchronized boolean start() {
-        runs = isOpen();
-        return runs;
+    private boolean start() {
+        synchronized (this) {
+            caller = isOpen() ? Thread.currentThread() : null;
+        }
+        if (missed != null) {
+            missed.add(closeIfInterrupted);
+        }
+        return caller != null;
     }
 
-    private synchronized void over() {
-        runs = false;
-        notifyAll();
+    private void over() {
+        if (missed != null) {
+            missed.remove(closeIfInterrupted);
+        }
+        synchronized (this) {
+            caller = null;
+            notifyAll();
+        }
     }
 
     private void leave() {
@@ -57,11 +76,33 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
         }
     }
 
-    /** On the interrupting thread: cancels until the cancel has found the transfer, or the transfer is over. */
+    /** Cancels the transfer on a thread of its own when an interrupt of its thread has called nothing. */
+    private void closeIfInterrupted() {
+        Thread thread = caller;
+        if (thread != null && thread.isInterrupted() && isOpen()) {
+            Thread closer = new Thread(this::closeQuietly, "orvex-usb-cancel");
+            closer.setDaemon(true);
+            closer.start();
+        }
+    }
+
+    private void closeQuietly() {
+        try {
+            close();
+        } catch (IOException e) {
+            throw new UncheckedIOException(e); // the close below throws none
+        }
+    }
+
+    /**
+     * Cancels until the transfer is over: it may not have begun, and of a write of several packets one cancel ends one.
+     * Called once, on the interrupting thread.
+     */
     @Override
-    protected synchronized void implCloseChannel() throws IOException {
+    protected synchronized void implCloseChannel() {
         boolean interrupted = false;
-        while (runs && !cancel.getAsBoolean()) {
+        while (caller != null) {
+            cancel.run();
             try {
                 wait(RETRY_MS);
             } catch (InterruptedException e) {

@@ -308,9 +308,9 @@ final class Connection implements TransferGate.Owner {
         return new CancelOnInterrupt(() -> cancelBesideNoOpen(endpoint)).run(() -> gate.pass(transfer, call));
     }
 
-    private boolean cancelBesideNoOpen(int endpoint) {
+    private void cancelBesideNoOpen(int endpoint) {
         TransferGate.Transfer cancelling = new TransferGate.Transfer(this, () -> false, () -> false);
-        return gate.pass(cancelling, () -> cancel(endpoint) ? 1 : 0) == 1;
+        gate.pass(cancelling, () -> cancel(endpoint) ? 1 : 0);
     }
 
     private ReentrantLock turn(int endpoint) {
