@@ -86,6 +86,7 @@ class LoadingAsRootTest extends LoadingFixture {
     }
 
     @Test
+    @Tag("shipped")
     void twoUsersShareATemporaryFolderAndNothingInIt() throws Exception {
         // The other user may not be able to reach the folder of the build.
         Path jar = Files.copy(ChildVm.productJar(), folder.resolve("orvex-usb-access.jar"));
