@@ -86,12 +86,11 @@ final class ChildPrograms {
         say("initialize", usb.usbInitialize());
         URL[] jar = {ChildVm.productJar().toUri().toURL()};
         for (int i = 0; i < 2; ++i) {
-            try (URLClassLoader loader = new URLClassLoader(jar, ClassLoader.getPlatformClassLoader())) {
-                Class<?> again = loader.loadClass(ORVEXCommUSBAccess.class.getName());
-                Object access = again.getConstructor().newInstance();
-                say("initialize", (int) again.getMethod("usbInitialize").invoke(access));
-                say("release", (int) again.getMethod("usbRelease", int.class).invoke(access, 0));
-            }
+            Class<?> again = new URLClassLoader(jar, ClassLoader.getPlatformClassLoader())
+                    .loadClass(ORVEXCommUSBAccess.class.getName());
+            Object access = again.getConstructor().newInstance();
+            say("initialize", (int) again.getMethod("usbInitialize").invoke(access));
+            say("release", (int) again.getMethod("usbRelease", int.class).invoke(access, 0));
         }
         say("release", usb.usbRelease(0));
     }

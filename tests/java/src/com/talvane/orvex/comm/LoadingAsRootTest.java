@@ -85,6 +85,14 @@ class LoadingAsRootTest extends LoadingFixture {
         assertEquals(List.of(), files(cache));
     }
 
+    /** In a container the files of users outside it belong to nobody. */
+    @Test
+    void aFolderBelowOneFromOutsideTheContainerIsTrusted() throws Exception {
+        give(Files.createDirectories(cache.getParent()), NOBODY);
+        assertLoaded(child().run("version"));
+        unpackedIn(cache);
+    }
+
     @Test
     @Tag("shipped")
     void twoUsersShareATemporaryFolderAndNothingInIt() throws Exception {
