@@ -12,6 +12,8 @@ import java.util.function.IntSupplier;
  */
 final class CancelOnInterrupt extends AbstractInterruptibleChannel {
     private static final long RETRY_MS = 1;
+    /** For how long cancels are repeated after one that has found something, as long as the raw close tries. */
+    private static final int BOUND_MS = 3000;
 
     private final BooleanSupplier cancel;
     private boolean runs;
@@ -57,11 +59,18 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
         }
     }
 
-    /** On the interrupting thread: cancels until the cancel has found the transfer, or the transfer is over. */
+    /**
+     * On the interrupting thread: cancels until the transfer is over, also when a cancel has found something: that may
+     * have been another one. A transfer that does not come back then is left to the library.
+     */
     @Override
     protected synchronized void implCloseChannel() throws IOException {
         boolean interrupted = false;
-        while (runs && !cancel.getAsBoolean()) {
+        Deadline bound = null;
+        while (runs && (bound == null || !bound.isOver())) {
+            if (cancel.getAsBoolean() && bound == null) {
+                bound = new Deadline(BOUND_MS);
+            }
             try {
                 wait(RETRY_MS);
             } catch (InterruptedException e) {

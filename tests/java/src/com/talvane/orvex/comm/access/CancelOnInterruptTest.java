@@ -7,9 +7,12 @@ import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.atomic.AtomicInteger;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.Timeout;
+import org.junit.jupiter.api.Timeout.ThreadMode;
 
 /** When an interrupt cancels a raw call, and when it does not. */
 @Tag("memory")
+@Timeout(value = 60, threadMode = ThreadMode.SEPARATE_THREAD)
 class CancelOnInterruptTest {
     private final AtomicInteger calls = new AtomicInteger();
     private final AtomicInteger cancels = new AtomicInteger();
@@ -42,17 +45,38 @@ class CancelOnInterruptTest {
         return calls.get();
     }
 
+    /** Also when it has found something: that may have been another transfer. */
     @Test
-    void aCancelIsRepeatedUntilItFindsTheCall() throws InterruptedException {
-        CountDownLatch found = new CountDownLatch(1);
+    void aCancelIsRepeatedUntilTheCallIsOver() throws InterruptedException {
+        CountDownLatch last = new CountDownLatch(1);
         assertEquals(7, interrupted(new CancelOnInterrupt(() -> {
-            boolean finds = cancels.incrementAndGet() == 3;
-            if (finds) {
-                found.countDown();
+            int number = cancels.incrementAndGet();
+            if (number == 4) {
+                last.countDown();
             }
-            return finds;
-        }), found));
-        assertEquals(3, cancels.get());
+            return number == 2;
+        }), last));
+        assertTrue(cancels.get() >= 4);
+    }
+
+    @Test
+    void theInterruptingThreadDoesNotWaitForeverForACallThatDoesNotComeBack() throws InterruptedException {
+        CountDownLatch never = new CountDownLatch(1);
+        CountDownLatch begun = new CountDownLatch(1);
+        Thread thread = new Thread(() -> new CancelOnInterrupt(() -> cancels.incrementAndGet() == 2).run(() -> {
+            begun.countDown();
+            while (never.getCount() > 0) {
+                Thread.onSpinWait();
+            }
+            return 0;
+        }));
+        thread.start();
+        begun.await();
+        thread.interrupt();
+        assertTrue(cancels.get() > 2);
+        assertTrue(thread.isAlive());
+        never.countDown();
+        thread.join();
     }
 
     @Test
