@@ -162,7 +162,9 @@ class UsbCloseTest extends AccessTest {
         UsbDevice bench = open(BENCH);
         byte[] buffer = new byte[200];
         Future<Integer> read = whileWaiting("bench", 0x84, () -> read(bench, 0x84, buffer));
+        bus.clearCalls();
         bench.reset();
+        assertTrue(bus.calls("libusb_cancel_transfer") > 0, "the reset began beside a read");
         assertEquals(64, result(read));
         for (int i = 0; i < 64; i++) {
             assertEquals((byte) i, buffer[i]);
@@ -184,9 +186,10 @@ class UsbCloseTest extends AccessTest {
         UsbDevice bench = open(BENCH);
         Future<Integer> read =
                 whileWaiting("bench", 0x84, () -> bench.readBulk(0x84, new byte[64], 0, 64, 300));
-        while (!read.isDone()) {
+        await("the time is over", () -> unchecked(() -> {
             bench.reset();
-        }
+            return read.isDone();
+        }));
         failure(UsbTimeoutException.class, read);
     }
 

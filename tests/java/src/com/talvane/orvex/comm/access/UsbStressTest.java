@@ -90,10 +90,9 @@ class UsbStressTest extends AccessTest {
 
     @Test
     void opensAndClosesElsewhereHarmNoTransfer() throws Exception {
-        List<UsbDevice> opened =
-                List.of(pluggedIn("settings", "SETT0018"), pluggedIn("raw", "RAWB0019"));
-        List<UsbDevice> working = List.of(
-                open(BENCH), open(PAIR), pluggedIn("spare", "SPARE005").open(), pluggedIn("dual", "DUAL0020").open());
+        List<UsbDevice> opened = List.of(pluggedIn("settings", "SETT0018"), pluggedIn("dual", "DUAL0020"));
+        List<UsbDevice> working =
+                List.of(open(BENCH), open(PAIR), open("COMP0003"), pluggedIn("spare", "SPARE005").open());
         int count = Integer.getInteger("orvex.test.stressTransfers", bus.isMemory() ? 16_000 : 1_000)
                 / (2 * working.size());
         Future<Integer> waiting = whileWaiting("bench", 0x84, () -> read(working.get(0), 0x84, new byte[PACKET]));
