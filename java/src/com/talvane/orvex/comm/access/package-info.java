@@ -77,7 +77,8 @@
  * closed is called any more.
  *
  * <p><b>Interrupts</b>: a transfer of a thread that is interrupted is cancelled, and throws {@link
- * UsbInterruptedException}; the interrupt status stays set. Opens, closes and everything about lists take no notice.
+ * UsbInterruptedException}; the interrupt status stays set. The interrupting thread waits until the transfer has ended,
+ * for seconds at most. Opens, closes and everything about lists take no notice.
  *
  * <p><b>Arrays</b> that are given to a transfer belong to it until it returns: no other thread changes them meanwhile.
  */

@@ -12,8 +12,10 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.Future;
+import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
@@ -179,6 +181,17 @@ class UsbCloseTest extends AccessTest {
         await("the read goes on", () -> bus.pending("bench", 0x81) > 0);
         bus.feed("bench", 0x81, pattern(4));
         assertEquals(4, result(read));
+    }
+
+    @Test
+    void aResetLetsAListenerGoOn() throws Exception {
+        UsbDevice bench = open(BENCH);
+        BlockingQueue<byte[]> heard = new LinkedBlockingQueue<>();
+        bench.onData(0x81, 64, heard::add);
+        await("the listener waits", () -> bus.pending("bench", 0x81) > 0);
+        bench.reset();
+        bus.feed("bench", 0x81, pattern(4));
+        assertArrayEquals(pattern(4), heard.poll(AMPLE, TimeUnit.MILLISECONDS));
     }
 
     @Test
