@@ -4,6 +4,7 @@ import java.io.IOException;
 import java.io.UncheckedIOException;
 import java.nio.channels.AsynchronousCloseException;
 import java.nio.channels.spi.AbstractInterruptibleChannel;
+import java.util.function.BooleanSupplier;
 import java.util.function.IntSupplier;
 
 /**
@@ -12,8 +13,10 @@ import java.util.function.IntSupplier;
  */
 final class CancelOnInterrupt extends AbstractInterruptibleChannel {
     private static final long RETRY_MS = 1;
+    /** For how long cancels are repeated after one that has found something, as long as the raw close tries. */
+    private static final int BOUND_MS = 3000;
 
-    private final Runnable cancel;
+    private final BooleanSupplier cancel;
     private final MissedInterrupts missed;
     private final Runnable closeIfInterrupted = this::closeIfInterrupted;
     /** The thread in the raw call, or null. Written under the lock of this object. */
@@ -22,14 +25,14 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
     /**
      * For one transfer.
      *
-     * @param cancel cancels it; finds nothing to cancel when it has not quite begun or has ended
+     * @param cancel cancels it; false when there is nothing to cancel, because it has not quite begun or has ended
      */
-    CancelOnInterrupt(Runnable cancel) {
+    CancelOnInterrupt(BooleanSupplier cancel) {
         this(cancel, MissedInterrupts.ofAllCalls());
     }
 
     /** The same, with what looks for missed interrupts, or null. */
-    CancelOnInterrupt(Runnable cancel, MissedInterrupts missed) {
+    CancelOnInterrupt(BooleanSupplier cancel, MissedInterrupts missed) {
         this.cancel = cancel;
         this.missed = missed;
     }
@@ -96,13 +99,16 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
 
     /**
      * Cancels until the transfer is over: it may not have begun, and of a write of several packets one cancel ends one.
-     * Called once, on the interrupting thread.
+     * A transfer that does not come back is left to the library. Called once, on the interrupting thread.
      */
     @Override
     protected synchronized void implCloseChannel() {
         boolean interrupted = false;
-        while (caller != null) {
-            cancel.run();
+        Deadline bound = null;
+        while (caller != null && (bound == null || !bound.isOver())) {
+            if (cancel.getAsBoolean() && bound == null) {
+                bound = new Deadline(BOUND_MS);
+            }
             try {
                 wait(RETRY_MS);
             } catch (InterruptedException e) {

@@ -137,12 +137,12 @@ public final class Bus implements AutoCloseable {
     }
 
     /** Resets the counts of calls. Memory only. */
-    void clearCalls() {
+    public void clearCalls() {
         ask(op("clearCalls"));
     }
 
     /** How often a libusb function was called. Memory only. */
-    int calls(String call) {
+    public int calls(String call) {
         JsonElement count = ask(op("calls")).getAsJsonObject("calls").get(call);
         return count == null ? 0 : count.getAsInt();
     }

@@ -8,9 +8,11 @@ import java.util.concurrent.atomic.AtomicInteger;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.Timeout;
+import org.junit.jupiter.api.Timeout.ThreadMode;
 
 /** When an interrupt cancels a raw call, and when it does not. */
 @Tag("memory")
+@Timeout(value = 60, threadMode = ThreadMode.SEPARATE_THREAD)
 class CancelOnInterruptTest {
     private final AtomicInteger calls = new AtomicInteger();
     private final AtomicInteger cancels = new AtomicInteger();
@@ -18,7 +20,7 @@ class CancelOnInterruptTest {
     @Test
     void aThreadThatIsInterruptedMakesNoCall() {
         Thread.currentThread().interrupt();
-        assertEquals(0, new CancelOnInterrupt(() -> { }).run(() -> {
+        assertEquals(0, new CancelOnInterrupt(() -> false).run(() -> {
             calls.incrementAndGet();
             return 5;
         }));
@@ -43,25 +45,41 @@ class CancelOnInterruptTest {
         return calls.get();
     }
 
-    /** A cancel that ends the call when it is made for the third time. */
-    private Runnable thirdCancel(CountDownLatch end) {
-        return () -> {
-            if (cancels.incrementAndGet() == 3) {
-                end.countDown();
+    /** Also when it has found something: that may have been another transfer. */
+    @Test
+    void aCancelIsRepeatedUntilTheCallIsOver() throws InterruptedException {
+        CountDownLatch last = new CountDownLatch(1);
+        assertEquals(7, interrupted(new CancelOnInterrupt(() -> {
+            int number = cancels.incrementAndGet();
+            if (number == 4) {
+                last.countDown();
             }
-        };
+            return number == 2;
+        }), last));
+        assertTrue(cancels.get() >= 4);
     }
 
     @Test
-    void aCancelIsRepeatedUntilTheCallIsOver() throws InterruptedException {
-        CountDownLatch end = new CountDownLatch(1);
-        assertEquals(7, interrupted(new CancelOnInterrupt(thirdCancel(end)), end));
-        assertTrue(cancels.get() >= 3);
+    void theInterruptingThreadDoesNotWaitForeverForACallThatDoesNotComeBack() throws InterruptedException {
+        CountDownLatch begun = new CountDownLatch(1);
+        Thread thread = new Thread(() -> new CancelOnInterrupt(() -> cancels.incrementAndGet() == 2).run(() -> {
+            begun.countDown();
+            synchronized (this) {
+                return 0;
+            }
+        }));
+        synchronized (this) {
+            thread.start();
+            begun.await();
+            thread.interrupt();
+            assertTrue(cancels.get() > 2);
+        }
+        thread.join();
     }
 
     @Test
     void anInterruptAfterTheCallCancelsNothing() {
-        CancelOnInterrupt interruptible = new CancelOnInterrupt(cancels::incrementAndGet);
+        CancelOnInterrupt interruptible = new CancelOnInterrupt(() -> cancels.incrementAndGet() > 0);
         assertEquals(5, interruptible.run(() -> 5));
         Thread.currentThread().interrupt();
         assertTrue(Thread.interrupted());
@@ -73,7 +91,12 @@ class CancelOnInterruptTest {
     @Timeout(60)
     void anInterruptThatCalledNoHookIsFound() throws InterruptedException {
         CountDownLatch end = new CountDownLatch(1);
-        CancelOnInterrupt call = new CancelOnInterrupt(thirdCancel(end), new MissedInterrupts());
+        CancelOnInterrupt call = new CancelOnInterrupt(() -> {
+            if (cancels.incrementAndGet() == 3) {
+                end.countDown();
+            }
+            return false;
+        }, new MissedInterrupts());
         assertEquals(6, call.run(() -> {
             Thread.currentThread().interrupt();
             while (end.getCount() > 0) {
