@@ -358,4 +358,15 @@ class UsbListenerTest extends AccessTest {
         }
         assertEquals(0, late.get());
     }
+
+    @Test
+    void aListenerNeedNotCareForTheEnd() throws Exception {
+        UsbDevice bench = open(BENCH);
+        BlockingQueue<byte[]> got = new LinkedBlockingQueue<>();
+        bench.onData(0x81, 64, got::add);
+        bus.feed("bench", 0x81, pattern(5));
+        assertArrayEquals(pattern(5), got.poll(AMPLE, TimeUnit.MILLISECONDS));
+        bus.unplug("bench");
+        updateUntil(list(), BENCH, false);
+    }
 }
