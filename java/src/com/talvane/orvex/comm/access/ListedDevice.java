@@ -33,6 +33,7 @@ final class ListedDevice implements UsbDevice {
     private volatile Place place;
     private volatile String line;
     private volatile UsbDeviceInfo info;
+    private volatile UsbDoubt doubt = UsbDoubt.NONE;
     /** Null before the first opening; has ended when the device was closed since. */
     private volatile Connection latest;
 
@@ -73,6 +74,19 @@ final class ListedDevice implements UsbDevice {
     /** Whether an information line tells of this device, present or absent. */
     boolean hasTextsOf(String other) {
         return line.substring(1).equals(other.substring(1));
+    }
+
+    Place place() {
+        return place;
+    }
+
+    void setDoubt(UsbDoubt found) {
+        doubt = found;
+    }
+
+    @Override
+    public UsbDoubt doubt() {
+        return doubt;
     }
 
     @Override

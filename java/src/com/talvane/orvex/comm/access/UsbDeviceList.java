@@ -7,8 +7,8 @@ import java.util.stream.Stream;
 
 /**
  * The devices of some vendors. A device keeps its place and its object for as long as the session lives: one that is
- * pulled is absent, and is the same {@link UsbDevice} when it comes back. What makes it the same, and when two devices
- * change places, {@link com.talvane.orvex.comm.ORVEXCommUSBAccess#usbUpdateDeviceList} tells.
+ * pulled is absent, and is the same {@link UsbDevice} when it comes back. It is the same when its ids, its
+ * release number and its texts are; where that is not enough to tell, {@link UsbDevice#doubt} says so.
  *
  * <p>Threads: any method on any thread, at any time.
  */
@@ -77,9 +77,10 @@ public final class UsbDeviceList {
      * if it was open, its transfers tell that it is gone.
      *
      * <p>A device that the library could not open to read its texts, as for lack of rights, is tried again here from
-     * time to time: a quarter of a second later, and then after pauses that grow to a minute. Each attempt reads the
-     * texts of all devices of these vendors. When those of the device can be read, the device without them has left,
-     * and the one with them has come.
+     * time to time: a quarter of a second later, and then after pauses that grow to a minute. One that it could open,
+     * but one of whose texts it could not read, is tried eight times. Each attempt reads the texts of all devices of
+     * these vendors. When those of the device can be read, the device without them has left, and the one with them has
+     * come. Until then both have the {@linkplain UsbDevice#doubt doubt} {@link UsbDoubt#UNREADABLE}.
      *
      * @return what came and what left since the list was made or updated last
      * @throws IllegalStateException when the session is closed
