@@ -76,7 +76,7 @@ final class RawList {
                 byIndex.get(index).takeLine(place, lines.get(index));
             }
         }
-        findDoubts();
+        settle();
     }
 
     private static boolean isPresent(String line) {
@@ -102,11 +102,11 @@ final class RawList {
         return device;
     }
 
-    private void findDoubts() {
+    private void settle() {
         List<ListedDevice> unreadable = devices.stream()
                 .filter(device -> device.isPresent() && device.info().lacksText(deviceDescriptor(device.place())))
                 .toList();
-        devices.forEach(device -> device.setDoubt(doubtAbout(device, unreadable)));
+        devices.forEach(device -> device.settle(doubtAbout(device, unreadable)));
     }
 
     private UsbDoubt doubtAbout(ListedDevice device, List<ListedDevice> unreadable) {
@@ -150,7 +150,7 @@ final class RawList {
         }
         if (found) {
             further.add(second);
-            findDoubts();
+            settle();
         } else {
             session.usb.usbReleaseDeviceList(second);
         }

@@ -71,10 +71,10 @@ public final class UsbDeviceList {
     }
 
     /**
-     * Brings the list up to date. It costs next to nothing while nothing changed (0.03 us and a
-     * look at each information line), so asking twenty times a second is fine; the news of a plug
-     * or pull may be a moment late. A device that was pulled and is back by the time of the update is in neither list;
-     * if it was open, its transfers tell that it is gone.
+     * Brings the list up to date. It costs next to nothing while nothing changed (0.03 us and a look at each
+     * information line), so asking twenty times a second is fine; the news of a plug or pull may be a moment late. A
+     * device that was pulled and is back by the time of the update is in both of the lists that are returned, or in
+     * neither when nobody has looked meanwhile; if it was open, its transfers tell that it is gone.
      *
      * <p>A device that the library could not open to read its texts, as for lack of rights, is tried again here from
      * time to time: a quarter of a second later, and then after pauses that grow to a minute. One that it could open,
