@@ -102,6 +102,7 @@ final class RawList {
         return device;
     }
 
+    /** After a look: what is in doubt, and which devices have come. */
     private void settle() {
         List<ListedDevice> unreadable = devices.stream()
                 .filter(device -> device.isPresent() && device.info().lacksText(deviceDescriptor(device.place())))
@@ -156,7 +157,7 @@ final class RawList {
         }
     }
 
-    /** Looks for a device of the second list that an unreadable one may be; then that counts as absent. */
+    /** Looks for a device of the second list that the unreadable one may be, which then counts as absent. */
     private boolean isIn(int second, List<String> lines, int index) {
         ListedDevice old = byIndex.get(index);
         for (int other = 0; other < lines.size(); other++) {
