@@ -20,10 +20,10 @@ public final class UsbDeviceList {
     private final KnownDevices told = new KnownDevices();
 
     /**
-     * What an update has found.
+     * What an update has found. A device that was away in between is in both lists.
      *
      * @param came devices that are there now and were not
-     * @param left devices that are gone
+     * @param left devices that are gone, or were
      */
     public record Changes(List<UsbDevice> came, List<UsbDevice> left) {
         /**
