@@ -141,6 +141,12 @@ endif()
 add_run(java documents NEEDS "java tests" PROPERTIES TIMEOUT 420 DEPENDS "${UNIT_RUNS}"
   COMMAND ${PYTHON} tests/house/documents.py ${ROOT} ${RELEASE})
 
+# The example with a window, on a display that nobody sees.
+if(NOT CMAKE_HOST_APPLE)
+  add_run(java window NEEDS release PROPERTIES TIMEOUT 120 DEPENDS "${UNIT_RUNS}"
+    COMMAND examples/tool-window/run ${RELEASE} --reports-dir=FOLDER/reports --disable-ansi-colors)
+endif()
+
 add_build(package release script/package release)
 add_run(java package NEEDS package "java tests" PROPERTIES TIMEOUT 300 DEPENDS "${UNIT_RUNS}"
   COMMAND ${PYTHON} tests/packaging/unpacked.py ${ROOT}/build/package ${RELEASE})

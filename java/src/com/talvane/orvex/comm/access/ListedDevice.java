@@ -15,6 +15,7 @@ import java.util.stream.Collectors;
 
 /** A device in its place in a raw list: what is known of it, and its latest connection. */
 final class ListedDevice implements UsbDevice {
+    static final int ABSENT = 0;
     private static final int MOST_DESCRIPTOR_BYTES = 512;
     private static final int GREATEST_READ = 1 << 24;
 
@@ -33,6 +34,10 @@ final class ListedDevice implements UsbDevice {
     private volatile Place place;
     private volatile String line;
     private volatile UsbDeviceInfo info;
+    private volatile UsbDoubt doubt = UsbDoubt.NONE;
+    /** How often it has come; under the session lock, as the next. */
+    private int arrivals;
+    private int stay = ABSENT;
     /** Null before the first opening; has ended when the device was closed since. */
     private volatile Connection latest;
 
@@ -73,6 +78,31 @@ final class ListedDevice implements UsbDevice {
     /** Whether an information line tells of this device, present or absent. */
     boolean hasTextsOf(String other) {
         return line.substring(1).equals(other.substring(1));
+    }
+
+    Place place() {
+        return place;
+    }
+
+    /** A look at the list is done: where the device is, and whether it is there at all, is settled. */
+    void settle(UsbDoubt found) {
+        doubt = found;
+        if (!isPresent()) {
+            stay = ABSENT;
+        } else if (stay == ABSENT) {
+            arrivals++;
+            stay = arrivals;
+        }
+    }
+
+    /** The number of its present stay from 1 on, as of the latest look, or {@link #ABSENT}. */
+    int stay() {
+        return stay;
+    }
+
+    @Override
+    public UsbDoubt doubt() {
+        return doubt;
     }
 
     @Override

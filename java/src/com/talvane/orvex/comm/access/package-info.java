@@ -46,6 +46,14 @@
  * }
  * }</pre>
  *
+ * <p><b>Devices that look the same.</b> {@link UsbDeviceList#find} refuses to choose among those of one serial number;
+ * of those without any, and of a device that left because its texts could not be read, {@link UsbDevice#doubt} tells.
+ * <pre>{@code
+ * for (UsbDevice tool : tools.devices()) {
+ *     System.out.println(tool + " at port " + tool.info().ports() + ", in doubt: " + tool.doubt());
+ * }
+ * }</pre>
+ *
  * <p><b>HID question and answer.</b> Reports have one size, so the question is filled up and the answer is a whole one.
  * <pre>{@code
  * byte[] answer = new byte[64];

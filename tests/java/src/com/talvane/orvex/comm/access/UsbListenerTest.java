@@ -74,6 +74,24 @@ class UsbListenerTest extends AccessTest {
         assertSame(list, arrival.list());
     }
 
+    /** Others look at the list too, such as a transfer that has failed. */
+    @Test
+    void aDeviceThatIsBackBetweenTwoLooksOfTheListenersHasLeft() throws Exception {
+        UsbDeviceList list = list();
+        UsbDevice bench = device(BENCH);
+        session().onChange(changes::add);
+        session().raw.locked(() -> {
+            bus.unplug("bench");
+            await("it is gone", () -> list.refresh() == 0 && !bench.isPresent());
+            bus.plug("bench");
+            await("it is back", () -> list.refresh() == 0 && bench.isPresent());
+            return list;
+        });
+        assertEquals(new UsbChange(Kind.LEFT, bench, list), next(changes));
+        assertEquals(new UsbChange(Kind.CAME_BACK, bench, list), next(changes));
+        assertEquals(new UsbDeviceList.Changes(List.of(bench), List.of(bench)), list.update());
+    }
+
     @Test
     void aListThatIsMadeLaterIsListenedToFromThenOn() throws Exception {
         session().onChange(changes::add);
@@ -367,6 +385,10 @@ class UsbListenerTest extends AccessTest {
         bus.feed("bench", 0x81, pattern(5));
         assertArrayEquals(pattern(5), got.poll(AMPLE, TimeUnit.MILLISECONDS));
         bus.unplug("bench");
-        updateUntil(list(), BENCH, false);
+        UsbDeviceList list = list();
+        await("the session sees it", () -> {
+            unchecked(list::update);
+            return !bench.isPresent();
+        });
     }
 }

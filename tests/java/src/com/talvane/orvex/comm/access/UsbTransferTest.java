@@ -2,14 +2,12 @@ package com.talvane.orvex.comm.access;
 
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.talvane.orvex.comm.UsbAccessCode;
 import java.util.Arrays;
 import java.util.HexFormat;
-import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Future;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
@@ -334,8 +332,7 @@ class UsbTransferTest extends AccessTest {
         Future<Integer> request =
                 whileWaiting("bench", 0x00, () -> bench.readControl(0xC0, 4, 0, 0, 8, AMPLE).length);
         bus.unplug("bench");
-        ExecutionException failure = assertThrows(ExecutionException.class, () -> result(request));
-        assertInstanceOf(UsbDeviceGoneException.class, failure.getCause());
+        failure(UsbDeviceGoneException.class, request);
     }
 
     @Test
