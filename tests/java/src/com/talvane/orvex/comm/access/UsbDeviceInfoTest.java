@@ -142,4 +142,11 @@ class UsbDeviceInfoTest {
         assertEquals("device 3", withTexts("M:=P:=?_01", 2, 1).label(3));
         assertEquals("?_01", withTexts("M:=P:=?_01").label(3));
     }
+
+    @Test
+    void anAbsentDeviceIsNamedAsOne() {
+        assertEquals("6A5C:1001 ECHO0001 (Talvane, Echo Tool)", UsbDeviceInfo.parse(LINE).toString());
+        assertEquals("6A5C:1001 ECHO0001 (Talvane, Echo Tool), absent",
+                UsbDeviceInfo.parse("0" + LINE.substring(1)).toString());
+    }
 }

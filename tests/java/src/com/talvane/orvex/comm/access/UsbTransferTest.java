@@ -53,6 +53,15 @@ class UsbTransferTest extends AccessTest {
         UsbDevice bench = open(BENCH);
         assertEquals(0, bench.writeBulk(0x03, pattern(4), 4, 0, AMPLE));
         assertEquals(0, bus.received("bench", 0x03).get(0).length);
+        assertEquals(0, bench.readBulk(0x83, new byte[4], 4, 0, AMPLE));
+    }
+
+    @Test
+    void anEndpointThatTheDeviceDoesNotHaveMovesNothing() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertThrows(UsbException.class, () -> read(bench, 0x8F, new byte[4]));
+        assertThrows(UsbException.class, () -> bench.readFully(0x8F, new byte[4], 0, 4, AMPLE));
+        assertThrows(UsbException.class, () -> bench.writeFully(0x0F, new byte[4], 0, 4, AMPLE));
     }
 
     @ParameterizedTest
