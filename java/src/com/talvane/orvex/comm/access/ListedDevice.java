@@ -146,6 +146,11 @@ final class ListedDevice implements UsbDevice {
     }
 
     private UsbDevice open(ReportFormat reports) throws UsbException {
+        Observed.device("open", label(), () -> openObserved(reports));
+        return this;
+    }
+
+    private int openObserved(ReportFormat reports) throws UsbException {
         return session.locked(() -> {
             if (isOpen()) {
                 throw new IllegalStateException(label() + " is open already");
@@ -158,7 +163,7 @@ final class ListedDevice implements UsbDevice {
             }
             Result.check("open " + label(), result);
             latest = opening;
-            return this;
+            return result;
         });
     }
 
@@ -191,7 +196,7 @@ final class ListedDevice implements UsbDevice {
         if (isOpen()) {
             Connection ending = latest;
             ending.end();
-            session.gate.alone(ending, ending::close);
+            Observed.close(label(), () -> session.gate.alone(ending, ending::close));
         }
     }
 
@@ -206,7 +211,11 @@ final class ListedDevice implements UsbDevice {
     @Override
     public void reset() throws UsbException {
         demandHid(false);
-        session.locked(() -> {
+        Observed.device("reset", label(), this::resetObserved);
+    }
+
+    private int resetObserved() throws UsbException {
+        return session.locked(() -> {
             Connection open = connection();
             int result = session.gate.alone(open, open::reset);
             boolean other = result == UsbAccessCode.NOT_FOUND.code() || result == UsbAccessCode.NO_DEVICE.code();

@@ -1,11 +1,14 @@
 package com.talvane.orvex.comm.access;
 
+import com.talvane.orvex.comm.access.KnownDevices.News;
 import com.talvane.orvex.comm.access.ListedDevice.Place;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashMap;
+import java.util.HashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.concurrent.TimeUnit;
 
 /**
@@ -35,6 +38,9 @@ final class RawList {
     private final List<ListedDevice> byIndex = new ArrayList<>();
     /** The unreadable devices whose places others have, by the index of the place. */
     private final Map<Integer, ListedDevice> unreadable = new HashMap<>();
+    /** What the log knows. */
+    private final KnownDevices told = new KnownDevices();
+    private final Set<ListedDevice> warnedOf = new HashSet<>();
     /** How many devices could not be read at the latest look at the bus. */
     private int tried;
     private long pause;
@@ -46,6 +52,8 @@ final class RawList {
         handle = Result.check("list the devices",
                 session.usb.usbCreateDeviceList2(session.id(), vendorIds.clone()));
         takeLines();
+        takeNews();
+        warnOfUnreadable();
     }
 
     List<ListedDevice> devices() {
@@ -54,6 +62,10 @@ final class RawList {
 
     /** Looks at the bus. Returns the result of the raw update. */
     int refresh() {
+        return Observed.update(this::look, this::takeNews);
+    }
+
+    private int look() {
         int result = session.usb.usbUpdateDeviceList(handle, 0);
         takeLines();
         int count = unreadablePlaces().size();
@@ -62,6 +74,7 @@ final class RawList {
             nextLook = System.nanoTime() + pause;
         } else if (count > 0 && System.nanoTime() - nextLook >= 0) {
             lookAgain();
+            warnOfUnreadable();
             pause = Math.min(2 * pause, LONGEST_PAUSE_NANOS);
             nextLook = System.nanoTime() + pause;
         }
@@ -115,6 +128,25 @@ final class RawList {
             }
         }
         return places;
+    }
+
+    private News takeNews() {
+        News news = told.take(devices);
+        news.left().forEach(device -> Log.debug(() -> "left: " + device.info()));
+        news.cameBack().forEach(device -> Log.debug(() -> "came back: " + device.info()));
+        news.arrived().forEach(device -> Log.debug(() -> "found: " + device.info()));
+        return news;
+    }
+
+    /** Once for each device; of one that was plugged in just now, when it has had some time to become readable. */
+    private void warnOfUnreadable() {
+        for (int index : unreadablePlaces()) {
+            UsbDeviceInfo info = byIndex.get(index).info();
+            if (warnedOf.add(byIndex.get(index))) {
+                Log.warning(String.format("%04X:%04X could not be opened to read its texts; orvex-usb doctor tells why",
+                        info.vendorId(), info.productId()), null);
+            }
+        }
     }
 
     /** Makes a further list; keeps it when a device that was unreadable is readable in it. */
