@@ -38,12 +38,14 @@ final class Log {
 
     private static void tell(Level level, String text, Throwable cause) {
         String line = UsbDeviceInfo.printable(text);
-        SessionLock.afterwards(() -> {
-            try {
-                LOGGER.log(level, line, cause);
-            } catch (RuntimeException e) {
-                // A handler's mistake is no failure of the call that it was told of.
-            }
-        });
+        SessionLock.afterwards(() -> write(level, line, cause));
+    }
+
+    private static void write(Level level, String line, Throwable cause) {
+        try {
+            LOGGER.log(level, line, cause);
+        } catch (RuntimeException e) {
+            // A handler's mistake is no failure of the call that it was told of.
+        }
     }
 }

@@ -181,27 +181,26 @@ class UsbLogTest extends AccessTest {
 
     @Test
     void aDeviceThatCannotBeReadIsWarnedOfOnce() throws Exception {
+        bus.change("loader", "{\"hostFailures\": {\"open\": -3}}");
         bus.plug("locked");
         UsbSession session = UsbSession.open();
         try (session) {
             UsbDeviceList list = session.list(VENDOR);
-            list.update();
-            list.update();
+            assertEquals(List.of(unreadable("100A")), warnings());
+            bus.plug("loader");
+            await("it is found", () -> !unchecked(list::update).came().isEmpty());
+            assertEquals(1, warnings().size(), "one that was plugged in has a moment to become readable");
+            await("it is warned of", () -> unchecked(list::update).isEmpty() && warnings().size() > 1);
         }
-        String warning = "WARNING 6A5C:100A could not be opened to read its texts; orvex-usb doctor tells why";
-        assertEquals(List.of(warning), lines().stream().filter(line -> line.startsWith("WARNING")).toList());
+        assertEquals(List.of(unreadable("100A"), unreadable("1005")), warnings());
     }
 
-    @Test
-    void aDeviceThatIsPluggedInHasAMomentToBecomeReadable() throws Exception {
-        UsbDeviceList list = list();
-        bus.plug("locked");
-        list.update();
-        assertFalse(lines().stream().anyMatch(line -> line.startsWith("WARNING")), () -> lines().toString());
-        await("it is warned of", () -> unchecked(() -> {
-            list.update();
-            return lines().stream().anyMatch(line -> line.startsWith("WARNING 6A5C:100A could not be opened"));
-        }));
+    private static String unreadable(String product) {
+        return "WARNING 6A5C:" + product + " could not be opened to read its texts; orvex-usb doctor tells why";
+    }
+
+    private List<String> warnings() {
+        return lines().stream().filter(line -> line.startsWith("WARNING")).toList();
     }
 
     @Test
@@ -317,6 +316,9 @@ class UsbLogTest extends AccessTest {
     @ValueSource(strings = {"INFO", "WARNING", "OFF"})
     void nothingNormalIsToldAboveDebug(String level) throws Exception {
         LOGGER.setLevel(Level.parse(level));
+        Log.debug(() -> {
+            throw new AssertionError("a text that nobody reads");
+        });
         UsbDevice bench = open(BENCH);
         assertThrows(UsbTimeoutException.class, () -> bench.readBulk(0x84, new byte[64], 0, 64, BRIEF));
         bench.close();
