@@ -1,7 +1,6 @@
 package com.talvane.orvex.comm.access;
 
 import com.talvane.orvex.comm.UsbAccessCode;
-import com.talvane.orvex.comm.access.KnownDevices.News;
 import java.util.function.IntSupplier;
 import java.util.function.Supplier;
 import jdk.jfr.FlightRecorder;
@@ -21,6 +20,10 @@ final class Observed {
     @FunctionalInterface
     interface Call {
         int make() throws UsbException;
+    }
+
+    /** How many devices the update of a list has found to be there again or anew, and to be gone. */
+    record Found(int came, int left) {
     }
 
     private Observed() {
@@ -100,12 +103,11 @@ final class Observed {
     }
 
     /** Updates a list with a raw call, and finds out what is new in it. Returns the result of the raw call. */
-    static int update(IntSupplier call, Supplier<News> news) {
+    static int update(IntSupplier call, Supplier<Found> news) {
         Flight flight = mayBeRecorded() ? ListEvent.start() : Flight.NONE;
         int result = call.getAsInt();
-        News found = news.get();
-        flight.end(outcome(result), result, found.arrived().size() + found.cameBack().size(),
-                found.left().size());
+        Found found = news.get();
+        flight.end(outcome(result), result, found.came(), found.left());
         return result;
     }
 

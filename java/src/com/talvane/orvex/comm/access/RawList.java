@@ -2,6 +2,7 @@ package com.talvane.orvex.comm.access;
 
 import com.talvane.orvex.comm.access.KnownDevices.News;
 import com.talvane.orvex.comm.access.ListedDevice.Place;
+import com.talvane.orvex.comm.access.Observed.Found;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashMap;
@@ -130,12 +131,12 @@ final class RawList {
         return places;
     }
 
-    private News takeNews() {
+    private Found takeNews() {
         News news = told.take(devices);
         news.left().forEach(device -> Log.debug(() -> "left: " + device.info()));
         news.cameBack().forEach(device -> Log.debug(() -> "came back: " + device.info()));
         news.arrived().forEach(device -> Log.debug(() -> "found: " + device.info()));
-        return news;
+        return new Found(news.arrived().size() + news.cameBack().size(), news.left().size());
     }
 
     /** Once for each device; of one that was plugged in just now, when it has had some time to become readable. */

@@ -6,7 +6,7 @@ import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import com.talvane.orvex.comm.access.KnownDevices.News;
+import com.talvane.orvex.comm.access.Observed.Found;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.Duration;
@@ -215,7 +215,7 @@ class UsbRecordingTest extends AccessTest {
 
     @Test
     void anUpdateThatFailsIsRecorded() throws Exception {
-        News none = new News(List.of(), List.of(), List.of());
+        Found none = new Found(0, 0);
         assertEquals(List.of("came=0 code=-11 left=0 outcome=NO_MEMORY", "came=0 code=-42 left=0 outcome=OTHER"),
                 told(recorded(() -> {
                     assertEquals(-11, Observed.update(() -> -11, () -> none));
