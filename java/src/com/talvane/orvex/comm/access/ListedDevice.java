@@ -176,6 +176,11 @@ final class ListedDevice implements UsbDevice {
     }
 
     private UsbDevice open(ReportFormat reports) throws UsbException {
+        Observed.device("open", label(), () -> openObserved(reports));
+        return this;
+    }
+
+    private int openObserved(ReportFormat reports) throws UsbException {
         return session.locked(() -> {
             if (isOpen()) {
                 throw new IllegalStateException(label() + " is open already");
@@ -189,14 +194,17 @@ final class ListedDevice implements UsbDevice {
             }
             Result.check("open " + label(), result);
             latest = opening;
-            return this;
+            return result;
         });
     }
 
     /** Tries again to end the raw calls of the opening before, which must not run on the next one. */
     private void demandNoLateCalls() throws UsbException {
-        if (latest != null && !latest.close()) {
-            throw new UsbException("open " + label(), UsbAccessCode.OPEN_FAILED, 0);
+        if (latest != null) {
+            latest.close();
+            if (latest.hasLateCalls()) {
+                throw new UsbException("open " + label(), UsbAccessCode.OPEN_FAILED, 0);
+            }
         }
     }
 
@@ -229,7 +237,7 @@ final class ListedDevice implements UsbDevice {
         if (isOpen()) {
             Connection ending = latest;
             ending.end();
-            ending.close();
+            Observed.close(label(), ending::close);
         }
     }
 
@@ -244,7 +252,11 @@ final class ListedDevice implements UsbDevice {
     @Override
     public void reset() throws UsbException {
         demandHid(false);
-        session.locked(() -> {
+        Observed.device("reset", label(), this::resetObserved);
+    }
+
+    private int resetObserved() throws UsbException {
+        return session.locked(() -> {
             int result = connection().reset();
             boolean other = result == UsbAccessCode.NOT_FOUND.code() || result == UsbAccessCode.NO_DEVICE.code();
             if (other || result == UsbAccessCode.NOT_OPEN.code()) {

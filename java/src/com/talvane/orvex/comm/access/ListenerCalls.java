@@ -63,6 +63,7 @@ final class ListenerCalls {
                 return;
             }
             end();
+            Log.warning("the executor of a listener refuses its calls, so it gets no more", e);
             report(e);
         }
     }
@@ -74,6 +75,7 @@ final class ListenerCalls {
                 call.run();
             }
         } catch (Throwable e) {
+            Log.warning("a listener has thrown an exception", e);
             report(e);
         } finally {
             CURRENT.remove();

@@ -1,12 +1,16 @@
 package com.talvane.orvex.comm.access;
 
+import com.talvane.orvex.comm.access.KnownDevices.News;
 import com.talvane.orvex.comm.access.ListedDevice.Place;
+import com.talvane.orvex.comm.access.Observed.Found;
 import com.talvane.orvex.comm.access.UsbDeviceInfo.Family;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashMap;
+import java.util.HashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 
 /**
  * The raw list of some vendors, and which device is in which of its places.
@@ -33,6 +37,9 @@ final class RawList {
     private final List<ListedDevice> devices = new ArrayList<>();
     /** Which of them is in each place of the first list. */
     private final List<ListedDevice> byIndex = new ArrayList<>();
+    /** What the log knows. */
+    private final KnownDevices told = new KnownDevices();
+    private final Set<ListedDevice> warnedOf = new HashSet<>();
     /** The devices of further lists that an unreadable one has turned out to be, by the index of that. */
     private final Map<Integer, List<ListedDevice>> readAgain = new HashMap<>();
     private final RetryTimes retries = new RetryTimes();
@@ -45,6 +52,8 @@ final class RawList {
         handle = Result.check("list the devices",
                 session.usb.usbCreateDeviceList2(session.id(), vendorIds.clone()));
         takeLines();
+        takeNews();
+        warnOfUnreadable();
     }
 
     List<ListedDevice> devices() {
@@ -53,10 +62,15 @@ final class RawList {
 
     /** Looks at the bus. Returns the result of the raw update. */
     int refresh() {
+        return Observed.update(this::look, this::takeNews);
+    }
+
+    private int look() {
         int result = session.usb.usbUpdateDeviceList(handle, 0);
         takeLines();
         if (retries.isDue(unreadablePlaces().size(), System.nanoTime())) {
             lookAgain();
+            warnOfUnreadable();
         }
         return result;
     }
@@ -133,6 +147,25 @@ final class RawList {
             }
         }
         return places;
+    }
+
+    private Found takeNews() {
+        News news = told.take(devices);
+        news.left().forEach(device -> Log.debug(() -> "left: " + device.info()));
+        news.cameBack().forEach(device -> Log.debug(() -> "came back: " + device.info()));
+        news.arrived().forEach(device -> Log.debug(() -> "found: " + device.info()));
+        return new Found(news.arrived().size() + news.cameBack().size(), news.left().size());
+    }
+
+    /** Once for each device; of one that was plugged in just now, when it has had some time to become readable. */
+    private void warnOfUnreadable() {
+        for (ListedDevice device : devices) {
+            UsbDeviceInfo info = device.info();
+            if (info.present() && info.isUnopenable() && warnedOf.add(device)) {
+                Log.warning(String.format("%04X:%04X could not be opened to read its texts; orvex-usb doctor tells why",
+                        info.vendorId(), info.productId()), null);
+            }
+        }
     }
 
     /** Makes a further list; keeps it when a device that was unreadable is readable in it. */

@@ -45,6 +45,7 @@ public record UsbDeviceInfo(
             "([01]):=(\\p{XDigit}{4}):=(\\p{XDigit}{4}):=(\\p{XDigit}{4})"
                     + ":=(.*?):=(.*?):=(.*):=x:=([hub]):=([012]):=(\\d{1,9}):=end",
             Pattern.DOTALL);
+    private static final Pattern UNPRINTABLE = Pattern.compile("[\\p{Cc}\\p{Cf}\\p{Cs}\\p{Zl}\\p{Zp}]");
 
     /** How a device is driven. */
     public enum Kind {
@@ -76,7 +77,7 @@ public record UsbDeviceInfo(
     public static UsbDeviceInfo parse(String line) {
         Matcher m = LINE.matcher(line);
         if (!m.matches()) {
-            throw new IllegalArgumentException("not an information line: " + line);
+            throw new IllegalArgumentException("not an information line: " + printable(line));
         }
         return new UsbDeviceInfo(
                 m.group(1).equals("1"),
@@ -180,7 +181,7 @@ public record UsbDeviceInfo(
      * @return the serial number without control characters, or the place in the list when there is none
      */
     public String label(int index) {
-        return hasSerial() ? serial.replaceAll("\\p{Cc}", "?") : "device " + index;
+        return hasSerial() ? printable(serial) : "device " + index;
     }
 
     /**
@@ -190,7 +191,18 @@ public record UsbDeviceInfo(
      */
     @Override
     public String toString() {
-        return String.format("%04X:%04X %s (%s, %s)%s", vendorId, productId, serial, manufacturer, product,
-                present ? "" : ", absent").replaceAll("\\p{Cc}", "?");
+        return printable(String.format("%04X:%04X %s (%s, %s)%s", vendorId, productId, serial, manufacturer, product,
+                present ? "" : ", absent"));
+    }
+
+    /**
+     * Makes a text of a device fit for a terminal or a log: it may hold anything.
+     *
+     * @param text the text
+     * @return the text with a question mark for each character that ends a line, controls a terminal, turns the
+     *         direction of the text around it, or is invisible
+     */
+    public static String printable(String text) {
+        return UNPRINTABLE.matcher(text).replaceAll("?");
     }
 }

@@ -64,6 +64,16 @@ class UsbDeviceInfoTest {
         assertFalse(withTexts("M:=P:=S").isUnopenable());
     }
 
+    @Test
+    void whatCouldForgeALineOrControlATerminalIsReplaced() {
+        assertEquals("a?b?c?d?e?f?g?[31m",
+                UsbDeviceInfo.printable("a\nb\u0085c\u2028d\u202Ee\u200Bf\uD800g\u001B[31m"));
+        assertEquals("Tool® 5 µm ±1° € \uD83D\uDD27", UsbDeviceInfo.printable("Tool® 5 µm ±1° € \uD83D\uDD27"));
+        UsbDeviceInfo info = withTexts("M\u202E:=P\n:=S\u2029");
+        assertEquals("6A5C:1001 S? (M?, P?)", info.toString());
+        assertEquals("S?", info.label(7));
+    }
+
     @ParameterizedTest
     @ValueSource(strings = {
         "", "end", "2:=6A5C:=1001:=0100:=M:=P:=S:=x:=b:=0:=0:=end", "1:=6A5:=1001:=0100:=M:=P:=S:=x:=b:=0:=0:=end",
