@@ -41,6 +41,7 @@ class RecorderRuntimesTest {
 
     /** Nothing asks for the module of the recorder then. */
     @Test
+    @Tag("shipped")
     void theModuleWorksWithoutThatOfTheRecorder() throws Exception {
         assertWorks(new ChildVm().runInModule("safeLayer"));
     }
@@ -63,6 +64,7 @@ class RecorderRuntimesTest {
     }
 
     @Test
+    @Tag("shipped")
     void theModuleIsRecordedToo() throws Exception {
         Path file = folder.resolve("module.jfr");
         ChildVm recorded = new ChildVm().with("-XX:StartFlightRecording:filename=" + file);
