@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kQueuedReports = 63;   // a kernel has 64 slots per opening and keeps one free
 constexpr std::size_t kSmallestBuffer = 64;  // the least that a kernel requests
+constexpr auto kLongest = std::chrono::seconds(5);
 
 /// Runs one transfer and waits for it; status and length are then in the transfer.
 bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
@@ -28,17 +29,25 @@ bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
     return transfer.status == simbus::Status::completed;
 }
 
-simbus::Bytes controlIn(const simbus::DeviceInfo& device, std::uint16_t value, std::uint16_t index) {
-    simbus::Bytes data(255);
+/// Reads a descriptor of a device (request type 0x80) or of an interface (0x81).
+simbus::Bytes readDescriptor(const simbus::DeviceInfo& device, std::uint8_t requestType, std::uint16_t value,
+                             std::uint16_t index, std::uint16_t length) {
+    constexpr std::uint8_t kGetDescriptor = 6;
+    simbus::Bytes data(length);
     simbus::Transfer transfer;
-    transfer.setup = {0x80, 6, value, index, 255};
+    transfer.setup = {requestType, kGetDescriptor, value, index, length};
     transfer.data = data.data();
     transfer.length = data.size();
-    if (!runTransfer(device.connection, transfer, std::chrono::seconds(5))) {
+    if (!runTransfer(device.connection, transfer, kLongest)) {
         return {};
     }
     data.resize(transfer.actual);
     return data;
+}
+
+simbus::Bytes readStringDescriptor(const simbus::DeviceInfo& device, std::uint16_t value,
+                                   std::uint16_t language) {
+    return readDescriptor(device, 0x80, value, language, 255);
 }
 
 /// Drivers in use, by connection and interface number.
@@ -58,12 +67,13 @@ std::vector<HidInterface> findHidInterfaces() {
 }
 
 std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index) {
-    const simbus::Bytes languages = index == 0 ? simbus::Bytes{} : controlIn(device, 0x0300, 0);
+    const simbus::Bytes languages = index == 0 ? simbus::Bytes{} : readStringDescriptor(device, 0x0300, 0);
     if (languages.size() < 4) {
         return std::nullopt;
     }
     const auto language = static_cast<std::uint16_t>(languages[2] | languages[3] << 8);
-    const simbus::Bytes text = controlIn(device, static_cast<std::uint16_t>(0x0300 | index), language);
+    const simbus::Bytes text =
+        readStringDescriptor(device, static_cast<std::uint16_t>(0x0300 | index), language);
     if (text.size() < 2 || text[1] != 3) {
         return std::nullopt;
     }
@@ -72,6 +82,11 @@ std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::ui
         result += static_cast<wchar_t>(text[at] | text[at + 1] << 8);
     }
     return result;
+}
+
+simbus::Bytes readReportDescriptor(const HidInterface& interface) {
+    constexpr std::uint16_t kLongestDescriptor = 4096;  // for which a kernel has room
+    return readDescriptor(*interface.device, 0x81, 0x2200, interface.at.number, kLongestDescriptor);
 }
 
 std::unique_ptr<HidOpening> openHid(const HidInterface& interface) {
@@ -115,28 +130,57 @@ int HidOpening::read(std::uint8_t* data, std::size_t length,
     return static_cast<int>(count);
 }
 
-int HidOpening::write(const std::uint8_t* data, std::size_t length) {
+int HidOpening::write(std::uint8_t number, const std::uint8_t* data, std::size_t length) {
     static simbus::CallPoint callPoint("hid write");
     if (callPoint.enter()) {
         return -1;
     }
     const HidInterface& to = interface();
+    if (!to.at.outEndpoint.has_value()) {
+        return setReport(ReportType::output, number, data, length);
+    }
     simbus::Bytes report(data, data + length);
     simbus::Transfer transfer;
     transfer.data = report.data();
     transfer.length = report.size();
-    if (to.at.outEndpoint.has_value()) {
-        transfer.endpoint = *to.at.outEndpoint;
-    } else {
-        constexpr std::uint8_t kToInterface = 0x21;
-        constexpr std::uint8_t kSetReport = 9;
-        constexpr std::uint16_t kOutputReport = 0x0200;
-        transfer.setup = {kToInterface, kSetReport, kOutputReport, to.at.number,
-                          static_cast<std::uint16_t>(length)};
-    }
-    return runTransfer(to.device->connection, transfer, std::chrono::seconds(5))
-               ? static_cast<int>(transfer.actual)
-               : -1;
+    transfer.endpoint = *to.at.outEndpoint;
+    return runTransfer(to.device->connection, transfer, kLongest) ? static_cast<int>(transfer.actual) : -1;
+}
+
+namespace {
+
+/// A request of the HID class for one report.
+simbus::Setup reportSetup(bool in, ReportType type, std::uint8_t number, std::uint8_t interfaceNumber,
+                          std::size_t length) {
+    constexpr std::uint8_t kFromInterface = 0xA1;
+    constexpr std::uint8_t kToInterface = 0x21;
+    constexpr std::uint8_t kGetReport = 1;
+    constexpr std::uint8_t kSetReport = 9;
+    const auto value = static_cast<std::uint16_t>(static_cast<unsigned>(type) << 8U | number);
+    return {in ? kFromInterface : kToInterface, in ? kGetReport : kSetReport, value, interfaceNumber,
+            static_cast<std::uint16_t>(length)};
+}
+
+}  // namespace
+
+int HidOpening::setReport(ReportType type, std::uint8_t number, const std::uint8_t* data,
+                          std::size_t length) {
+    const HidInterface& to = interface();
+    simbus::Bytes report(data, data + length);
+    simbus::Transfer transfer;
+    transfer.data = report.data();
+    transfer.length = report.size();
+    transfer.setup = reportSetup(false, type, number, to.at.number, length);
+    return runTransfer(to.device->connection, transfer, kLongest) ? static_cast<int>(transfer.actual) : -1;
+}
+
+int HidOpening::getReport(ReportType type, std::uint8_t number, std::uint8_t* data, std::size_t length) {
+    const HidInterface& from = interface();
+    simbus::Transfer transfer;
+    transfer.data = data;
+    transfer.length = length;
+    transfer.setup = reportSetup(true, type, number, from.at.number, length);
+    return runTransfer(from.device->connection, transfer, kLongest) ? static_cast<int>(transfer.actual) : -1;
 }
 
 std::shared_ptr<UsbHid> UsbHid::of(const HidInterface& interface) {

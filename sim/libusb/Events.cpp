@@ -74,7 +74,12 @@ Work waitForWork(libusb_context& context, nanoseconds timeout) {
     }
 }
 
-/// One pass of the thread that holds the events lock.
+}  // namespace
+
+bool hasWork(const libusb_context& context) {
+    return triggered(context) || !context.finished.empty();
+}
+
 void handleOnce(libusb_context& context, nanoseconds timeout) {
     threadState().handling = &context;
     const Work work = waitForWork(context, timeout);
@@ -88,9 +93,9 @@ void handleOnce(libusb_context& context, nanoseconds timeout) {
         reapTransfers(context);
     }
     threadState().handling = nullptr;
+    const StateLock lock(state().mutex);
+    showWork(context);
 }
-
-}  // namespace
 
 void lockEvents(libusb_context& context) {
     StateLock lock(state().mutex);
@@ -211,6 +216,27 @@ int libusb_handle_events_timeout_completed(libusb_context* context, timeval* tim
     return sim::checkAndHandle(__func__, context, time, completed);
 }
 
+int libusb_handle_events_locked(libusb_context* given, timeval* time) {
+    SIM_ENTER();
+    if (time != nullptr && !sim::isValid(time)) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    {
+        const StateLock lock(sim::state().mutex);
+        libusb_context* context = sim::checkContext(__func__, given);
+        if (context == nullptr) {
+            return LIBUSB_ERROR_INVALID_PARAM;
+        }
+        if (context->eventsOwner != std::this_thread::get_id()) {
+            sim::violation(__func__, "the calling thread does not hold the events lock");
+            return LIBUSB_ERROR_OTHER;
+        }
+        given = context;
+    }
+    sim::handleOnce(*given, time == nullptr ? sim::kAMinute : sim::durationOf(*time));
+    return LIBUSB_SUCCESS;
+}
+
 int libusb_try_lock_events(libusb_context* given) {
     SIM_ENTER();
     int error = LIBUSB_SUCCESS;
@@ -306,6 +332,6 @@ void libusb_interrupt_event_handler(libusb_context* given) {
     libusb_context* context = sim::checkContext(__func__, given);
     if (context != nullptr) {
         context->interrupted = true;
-        context->wake.notify_all();
+        sim::wakeHandler(*context);
     }
 }

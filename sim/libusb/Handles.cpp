@@ -90,7 +90,7 @@ using sim::StateLock;
 
 int libusb_open(libusb_device* given, libusb_device_handle** handle) {
     SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
+    StateLock lock(sim::state().mutex);
     libusb_device* device = sim::checkDevice(__func__, given);
     if (device == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
@@ -106,8 +106,12 @@ int libusb_open(libusb_device* given, libusb_device_handle** handle) {
     sim::holdDevice(*device);
     device->context->handles.push_back(opened);
     device->context->sourcesChanged = true;
-    device->context->wake.notify_all();
+    sim::wakeHandler(*device->context);
     *handle = opened;
+    const std::string place =
+        std::to_string(device->info->busNumber) + "." + std::to_string(device->info->address);
+    lock.unlock();
+    sim::log(*opened->context, LIBUSB_LOG_LEVEL_DEBUG, __func__, "open " + place);
     return LIBUSB_SUCCESS;
 }
 
@@ -127,7 +131,7 @@ void libusb_close(libusb_device_handle* given) {
     const bool handlesEvents = sim::threadState().handling == &context;
     if (!handlesEvents) {
         ++context.closing;
-        context.wake.notify_all();
+        sim::wakeHandler(context);
         lock.unlock();
         sim::lockEvents(context);
         lock.lock();
@@ -192,7 +196,7 @@ int libusb_set_configuration(libusb_device_handle* given, int configuration) {
 
 int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
     SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
+    StateLock lock(sim::state().mutex);
     const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
     if (opened.error != LIBUSB_SUCCESS) {
         return opened.error;
@@ -200,7 +204,11 @@ int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
     if (const auto code = sim::hostFailure(*opened.handle->device, "claim"); code) {
         return *code;
     }
-    return sim::claimInterface(*opened.handle, static_cast<std::uint8_t>(interfaceNumber));
+    const int result = sim::claimInterface(*opened.handle, static_cast<std::uint8_t>(interfaceNumber));
+    lock.unlock();
+    sim::log(*opened.handle->context, LIBUSB_LOG_LEVEL_DEBUG, __func__,
+             "interface " + std::to_string(interfaceNumber) + ": " + std::to_string(result));
+    return result;
 }
 
 int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {

@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "LibusbApi.h"
+#include "Options.h"
+#include "PollFds.h"
 #include "Registry.h"
 
 struct libusb_device {
@@ -29,7 +31,8 @@ struct libusb_device {
 struct libusb_device_handle {
     libusb_device* device;
     libusb_context* context;
-    std::uint32_t claimed = 0;  ///< interfaces that the program has claimed itself, one bit each
+    std::uint32_t claimed = 0;     ///< interfaces that the program has claimed itself, one bit each
+    bool detachesDrivers = false;  ///< a claim detaches the kernel driver, and a release attaches it
 };
 
 namespace sim {
@@ -41,6 +44,7 @@ struct TransferRecord {
     TransferRecord& operator=(const TransferRecord&) = delete;
 
     libusb_transfer* const shown;  ///< the part that the program fills in
+    std::uint32_t stream = 0;      ///< as the program has set it
 
     std::mutex submission;  ///< held while the transfer is submitted to the bus or cancelled there; taken
                             ///< before the state's lock
@@ -88,6 +92,7 @@ struct ConfigRecord;
 
 struct libusb_context {
     bool inUse = false;
+    sim::Options options;
     std::vector<libusb_device*> devices;  ///< connected, newest first
     std::vector<libusb_device_handle*> handles;
     std::vector<std::shared_ptr<sim::HotplugCallback>> callbacks;  ///< newest first
@@ -106,6 +111,11 @@ struct libusb_context {
     std::deque<sim::TransferRecord*> finished;  ///< completed on the bus, callback not yet called
     std::vector<sim::TransferRecord*> flying;   ///< submitted, callback not yet called
 
+    /// Null until the program asks for them.
+    std::unique_ptr<sim::PollFds> pollFds;
+    libusb_pollfd_removed_cb pollFdRemoved = nullptr;
+    void* pollFdUserData = nullptr;
+
     /// The event waiters lock is a separate lock, because programs hold it. Taken before the state's lock.
     std::mutex waitersMutex;
     std::condition_variable waiters;
@@ -123,6 +133,7 @@ struct State {
     Registry<ConfigRecord> configs;
 
     std::vector<std::unique_ptr<libusb_context>> contexts;  ///< including ended ones, kept for reuse
+    Options options;                                        ///< of the contexts to come
     libusb_context* defaultContext = nullptr;
     int defaultContextUsers = 0;
     /// The first context, which a null context means when there is no default.
