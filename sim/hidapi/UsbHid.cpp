@@ -60,7 +60,9 @@ std::vector<HidInterface> findHidInterfaces() {
     std::vector<HidInterface> all;
     for (const auto& device : simbus::Bus::instance().devices()) {
         for (const simbus::HidInterface& interface : device->hidInterfaces) {
-            all.push_back({device, interface});
+            if (simbus::Bus::instance().hasDriver(device->connection, interface.number)) {
+                all.push_back({device, interface});
+            }
         }
     }
     return all;
@@ -187,11 +189,16 @@ std::shared_ptr<UsbHid> UsbHid::of(const HidInterface& interface) {
     const std::lock_guard lock(driversMutex);
     auto& entry = drivers[{interface.device->connection, interface.at.number}];
     auto driver = entry.lock();
-    if (driver == nullptr) {
+    if (driver == nullptr || driver->isGone()) {
         driver = std::make_shared<UsbHid>(interface);
         entry = driver;
     }
     return driver;
+}
+
+bool UsbHid::isGone() {
+    const std::lock_guard lock(mutex_);
+    return gone_;
 }
 
 void UsbHid::add(HidOpening& opening) {

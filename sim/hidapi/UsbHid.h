@@ -22,7 +22,7 @@ struct HidInterface {
     simbus::HidInterface at;
 };
 
-/// All HID interfaces of the plugged devices, oldest connection first.
+/// All interfaces that the HID driver has, of the plugged devices, oldest connection first.
 std::vector<HidInterface> findHidInterfaces();
 
 /// Reads a string descriptor in the device's first language as Unicode; empty when there is none.
@@ -75,6 +75,8 @@ class UsbHid : public std::enable_shared_from_this<UsbHid> {
     /// Returns the driver of this interface; the first opening creates it.
     static std::shared_ptr<UsbHid> of(const HidInterface& interface);
 
+    /// True when the device has left, or the driver was detached from the interface.
+    bool isGone();
     void add(HidOpening& opening);
     void remove(HidOpening& opening);
 

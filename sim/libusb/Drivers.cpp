@@ -2,11 +2,58 @@
 // transfers and devices that were opened elsewhere.
 #include <sys/mman.h>
 
+#include <algorithm>
+
 #include "Checks.h"
 #include "Claims.h"
+#include "Handles.h"
 #include "LibusbNewer.h"
 
 using sim::StateLock;
+
+int libusb_kernel_driver_active(libusb_device_handle* given, int interfaceNumber) {
+    SIM_ENTER();
+    const StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    return sim::heldByHidDriver(*opened.handle->device, static_cast<std::uint8_t>(interfaceNumber)) ? 1 : 0;
+}
+
+/// The HID driver is the only one, and takes any HID interface that is free.
+int libusb_attach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
+    SIM_ENTER();
+    StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    const auto number = static_cast<std::uint8_t>(interfaceNumber);
+    const auto& hid = opened.handle->device->info->hidInterfaces;
+    if (std::none_of(hid.begin(), hid.end(), [&](const auto& each) { return each.number == number; })) {
+        return LIBUSB_ERROR_NOT_FOUND;
+    }
+    if (sim::state().claims.count({opened.connection, number}) != 0) {
+        return LIBUSB_ERROR_BUSY;
+    }
+    lock.unlock();
+    const auto status = simbus::Bus::instance().setDriver(opened.connection, number, true);
+    return status == simbus::Status::completed ? LIBUSB_SUCCESS : LIBUSB_ERROR_BUSY;
+}
+
+int libusb_detach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
+    SIM_ENTER();
+    StateLock lock(sim::state().mutex);
+    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
+    if (opened.error != LIBUSB_SUCCESS) {
+        return opened.error;
+    }
+    lock.unlock();
+    const auto status = simbus::Bus::instance().setDriver(opened.connection,
+                                                          static_cast<std::uint8_t>(interfaceNumber), false);
+    return status == simbus::Status::completed ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
+}
 
 int libusb_set_auto_detach_kernel_driver(libusb_device_handle* given, int enable) {
     SIM_ENTER();

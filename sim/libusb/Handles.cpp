@@ -1,4 +1,6 @@
 // Open devices.
+#include "Handles.h"
+
 #include <algorithm>
 
 #include "Checks.h"
@@ -30,13 +32,7 @@ int codeOf(simbus::Status status) {
     }
 }
 
-/// The first step of every call on a handle: the handle, if it is valid, and the code to return when the call
-/// ends there.
-struct Opened {
-    libusb_device_handle* handle = nullptr;
-    int error = LIBUSB_SUCCESS;
-    simbus::ConnectionId connection = 0;
-};
+}  // namespace
 
 Opened attachedHandle(const char* function, libusb_device_handle* given) {
     Opened opened;
@@ -50,7 +46,6 @@ Opened attachedHandle(const char* function, libusb_device_handle* given) {
     return opened;
 }
 
-/// The same for calls about an interface.
 Opened attachedInterface(const char* function, libusb_device_handle* given, int interfaceNumber) {
     Opened opened = attachedHandle(function, given);
     if (opened.handle != nullptr && (interfaceNumber < 0 || interfaceNumber >= kMostInterfaces)) {
@@ -58,6 +53,8 @@ Opened attachedInterface(const char* function, libusb_device_handle* given, int 
     }
     return opened;
 }
+
+namespace {
 
 std::vector<TransferRecord*> transfersOf(const libusb_device_handle& handle, std::uint8_t interfaceNumber) {
     return flyingTransfers(*handle.context, [&](const TransferRecord& record) {
@@ -204,9 +201,19 @@ int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
     if (const auto code = sim::hostFailure(*opened.handle->device, "claim"); code) {
         return *code;
     }
-    const int result = sim::claimInterface(*opened.handle, static_cast<std::uint8_t>(interfaceNumber));
+    const auto number = static_cast<std::uint8_t>(interfaceNumber);
+    if (opened.handle->detachesDrivers) {
+        lock.unlock();
+        simbus::Bus::instance().setDriver(opened.connection, number, false);
+        lock.lock();
+    }
+    libusb_device_handle* handle = sim::checkHandle(__func__, given);
+    if (handle == nullptr) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    const int result = sim::claimInterface(*handle, number);
     lock.unlock();
-    sim::log(*opened.handle->context, LIBUSB_LOG_LEVEL_DEBUG, __func__,
+    sim::log(*handle->context, LIBUSB_LOG_LEVEL_DEBUG, __func__,
              "interface " + std::to_string(interfaceNumber) + ": " + std::to_string(result));
     return result;
 }
@@ -223,6 +230,7 @@ int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
     sim::dropClaim(*opened.handle, number);
+    const bool attachDriver = opened.handle->detachesDrivers;
     const auto stopped = sim::transfersOf(*opened.handle, number);
     lock.unlock();
     // The kernel stops the transfers on the interface and selects its first setting.
@@ -230,6 +238,9 @@ int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
     auto& bus = simbus::Bus::instance();
     if (bus.alternate(opened.connection, number).value_or(0) != 0) {
         bus.setAlternate(opened.connection, number, 0);
+    }
+    if (attachDriver) {
+        bus.setDriver(opened.connection, number, true);
     }
     return opened.error;
 }
@@ -275,29 +286,4 @@ int libusb_reset_device(libusb_device_handle* given) {
     // A device that is unplugged during the reset counts as not found.
     const auto status = simbus::Bus::instance().resetDevice(opened.connection);
     return status == simbus::Status::completed ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
-}
-
-int libusb_kernel_driver_active(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
-    if (opened.error != LIBUSB_SUCCESS) {
-        return opened.error;
-    }
-    return sim::heldByHidDriver(*opened.handle->device, static_cast<std::uint8_t>(interfaceNumber)) ? 1 : 0;
-}
-
-/// The HID driver keeps its interfaces while the device is connected; there is no other driver.
-int libusb_attach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
-    const int error = sim::attachedInterface(__func__, given, interfaceNumber).error;
-    return error != LIBUSB_SUCCESS ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
-}
-
-int libusb_detach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
-    const int error = sim::attachedInterface(__func__, given, interfaceNumber).error;
-    return error != LIBUSB_SUCCESS ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
 }
