@@ -1,4 +1,4 @@
-// The floor that the native methods stand on: calls that do nothing but what Java itself asks for.
+// The lower bound for native methods: calls that do only what every native method has to do.
 #include <jni.h>
 
 extern "C" {

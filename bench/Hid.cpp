@@ -1,6 +1,6 @@
-// What HID reports cost: plain hidapi and the library, each on devices of its own (scenario.json): HIDECHO1
-// and HIDECHO2 give back what they are sent, HIDSRC01 and HIDSRC02 send a report each millisecond, HIDSINK1
-// and HIDSINK2 take what they are sent.
+// Measures HID reports with plain hidapi and with the library, each on separate devices (scenario.json):
+// HIDECHO1 and HIDECHO2 echo reports, HIDSRC01 and HIDSRC02 send a report each millisecond, HIDSINK1 and
+// HIDSINK2 accept reports.
 #include <hidapi/hidapi.h>
 
 #include <memory>
@@ -17,7 +17,7 @@ constexpr int kReportBytes = 64;
 constexpr int32_t kOut = 0x01;
 constexpr int32_t kIn = 0x81;
 
-/// A HID device opened with hidapi and nothing else.
+/// A HID device that is opened with plain hidapi.
 class PlainHid {
  public:
     explicit PlainHid(const std::string& serialNumber) {
@@ -48,7 +48,7 @@ class PlainHid {
     hid_device* device_ = nullptr;
 };
 
-/// The same through the library.
+/// A HID device that is opened with the library.
 class LibraryHid {
  public:
     LibraryHid(Library& library, const char* serialNumber) : device_(library.open(serialNumber)) {}
@@ -70,7 +70,7 @@ class LibraryHid {
     tagUSB_DEVICE_ACCESS_ENTRY* device_;
 };
 
-/// The device is open for as long as its benchmark runs: nobody reads from it before or after.
+/// The device is open only while its benchmark runs: nothing reads from it before or after.
 template <class Open, class Call>
 void add(const char* name, Open open, Call call) {
     benchmark::RegisterBenchmark(name, [=](benchmark::State& state) {

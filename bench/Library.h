@@ -7,7 +7,7 @@
 constexpr int32_t kBenchVendor = 0x6A5C;
 constexpr int32_t kBenchTimeoutMs = 30'000;
 
-/// A session of the library with a list of the bench's devices. Ends the program when there is none.
+/// A session of the library with a list of the benchmarks' devices. Ends the program if that is not possible.
 class Library {
  public:
     Library();
@@ -17,7 +17,7 @@ class Library {
 
     uint32_t list() const { return list_; }
     libusb_context* context() const { return context_; }
-    /// Opens the device with this serial number; ends the program when that is not possible.
+    /// Opens the device with this serial number; ends the program if that is not possible.
     tagUSB_DEVICE_ACCESS_ENTRY* open(const char* serialNumber);
 
  private:

@@ -1,5 +1,6 @@
-// What a device list costs, against a plain walk over the same devices that makes the same requests of them.
-// Every device on the bus has the bench's vendor id; how many there are, the bus decides.
+// Measures device lists, compared with a plain libusb walk over the same devices that makes the same
+// requests. Every device on the bus has the vendor id of the benchmarks; the scenario determines their
+// number.
 #include <libusb.h>
 
 #include <string>
@@ -22,7 +23,7 @@ int getDescriptor(libusb_device_handle* handle, unsigned type, unsigned index, u
                                    kRequestTimeoutMs);
 }
 
-/// A device's strings, its descriptors as libusb has them, and its configuration as the device tells it.
+/// Reads a device's strings, its descriptors from libusb, and its configuration from the device.
 bool readDevice(libusb_device* device) {
     libusb_device_descriptor descriptor{};
     libusb_device_handle* handle = nullptr;
@@ -57,7 +58,7 @@ bool plainWalk(libusb_context* context) {
     return all;
 }
 
-/// Flags the list as an event of the bus does.
+/// Marks the list as changed, as a hotplug event does.
 void flag(uint32_t list) {
     int32_t status = 0;
     findDeviceList(list, status)->changePending.store(true);
@@ -75,8 +76,8 @@ void add(const char* name, Call call) {
     })->UseManualTime();
 }
 
-/// Takes the newest list out of the library's memory, which would keep it: so that each creation finds the
-/// same.
+/// Removes the newest list from the chain, which would keep it, so that each creation starts from the same
+/// state.
 void forgetNewestList() {
     int32_t status = 0;
     tagUSB_DEVICE_LIST* newest = findDeviceList(--g_NextDeviceListHandle, status);
@@ -84,7 +85,7 @@ void forgetNewestList() {
     delete newest;
 }
 
-/// The creation of a list of every vendor; such a list is watched by nobody.
+/// Creates a list of every vendor, which is not watched.
 void timeCreation(benchmark::State& state, libusb_context* context) {
     EachCall each(state);
     for (auto _ : state) {

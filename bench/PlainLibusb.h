@@ -6,18 +6,18 @@
 #include <cstdint>
 #include <thread>
 
-/// A device opened with libusb and nothing else: what the library is held against.
+/// A device that is opened with plain libusb, for comparison with the library.
 class PlainLibusb {
  public:
-    /// The first device with this serial number, its interface 0 claimed. Ends the program when there is
-    /// none. With an event thread, there is one that handles events by the second, as a program has it that
-    /// wants to hear of hotplug events.
+    /// Opens the first device with this serial number and claims its interface 0. Ends the program if there
+    /// is none. With an event thread, a thread handles events in periods of a second, as in a program that
+    /// receives hotplug events.
     explicit PlainLibusb(const char* serialNumber, bool eventThread = false);
     ~PlainLibusb();
     PlainLibusb(const PlainLibusb&) = delete;
     PlainLibusb& operator=(const PlainLibusb&) = delete;
 
-    /// One transfer, submitted and waited for as libusb's manual shows it. True when all bytes went.
+    /// Submits one transfer and waits for it, as libusb's manual shows. True if all bytes were moved.
     bool transferAsynchronously(bool interrupt, unsigned char endpoint, uint8_t* bytes, int32_t length);
     /// The same with libusb_bulk_transfer and libusb_interrupt_transfer.
     bool transferSynchronously(bool interrupt, unsigned char endpoint, uint8_t* bytes, int32_t length);

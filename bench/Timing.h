@@ -5,8 +5,8 @@
 #include <chrono>
 #include <vector>
 
-/// Times each call of a benchmark by itself and leaves the distribution as counters, in nanoseconds: what a
-/// user waits for now and then shows in no mean. What reading the clock takes is in each.
+/// Times each call of a benchmark separately and reports the distribution as counters, in nanoseconds:
+/// occasional long waits do not show in a mean. Each time includes the overhead of reading the clock.
 class EachCall {
  public:
     explicit EachCall(benchmark::State& state);
@@ -14,7 +14,7 @@ class EachCall {
     EachCall(const EachCall&) = delete;
     EachCall& operator=(const EachCall&) = delete;
 
-    /// One iteration; false when the call failed, which ends the benchmark.
+    /// One iteration; false if the call failed, which ends the benchmark.
     template <class Call>
     bool time(Call call) {
         const auto start = std::chrono::steady_clock::now();
@@ -29,5 +29,5 @@ class EachCall {
     std::vector<double> nanoseconds_;
 };
 
-/// Runs what was registered, as Google Benchmark's own main does.
+/// Runs the registered benchmarks, as Google Benchmark's own main does.
 int runBenchmarks(int argc, char** argv);

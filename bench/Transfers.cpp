@@ -1,6 +1,6 @@
-// What a transfer costs: plain libusb, asynchronously and synchronously, and through the library, on
-// whichever bus libusb finds. Two devices alike, PLAIN001 and LIBRARY1 (scenario.json), take and give bytes
-// without end.
+// Measures transfers: with plain libusb, asynchronous and synchronous, and with the library, on whichever bus
+// libusb finds. The identical devices PLAIN001 and LIBRARY1 (scenario.json) accept and send bytes without
+// end.
 #include "MacOSXUSBAccess/io/Transfers.h"
 
 #include <cstdlib>

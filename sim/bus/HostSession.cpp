@@ -94,6 +94,7 @@ Json HostSession::subscribe(const Json& /*request*/) {
 
 Json HostSession::submit(const Json& request) {
     const auto number = identifierOf(request, "transfer");
+    const ConnectionId connection = connectionOf(request);
     const auto waiting = std::make_shared<Waiting>();
     Transfer& transfer = waiting->transfer;
     transfer.endpoint = needed<std::uint8_t>(request, "address");
@@ -101,12 +102,12 @@ Json HostSession::submit(const Json& request) {
         transfer.setup = setupFrom(bytesOf(request, "setup"));
     }
     waiting->data = bytesOf(request, "data");
-    waiting->data.resize(isIn(transfer) ? needed<std::uint32_t>(request, "length") : waiting->data.size());
-    if (waiting->data.size() > kLongestTransfer) {
+    transfer.length = isIn(transfer) ? needed<std::uint32_t>(request, "length") : waiting->data.size();
+    if (transfer.length > kLongestTransfer) {
         throw std::runtime_error("the transfer is too long");
     }
+    waiting->data.resize(transfer.length);
     transfer.data = waiting->data.data();
-    transfer.length = waiting->data.size();
     transfer.setup.length =
         static_cast<std::uint16_t>(std::min<std::size_t>(transfer.setup.length, transfer.length));
     transfer.done = [self = shared_from_this(), number] { self->ended(number); };
@@ -116,7 +117,7 @@ Json HostSession::submit(const Json& request) {
             throw std::runtime_error("a transfer of that number is waiting");
         }
     }
-    const Submitted submitted = bus_.submit(connectionOf(request), transfer);
+    const Submitted submitted = bus_.submit(connection, transfer);
     if (submitted != Submitted::accepted) {
         const std::lock_guard<std::mutex> lock(mutex_);
         waiting_.erase(number);

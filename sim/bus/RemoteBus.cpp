@@ -103,7 +103,10 @@ std::string RemoteBus::askLine(const std::string& line) {
 }
 
 Json RemoteBus::ask(const Json& request) {
-    Json answer = Json::parse(askLine(lineOf(request)));
+    Json answer = Json::parse(askLine(lineOf(request)), nullptr, false);
+    if (!answer.is_object()) {
+        throw std::runtime_error("the bus answers what is not of its protocol");
+    }
     if (!flagOf(answer, "ok", false)) {
         throw std::runtime_error(optionalText(answer, "error").value_or("refused"));
     }
@@ -384,7 +387,8 @@ void RemoteBus::takeEnd(const Json& event) {
     waiting_.erase(found);
     const Bytes data = bytesOf(event, "data");
     std::copy_n(data.begin(), std::min(data.size(), transfer.length), transfer.data);
-    transfer.actual = simbus::numberOf<std::uint32_t>(event, "actual", 0);
+    transfer.actual =
+        std::min<std::size_t>(simbus::numberOf<std::uint32_t>(event, "actual", 0), transfer.length);
     agenda_.complete(transfer, statusFrom(event, "status"));
 }
 

@@ -1,4 +1,4 @@
-"""The main job on an arm64 kernel, and the jar alone: usage on_kernel.py BUILD JRE JAR.
+"""Runs the main job on an arm64 kernel, and the jar on a minimal system: usage on_kernel.py BUILD JRE JAR.
 
 tests/system/with-kernel-bus runs it in the virtual machine, with the devices of the demo. BUILD is the arm64 build, JRE
 a root with a Java runtime and without USB libraries, JAR the jar that contains the libraries. Prints lines of
@@ -27,7 +27,7 @@ class Machine:
         shutil.copy(build / "lib/info.picocli.jar", jre / "tmp")
 
     def alone(self, *arguments):
-        """What the tool says on the system that has a Java runtime alone."""
+        """The tool's output on the system that has only a Java runtime."""
         clean = ["env", "-i", "PATH=/usr/bin", "HOME=/root"]
         java = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC"]
         tool = ["-cp", "/tmp/orvex-usb-access.jar:/tmp/info.picocli.jar", "com.talvane.orvex.comm.tool.OrvexUsb"]
@@ -35,7 +35,7 @@ class Machine:
 
 
 def main_job(machine):
-    """The devices on an arm64 kernel's bus are listed, answer, come and go, and exchange HID reports."""
+    """Devices on an arm64 kernel's bus are listed, respond, are unplugged and plugged in, and exchange HID reports."""
     said = output_of("script/lib/main-job", machine.build / "orvex-usb")
     print("".join(f"  {line}\n" for line in said.splitlines()))
     for wanted in ("ECHO0001.*Echo Tool", "HID00001.*HID Tool", "The echo is equal", "left.*ECHO0002",
@@ -50,7 +50,7 @@ def has_java_alone(machine):
 
 
 def doctor_names_copies(machine):
-    """There the jar takes its own copies of them, as the doctor tells."""
+    """The jar uses its own copies there, as doctor reports."""
     said = machine.alone("doctor")
     for name in ("libUSBAccessLink", *FOREIGN):
         expect(re.search(rf"/root/.*/{re.escape(name)}.*, the copy in the jar$", said, re.MULTILINE), said)
@@ -64,7 +64,7 @@ def moves_bytes(machine):
 
 
 def moves_reports(machine):
-    """There the jar exchanges reports with a HID device."""
+    """The jar exchanges reports with a HID device there."""
     said = machine.alone("hid", "--serial", "HID00001", "--data", "48656C6C6F", "--read", "64")
     expect("Read 64 bytes" in said, said)
 

@@ -103,7 +103,7 @@ foreach(name libclang_rt.asan-${CMAKE_HOST_SYSTEM_PROCESSOR}.so libstdc++.so.6)
   list(APPEND preload ${file})
 endforeach()
 list(JOIN preload ":" preload)
-junit(suite LIBRARY ${ROOT}/build/asan/${LIBRARY} WITHOUT kernel loading newest preload unloading
+junit(suite LIBRARY ${ROOT}/build/asan/${LIBRARY} WITHOUT kernel loading newest preload programs unloading
   JVM -XX:+UseSerialGC -Dorvex.test.growthKb=1000000)
 add_simulated_run(asan asan NEEDS "asan library" COMMAND env LD_PRELOAD=${preload}
   ASAN_OPTIONS=halt_on_error=1:detect_leaks=0:handle_segv=0:verify_asan_link_order=0

@@ -48,5 +48,4 @@ add_machine_run("round trips" 2 ${DEADLINE} "system programs" --as "round trips 
 # Devices that are pulled before every call into the kernel that the library makes for them.
 add_machine_run(pulls 2 ${DEADLINE} "system programs" ${on_demo} ${RELEASE}/tests/system/pulls)
 # The packages, where udev and the kernel decide who may use a device.
-in_machine(on_demo ${DEMO} 2 300)
-add_machine_run("package installed" 2 300 package ${on_demo} ${PYTHON} tests/packaging/installed.py)
+add_machine_run("package installed" 2 ${DEADLINE} package ${on_demo} ${PYTHON} tests/packaging/installed.py)

@@ -1,4 +1,4 @@
-// The simulated bus itself: any scenario, any control commands, any answers of devices that were made so.
+// Fuzzes the simulated bus: any scenario, any control commands, any requests to the resulting devices.
 
 #include <array>
 #include <atomic>
@@ -12,7 +12,7 @@
 namespace {
 
 constexpr int kMostCommands = 40;
-/// Type and index of the descriptors that a host asks for.
+/// Type and index of the descriptors that a host requests.
 constexpr std::array<uint16_t, 8> kDescriptors = {0x100, 0x200, 0x201, 0x300, 0x301, 0x302, 0x2100, 0x2200};
 
 simbus::Bus& bus() {
@@ -30,7 +30,7 @@ void load(const std::string& scenario) {
     try {
         bus().loadScenario(scenario);
     } catch (const std::exception&) {
-        // Refused, with a text that says why.
+        // Refused, with a reason.
     }
 }
 
@@ -44,7 +44,7 @@ void requireAnswer(const std::string& request) {
     require(text.find('\n') == std::string::npos, "an answer is one line");
 }
 
-/// Asks the device for a descriptor, as a host does.
+/// Requests a descriptor from the device, as a host does.
 void ask(simbus::ConnectionId connection, uint16_t value, uint16_t length) {
     simbus::Bytes data(length);
     std::atomic<bool> done{false};

@@ -1,4 +1,4 @@
-// Feeds files to a fuzz target, once each: what a fuzzer has found before must not come back.
+// Feeds each file of a corpus to a fuzz target once, as a regression test for earlier findings.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Devices with any descriptors: lists, splits, updates, queries, open and close.
+// Fuzzes the descriptors of devices: lists, splits, updates, queries, open and close.
 
 #include <libusb.h>
 
@@ -23,7 +23,8 @@ constexpr std::array<int32_t, 16> kSizes = {-1, 0, 1, 2, 5, 6, 7, 8, 17, 18, 19,
 constexpr std::array<int32_t, 5> kStringIndexes = {0, 1, 2, 3, 4};
 constexpr std::array<int32_t, 5> kSomeAddresses = {0x01, 0x81, 0x82, 0x00, 0x181};
 
-/// Byte offset of the vendor id in a device descriptor, which has to stay what the list asks for.
+/// Byte offset of the vendor id in a device descriptor. The id must not change, or the list would not contain
+/// the device.
 constexpr std::size_t kVendorAt = 8;
 
 constexpr const char* kHidInterface = R"({"interfaces": [{"number": 0, "hid": {"input": 64, "output": 64},
@@ -40,7 +41,7 @@ std::string deviceDescriptorPatch(DescriptorBytes descriptor) {
     return R"({"rawDeviceDescriptor": ")" + hexOf(descriptor) + "\"}";
 }
 
-/// How many bytes a query may write: `size`, but for the two answers of a fixed length.
+/// The number of bytes that a query may write: `size`, except for the two descriptors of a fixed length.
 int32_t writable(int32_t type, int32_t size) {
     if (type == kDeviceDescriptorQuery) {
         return kStandardDeviceDescriptorBytes;
@@ -113,7 +114,7 @@ void update(uint32_t list) {
     require(LibUSB_UpdateDeviceList(list, 0) == 0, "a list is updated");
 }
 
-/// The parser of the drop-in libusb, which the library asks for the length alone.
+/// Runs the parser of the drop-in libusb, of which the library uses only the length.
 void parseAll(libusb_context* context) {
     libusb_device** devices = nullptr;
     const ssize_t count = libusb_get_device_list(context, &devices);
@@ -128,8 +129,8 @@ void parseAll(libusb_context* context) {
 
 }  // namespace
 
-/// Flags (1: a HID device, 2: made by the plain call), the configuration's claimed length, device descriptor,
-/// configuration after the replug, configuration before it.
+/// Input: flags (1: a HID device, 2: list created by usbCreateDeviceList), the configuration's claimed
+/// length, device descriptor, configuration after the replug, configuration before it.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     const uint8_t flags = input.byte();

@@ -10,7 +10,7 @@
 
 namespace {
 
-// The helpers of the unit tests complain through GoogleTest, which here runs no test that could fail.
+// The helpers of the unit tests report failures through GoogleTest, which runs no test here.
 const bool g_complaintsEndTheProgram = [] {
     GTEST_FLAG_SET(throw_on_failure, true);
     return true;

@@ -8,10 +8,10 @@
 #include "ground/DeviceRecords.h"
 
 /// A session of the library with these devices on the simulated bus, for one input. At its end the process is
-/// as it was before; the drop-in libusb must have found nothing wrong in the calls of the library.
+/// in the same state as before; fails if the drop-in libusb reported violations.
 class FuzzSession {
  public:
-    /// `claimedLength` is what libusb tells of every configuration's length.
+    /// `claimedLength` is the length that libusb reports for every configuration.
     FuzzSession(std::initializer_list<std::string> devices, uint16_t claimedLength);
     ~FuzzSession();
     FuzzSession(const FuzzSession&) = delete;
@@ -21,13 +21,13 @@ class FuzzSession {
     libusb_context* context = nullptr;
 
  private:
-    // The library does not give parsed configurations back; this way it gets none that would pile up.
+    // The library does not free parsed configurations; a fake one does not accumulate.
     FakeConfiguration configuration_;
 };
 
 /// Puts exactly these devices on the bus.
 void plugDevices(std::initializer_list<std::string> devices);
-/// Frees the chain of lists, all of them empty and of ended sessions, and lets handles start at 0 again.
+/// Frees the chain of lists, which are all empty and of ended sessions, and restarts handles at 0.
 void forgetLists();
-/// The drop-in libusb has found nothing wrong.
+/// Fails if the drop-in libusb has reported violations.
 void requireNoViolations();

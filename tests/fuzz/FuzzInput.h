@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
-/// The bytes that a fuzzer hands over, taken one after the other; zeroes follow their end.
+/// Reads the fuzzer's bytes one after the other; after their end it returns zeroes.
 class FuzzInput {
  public:
     FuzzInput(const uint8_t* bytes, std::size_t count) : next_(bytes), left_(count) {}
@@ -25,7 +25,7 @@ class FuzzInput {
         const uint8_t low = byte();
         return static_cast<uint16_t>(low | byte() << 8);
     }
-    /// Fewer at the end of the input.
+    /// Returns fewer at the end of the input.
     std::vector<uint8_t> bytes(std::size_t count) {
         const std::size_t taken = std::min(count, left_);
         const std::vector<uint8_t> all(next_, next_ + taken);
@@ -33,7 +33,7 @@ class FuzzInput {
         left_ -= taken;
         return all;
     }
-    /// A number of bytes, and that many of them.
+    /// Reads a number, then that many bytes.
     std::vector<uint8_t> counted() { return bytes(byte()); }
     std::vector<uint8_t> rest() { return bytes(left_); }
     template <class Value, std::size_t count>
@@ -46,8 +46,7 @@ class FuzzInput {
     std::size_t left_;
 };
 
-/// What a target demands of the library. A demand that is not met ends the program, which is what a fuzzer
-/// calls a finding.
+/// Checks a condition. A violation ends the program, which the fuzzer reports as a finding.
 inline void require(bool holds, const char* demand) {
     if (!holds) {
         std::fprintf(stderr, "check failed: %s\n", demand);

@@ -1,4 +1,4 @@
-// One open HID device: reports in, reads, writes and changed settings, against a model of its ring.
+// Fuzzes one open HID device: input reports, reads, writes and changed settings, against a model of its ring.
 
 #include <memory>
 
@@ -14,11 +14,11 @@ namespace {
 constexpr int kMostOperations = 200;
 constexpr int kStandardPacket = 64;
 constexpr int kStandardFill = 0x5A;
-/// Milliseconds: never used up by a read that finds its reports; soon over for one that does not.
+/// In milliseconds: long enough for a read that finds its reports, short for one that does not.
 constexpr int kLongTimeout = 60'000;
 constexpr int kShortTimeout = 1;
 
-/// Bytes whose every position can be told from the others.
+/// Bytes that differ at every position.
 std::vector<uint8_t> pattern(std::size_t count, uint8_t seed) {
     std::vector<uint8_t> bytes(count);
     for (std::size_t i = 0; i < count; ++i) {
@@ -27,7 +27,7 @@ std::vector<uint8_t> pattern(std::size_t count, uint8_t seed) {
     return bytes;
 }
 
-/// The device under test and what is known of it.
+/// The device under test and its expected state.
 class HidProgram {
  public:
     explicit HidProgram(FuzzInput input) : input_(input) {}
@@ -72,7 +72,7 @@ class HidProgram {
         require(access_->Open() == (isOpen_ ? -105 : 0), "open tells whether it was open");
         if (!isOpen_) {
             model_.opened();
-            // Only now does it know how long the reports are.
+            // Only an open applies the length of reports.
             require(eventually([&] { return loadShared(access_->threadState) == kReadThreadRuns; }),
                     "the read thread starts");
         }
@@ -97,7 +97,7 @@ class HidProgram {
         access_->SetFillValue(fill_);
     }
 
-    /// Many at once, so that the ring is soon full.
+    /// Sends many reports at once, so that the ring is soon full.
     void deliver(int count) {
         const std::size_t length = input_.word() % 1100;
         const uint8_t seed = input_.byte();
@@ -128,7 +128,7 @@ class HidProgram {
         model_.clear();
     }
 
-    /// A time-out that is over before it begins leaves the reports where they are.
+    /// A read with a time-out of 0 or less leaves the reports in the ring.
     void readNothing() {
         uint8_t byte = 0;
         require(access_->Read(&byte, 1, -static_cast<int>(input_.byte())) == -150, "no time, no read");
@@ -184,7 +184,7 @@ class HidProgram {
 
 }  // namespace
 
-/// A program of operations, each a byte with its arguments behind it.
+/// Input: a program of operations, each one byte followed by its arguments.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     HidProgram(FuzzInput(data, size)).run();
     return 0;

@@ -7,8 +7,8 @@
 
 #include "hid/HIDAccess.h"
 
-/// What a ring of reports holds, as long as that can be told: a change of the packet size, when reports are
-/// in it or its next slot is not the first, puts slots of two sizes into it.
+/// The expected contents of a ring of reports, as long as they can be predicted: a change of the packet size,
+/// while the ring holds reports or its next slot is not the first, leads to slots of two sizes.
 class HidRingModel {
  public:
     explicit HidRingModel(int packetSize) : packetSize_(packetSize), deviceBytes_(packetSize) {}
@@ -17,7 +17,7 @@ class HidRingModel {
     int packetSize() const { return packetSize_; }
     int reports() const { return static_cast<int>(slots_.size()); }
 
-    /// The device is told the packet size of its opening.
+    /// The device uses the packet size that was set when it was opened.
     void opened() { deviceBytes_ = packetSize_; }
     void setPacketSize(int size) {
         known_ = known_ && (size == packetSize_ || (writeIndex_ == 0 && slots_.empty()));
@@ -29,7 +29,7 @@ class HidRingModel {
                     buffer_.begin());
         writeIndex_ = writeIndex_ + packetSize_ >= kRingBytes ? 0 : writeIndex_ + packetSize_;
         slots_.push_back({writeIndex_, {buffer_.begin(), buffer_.begin() + packetSize_}});
-        // What does not fit at the ring's end lies where the next report arrives.
+        // A report that does not fit at the ring's end is stored where the next one arrives.
         const int inside = std::min(packetSize_, kRingBytes - writeIndex_);
         std::copy(slots_.back().bytes.begin() + inside, slots_.back().bytes.end(), buffer_.begin());
         if (static_cast<int>(slots_.size()) == (kRingBytes + packetSize_ - 1) / packetSize_) {
@@ -37,7 +37,7 @@ class HidRingModel {
         }
     }
 
-    /// The oldest report as it is now, cut to `size`; nothing when there is none.
+    /// The oldest report, cut to `size`; empty if there is none.
     std::vector<uint8_t> take(int size) {
         if (slots_.empty()) {
             return {};
@@ -52,7 +52,7 @@ class HidRingModel {
 
     void clear() { slots_.clear(); }
 
-    /// What a read of `size` bytes finds.
+    /// The expected result of a read of `size` bytes.
     std::vector<uint8_t> read(int size) {
         std::vector<uint8_t> all;
         while (!slots_.empty() && static_cast<int>(all.size()) < size) {

@@ -1,4 +1,4 @@
-// The native methods with random arguments, in random order, against a model of their contract.
+// Fuzzes the native methods with random arguments, in random order, against a model of their contract.
 
 #include <libusb.h>
 
@@ -19,7 +19,8 @@
 namespace {
 
 constexpr int kMostCalls = 60;
-/// Milliseconds: never used up by a read that finds its reports; soon over for a transfer that does not come.
+/// In milliseconds: long enough for a read that finds its reports, short for a transfer that does not
+/// complete.
 constexpr jint kLongTimeout = 60'000;
 constexpr int kShortTimeouts = 3;
 
@@ -50,9 +51,9 @@ const DescriptorBytes kHidConfiguration = configurationBytes({interfaceBytes(0, 
 
 using Place = JniModel::Place;
 
-/// Counts what a session hears of changes on the bus. libusb tells those who came first last: made before the
-/// library listens, this hears of a change when the library has. Without it a change would be noticed by a
-/// list that is made right after it, or not, as it comes.
+/// Counts the hotplug events of a session. libusb calls callbacks in the reverse order of their registration:
+/// this one is registered before that of the library, so when it is called, the library has been notified.
+/// Without it, it would depend on timing whether a list that is created after a change notices it.
 class HotplugNews {
  public:
     void listen(libusb_context* context) {
@@ -139,7 +140,7 @@ class JniProgram {
         const jint list = input_.oneOf(kLists);
         return {list, input_.oneOf(kIndexes)};
     }
-    /// A null array now and then.
+    /// Sometimes a null array.
     std::optional<FakeByteArray> array() {
         const uint8_t choice = input_.byte();
         if (choice % 16 == 0) {
@@ -302,7 +303,7 @@ class JniProgram {
         return call(method, list, index, asked.endpoint, asked.length, timeout, bytes);
     }
 
-    /// What an interrupt transfer has left of a HID device's unread reports.
+    /// Updates the model of a HID device's unread reports after an interrupt transfer.
     void noteReports(Place place, ModelRecord& record, const ModelTransfer& asked, jint result) {
         if (asked.isExtended && asked.packetSize != 64) {
             record.knowsReports = false;  // with slots of two sizes a ring may never look empty again
@@ -372,7 +373,7 @@ class JniProgram {
 
 }  // namespace
 
-/// A program of calls, each a byte with its arguments behind it; a session runs at its start.
+/// Input: a program of calls, each one byte followed by its arguments. It starts with an open session.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     JniProgram(input).run();

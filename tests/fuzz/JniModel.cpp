@@ -7,7 +7,7 @@ namespace {
 
 using RecordPtr = JniModel::RecordPtr;
 
-/// Of a call that wants an open device: its code, or 0.
+/// The code of a call that needs an open device, or 0.
 int32_t refusal(const RecordPtr& record) {
     if (record == nullptr) {
         return -114;
@@ -15,7 +15,7 @@ int32_t refusal(const RecordPtr& record) {
     return record->isOpen ? 0 : -109;
 }
 
-/// Of a call that is not for HID devices.
+/// The code of a call that does not support HID devices, or 0.
 int32_t refusalWithoutHid(const RecordPtr& record) {
     const int32_t code = refusal(record);
     return code == 0 && record->device->isHid ? -120 : code;
@@ -29,7 +29,7 @@ bool contains(const Values& values, const Value& value) {
     return std::find(values.begin(), values.end(), value) != values.end();
 }
 
-/// What moves on an endpoint of the echo tool.
+/// The expected result of a transfer on an endpoint of the echo tool.
 Expected outcome(const ModelTransfer& transfer, const std::set<int32_t>& failures) {
     const int32_t length = transfer.length;
     switch (transfer.endpoint & 0x0F) {
@@ -119,7 +119,7 @@ int32_t JniModel::create(std::vector<int32_t> vendorIds, bool everyVendor) {
     return lists() - 1;
 }
 
-/// Adds the devices on the bus that the list is for and has not, the one plugged in last first.
+/// Adds the missing devices of the list's vendors, the one plugged in last first.
 void JniModel::enumerate(ModelList& list) {
     std::vector<ModelDevice*> found;
     for (ModelDevice& each : devices_) {
@@ -140,7 +140,7 @@ int32_t JniModel::usbCreateDeviceList(int32_t id, int32_t vendorId) {
     if (id != session()) {
         return -116;
     }
-    // Every vendor is written like an unused slot.
+    // The id for every vendor is that of an unused slot.
     const std::vector<int32_t> ids = vendorId == -1 ? std::vector<int32_t>() : std::vector{vendorId};
     const int32_t existing = runs_ ? reusable(ids, true) : -1;
     return existing >= 0 ? existing : create(ids, vendorId == -1);
@@ -236,7 +236,7 @@ Expected JniModel::usbOpenDevice(Place place) const {
     if (!record->isUndisturbed()) {
         return Expected({-107, -108, -130}, -1);
     }
-    // The interface of a device can be claimed once.
+    // An interface can be claimed only once.
     for (const ModelList& list : lists_) {
         for (const RecordPtr& other : list.records) {
             if (other->isOpen && other->device == record->device && other->connection == record->connection) {
@@ -299,7 +299,7 @@ Expected JniModel::hidTransfer(const ModelRecord& record, const ModelTransfer& t
     if (transfer.writes) {
         return std::max(transfer.length, 0);
     }
-    // A read that asks for other packets than the ring has slots may take what was there before.
+    // A read with another packet size than that of the slots may return earlier contents of the ring.
     const bool otherSlots = transfer.isExtended && transfer.packetSize != kReportBytes;
     if ((otherSlots || !record.knowsReports) && transfer.length > 0) {
         return Expected({-150, transfer.length}, -1);

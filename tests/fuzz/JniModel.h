@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-/// The results that a call may have: some codes, and the counts from 0 to `most`.
+/// The allowed results of a call: some codes, and counts from 0 to `most`.
 struct Expected {
     std::set<int32_t> codes;
     int32_t most = -1;
@@ -64,9 +64,9 @@ struct ModelTransfer {
     int32_t submissionFailure() const { return writes ? -112 : -113; }
 };
 
-/// What a caller of the native methods can know: sessions, lists, records and the map of open devices, told
-/// by the contract alone. Each function that is named after a native method does what it does and returns
-/// what it answers.
+/// The state that a caller of the native methods can know: sessions, lists, records and open devices, derived
+/// from the contract alone. Each function that is named after a native method has its effect on the model and
+/// returns its result.
 class JniModel {
  public:
     using Place = std::pair<int32_t, int32_t>;  ///< list handle and index
@@ -94,7 +94,7 @@ class JniModel {
     int32_t usbGetDeviceDescriptor(Place place, int32_t type, int32_t index, int32_t size) const;
     int32_t usbGetEndpointList(Place place) const;
 
-    /// Plugs or unplugs a device. The handle of the list that is flagged for it, or -1.
+    /// Plugs or unplugs a device. Returns the handle of the list that is marked as changed, or -1.
     int32_t change(std::size_t device);
 
     RecordPtr listed(Place place) const;

@@ -1,5 +1,4 @@
-// Devices with any string descriptors: their texts in the list, in the information line and in string
-// queries.
+// Fuzzes string descriptors: the strings in the list, in the information line and in string queries.
 
 #include <cstring>
 #include <optional>
@@ -17,7 +16,7 @@ constexpr std::size_t kLargestDescriptor = 255;
 constexpr std::size_t kMostCharacters = 125;
 constexpr int kTexts = 3;
 
-/// What the device answers to a request for one string; nothing when it refuses.
+/// The device's response to a request for one string; empty if it refuses.
 using Answer = std::optional<DescriptorBytes>;
 
 Answer readAnswer(FuzzInput& input, bool refuses) {
@@ -25,7 +24,7 @@ Answer readAnswer(FuzzInput& input, bool refuses) {
     return refuses ? Answer() : Answer(std::move(bytes));
 }
 
-/// The control rules of a device that answers so to requests for the strings 0, 1, 2, ...
+/// The control rules of a device with these responses to requests for the strings 0, 1, 2, ...
 std::string stringRules(const std::vector<Answer>& answers) {
     std::string rules;
     for (std::size_t index = 0; index < answers.size(); ++index) {
@@ -37,7 +36,7 @@ std::string stringRules(const std::vector<Answer>& answers) {
     return R"({"control": [)" + rules + "]}";
 }
 
-/// The text of a string, told from the bytes alone; "?" when it cannot be read.
+/// The expected text of a string descriptor; "?" if it cannot be read.
 std::string expectedText(const Answer& languages, const Answer& answer) {
     if (!languages || languages->size() < 4 || !answer) {
         return "?";
@@ -55,7 +54,7 @@ std::string expectedText(const Answer& languages, const Answer& answer) {
     return text.substr(0, text.find('\0'));
 }
 
-/// The text as Java's virtual machine wants it, a byte from 0x80 on as a character of its own.
+/// The text in the encoding of JNI, each byte from 0x80 on as one character.
 std::string encoded(const std::string& text) {
     std::string all;
     for (const char each : text) {
@@ -81,8 +80,8 @@ void requireStringQuery(FakeJni& jni, jint index, const std::string& text, jint 
 
 }  // namespace
 
-/// Flags (bit n: string n is refused), then the answers for the strings 0 to 3, each with its length before
-/// it.
+/// Input: flags (bit n: string n is refused), then the responses for the strings 0 to 3, each preceded by its
+/// length.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     const uint8_t refused = input.byte();

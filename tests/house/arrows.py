@@ -1,4 +1,4 @@
-"""The architecture, checked: usage arrows.py ROOT, or arrows.py --self-test.
+"""Checks the architecture: usage arrows.py ROOT, or arrows.py --self-test.
 
 Includes of the library point down or stay in their room, some names belong to some rooms, and files stay small.
 """

@@ -1,7 +1,7 @@
 """Runs the commands and the Java programs of the documents: usage documents.py ROOT BUILD, or documents.py --self-test.
 
 Each fenced block of README.md and docs/*.md that is not marked as of another language is a command of the shell, or
-Java, and has a comment on the line before it that tells what is to be done with it:
+Java, and has a comment on the line before it that says how to test it:
 
     <!-- run -->                  its lines are run by bash, in a scratch copy of the checkout with the release build
                                   and the devices of the demo; a Java program is kept as a file there and run as one
@@ -49,14 +49,14 @@ def blocks(page, text):
 
 
 def wrong_mark(block):
-    """Why the mark is none, or nothing."""
+    """Why the mark is invalid, or None."""
     if re.fullmatch(r"run|(not run|options only): \S.*", block.mark):
         return None
     return "the line before the block has to be <!-- run -->, <!-- options only: WHY --> or <!-- not run: WHY -->"
 
 
 def execute(command, where, environment=None):
-    """Runs a command; gives back what it said when it failed, or None."""
+    """Runs a command; returns its output if it failed, or None."""
     try:
         done = subprocess.run(command, cwd=where, env={**os.environ, **(environment or {})}, timeout=DEADLINE,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
@@ -82,7 +82,7 @@ def run(block, copy):
 
 
 def unknown_options(block, copy):
-    """What the helps of the commands do not name, or None."""
+    """The options that the help texts of the commands do not name, or None."""
     for line in block.text.replace("\\\n", " ").splitlines():
         program, *words = shlex.split(line, comments=True)
         if not program.startswith("script/"):
@@ -161,7 +161,7 @@ WRONG = [None, "the line before", "exit status 1\nsaid", "the line before", "scr
 
 
 def self_test():
-    """In a small page, what is wrong has to be found, and nothing else."""
+    """Exactly the mistakes in a small page have to be found."""
     with tempfile.TemporaryDirectory() as scratch:
         script = Path(scratch, "script/known")
         script.parent.mkdir()

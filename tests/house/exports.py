@@ -1,4 +1,4 @@
-"""What the shared library offers and needs: usage exports.py [--unoptimised] LIBRARY [OTHER...].
+"""Checks the exports and imports of the shared library: usage exports.py [--unoptimised] LIBRARY [OTHER...].
 
 It offers the native methods of the Java class and nothing else. On Linux it needs nothing of the macOS side and looks
 for no library in a folder of its own. What it and the libraries that come with it need of the runtimes is what
@@ -29,7 +29,7 @@ def exported(library):
 
 
 def needed_of_macos(library):
-    """Names of I/O Kit and Core Foundation that a library for Linux asks for."""
+    """Names of I/O Kit and Core Foundation that a library for Linux imports."""
     if sys.platform == "darwin":
         return set()
     lines = subprocess.run(["nm", "-D", "--undefined-only", library], capture_output=True, text=True, check=True).stdout
@@ -53,7 +53,7 @@ def dynamic(library, *options):
 
 
 def too_new(library, unasked=()):
-    """What a library for Linux needs of its runtimes that older systems do not have."""
+    """The versions of its runtimes that a library for Linux needs and older systems lack."""
     limits = next(limits for name, limits in NEWEST.items() if Path(library).name.startswith(name))
     needed = set(re.findall(r"Name: ([A-Z]+)_([0-9.]+)  Flags", dynamic(library, "--version-info")))
     if not needed:

@@ -1,4 +1,4 @@
-"""How script/lib/floors.py answers when builds and runs fail: usage floors.py ROOT.
+"""Checks how script/lib/floors.py reports failed builds and runs: usage floors.py ROOT.
 
 Runs it on floors of its own, in a folder of its own.
 """

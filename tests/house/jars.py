@@ -1,4 +1,4 @@
-"""What is handed on to Java programs: usage jars.py ROOT BUILD.
+"""Checks the published jars: usage jars.py ROOT BUILD.
 
 The jars come out of a second build with the same bytes; the version is the same wherever it is told; the jars of two
 platforms can be merged, and those that do not belong together cannot; copies of libusb and hidapi come with it.
@@ -38,7 +38,7 @@ def second_build_differs(build):
 
 
 class Packed:
-    """Jars that script/lib/jars.py writes in a folder."""
+    """Jars that script/lib/jars.py writes into a folder."""
 
     def __init__(self, root, folder):
         self.tool, self.folder = root / "script/lib/jars.py", folder
@@ -48,7 +48,7 @@ class Packed:
         return subprocess.run(command, capture_output=True, text=True, check=False, env={**os.environ, **environment})
 
     def repacked(self, zone, jar, backwards):
-        """The jar once more, from files in another folder that are of other ages and named in another order."""
+        """The same jar again, from files in another folder, with other dates and in another order."""
         files, pieces = self.folder / zone, []
         with zipfile.ZipFile(jar) as archive:
             for age, entry in enumerate(sorted(archive.namelist(), reverse=backwards)):
@@ -76,7 +76,7 @@ def order_shows(packed, jar):
 
 
 def versions(root, build):
-    """The version by the place that tells it."""
+    """The version in each place that contains it."""
     text = (build / "orvex-usb-access.pom").read_text()
     with zipfile.ZipFile(build / JARS[0]) as jar:
         if jar.read(POM).decode() != text:
@@ -94,7 +94,7 @@ def versions_differ(root, build):
 
 
 def merge_problems(packed, jar):
-    """Merges the jar with one of a Mac, and then with what does not belong to it."""
+    """Merges the jar with one of a Mac, and then with jars that do not belong to it."""
     natives = {name for name in zipfile.ZipFile(jar).namelist() if name.startswith("META-INF/native/linux")}
     linux = next(name for name in natives if "libUSBAccessLink" in name)
     mac = LIBRARY.format("macos-aarch64", "dylib")
@@ -133,7 +133,7 @@ BUNDLED = ["libraries.properties", "libusb-1.0.so.0", "libhidapi-hidraw.so.0", "
 
 
 def bundled_problems(jar):
-    """Beside its library the jar has those of others, with their terms, and one file that names their versions."""
+    """The jar contains third-party libraries with their licences, and one file with their versions."""
     with zipfile.ZipFile(jar) as archive:
         names = archive.namelist()
         folder = next(name for name in names if "libUSBAccessLink" in name).rpartition("/")[0]

@@ -1,7 +1,8 @@
-"""What scripts say and do on machines that are not as they should be: usage machines.py ROOT.
+"""Checks how scripts behave on machines that lack something: usage machines.py ROOT.
 
-Copies of script/bootstrap, script/fresh and script/arm64 run with fakes of javac and of Debian's tools first in PATH, which tell what was called: one line says
-what is wrong and how to mend it, and nothing has been installed by then.
+Copies of script/bootstrap, script/fresh and script/arm64 run with fakes of javac and of Debian's tools first in PATH,
+which record their calls: the scripts have to print one line with the problem and its fix, and must not install
+anything.
 """
 
 import os
@@ -36,7 +37,7 @@ class Machine:
         folder.chmod(0o755)
 
     def run(self, script, *arguments, user=(), **fakes):
-        """Exit status, what it said to standard error, and the calls of apt-get."""
+        """Exit status, standard error, and the calls of apt-get."""
         self.calls.write_text("")
         environment = {"PATH": f"{self.folder}/bin:/usr/bin:/bin", "FAKE_CALLS": str(self.calls)}
         environment |= {f"FAKE_{name}": text for name, text in fakes.items()}
@@ -85,7 +86,7 @@ def complaints(machine):
 
 
 def ci_run(root, folder, fresh):
-    """Exit status of .ci/run, and its last line, where script/fresh does this in an empty Debian."""
+    """Exit status of .ci/run, and its last line, where script/fresh runs this program."""
     for name in (".ci/run", "script/lib/common.sh"):
         (folder / name).parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(root / name, folder / name)

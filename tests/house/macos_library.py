@@ -1,4 +1,4 @@
-"""The library as it is shipped for macOS, cross-built and looked at: usage macos_library.py ROOT BUILD.
+"""Cross-builds the library for macOS and checks it: usage macos_library.py ROOT BUILD.
 
 The project is configured for macOS, arm64 and x86_64, with Debian's clang and lld (macos/toolchain.cmake), and the shared
 library built in the folder BUILD. In place of an SDK the linker gets text stubs that offer what macos/imports.txt lists:
@@ -42,13 +42,13 @@ def said(*command, **environment):
 
 
 def stub_file(library):
-    """Where an SDK has the stub of a library, by the library's own name."""
+    """The path of a library's stub in an SDK."""
     name = library.removesuffix(".dylib").replace("/Versions/A", "").replace(".B", "").replace("c++.1", "c++")
     return Path(name.replace("/opt/homebrew/opt/libusb", "usr").replace("usb-1.0.0", "usb-1.0").lstrip("/") + ".tbd")
 
 
 def imports(root):
-    """The names that may be asked for, by the library that has them."""
+    """The names that may be imported, by library."""
     found = {}
     for line in (root / "tests/house/macos/imports.txt").read_text().splitlines():
         if line.startswith("/"):
@@ -86,7 +86,7 @@ def build(root, folder, llvm, java):
 
 
 def complaints(root, library, half, llvm, wanted):
-    """What is not as it should be in one of the two halves."""
+    """The problems of the library for one processor."""
     project = (root / "CMakeLists.txt").read_text()
     version = re.search(r"USBAccessLink VERSION (\S+)", project).group(1) + ".0"
     oldest = re.search(r"DEPLOYMENT_TARGET (\S+)", project).group(1)

@@ -1,4 +1,4 @@
-"""The models of the library's waiting, checked exhaustively: usage models.py FOLDER_OF_MODELS.
+"""Checks the models of the library's waiting exhaustively: usage models.py FOLDER_OF_MODELS.
 
 Each model has to hold, with every statement of it reached, and each of the mistakes that can be seeded in it (by the
 definitions that its first comment lists in capital letters after "Seeded mistakes") has to be found.
@@ -24,7 +24,7 @@ def seeded_mistakes(model):
 
 
 def search(model, mistake):
-    """What the search through all states of a model says."""
+    """The output of the search through all states of a model."""
     seeded = [f"-D{mistake}"] if mistake else []
     with tempfile.TemporaryDirectory() as scratch:
         def run(*command):
@@ -39,7 +39,7 @@ def search(model, mistake):
 
 
 def judge(model, mistake, said):
-    """One line for people, and whether all is well."""
+    """A line for people, and whether the model holds."""
     name = f"{model.stem} with {mistake}" if mistake else model.stem
     errors = int(re.search(r"errors: (\d+)", said).group(1))
     states = int(re.search(r"(\d+) states, stored", said).group(1))

@@ -1,6 +1,6 @@
 """Runs a command over all files of one kind: usage over_files.py ROOT cpp|shell|yaml COMMAND...
 
-Exit status: that of the command; 77, with the reason, when the command is not there as tools.py wants it.
+Exit status: that of the command; 77, with the reason, if tools.py does not find the command.
 """
 
 import subprocess

@@ -1,4 +1,4 @@
-"""Pages that have to tell about everything of a kind do: usage pages.py ROOT, or pages.py --self-test.
+"""Checks that pages are complete: usage pages.py ROOT, or pages.py --self-test.
 
 docs/threading.md has each native method in its first table of kinds, once; docs/troubleshooting.md has a section for
 each code, and none for what is no code; docs/architecture.md names nothing that the library's sources do not have;
@@ -31,7 +31,7 @@ NEED_ROW = re.compile(r"^\| `(lib[\w.-]+)`.*? \| ([\d.]+) \| (.*?) \|", re.MULTI
 
 
 def differences(page, wanted, found):
-    """What is missing on a page, or there more than once or for nothing."""
+    """Entries that are missing on a page, there more than once, or unknown."""
     counted = Counter(found)
     yield from (f"{page}: {each} is missing" for each in wanted if counted[each] == 0)
     yield from (f"{page}: {each} is there {counted[each]} times" for each in wanted if counted[each] > 1)
@@ -48,7 +48,7 @@ def codes_of_sections(text):
 
 
 def unknown_names(page, text, sources):
-    """Names on a page, in code marks, that stand nowhere in the sources."""
+    """Names on a page, in code marks, that no source contains."""
     known = set(re.findall(r"\w+", sources))
     yield from (f"{page}: {name} is in no source" for name in dict.fromkeys(NAME.findall(text)) if name not in known)
 
@@ -62,14 +62,14 @@ def without_tags(text, sources):
 
 
 def other_counts(text, recorded):
-    """Instructions of a path that are told differently from what is recorded."""
+    """Instruction counts on a page that differ from the recorded ones."""
     told = {path: int(count) for path, count in COUNT_ROW.findall(text)}
     yield from (f"{COUNTED[path]}: {told.get(COUNTED[path])} is told, {count} is recorded"
                 for path, count in recorded.items() if told.get(COUNTED[path]) != count)
 
 
 def other_needs(text, newest):
-    """What libraries need of glibc, and of the C++ runtime, that is told differently from what is held."""
+    """Requirements for glibc and the C++ runtime on a page that differ from the checked ones."""
     rows = NEED_ROW.findall(text)
     for name, limits in newest.items():
         glibc, runtime = next((row[1:] for row in rows if row[0].startswith(name)), ("nothing", ""))

@@ -1,4 +1,4 @@
-"""What a Maven repository asks of what is published, as far as it can be told without one: usage publishing.py ROOT BUILD.
+"""Checks the requirements of a Maven repository, as far as possible without one: usage publishing.py ROOT BUILD.
 
 The licence is the one thing that is missing on purpose: it is the owner's to choose. This check fails when the pom gets
 one, so that README and NOTICE are changed with it.
@@ -54,7 +54,7 @@ def jar_problems(build):
 
 
 def listed(component):
-    """A part of a bill, as far as its form goes."""
+    """The form of a component of a bill."""
     for licence in component["licenses"]:
         if licence["license"].get("id") not in LICENCE_IDS:
             yield f"{component['name']}: no known licence: {licence}"
@@ -77,7 +77,7 @@ def bill_problems(bill, parts):
 
 
 def jar_bill_problems(jar):
-    """The bill names the libraries that are in the jar, and no others, with their contents."""
+    """The bill names exactly the libraries in the jar, with their hashes."""
     bills = [name for name in jar.namelist() if name.startswith("META-INF/sbom/")]
     if len(bills) != 1:
         yield f"one bill of materials is wanted: {bills}"
@@ -93,7 +93,7 @@ def jar_bill_problems(jar):
 
 
 def native_image_problems(root, jar):
-    """A native image has the libraries of the jar, and what the native code looks up."""
+    """A native image contains the libraries of the jar and the class that the native code looks up."""
     resources = json.loads(jar.read(f"{CONFIGURATION}resource-config.json"))["resources"]["includes"]
     patterns = [re.compile(include["pattern"]) for include in resources]
     for name in jar.namelist():

@@ -1,4 +1,4 @@
-"""The files that the house checks look at: everything that is kept or about to be, without build results."""
+"""The files that the house checks read: all committed and new files, without build results."""
 
 import subprocess
 from pathlib import Path

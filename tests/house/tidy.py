@@ -1,7 +1,7 @@
 """Lints src and sim with the compile commands of a build: usage tidy.py ROOT BUILD.
 
-A source that was clean is looked at again only when it, a file that it includes, its compile command or the rules have
-changed. Exit status 77, with the reason, when clang-tidy is not there as tools.py wants it.
+A clean source is checked again only if it, a file that it includes, its compile command or the rules have changed.
+Exit status 77, with the reason, if tools.py does not find clang-tidy.
 """
 
 import hashlib
@@ -35,7 +35,7 @@ def fingerprint(entry, rules):
 
 
 def lint(tidy, entry, build, rules):
-    """What clang-tidy has to say about one source; nothing when it is clean."""
+    """The findings of clang-tidy in one source; empty if it is clean."""
     clean = build / "tidy-clean" / fingerprint(entry, rules)
     if clean.exists():
         return ""

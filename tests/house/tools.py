@@ -1,4 +1,4 @@
-"""The programs that house checks run, some of them in one version only, since others judge differently."""
+"""The programs that house checks run, some in one version only, because the results of others differ."""
 
 import re
 import shutil
@@ -8,9 +8,9 @@ VERSIONS = {"clang++": "14", "clang-format": "14", "clang-tidy": "14", "ld64.lld
 
 
 def find(name):
-    """The command for a program; None, after saying why, when it is not there.
+    """The command for a program; None, after a message with the reason, if it is not installed.
 
-    What begins with "not run here: " is no gap in the test run: the system has the program in another version.
+    A message that begins with "not run here: " is not a gap in the test run: the system has another version.
     """
     version = VERSIONS.get(name)
     command = f"{name}-{version}" if version else name

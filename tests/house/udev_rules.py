@@ -24,7 +24,7 @@ NAMES = {'SUBSYSTEM=="usb"': ("ATTR{idVendor}", str), 'SUBSYSTEM=="hidraw"': ("K
 
 
 def found_in(root, file, pattern):
-    """What the pattern finds in a file, in small letters."""
+    """The matches of a pattern in a file, in lower case."""
     return [found.lower() for found in re.findall(pattern, (root / file).read_text())]
 
 
@@ -34,7 +34,7 @@ def library_vendors(root):
 
 
 def other_places(root, vendors):
-    """Places besides the rules that name the vendors, and name others."""
+    """Places other than the rules that name different vendors."""
     if found_in(root, TOOL, r'USUAL = "(.*)"') != [",".join(vendors)]:
         yield f"{TOOL}: the tool does not list the library's vendors {vendors}"
     if not set(found_in(root, LARGE_REPORTS, r"kLargeReportVendor = 0x(\w+)")) <= set(vendors):
@@ -61,7 +61,7 @@ def vendor_complaints(rules, vendors):
 
 
 def doctor_complaints(root, rules):
-    """What doctor proposes for another vendor gives the same rights."""
+    """The rules that doctor proposes for other vendors have to give the same rights."""
     proposed = re.search(r'RIGHTS = "(.*)";', (root / DOCTOR).read_text()).group(1).replace('\\"', '"')
     for line in rules.read_text().splitlines():
         if line.startswith(tuple(NAMES)) and not line.endswith(", " + proposed):
@@ -74,7 +74,7 @@ def postinst_complaints(root, vendors):
 
 
 def udev_complaints(rules):
-    """What udevadm says; the older ones cannot verify, and are asked in the virtual machine instead."""
+    """The findings of udevadm; older versions cannot verify rules, so a test in the virtual machine checks them."""
     if shutil.which("udevadm") is None or "verify" not in subprocess.run(
             ["udevadm", "--help"], capture_output=True, text=True, check=False).stdout:
         return

@@ -1,6 +1,6 @@
-"""Files speak of the product alone: usage words.py ROOT, or words.py --self-test.
+"""Checks that files mention only the product: usage words.py ROOT, or words.py --self-test.
 
-They do not tell where some machine keeps things, which documents or issues the work came from, or who did it how.
+They must not mention paths of a machine, documents or issues of the work, or how it was organised.
 """
 
 import re

@@ -1,5 +1,5 @@
-// Which change of the sources is on, and which places a run comes by: linked into the programs of
-// script/mutate only.
+// Selects the change that is switched on, and records the places that a run reaches. Only for the programs of
+// script/mutate.
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
@@ -10,8 +10,8 @@ constexpr int kMost = 20'000;
 
 std::atomic<bool> g_asked[kMost] = {};
 
-/// Tells which numbers were asked for: at the end of the process, after the destructors of all static
-/// objects. A test may run in several processes, so each adds its own.
+/// Writes the numbers that were evaluated, at the end of the process, after the destructors of all static
+/// objects. A test may run in several processes; each appends its numbers.
 [[gnu::destructor]] void tellVisits() {
     if (const char* path = std::getenv("ORVEX_MUTANT_VISITS")) {
         std::ofstream file(path, std::ios::app);

@@ -1,7 +1,7 @@
-"""Finds what can be changed in the library's sources, and writes them anew with all changes in them, each switched off.
+"""Finds possible changes in the library's sources, and writes copies that contain all changes, each switched off.
 
 A change (a mutant) is one operator, condition, constant, statement or result. All are compiled at once: a place `a < b`
-becomes `(mutant(7) ? a <= b : a < b)`, and the environment of a run says which number is on.
+becomes `(mutant(7) ? a <= b : a < b)`, and an environment variable selects the number that is switched on.
 """
 
 import json
@@ -41,14 +41,14 @@ class Mutant:
     tests: list = field(default_factory=list)  # that come by the place
 
     def __str__(self):
-        # A number or a name says little: the line tells which of them it is.
+        # A number or a name alone is ambiguous: add its line.
         where = f" in {self.text}" if re.fullmatch(r"[\w']+", self.before) else ""
         return f"{self.file}:{self.line}: {self.before} -> {self.after}{where}"
 
 
 @dataclass
 class Edit:
-    """A piece of a file with what can stand in its place; a statement can only be left out."""
+    """A piece of a file and its possible replacements; a statement can only be removed."""
 
     start: int
     end: int
@@ -77,10 +77,10 @@ class Finder:
         return self.text(file)[start:end].decode()
 
     def rewritten(self, file):
-        """The file's text with all changes in it."""
+        """The file's text with all changes."""
         edits = sorted(self.edits.get(file, {}).values(), key=lambda edit: (edit.start, -edit.end))
         text = self.text(file)
-        # Declared on the first line that is empty, so that all others keep their numbers.
+        # Declare it on the first empty line, so that all other lines keep their numbers.
         return render(text, 0, len(text), edits).replace("\n\n", "\nbool mutant(int number);\n", 1)
 
     def file_of(self, cursor):
@@ -108,7 +108,7 @@ class Finder:
             self.visit(child, cursor)
 
     def is_constant(self, file, cursor, parent):
-        """What the compiler has to know: nothing in it can be switched."""
+        """Whether the compiler needs a constant expression here, which cannot be switched."""
         if cursor.kind in CONSTANT_PLACES:
             return True
         if parent is not None and parent.type.kind == TypeKind.CONSTANTARRAY and parent.kind.is_declaration():
@@ -153,7 +153,7 @@ class Finder:
             self.add(file, cursor.extent, [f"{text} + 1"] if re.fullmatch(r"0[uUlL]*", text) else [f"{text} + 1", f"{text} - {text}"])
 
     def result(self, file, cursor):
-        """Of a named constant or of a call; the others have operators or literals of their own."""
+        """A result that is a named constant or a call; others contain operators or literals, which are changed."""
         for value in cursor.get_children():
             text = self.piece(file, value.extent.start.offset, value.extent.end.offset)
             kind = value.type.get_canonical().kind
@@ -176,7 +176,7 @@ class Finder:
             self.add(file, wanted.extent, [f"!({text})"])
 
     def statement(self, file, cursor):
-        """A call, an assignment or a count that stands alone can be left out."""
+        """A call, an assignment or an increment as a statement can be removed."""
         text = self.piece(file, cursor.extent.start.offset, cursor.extent.end.offset)
         after = self.piece(file, cursor.extent.end.offset, cursor.extent.end.offset + 1)
         alone = cursor.kind in (Kind.CALL_EXPR, Kind.UNARY_OPERATOR, Kind.COMPOUND_ASSIGNMENT_OPERATOR) or (
@@ -187,7 +187,7 @@ class Finder:
 
 
 def compile_commands(build, sources):
-    """One for each .cpp file of the library; the headers come with them."""
+    """One syntax tree for each .cpp file of the library, including its headers."""
     found = {}
     for entry in json.loads((build / "compile_commands.json").read_text()):
         if Path(entry["file"]).is_relative_to(sources):
@@ -216,7 +216,7 @@ def find(root, build, sources):
 
 
 def render(text, start, end, edits):
-    """The piece of a file with the edits in it; edits lie in each other or apart."""
+    """A piece of a file with its edits, which are nested or disjoint."""
     out, position = "", start
     while edits:
         edit = edits[0]
@@ -228,7 +228,7 @@ def render(text, start, end, edits):
 
 
 def switched(edit, original):
-    """Stays on as many lines, so that what a compiler says of a line holds for both files."""
+    """Keeps the number of lines, so that the line numbers of the compiler's messages are valid for both files."""
     out = original
     for alternative, mutant in zip(edit.alternatives, edit.mutants):
         if mutant.state == "invalid":

@@ -1,4 +1,4 @@
-"""Changes the library's source in one place at a time and sees whether the unit tests notice; called by script/mutate.
+"""Changes the library's source in one place at a time and checks whether the unit tests detect it; see script/mutate.
 
 All changes are compiled at once (see mutants.py) in a copy of the project below build/mutate. A first run of each test
 records the places that it reaches; then, for each change, the tests that reach its place run until one fails.
@@ -64,7 +64,7 @@ def configure():
 
 
 def build(finder, found):
-    """Changes that the compiler refuses are taken out, file by file and line by line."""
+    """Removes changes that do not compile, file by file and line by line."""
     for _ in range(8):
         for file in finder.edits:
             text = finder.rewritten(file)
@@ -104,7 +104,7 @@ def attempt(test, environment, patience):
 
 
 def visits(test, found):
-    """Notes the test at the changes that it comes by."""
+    """Records the changes that the test reaches."""
     file = VISITS / re.sub(r"\W", "_", f"{test.program}.{test.name}")
     begin = time.monotonic()
     if not attempt(test, {"ORVEX_MUTANT_VISITS": str(file)}, 120):
@@ -115,7 +115,7 @@ def visits(test, found):
 
 
 def try_out(mutant, killers):
-    """The tests that found other changes come first, then the quick ones."""
+    """Sorts the tests that detected other changes first, then the quick ones."""
     order = sorted(mutant.tests, key=lambda entry: (-killers[entry[1]] if killers[entry[1]] > 3 else 0, entry[0]))
     mutant.state = "survived" if order else "unvisited"
     for seconds, test in order:
@@ -128,12 +128,12 @@ def try_out(mutant, killers):
 
 
 def unnumbered(change):
-    """A change without the number of its line, which moves with the lines before it."""
+    """A change without its line number, which depends on the lines before it."""
     return re.sub(r":\d+:", ":", str(change).strip(), count=1)
 
 
 def equivalents():
-    """Changes that change nothing that anybody could see, a line each: the change, "  # " and the reason."""
+    """The changes without observable effect, one per line: the change, "  # " and the reason."""
     if not EQUIVALENT.exists():
         return set()
     lines = [line.split("  # ")[0] for line in EQUIVALENT.read_text().splitlines()]
@@ -141,7 +141,7 @@ def equivalents():
 
 
 def survivors(log):
-    """The changes that an earlier run's output lists as not killed; its progress may stand before them."""
+    """The changes that the output of an earlier run lists as not killed; it may contain progress messages."""
     return {unnumbered(change) for change in re.findall(r"(?:survived|unvisited): (.*)", log.read_text())}
 
 

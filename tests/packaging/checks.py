@@ -1,4 +1,4 @@
-"""Runs checks and prints "ok NAME" or "not ok NAME" for each, and then what is wrong in lines with "# ".
+"""Runs checks and prints "ok NAME" or "not ok NAME" for each, followed by the failure in lines with "# ".
 
 A check is a function; the first line of its text is its name. It fails by an exception.
 """
@@ -8,7 +8,7 @@ import subprocess
 
 
 class Wrong(Exception):
-    """Something is not as it should be; the text says what."""
+    """A check failed; the text says why."""
 
 
 def expect(holds, said):
@@ -17,7 +17,7 @@ def expect(holds, said):
 
 
 def output_of(*command, status=0, **environment):
-    """What a command prints, on both streams; it has to end with that exit status."""
+    """The output of a command, of both streams; it has to end with this exit status."""
     done = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                           stdin=subprocess.DEVNULL, env={**os.environ, **environment}, check=False)
     expect(done.returncode == status, f"{command}: exit status {done.returncode}\n{done.stdout}")
@@ -37,5 +37,5 @@ def passed(check, *arguments):
 
 
 def exit_status(checks, *arguments):
-    """Runs all of them, whatever they find; 0 when all are ok."""
+    """Runs all checks, even after a failure; returns 0 if all are ok."""
     return 0 if all([passed(check, *arguments) for check in checks]) else 1

@@ -1,4 +1,4 @@
-"""Prepares faults on a machine with the installed packages, and asks the installed tool what is wrong.
+"""Prepares faults on a machine with the installed packages, and checks the diagnosis of the installed tool.
 
 Each is mended again before the next. Used by installed.py.
 """
@@ -16,7 +16,7 @@ CLAIM_INTERFACE = 0x8004550F  # of usbfs, with the number of the interface
 
 
 def expect_told(said, fault, remedy):
-    """The doctor names one thing that is wrong, and below it the line that mends it."""
+    """doctor reports one problem, and below it the line that fixes it."""
     wrong = said.find("wrong  " + fault)
     expect(wrong >= 0 and remedy in said[wrong:], said)
     expect(said.count("wrong  ") == 1, f"more than one thing is wrong:\n{said}")
@@ -42,7 +42,7 @@ def finds_nothing(_):
 
 @contextmanager
 def for_root_alone(path):
-    """A node as it is without a rule."""
+    """A node with the permissions that it has without a rule."""
     before = os.stat(path)
     os.chown(path, 0, 0)
     os.chmod(path, 0o600)
@@ -80,7 +80,7 @@ def names_the_program(_):
 
 
 def names_what_was_forbidden(_):
-    """doctor names a device that the kernel was told not to use."""
+    """doctor names a device that is not authorized."""
     remedy = f"echo 1 | sudo tee {usb_device('ECHO0001')}/authorized"
     output_of("sh", "-c", remedy.replace("echo 1", "echo 0").replace("sudo ", ""))
     expect_told(doctor(), f"{ECHO1}it is not authorized, so the kernel does not use it", remedy)
@@ -103,7 +103,7 @@ def names_the_driver(_):
     driver = Path("/sys/bus/usb/drivers/usbserial_generic")
     interface = usb_device("ECHO0001").name + ":1.0"
     Path("/sys/bus/usb-serial/drivers/generic/new_id").write_text("6a5c 1001")
-    # The other devices that have these ids are let go again. What comes from now on is the driver's.
+    # Release the other devices with these ids. Devices that are plugged in from now on get the driver.
     for other in (path.name for path in driver.glob("*:*") if path.name != interface):
         (driver / "unbind").write_text(other)
     remedy = f"echo -n {interface} | sudo tee {driver}/unbind"

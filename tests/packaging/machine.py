@@ -1,4 +1,4 @@
-"""The virtual machine as the packages' checks see it: its devices and users."""
+"""The devices and users of the virtual machine, for the checks of the packages."""
 
 import re
 from pathlib import Path
@@ -24,6 +24,6 @@ def node(device):
 
 
 def as_user(group, *command, status=0):
-    """What a command says to a user who is in that group and in no other."""
+    """The output of a command that runs as a user who is in this group only."""
     user = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", f"--groups={group}", "--inh-caps=-all"]
     return output_of(*user, *command, status=status)

@@ -1,4 +1,4 @@
-"""Looks at the Debian packages and into them, and uses what is in them: usage unpacked.py FOLDER BUILD [ARCH].
+"""Checks the Debian packages and their contents, and uses their files: usage unpacked.py FOLDER BUILD [ARCH].
 
 What is used is used from a folder. BUILD is the folder of the build that they were made from. With the name of another processor ARCH they are for that
 one, and are only looked at. Prints lines of checks.py.
@@ -62,11 +62,11 @@ usr/share/lintian/overrides/orvex-usb-simulator
 usr/share/man/man1/simbus.1.gz
 """,
 }
-# What is there when the build has it.
+# Files that only some builds have.
 MANUAL = "usr/share/man/man1/orvex-usb.1.gz"
 OPTIONAL = {MANUAL, "usr/share/bash-completion/completions/orvex-usb"}
 PROGRAMS = re.compile(r"/bin/|/usbip/|/sim/simbus$|/tool-with-tests/run$")
-# Of the C and C++ runtime; NOTICE names it as a whole.
+# Libraries of the C and C++ runtime, which NOTICE names as a whole.
 RUNTIME = ("libc.", "libm.", "libpthread.", "libgcc_s.", "libstdc++.", "ld-linux")
 
 
@@ -74,7 +74,7 @@ MACHINES = {"amd64": "X86-64", "arm64": "AArch64"}
 
 
 class Packages:
-    """The packages, and the folder into which they are unpacked; a name with a space shows what is not quoted."""
+    """The packages, and the folder into which they are unpacked; a name with a space detects missing quotes."""
 
     def __init__(self, folder, build, arch, scratch):
         self.arch = arch
@@ -84,7 +84,7 @@ class Packages:
         self.home.mkdir()
         for deb in self.debs.values():
             output_of("dpkg-deb", "-x", deb, self.root)
-        # What the packages depend on is the system's.
+        # The dependencies of the packages are installed on this system.
         (self.root / "usr/share/java/picocli.jar").symlink_to("/usr/share/java/picocli.jar")
         self.library = next(self.root.glob("usr/lib/*/jni/libUSBAccessLink_3_47.so"))
         self.release = next(self.root.glob("usr/lib/*/orvex-usb"))
@@ -141,7 +141,7 @@ def are_for_the_processor(packages):
 
 
 def name_their_dependencies(packages):
-    """Each library that is linked stands in NOTICE, and its package in the dependencies."""
+    """NOTICE lists each linked library, and the dependencies its package."""
     needed = re.findall(r"NEEDED.*\[(.*)\]", output_of("readelf", "-d", packages.library))
     depends = output_of("dpkg-deb", "-f", packages.debs["orvex-usb-access"], "Depends")
     notice = (packages.root / "usr/share/doc/orvex-usb-access/NOTICE").read_text()
@@ -182,7 +182,7 @@ def example_is_tested(packages):
 
 
 def signing_stays_on_macos(_):
-    """The script that signs for macOS refuses to run elsewhere, and tells its use."""
+    """The script that signs for macOS refuses to run elsewhere, and prints its usage."""
     script = ROOT / "packaging/macos/sign"
     refused = output_of(script, "--application", "A", "--installer", "B", "--profile", "C", status=1)
     expect("macOS" in refused, refused)

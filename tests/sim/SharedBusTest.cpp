@@ -150,6 +150,10 @@ TEST_F(SharedBusTest, WrongRequestsAreRefused) {
     expectRefused(host.submit(connection, 2, {{"address", 0}, {"setup", "80"}}),
                   "\"setup\" is not of 8 bytes");
     expectRefused(host.submit(connection, 2, {{"address", 1}, {"data", "0"}}), "\"data\"");
+    expectRefused(host.ask({{"op", "submit"}, {"transfer", 4}, {"address", 0x81}, {"length", 64}}),
+                  "\"connection\" is missing");
+    EXPECT_EQ(host.submit(connection, 4, in)["submitted"], "accepted")
+        << "a refused one has not taken its number";
     expectRefused(host.ask({{"op", "configuration"}}), "\"connection\" is missing");
     expectRefused(host.ask({{"op", "claim"}, {"connection", connection}, {"interface", 256}}),
                   "out of range");

@@ -22,12 +22,12 @@ public final class Bench {
     }
 
     /** A call that is timed; false when it failed. */
-    private interface Call {
+    interface Call {
         boolean run() throws Exception;
     }
 
     /**
-     * Runs one subject: transfers, frame, open or lines.
+     * Runs one subject: transfers, frame, open, lines or hid.
      *
      * @param arguments the subject, and the seconds that each kind of call is timed for
      */
@@ -38,11 +38,12 @@ public final class Bench {
             case "frame" -> bench.frame();
             case "open" -> bench.openDevices();
             case "lines" -> bench.lines();
+            case "hid" -> new HidBench(bench).run();
             default -> throw new IllegalArgumentException(arguments[0]);
         }
     }
 
-    private void time(String name, int callsPerTime, Call call) throws Exception {
+    void time(String name, int callsPerTime, Call call) throws Exception {
         long warm = System.nanoTime() + periodNanoseconds / 4;
         for (int i = 0; i < WARM_UP_CALLS && System.nanoTime() < warm; ++i) {
             demand(name, call.run());
@@ -62,7 +63,7 @@ public final class Bench {
         distribution.print(name, callsPerTime);
     }
 
-    private static void demand(String name, boolean worked) {
+    static void demand(String name, boolean worked) {
         if (!worked) {
             throw new IllegalStateException("a call failed: " + name);
         }

@@ -20,11 +20,12 @@ final class Distribution {
         times[count++] = nanoseconds;
     }
 
-    /** Prints a line: name, then median, p99, p99.9 and the largest time of a call, and how many were timed. */
+    /** Prints a line: name, then median, p99, p99.9, the largest and the mean time of a call. */
     void print(String name, int callsPerTime) {
         Arrays.sort(times, 0, count);
-        System.out.printf("%s\t%.1f\t%.1f\t%.1f\t%.1f\t%d%n", name, at(0.5, callsPerTime), at(0.99, callsPerTime),
-                at(0.999, callsPerTime), at(1, callsPerTime), count);
+        System.out.printf("%s\t%.1f\t%.1f\t%.1f\t%.1f\t%.1f%n", name, at(0.5, callsPerTime), at(0.99, callsPerTime),
+                at(0.999, callsPerTime), at(1, callsPerTime),
+                Arrays.stream(times, 0, count).average().orElse(0) / callsPerTime);
     }
 
     private double at(double share, int callsPerTime) {

@@ -1,6 +1,6 @@
 package com.talvane.orvex.bench;
 
-/** What a native method with a byte array costs when it does nothing at all. */
+/** The cost of native methods that do nothing. */
 final class Floor {
     static {
         System.load(System.getProperty("orvex.bench.floor"));

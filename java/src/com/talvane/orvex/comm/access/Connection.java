@@ -5,8 +5,10 @@ import com.talvane.orvex.comm.UsbAccessCode;
 import java.util.Arrays;
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.TimeUnit;
 import java.util.concurrent.locks.ReentrantLock;
 import java.util.function.IntSupplier;
+import java.util.function.Supplier;
 
 /**
  * One opening of a device, from open to close: its transfers, one at a time on each endpoint. Results are those of the
@@ -15,12 +17,10 @@ import java.util.function.IntSupplier;
 final class Connection implements TransferGate.Owner {
     private static final int CONTROL = 0;
     private static final byte[] NOTHING = {};
+    private static final Moved NOTHING_MOVED = new Moved(0, 0);
     private static final int STATUS_MS = 1000;
-    /**
-     * A raw HID read cannot be cancelled. Within a report it loses nothing when its time runs out, so it is cut
-     * short.
-     */
-    private static final int HID_SLICE_MS = 100;
+    /** How often a read of reports looks whether the device is still there. */
+    private static final long PRESENCE_NANOS = TimeUnit.MILLISECONDS.toNanos(100);
     private static final int LEAST_REPORT = 64;
     private static final int GREATEST_REPORT = 1024;
 
@@ -28,8 +28,12 @@ final class Connection implements TransferGate.Owner {
     private final TransferGate gate;
     private final Target target;
     private final ReportFormat reports;
-    private final Map<Integer, Integer> packetSizes;
-    private final Map<Integer, ReentrantLock> endpoints = new ConcurrentHashMap<>();
+    private final Map<Integer, UsbEndpoint> pipes;
+    private final Map<Integer, ReentrantLock> turns = new ConcurrentHashMap<>();
+    /** The endpoints that have a listener. */
+    private final Map<Integer, ListenerCalls> claimed = new ConcurrentHashMap<>();
+    private final Listeners listeners = new Listeners();
+    private final ReportPauses pauses = new ReportPauses();
     private volatile boolean ended;
 
     /** A raw call on bytes that it moves from or to their start. */
@@ -40,10 +44,18 @@ final class Connection implements TransferGate.Owner {
 
     /** Size and filling of a HID device's reports. */
     record ReportFormat(int size, int fill) {
-        static final ReportFormat STANDARD = new ReportFormat(LEAST_REPORT, 0x5A);
+        private static final ReportFormat STANDARD = new ReportFormat(LEAST_REPORT, 0x5A);
+        private static final ReportFormat LARGE = new ReportFormat(512, 0);
+        /** HID devices of this vendor have large reports. */
+        private static final int LARGE_REPORT_VENDOR = 0x6A5D;
 
         ReportFormat {
             Setup.within("report size", size, LEAST_REPORT, GREATEST_REPORT);
+        }
+
+        /** What the devices of a vendor have. */
+        static ReportFormat ofVendor(int vendorId) {
+            return vendorId == LARGE_REPORT_VENDOR ? LARGE : STANDARD;
         }
     }
 
@@ -51,16 +63,61 @@ final class Connection implements TransferGate.Owner {
     record Status(boolean sent, boolean answered, boolean bit) {
     }
 
-    Connection(RawSession session, Target target, ReportFormat reports, Map<Integer, Integer> packetSizes) {
+    /** What a call on reports moved, and the result of its last raw call: below 0 when that failed. */
+    record Moved(int bytes, int result) {
+    }
+
+    /**
+     * A connection that is not open yet.
+     *
+     * @param session the session of the device
+     * @param target  the device
+     * @param reports for a HID device
+     * @param pipes   the endpoints by their addresses
+     */
+    Connection(RawSession session, Target target, ReportFormat reports, Map<Integer, UsbEndpoint> pipes) {
         this.usb = session.usb;
         this.gate = session.gate;
         this.target = target;
         this.reports = reports;
-        this.packetSizes = packetSizes;
+        this.pipes = pipes;
     }
 
     Target target() {
         return target;
+    }
+
+    /** The listeners to what this connection reads. */
+    Listeners listeners() {
+        return listeners;
+    }
+
+    /** The endpoint with this address, as the device was listed; null when it has none. */
+    UsbEndpoint pipe(int endpoint) {
+        return pipes.get(endpoint);
+    }
+
+    /** Has all reads of an endpoint go to one listener, from now on. */
+    void claim(int endpoint, ListenerCalls listener) {
+        if (claimed.putIfAbsent(endpoint, listener) != null) {
+            throw new IllegalStateException(target.label() + " has a listener there already");
+        }
+    }
+
+    /** Throws IllegalStateException when a listener has the reads of an endpoint. */
+    void demandUnclaimed(int endpoint) {
+        if (claimed.containsKey(endpoint)) {
+            throw new IllegalStateException(target.label() + " has a listener there, which gets what comes");
+        }
+    }
+
+    /** The end of a claim. Does nothing when the claim is another listener's by now. */
+    void release(int endpoint, ListenerCalls listener) {
+        claimed.remove(endpoint, listener);
+    }
+
+    int reportSize() {
+        return reports.size();
     }
 
     /** The raw open. A HID device takes on the size of its reports at an opening, from the call before. */
@@ -88,9 +145,15 @@ final class Connection implements TransferGate.Owner {
         return usb.usbCloseDevice(target.list(), target.index());
     }
 
-    /** From now on no transfer starts, and the gate may cancel those that run. */
+    /** The raw reset. */
+    int reset() {
+        return usb.usbResetDevice(target.list(), target.index());
+    }
+
+    /** From now on no transfer starts, no listener is called, and the gate may cancel the transfers that run. */
     void end() {
         ended = true;
+        listeners.end();
     }
 
     @Override
@@ -98,36 +161,42 @@ final class Connection implements TransferGate.Owner {
         return ended;
     }
 
-    // A write or control request that is cancelled cannot be taken up again, so only a close does that to it.
+    // A write or control request that is cancelled cannot be taken up again, so only a close or the interrupt of its
+    // thread does that to it.
 
     int write(RawCall call, int endpoint, int timeout, byte[] bytes) {
-        return inTurn(endpoint, () -> gate.pass(transfer(endpoint, false),
+        return inTurn(endpoint, 0, () -> interruptibly(endpoint, transfer(endpoint, false),
                 () -> call.move(usb, target.list(), target.index(), endpoint, bytes.length, timeout, bytes)));
     }
 
     int control(byte[] setupAndData, int timeout) {
+        return inTurn(CONTROL, 0, () -> interruptibly(CONTROL, transfer(CONTROL, false),
+                () -> controlOnce(setupAndData, timeout)));
+    }
+
+    private int controlOnce(byte[] setupAndData, int timeout) {
         boolean in = (setupAndData[0] & Setup.IN) != 0;
-        return inTurn(CONTROL, () -> gate.pass(transfer(CONTROL, false), () -> in
+        return in
                 ? usb.usbReadControlPipe(target.list(), target.index(), 0, timeout, setupAndData)
-                : usb.usbWriteControlPipe(target.list(), target.index(), 0, timeout, setupAndData)));
+                : usb.usbWriteControlPipe(target.list(), target.index(), 0, timeout, setupAndData);
     }
 
     /** Reads, and goes on after having been cancelled for the sake of an open or close elsewhere. */
     int read(RawCall call, int endpoint, int timeout, byte[] bytes) {
-        return inTurn(endpoint, () -> {
+        return inTurn(endpoint, 0, () -> {
             Deadline deadline = new Deadline(timeout);
             int moved = 0;
             while (true) {
                 byte[] rest = moved == 0 ? bytes : new byte[bytes.length - moved];
                 TransferGate.Transfer transfer = transfer(endpoint, true);
-                int result = gate.pass(transfer, () -> call.move(
+                int result = interruptibly(endpoint, transfer, () -> call.move(
                         usb, target.list(), target.index(), endpoint, rest.length, deadline.left(), rest));
                 if (result < 0) {
                     return moved > 0 ? moved : result;
                 }
                 System.arraycopy(rest, 0, bytes, moved, rest == bytes ? 0 : result);
                 moved += result;
-                if (!transfer.wasCancelled() || ended || moved == bytes.length || endsMessage(endpoint, result)) {
+                if (!transfer.wasCancelled() || isToStop() || moved == bytes.length || endsMessage(endpoint, result)) {
                     return moved;
                 }
                 if (deadline.isOver()) {
@@ -137,44 +206,71 @@ final class Connection implements TransferGate.Owner {
         });
     }
 
-    /** Whether a read that was cancelled had ended by itself, with a packet that was not full. */
-    private boolean endsMessage(int endpoint, int bytes) {
-        return bytes % packetSizes.getOrDefault(endpoint, Integer.MAX_VALUE) != 0;
+    /** Whether a call of several raw calls makes no further one. */
+    private boolean isToStop() {
+        return ended || Thread.currentThread().isInterrupted();
     }
 
-    /** Reads reports one by one, so that none is lost when the time runs out after some of them. */
-    int readReports(int timeout, byte[] bytes) {
-        return inTurn(Setup.IN, () -> {
+    /** Whether a read that was cancelled had ended by itself, with a packet that was not full. */
+    private boolean endsMessage(int endpoint, int bytes) {
+        UsbEndpoint pipe = pipes.get(endpoint);
+        return bytes % (pipe == null ? Integer.MAX_VALUE : pipe.packetBytes()) != 0;
+    }
+
+    /**
+     * Reads reports one by one, so that none is lost when the time runs out after some of them. A raw read cannot be
+     * cancelled, but one of a report at most loses nothing when its own time runs out.
+     */
+    Moved readReports(int timeout, byte[] bytes) {
+        return inTurn(Setup.IN, NOTHING_MOVED, () -> {
             Deadline deadline = new Deadline(timeout);
-            int moved = 0;
-            while (moved < bytes.length) {
-                byte[] report = new byte[Math.min(reports.size(), bytes.length - moved)];
-                int result = gate.pass(transfer(Setup.IN, false), () -> usb.usbReadInterruptPipeEx(target.list(),
-                        target.index(), 0, report.length, deadline.left(HID_SLICE_MS), report, reports.size(), 0));
-                if (result > 0) {
-                    System.arraycopy(report, 0, bytes, moved, result);
-                    moved += result;
-                } else if (result != UsbAccessCode.TIMED_OUT.code() || deadline.isOver() || target.isAbsent()) {
-                    return moved > 0 ? moved : result;
-                }
+            int place = 0;
+            int result = 0;
+            while (place < bytes.length && result >= 0 && !isToStop()) {
+                byte[] report = new byte[Math.min(reports.size(), bytes.length - place)];
+                result = awaitReport(deadline, report);
+                System.arraycopy(report, 0, bytes, place, Math.max(result, 0));
+                place += Math.max(result, 0);
             }
-            return moved;
+            return new Moved(place, result);
         });
     }
 
-    /** Writes reports one by one, so that a close need not wait for all of them. */
-    int writeReports(int timeout, byte[] bytes) {
-        return inTurn(0, () -> {
-            int moved = 0;
-            while (moved < bytes.length) {
-                byte[] report = Arrays.copyOfRange(bytes, moved, Math.min(moved + reports.size(), bytes.length));
-                int result = gate.pass(transfer(0, false), () -> sendReport(timeout, report));
-                if (result <= 0) {
+    /** Reads a report, or its start. Comes back without one when the time is over or the thread was interrupted. */
+    private int awaitReport(Deadline deadline, byte[] report) {
+        long lookedAt = System.nanoTime();
+        int result = takeReport(report);
+        while (result == UsbAccessCode.TIMED_OUT.code() && !deadline.isOver() && !isToStop()) {
+            if (System.nanoTime() - lookedAt >= PRESENCE_NANOS) {
+                lookedAt = System.nanoTime();
+                if (target.seemsAbsent()) {
                     return result;
                 }
-                moved += result;
             }
-            return moved;
+            pauses.sleep(deadline);
+            result = takeReport(report);
+        }
+        return result;
+    }
+
+    /** The raw read of a report, or of its start. */
+    private int takeReport(byte[] report) {
+        return gate.pass(transfer(Setup.IN, false), () -> usb.usbReadInterruptPipeEx(target.list(), target.index(), 0,
+                report.length, ReportPauses.LOOK_MS, report, reports.size(), 0));
+    }
+
+    /** Writes reports one by one, so that a close need not wait for all of them. */
+    Moved writeReports(int timeout, byte[] bytes) {
+        return inTurn(0, NOTHING_MOVED, () -> {
+            int place = 0;
+            int result = 1;
+            while (place < bytes.length && result > 0 && !isToStop()) {
+                byte[] report = Arrays.copyOfRange(bytes, place, Math.min(place + reports.size(), bytes.length));
+                pauses.awaitAnswer();
+                result = gate.pass(transfer(0, false), () -> sendReport(timeout, report));
+                place += Math.max(result, 0);
+            }
+            return new Moved(place, result);
         });
     }
 
@@ -183,23 +279,55 @@ final class Connection implements TransferGate.Owner {
                 reports.size(), reports.fill());
     }
 
-    /** What the device reports of itself (recipient 0) or of an endpoint (recipient 2). */
+    /**
+     * What the device reports of itself (recipient 0) or of an endpoint (recipient 2). Asked about a transfer that
+     * failed, and so also when the thread has been interrupted.
+     */
     Status status(int recipient, int index) {
         byte[] request = Setup.bytes(Setup.IN | recipient, 0, 0, index, new byte[2]);
-        int result = control(request, STATUS_MS);
-        return new Status(result >= 0, result > 0, result > 0 && (request[Setup.PACKET_BYTES] & 1) != 0);
+        ReentrantLock turn = turn(CONTROL);
+        turn.lock();
+        try {
+            int result = gate.pass(transfer(CONTROL, false), () -> controlOnce(request, STATUS_MS));
+            return new Status(result >= 0, result > 0, result > 0 && (request[Setup.PACKET_BYTES] & 1) != 0);
+        } finally {
+            turn.unlock();
+        }
     }
 
     private TransferGate.Transfer transfer(int endpoint, boolean isRead) {
-        return new TransferGate.Transfer(this, () -> isRead || ended,
-                () -> usb.usbCancelPipeTransfer(target.list(), target.index(), endpoint) == 0);
+        return new TransferGate.Transfer(this, () -> isRead || ended, () -> cancel(endpoint));
     }
 
-    private int inTurn(int endpoint, IntSupplier work) {
-        ReentrantLock turn = endpoints.computeIfAbsent(endpoint, address -> new ReentrantLock());
-        turn.lock();
+    private boolean cancel(int endpoint) {
+        return usb.usbCancelPipeTransfer(target.list(), target.index(), endpoint) == 0;
+    }
+
+    /** Makes a raw transfer that an interrupt of this thread cancels. */
+    private int interruptibly(int endpoint, TransferGate.Transfer transfer, IntSupplier call) {
+        return new CancelOnInterrupt(() -> cancelBesideNoOpen(endpoint)).run(() -> gate.pass(transfer, call));
+    }
+
+    private boolean cancelBesideNoOpen(int endpoint) {
+        TransferGate.Transfer cancelling = new TransferGate.Transfer(this, () -> false, () -> false);
+        return gate.pass(cancelling, () -> cancel(endpoint) ? 1 : 0) == 1;
+    }
+
+    private ReentrantLock turn(int endpoint) {
+        return turns.computeIfAbsent(endpoint, address -> new ReentrantLock());
+    }
+
+    /** Does the work when the endpoint is free. An interrupt ends the wait for that: then nothing moved. */
+    private <T> T inTurn(int endpoint, T nothingMoved, Supplier<T> work) {
+        ReentrantLock turn = turn(endpoint);
         try {
-            return work.getAsInt();
+            turn.lockInterruptibly();
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+            return nothingMoved;
+        }
+        try {
+            return work.get();
         } finally {
             turn.unlock();
         }

@@ -23,9 +23,10 @@ final class Deadline {
         return timeout == FOREVER ? FOREVER : (int) Math.max(1, timeout - elapsed());
     }
 
-    /** The same for a call that may only take so long. */
-    int left(int most) {
-        return timeout == FOREVER ? most : Math.min(most, left());
+    /** The time that is left in nanoseconds, {@code most} at most. */
+    long leftNanos(long most) {
+        long left = timeout == FOREVER ? most : TimeUnit.MILLISECONDS.toNanos(timeout - elapsed());
+        return Math.min(most, Math.max(0, left));
     }
 
     private long elapsed() {

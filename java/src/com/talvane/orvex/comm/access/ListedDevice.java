@@ -1,64 +1,107 @@
 package com.talvane.orvex.comm.access;
 
+import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.UsbAccessCode;
+import com.talvane.orvex.comm.access.Connection.RawCall;
 import com.talvane.orvex.comm.access.Connection.ReportFormat;
 import java.util.Arrays;
+import java.util.Comparator;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.Executor;
+import java.util.function.BinaryOperator;
+import java.util.function.Function;
 import java.util.stream.Collectors;
 
-/** A place in a raw list: what is known of the device there and, while it is open, its connection. */
-final class ListedDevice {
+/** A device in its place in a raw list: what is known of it, and its latest connection. */
+final class ListedDevice implements UsbDevice {
     private static final int MOST_DESCRIPTOR_BYTES = 512;
-    private static final int PACKET_SIZE_BITS = 0x7FF;
+    private static final int GREATEST_READ = 1 << 24;
+
+    /**
+     * A place in a raw list.
+     *
+     * @param list  the raw handle of the list
+     * @param index the place in the list
+     */
+    record Place(int list, int index) {
+    }
 
     private final RawSession session;
-    private final int list;
     private final int index;
     private final Runnable refresh;
+    private volatile Place place;
     private volatile String line;
     private volatile UsbDeviceInfo info;
-    private volatile Connection connection;
+    /** Null before the first opening; has ended when the device was closed since. */
+    private volatile Connection latest;
 
     /**
      * A device that is not open.
      *
      * @param session the session of the list
-     * @param list    the raw handle of the list
-     * @param index   the place in the list
+     * @param index   the place in the list as programs see it
      * @param refresh updates the list; run under the session lock
+     * @param place   the place in a raw list
      * @param line    the information line
      */
-    ListedDevice(RawSession session, int list, int index, Runnable refresh, String line) {
+    ListedDevice(RawSession session, int index, Runnable refresh, Place place, String line) {
         this.session = session;
-        this.list = list;
         this.index = index;
         this.refresh = refresh;
-        takeLine(line);
+        takeLine(place, line);
     }
 
-    void takeLine(String now) {
-        info = UsbDeviceInfo.parse(now);
-        line = now;
+    /** The device is in this place, and has this information line. */
+    void takeLine(Place from, String now) {
+        // A device that another list has found is not absent because it is in the first.
+        if (line != null && !from.equals(place) && now.startsWith("0")) {
+            return;
+        }
+        place = from;
+        if (!now.equals(line)) {
+            info = UsbDeviceInfo.parse(now);
+            line = now;
+        }
     }
 
-    UsbDeviceInfo info() {
+    /** The device is absent, wherever it was. */
+    void leave() {
+        takeLine(place, "0" + line.substring(1));
+    }
+
+    /** Whether an information line tells of this device, present or absent. */
+    boolean hasTextsOf(String other) {
+        return line.substring(1).equals(other.substring(1));
+    }
+
+    @Override
+    public UsbDeviceInfo info() {
         return info;
     }
 
-    String line() {
+    @Override
+    public String line() {
         return line;
     }
 
-    int index() {
+    @Override
+    public int index() {
         return index;
     }
 
-    String label() {
+    @Override
+    public boolean isPresent() {
+        return info.present();
+    }
+
+    @Override
+    public String label() {
         return info.label(index);
     }
 
-    byte[] descriptor(int type, int descriptorIndex) throws UsbException {
+    @Override
+    public byte[] descriptor(int type, int descriptorIndex) throws UsbException {
         switch (type) {
             case 1, 2 -> Setup.within("descriptor index", descriptorIndex, 0, 0);
             case 3 -> Setup.within("text", descriptorIndex, 1, 3);
@@ -67,101 +110,219 @@ final class ListedDevice {
         }
         return session.locked(() -> {
             byte[] bytes = new byte[MOST_DESCRIPTOR_BYTES];
-            int size = session.usb.usbGetDeviceDescriptor(list, index, type, descriptorIndex, bytes.length, bytes);
+            int size = session.usb.usbGetDeviceDescriptor(
+                    place.list(), place.index(), type, descriptorIndex, bytes.length, bytes);
             return size == UsbAccessCode.NOT_AVAILABLE.code()
                     ? new byte[0]
                     : Arrays.copyOf(bytes, Result.check("descriptor of " + label(), size));
         });
     }
 
-    List<UsbEndpoint> endpoints() throws UsbException {
+    @Override
+    public List<UsbEndpoint> endpoints() throws UsbException {
         return session.locked(() -> {
             byte[] bytes = new byte[UsbEndpoint.MOST_BYTES];
-            int count = session.usb.usbGetEndpointList(list, index, bytes);
+            int count = session.usb.usbGetEndpointList(place.list(), place.index(), bytes);
             return UsbEndpoint.parse(bytes, Result.check("endpoints of " + label(), count));
         });
     }
 
-    void open(ReportFormat reports) throws UsbException {
-        session.locked(() -> {
-            if (connection != null) {
+    @Override
+    public UsbDevice open() throws UsbException {
+        return open(ReportFormat.ofVendor(info.vendorId()));
+    }
+
+    @Override
+    public UsbDevice openReports(int reportSize, int fill) throws UsbException {
+        ReportFormat reports = new ReportFormat(reportSize, fill);
+        demandHid(true);
+        return open(reports);
+    }
+
+    @Override
+    public int reportSize() {
+        demandHid(true);
+        return isOpen() ? latest.reportSize() : ReportFormat.ofVendor(info.vendorId()).size();
+    }
+
+    private UsbDevice open(ReportFormat reports) throws UsbException {
+        return session.locked(() -> {
+            if (isOpen()) {
                 throw new IllegalStateException(label() + " is open already");
             }
-            Connection opening = new Connection(session, target(), reports, packetSizes());
+            Connection opening = new Connection(session, target(), reports, pipesByAddress());
             int result = session.gate.alone(null, opening::open);
             if (result == UsbAccessCode.NOT_AVAILABLE.code()
                     || (result == UsbAccessCode.OPEN_FAILED.code() && isAbsent())) {
-                throw new UsbDeviceGoneException("open " + label(), UsbAccessCode.NOT_AVAILABLE);
+                throw new UsbDeviceGoneException("open " + label(), UsbAccessCode.NOT_AVAILABLE, 0);
             }
             Result.check("open " + label(), result);
-            connection = opening;
-            return opening;
+            latest = opening;
+            return this;
         });
     }
 
     Target target() {
-        return new Target(list, index, info.isHid(), label(), this::isAbsent);
+        return new Target(place.list(), place.index(), info.isHid(), label(), this::isAbsent, this::seemsAbsent);
     }
 
-    private Map<Integer, Integer> packetSizes() throws UsbException {
+    /** An endpoint that several settings of an interface have counts with its greatest packet. */
+    private Map<Integer, UsbEndpoint> pipesByAddress() throws UsbException {
         return endpoints().stream()
-                .filter(endpoint -> (endpoint.packetSize() & PACKET_SIZE_BITS) > 0)
-                .collect(Collectors.toMap(
-                        e -> e.address() & 0xFF, e -> e.packetSize() & PACKET_SIZE_BITS, Math::max));
+                .filter(endpoint -> endpoint.packetBytes() > 0)
+                .collect(Collectors.toMap(endpoint -> endpoint.address() & 0xFF, Function.identity(),
+                        BinaryOperator.maxBy(Comparator.comparing(UsbEndpoint::packetBytes))));
     }
 
-    boolean isOpen() {
-        return connection != null;
+    @Override
+    public boolean isOpen() {
+        Connection known = latest;
+        return known != null && !known.hasEnded();
     }
 
-    void close() {
+    @Override
+    public void close() {
         session.ifOpen(this::closeLocked);
+        awaitListeners();
     }
 
-    /** Under the session lock. */
+    /** Under the session lock. The device counts as not open afterwards, whatever the raw close returns. */
     void closeLocked() {
-        Connection ending = connection;
-        if (ending != null) {
-            connection = null;
+        if (isOpen()) {
+            Connection ending = latest;
             ending.end();
-            // The device counts as not open, whatever the close returns.
             session.gate.alone(ending, ending::close);
         }
     }
 
-    void reset() throws UsbException {
+    /** After a close, without the session lock: waits for the calls of listeners that are under way. */
+    void awaitListeners() {
+        Connection ended = latest;
+        if (ended != null && ended.hasEnded()) {
+            ended.listeners().awaitEnd();
+        }
+    }
+
+    @Override
+    public void reset() throws UsbException {
         demandHid(false);
         session.locked(() -> {
-            int result = session.gate.alone(connection(), () -> session.usb.usbResetDevice(list, index));
+            Connection open = connection();
+            int result = session.gate.alone(open, open::reset);
             boolean other = result == UsbAccessCode.NOT_FOUND.code() || result == UsbAccessCode.NO_DEVICE.code();
             if (other || result == UsbAccessCode.NOT_OPEN.code()) {
-                throw new UsbDeviceGoneException("reset " + label(), UsbAccessCode.NO_DEVICE);
+                throw new UsbDeviceGoneException("reset " + label(), UsbAccessCode.NO_DEVICE, 0);
             }
             return Result.check("reset " + label(), result);
         });
     }
 
+    @Override
+    public int readBulk(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
+        return pipes().read(ORVEXCommUSBAccess::usbReadBulkPipe, endpoint, buffer, offset, length, timeout);
+    }
+
+    @Override
+    public int readInterrupt(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
+        return pipes().read(ORVEXCommUSBAccess::usbReadInterruptPipe, endpoint, buffer, offset, length, timeout);
+    }
+
+    @Override
+    public int writeBulk(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
+        return pipes().write(ORVEXCommUSBAccess::usbWriteBulkPipe, endpoint, buffer, offset, length, timeout);
+    }
+
+    @Override
+    public int writeInterrupt(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
+        return pipes().write(ORVEXCommUSBAccess::usbWriteInterruptPipe, endpoint, buffer, offset, length, timeout);
+    }
+
+    @Override
+    public void readFully(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
+        pipes().readFully(endpoint, buffer, offset, length, timeout);
+    }
+
+    @Override
+    public void writeFully(int endpoint, byte[] buffer, int offset, int length, int timeout) throws UsbException {
+        pipes().writeFully(endpoint, buffer, offset, length, timeout);
+    }
+
+    @Override
+    public byte[] readControl(int requestType, int request, int value, int indexWord, int length, int timeout)
+            throws UsbException {
+        byte[] bytes = Setup.forRead(requestType, request, value, indexWord, length);
+        return pipes().readControl(bytes, timeout);
+    }
+
+    @Override
+    public int writeControl(int requestType, int request, int value, int indexWord, byte[] data, int timeout)
+            throws UsbException {
+        byte[] bytes = Setup.forWrite(requestType, request, value, indexWord, data);
+        return pipes().control(bytes, timeout);
+    }
+
+    @Override
+    public int readReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
+        return reports().readReports(buffer, offset, length, timeout);
+    }
+
+    @Override
+    public int writeReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
+        return reports().writeReports(buffer, offset, length, timeout);
+    }
+
+    @Override
+    public UsbSubscription onReport(UsbInputListener listener) {
+        return onReport(listener, session.threads);
+    }
+
+    @Override
+    public UsbSubscription onReport(UsbInputListener listener, Executor executor) {
+        Transfers transfers = reports();
+        return listen(Setup.IN, transfers::nextReport, listener, executor);
+    }
+
+    @Override
+    public UsbSubscription onData(int endpoint, int size, UsbInputListener listener) {
+        return onData(endpoint, size, listener, session.threads);
+    }
+
+    @Override
+    public UsbSubscription onData(int endpoint, int size, UsbInputListener listener, Executor executor) {
+        Transfers.inEndpoint(endpoint);
+        Setup.within("size", size, 1, GREATEST_READ);
+        Transfers transfers = pipes();
+        return listen(endpoint, () -> transfers.next(endpoint, size), listener, executor);
+    }
+
+    private UsbSubscription listen(int endpoint, InputPump.Read read, UsbInputListener listener, Executor executor) {
+        return session.locked(() -> {
+            InputPump pump = new InputPump(connection(), endpoint, read, listener, executor);
+            session.threads.execute(pump.task());
+            return pump;
+        });
+    }
+
     /** The transfers of an open device that is no HID device. */
-    Transfers pipes() {
+    private Transfers pipes() {
         demandHid(false);
         return new Transfers(connection());
     }
 
     /** The transfers of an open HID device. */
-    Transfers reports() {
+    private Transfers reports() {
         demandHid(true);
         return new Transfers(connection());
     }
 
     private Connection connection() {
-        Connection open = connection;
-        if (open == null) {
+        if (!isOpen()) {
             throw new IllegalStateException(label() + " is not open");
         }
-        return open;
+        return latest;
     }
 
-    void demandHid(boolean hid) {
+    private void demandHid(boolean hid) {
         if (info.isHid() != hid) {
             throw new UnsupportedOperationException(
                     label() + (hid ? " is not a HID device" : " is a HID device: it has reports, not pipes"));
@@ -171,5 +332,16 @@ final class ListedDevice {
     private boolean isAbsent() {
         session.ifOpen(refresh);
         return !info.present();
+    }
+
+    /** The same without waiting for the session lock: as of the latest look while another thread has that. */
+    private boolean seemsAbsent() {
+        session.ifFree(refresh);
+        return !info.present();
+    }
+
+    @Override
+    public String toString() {
+        return label() + (isPresent() ? "" : ", absent") + (isOpen() ? ", open" : "");
     }
 }

@@ -3,6 +3,8 @@ package com.talvane.orvex.comm.access;
 import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.UsbAccessCode;
 import java.util.List;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
 import java.util.concurrent.locks.ReentrantLock;
 import java.util.stream.IntStream;
 
@@ -17,6 +19,10 @@ final class RawSession {
 
     final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
     final TransferGate gate = new TransferGate();
+    /** Where listeners are called and devices are read for them; ends with the session. */
+    final ExecutorService threads = Executors.newCachedThreadPool(RawSession::newThread);
+    /** Those to what comes and goes. */
+    final Listeners listeners = new Listeners();
     private final int id;
     private boolean closed;
 
@@ -44,6 +50,13 @@ final class RawSession {
         } finally {
             LOCK.unlock();
         }
+    }
+
+    /** A thread that does not keep the program alive. */
+    private static Thread newThread(Runnable work) {
+        Thread thread = new Thread(work, "orvex-usb");
+        thread.setDaemon(true);
+        return thread;
     }
 
     int id() {
@@ -85,12 +98,31 @@ final class RawSession {
         }
     }
 
+    /** The same, but does nothing also when another thread has the session lock. */
+    void ifFree(Runnable work) {
+        if (LOCK.tryLock()) {
+            try {
+                ifOpen(work);
+            } finally {
+                LOCK.unlock();
+            }
+        }
+    }
+
+    boolean isOpen() {
+        boolean[] open = {false};
+        ifOpen(() -> open[0] = true);
+        return open[0];
+    }
+
     /** Ends the session, after {@code last}, which runs when no other call can begin. Ending it again does nothing. */
     void end(Runnable last) {
         ifOpen(() -> {
             closed = true;
+            listeners.end();
             last.run();
             usb.usbRelease(id);
+            threads.shutdown();
             isOneOpen = false;
         });
     }

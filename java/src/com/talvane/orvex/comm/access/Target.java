@@ -10,10 +10,16 @@ import java.util.function.BooleanSupplier;
  * @param isHid   whether it is a HID device
  * @param label   its name for people
  * @param absence asks the library whether it is absent by now
+ * @param glance  the same without waiting for another thread
  */
-record Target(int list, int index, boolean isHid, String label, BooleanSupplier absence) {
+record Target(int list, int index, boolean isHid, String label, BooleanSupplier absence, BooleanSupplier glance) {
     /** Whether the device is absent by now, as far as the system has reported. Takes the session lock. */
     boolean isAbsent() {
         return absence.getAsBoolean();
+    }
+
+    /** The same, as of an earlier look when another thread has the session lock. */
+    boolean seemsAbsent() {
+        return glance.getAsBoolean();
     }
 }

@@ -7,6 +7,6 @@ public final class UsbBusyException extends UsbException {
     private static final long serialVersionUID = 1L;
 
     UsbBusyException(String attempted, UsbAccessCode code) {
-        super(attempted, code);
+        super(attempted, code, 0);
     }
 }

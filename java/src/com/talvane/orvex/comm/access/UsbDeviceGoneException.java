@@ -6,7 +6,7 @@ import com.talvane.orvex.comm.UsbAccessCode;
 public final class UsbDeviceGoneException extends UsbException {
     private static final long serialVersionUID = 1L;
 
-    UsbDeviceGoneException(String attempted, UsbAccessCode code) {
-        super(attempted, code);
+    UsbDeviceGoneException(String attempted, UsbAccessCode code, int moved) {
+        super(attempted, code, moved);
     }
 }

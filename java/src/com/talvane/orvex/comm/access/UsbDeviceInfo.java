@@ -107,6 +107,12 @@ public record UsbDeviceInfo(
         return kind == Kind.HID;
     }
 
+    /** Whether both may tell of one device, of which the library could not read the texts once. */
+    boolean isOfSameType(UsbDeviceInfo other) {
+        return vendorId == other.vendorId && productId == other.productId && release == other.release
+                && family == other.family && interfaceNumber == other.interfaceNumber;
+    }
+
     /**
      * Whether the library could not open the device to read its texts: no permission, or on its way in or out.
      *
@@ -124,5 +130,16 @@ public record UsbDeviceInfo(
      */
     public String label(int index) {
         return serial.equals("?") || serial.isEmpty() ? "device " + index : serial.replaceAll("\\p{Cc}", "?");
+    }
+
+    /**
+     * Names the device for people.
+     *
+     * @return such as "6A5C:1001 ECHO0001 (Talvane, Echo Tool)", without control characters
+     */
+    @Override
+    public String toString() {
+        return String.format("%04X:%04X %s (%s, %s)%s", vendorId, productId, serial, manufacturer, product,
+                present ? "" : ", absent").replaceAll("\\p{Cc}", "?");
     }
 }

@@ -17,6 +17,10 @@ public record UsbEndpoint(int address, int packetSize, int attributes, boolean i
     /** As many bytes as the raw endpoint list can have. */
     public static final int MOST_BYTES = 128;
 
+    private static final int PACKET_SIZE_BITS = 0x7FF;
+    private static final int KIND_BITS = 3;
+    private static final int INTERRUPT = 3;
+
     /**
      * Reads a raw endpoint list.
      *
@@ -30,5 +34,34 @@ public record UsbEndpoint(int address, int packetSize, int attributes, boolean i
                 .mapToObj(i -> new UsbEndpoint(
                         numbers.getShort(), numbers.getShort(), numbers.getShort(), numbers.getShort() != 0))
                 .toList();
+    }
+
+    /**
+     * The length of a full packet: the packet size without the bits that tell how many packets fit into a microframe.
+     *
+     * @return the number of bytes, 0 to 2047
+     */
+    public int packetBytes() {
+        return packetSize & PACKET_SIZE_BITS;
+    }
+
+    /**
+     * Whether it is an interrupt endpoint.
+     *
+     * @return true for an interrupt endpoint, false for any other
+     */
+    public boolean isInterrupt() {
+        return (attributes & KIND_BITS) == INTERRUPT;
+    }
+
+    /**
+     * Names the endpoint for people.
+     *
+     * @return such as "endpoint 0x81, bulk in, 512 bytes"
+     */
+    @Override
+    public String toString() {
+        return String.format("endpoint 0x%02X, %s %s, %d bytes", address & 0xFF, isInterrupt() ? "interrupt" : "bulk",
+                isIn ? "in" : "out", packetBytes());
     }
 }

@@ -5,6 +5,8 @@ import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
+import java.util.concurrent.Executor;
+import java.util.function.Consumer;
 import java.util.stream.Collectors;
 
 /**
@@ -12,6 +14,8 @@ import java.util.stream.Collectors;
  * process uses the raw class beside it.
  *
  * <p>Closing it closes the devices that are open, then releases the lists, then ends the session.
+ *
+ * <p>Threads: any method on any thread, at any time.
  */
 public final class UsbSession implements AutoCloseable {
     /** Stands for the devices of all vendors in the raw call. */
@@ -21,9 +25,11 @@ public final class UsbSession implements AutoCloseable {
 
     final RawSession raw;
     private final Map<Set<Integer>, UsbDeviceList> lists = new LinkedHashMap<>();
+    private final ChangeWatch watch;
 
     private UsbSession(RawSession raw) {
         this.raw = raw;
+        watch = new ChangeWatch(raw, lists.values());
     }
 
     /**
@@ -60,9 +66,9 @@ public final class UsbSession implements AutoCloseable {
                 return known;
             }
             demandFree(vendors);
-            int handle = Result.check("list the devices", raw.usb.usbCreateDeviceList2(raw.id(), vendorIds.clone()));
-            UsbDeviceList made = new UsbDeviceList(raw, handle);
+            UsbDeviceList made = new UsbDeviceList(raw, vendorIds);
             lists.put(vendors, made);
+            watch.begin(made);
             return made;
         });
     }
@@ -107,8 +113,42 @@ public final class UsbSession implements AutoCloseable {
     }
 
     /**
+     * Has a listener told which devices of the lists of this session come, leave and come back, from now on, lists that
+     * are made later included. It is called on a thread of the session; apart from that as
+     * {@link #onChange(Consumer, Executor)}.
+     *
+     * @param listener the listener
+     * @return closes the subscription
+     * @throws IllegalStateException when the session is closed
+     */
+    public UsbSubscription onChange(Consumer<? super UsbChange> listener) {
+        return onChange(listener, raw.threads);
+    }
+
+    /**
+     * The same, with the listener called by an executor, such as {@code SwingUtilities::invokeLater}.
+     *
+     * <p>The calls come one after another, in the order of the changes, each as a task of its own; so a slow listener
+     * delays no other one. An exception of the listener goes to the handler of uncaught exceptions of the thread, and
+     * the next call comes nevertheless. A listener may call any method, {@link #close} included.
+     *
+     * <p>The session looks at its lists twenty times a second for this, which costs next to nothing while nothing
+     * changes. It need not know a device that was pulled and is back between two looks; if that was open, its transfers
+     * tell that it is gone. What a listener is told has nothing to do with what {@link UsbDeviceList#update} returns.
+     *
+     * @param listener the listener
+     * @param executor calls it
+     * @return closes the subscription
+     * @throws IllegalStateException when the session is closed
+     */
+    public UsbSubscription onChange(Consumer<? super UsbChange> listener, Executor executor) {
+        return watch.add(listener, executor);
+    }
+
+    /**
      * Closes the devices, releases the lists and ends the session. Transfers of other threads end as with
-     * {@link UsbDevice#close}, and it waits as long as that for each device. Closing again does nothing.
+     * {@link UsbDevice#close}, and it waits as long as that for each device. Listeners are not called any more when it
+     * has returned, as {@link UsbSubscription#close} tells. Closing again does nothing.
      */
     @Override
     public void close() {
@@ -116,5 +156,12 @@ public final class UsbSession implements AutoCloseable {
             lists.values().forEach(UsbDeviceList::closeDevices);
             lists.values().forEach(UsbDeviceList::release);
         });
+        raw.listeners.awaitEnd();
+        lists.values().forEach(UsbDeviceList::awaitListeners);
+    }
+
+    @Override
+    public String toString() {
+        return raw.isOpen() ? "session" : "session, closed";
     }
 }

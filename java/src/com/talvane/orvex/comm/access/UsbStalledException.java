@@ -6,7 +6,7 @@ import com.talvane.orvex.comm.UsbAccessCode;
 public final class UsbStalledException extends UsbException {
     private static final long serialVersionUID = 1L;
 
-    UsbStalledException(String attempted) {
-        super(attempted, UsbAccessCode.PIPE);
+    UsbStalledException(String attempted, int moved) {
+        super(attempted, UsbAccessCode.PIPE, moved);
     }
 }

@@ -6,7 +6,7 @@ import com.talvane.orvex.comm.UsbAccessCode;
 public final class UsbTimeoutException extends UsbException {
     private static final long serialVersionUID = 1L;
 
-    UsbTimeoutException(String attempted) {
-        super(attempted, UsbAccessCode.TIMED_OUT);
+    UsbTimeoutException(String attempted, int moved) {
+        super(attempted, UsbAccessCode.TIMED_OUT, moved);
     }
 }

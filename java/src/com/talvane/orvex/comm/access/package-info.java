@@ -1,38 +1,86 @@
 /**
  * A safe way to USB tools, for new programs: sessions, lists and devices as objects, arguments that are checked,
- * failures as exceptions, and no rules about threads. It stands on {@link com.talvane.orvex.comm.ORVEXCommUSBAccess},
- * whose rules it keeps.
+ * failures as exceptions, listeners, streams and futures. Any method may be called on any thread at any time. It stands
+ * on {@link com.talvane.orvex.comm.ORVEXCommUSBAccess}, whose rules it keeps for its callers.
  *
  * <pre>{@code
  * try (UsbSession session = UsbSession.open()) {
  *     UsbDeviceList tools = session.list(0x6A5C, 0x6A5D);
  *     try (UsbDevice tool = tools.find("ECHO0001").orElseThrow().open()) {
- *         byte[] bytes = {1, 2, 3};
- *         tool.writeBulk(0x01, bytes, 0, bytes.length, 1000);
- *         int read = tool.readBulk(0x81, bytes, 0, bytes.length, 1000);
+ *         byte[] answer = new byte[512];
+ *         tool.writeFully(0x01, new byte[] {1, 2, 3}, 0, 3, 1000);
+ *         int length = tool.readBulk(0x81, answer, 0, answer.length, 1000);
  *     }
  * }
  * }</pre>
  *
+ * <h2>Recipes</h2>
+ *
+ * <p><b>Wait for a device.</b> Listen first, then look: so it is not missed in between.
+ * <pre>{@code
+ * BlockingQueue<UsbDevice> found = new LinkedBlockingQueue<>();
+ * try (UsbSubscription plugs = session.onChange(change -> {
+ *     if (change.kind() != UsbChange.Kind.LEFT && change.device().info().serial().equals("ECHO0001")) {
+ *         found.add(change.device());
+ *     }
+ * })) {
+ *     tools.find("ECHO0001").ifPresent(found::add);
+ *     UsbDevice tool = found.take();
+ * }
+ * }</pre>
+ *
+ * <p><b>Write or read all</b> of it: {@link UsbDevice#writeFully}, {@link UsbDevice#readFully}, or {@link UsbOutput}
+ * and {@link UsbInput} as streams. The exception tells how much had {@linkplain UsbException#moved moved}.
+ *
+ * <p><b>Try again.</b> A time-out and a stalled request leave the device as it is, so the next attempt may do. A device
+ * that is gone has to be closed, and opened when it is back.
+ * <pre>{@code
+ * for (int attempt = 1; ; attempt++) {
+ *     try {
+ *         return tool.readControl(0xC0, 2, 0x1234, 0, 7, 1000);
+ *     } catch (UsbTimeoutException | UsbStalledException e) {
+ *         if (attempt == 3) {
+ *             throw e;
+ *         }
+ *     }
+ * }
+ * }</pre>
+ *
+ * <p><b>HID question and answer.</b> Reports have one size, so the question is filled up and the answer is a whole one.
+ * <pre>{@code
+ * byte[] answer = new byte[64];
+ * hid.writeReports(question, 0, question.length, 1000);
+ * hid.readReports(answer, 0, answer.length, 1000);
+ * }</pre>
+ *
+ * <p><b>Draw what comes.</b> {@code device.onData(0x81, 512, bytes -> label.setText(...),
+ * SwingUtilities::invokeLater)}.
+ *
+ * <p><b>Test without a device.</b> {@link UsbDevice} is an interface: give your code one of your own.
+ *
  * <h2>Threads</h2>
  *
- * <p>Any method may be called on any thread at any time. There are three locks, taken in this order:
+ * <p>There are three locks, taken in this order:
  * <ol>
  * <li><b>the lock of an endpoint</b>, for as long as a transfer takes: one transfer at a time on each. All control
  *     requests of a device have one, a HID device one for reads and one for writes. The lock of the control requests
  *     may be taken beneath that of another endpoint, never the other way round;</li>
  * <li><b>the session lock</b>, one in the process: all calls about sessions, lists and their devices, and opens,
- *     closes and resets, one at a time;</li>
+ *     closes and resets, one at a time. Nobody who waits for a transfer or for an endpoint has or wants it;</li>
  * <li><b>the gate</b> of the session, held for moments: each transfer passes it when it starts and when it has ended.
- *     An open, close or reset, which has the session lock, shuts it, so that no transfer starts meanwhile.</li>
+ *     An open, close or reset, which has the session lock, shuts it, so that no transfer starts meanwhile. It cancels
+ *     reads of other devices that take longer than a moment, and they are taken up again: nothing is lost, and their
+ *     callers see nothing of it. Writes and control requests are waited for, which is why they have no endless
+ *     time-out.</li>
  * </ol>
- * Nobody who has the session lock waits for an endpoint's; nobody who is in a transfer waits for the session lock.
  *
- * <p>While the gate is shut, transfers that are under way go on, once it is certain that they are: that they can be
- * cancelled shows it. So an open, close or reset cancels reads on other devices that take longer than a moment, and
- * they are taken up again with what is left of their bytes and of their time; nothing that came is lost, and their
- * callers see nothing of it. Writes and control requests cannot be taken up again, so they are waited for, which is
- * why they have no endless time-out. HID reads cannot be cancelled; they are made of raw reads of a report and a tenth
- * of a second at most, which lose nothing when their time runs out.
+ * <p><b>Listeners</b> are called without a lock, each one's calls one after another, on threads of the session that do
+ * not keep the program alive, or by an executor. They may call any method. When a close has returned, none of what it
+ * closed is called any more.
+ *
+ * <p><b>Interrupts</b>: a transfer of a thread that is interrupted is cancelled, and throws {@link
+ * UsbInterruptedException}; the interrupt status stays set. Opens, closes and everything about lists take no notice.
+ *
+ * <p><b>Arrays</b> that are given to a transfer belong to it until it returns: no other thread changes them meanwhile.
  */
 package com.talvane.orvex.comm.access;

@@ -25,7 +25,7 @@ final class VendorOptions {
                 paramLabel = "ID",
                 split = ",",
                 converter = Numbers.Id.class,
-                description = "Vendor id to list, in hexadecimal, with 0x or without; may be given up to 16 times"
+                description = "Vendor id to list, in hexadecimal, with or without 0x; may be given up to 16 times"
                         + " (default: " + USUAL + ").")
         private List<Integer> vendors;
 

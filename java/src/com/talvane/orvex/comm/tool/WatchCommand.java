@@ -46,7 +46,7 @@ final class WatchCommand implements Callable<Integer> {
         try (StopRequest stop = new StopRequest(); Session session = new Session(from.vendors())) {
             List<DeviceInfo> known = session.devices();
             BiConsumer<String, DeviceInfo> show = showPresent(known);
-            // Nobody may be reading any more; then nobody would end it either.
+            // An error of standard output means that nobody reads it any more.
             while (left > 0 && System.nanoTime() - start < limit && !System.out.checkError()
                     && !stop.comesWithin(PERIOD_MS)) {
                 session.update();
@@ -74,7 +74,7 @@ final class WatchCommand implements Callable<Integer> {
         return lines::show;
     }
 
-    /** A record keeps its place, so the two lists differ in presence and at the end only. */
+    /** Devices keep their index, so the two lists differ only in presence and at the end. */
     private static int showChanges(List<DeviceInfo> before, List<DeviceInfo> now,
             BiConsumer<String, DeviceInfo> show) {
         int changes = 0;

@@ -59,7 +59,7 @@ final class AllocationSteps {
                 () -> device.close()));
     }
 
-    /** The answer, and what came of it. */
+    /** The result of a call, and its effect. */
     private static String withBytes(int answer, byte[] bytes) {
         return answer + " " + Arrays.toString(bytes);
     }
@@ -151,7 +151,7 @@ final class AllocationSteps {
             sweep.awaitNews();
             usb.usbUpdateDeviceList(sweep.list(), 0);
         });
-        // A HID device counts as open also when it could not be opened: its writes tell.
+        // A HID device counts as open even if it could not be opened: a write shows the difference.
         addText("usbOpenDevice, HID", Set.of("0 -109", "-11 -114"), () -> withDevice(HID), () -> {
             int opened = device.open();
             int written = device.writeInterrupt(0x01, new byte[LENGTH]);
@@ -248,7 +248,7 @@ final class AllocationSteps {
                 device.list(), device.index(), in, LENGTH, Device.AMPLE, bytes, LENGTH, 0));
     }
 
-    /** A look-up of a list handle that was never seen takes note of it. */
+    /** The look-up of an unknown list handle adds an entry to the map. */
     private void unknownList(String method, IntSupplier call) {
         add(method + ", an unknown list", Set.of("-114"), sweep::beginWithList, () -> {
             ++unknownList;

@@ -24,7 +24,7 @@ import java.util.stream.IntStream;
 final class AllocationSweep {
     static final int[] VENDORS = {UsbTest.VENDOR, UsbTest.OTHER_VENDOR};
     private static final long DEADLINE_SECONDS = 20;
-    /** Texts that are longer than what a string of C++ holds without memory of its own. */
+    /** Texts that are too long for a C++ string without an allocation. */
     static final String HID_SERIAL = "HIDT0021-with-a-long-serial-number";
     private static final String HID_TEXTS =
             String.format("{\"product\": \"HID Tool with a long name\", \"serial\": \"%s\"}", HID_SERIAL);
@@ -44,12 +44,12 @@ final class AllocationSweep {
     private int points;
 
     /**
-     * What is tried.
+     * A step of the sweep.
      *
-     * @param name      the method, and behind a comma what is special
+     * @param name      the method, and after a comma the special case
      * @param shortages what it may answer without memory besides what it answers with it; none for a step that
      *                  allocates nothing
-     * @param before    what is done first
+     * @param before    the preparation
      * @param action    the call or the calls whose allocations fail; gives the answer
      * @param undo      takes the action back, so that it can be done again in the same session; null when nothing can
      */
@@ -59,11 +59,11 @@ final class AllocationSweep {
         }
     }
 
-    /** What a step answered in the end, and how often it allocated at first. */
+    /** The final result of a step, and the number of its allocations in the first run. */
     private record Outcome(String answer, int allocations) {
     }
 
-    /** The outcome of a step without a failure, and what is to be seen afterwards. */
+    /** The result of a step without a failure, and the visible state afterwards. */
     private record Rehearsal(Outcome outcome, List<String> afterwards) {
     }
 
@@ -126,7 +126,7 @@ final class AllocationSweep {
         }
     }
 
-    /** The devices in an order that does not depend on what was there before: lists follow it. */
+    /** Plugs in the devices in a fixed order, on which the order of lists depends. */
     private void plugDevices() {
         bus.reset();
         bus.change("hid", HID_TEXTS);
@@ -152,7 +152,7 @@ final class AllocationSweep {
         return new Outcome(answer, allocations);
     }
 
-    /** What the library has of libusb and HID at the moment, and how much of each. */
+    /** The number of libusb and HID objects that the library holds at the moment. */
     private Map<String, Integer> held() {
         Map<String, Integer> held = new TreeMap<>();
         TAKEN_BACK_BY.forEach((call, back) -> held.put(call, bus.calls(call) - bus.calls(back)));
@@ -160,7 +160,7 @@ final class AllocationSweep {
         return held;
     }
 
-    /** What a caller sees from now on: the lists, a device that is plugged in, and whether devices work. */
+    /** The state that a caller sees: the lists, a device that is plugged in, and whether devices work. */
     private List<String> afterwards() {
         List<String> seen = new ArrayList<>(lines());
         usb.usbInitialize();
@@ -187,7 +187,7 @@ final class AllocationSweep {
         TO_GIVE_BACK.forEach(things -> check(bus.tally(things) == 0, things));
     }
 
-    // ------------------------------------------------------------------------- what steps are made of
+    // ------------------------------------------------------------------------- parts of steps
 
     /** Begins a session with the list of both vendors, in which no device is open. */
     void beginWithList() {

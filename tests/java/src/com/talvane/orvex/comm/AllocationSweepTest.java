@@ -8,7 +8,7 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** What the methods answer when there is no memory, and that nothing is left half made; see {@link AllocationSweep}. */
+/** The results of the methods when memory runs out; nothing may remain half done. See {@link AllocationSweep}. */
 @Tag("preload")
 class AllocationSweepTest {
     private static final int LEAST_POINTS = 400;

@@ -72,7 +72,7 @@ class BundledLibraryTest extends LoadingFixture {
         assertEquals(List.of(), files(cache).stream().filter(path -> !path.equals(cache)).toList());
     }
 
-    /** Who may write to a folder may take away what is in it, and put something else there. */
+    /** A user who may write to a folder can replace the files in it. */
     @ParameterizedTest
     @ValueSource(strings = {"rwxrwxr-x", "rwxr-xrwx"})
     void aCacheBelowAFolderOfOthersIsLeftForTheNextPlace(String permissions) throws Exception {

@@ -64,7 +64,7 @@ public final class Bus implements AutoCloseable {
         ask(op("reset"));
     }
 
-    /** Whether the devices are in this process, and not behind a kernel. */
+    /** Whether the bus is in this process, not on a kernel. */
     public boolean isMemory() {
         return ask(op("ping")).get("front").getAsString().equals("memory");
     }
@@ -91,14 +91,14 @@ public final class Bus implements AutoCloseable {
         ask(request);
     }
 
-    /** Gives an IN endpoint bytes to be read. */
+    /** Queues bytes for an IN endpoint. */
     public void feed(String id, int address, byte... data) {
         JsonObject request = on("feed", id, address);
         request.addProperty("data", HexFormat.of().formatHex(data));
         ask(request);
     }
 
-    /** What came in at an OUT endpoint, a piece for each transfer. */
+    /** The data that an OUT endpoint received, one piece for each transfer. */
     public List<byte[]> received(String id, int address) {
         return elements(ask(on("received", id, address)), "packets")
                 .map(e -> HexFormat.of().parseHex(e.getAsString()))
@@ -136,7 +136,7 @@ public final class Bus implements AutoCloseable {
         ask(request);
     }
 
-    /** Starts the counts of calls anew. Memory only. */
+    /** Resets the counts of calls. Memory only. */
     void clearCalls() {
         ask(op("clearCalls"));
     }
@@ -147,7 +147,7 @@ public final class Bus implements AutoCloseable {
         return count == null ? 0 : count.getAsInt();
     }
 
-    /** What was wrong in the calls of libusb. Memory only. */
+    /** The violations in calls of libusb. Memory only. */
     List<String> violations() {
         return elements(ask(op("violations")), "violations").map(JsonElement::getAsString).toList();
     }

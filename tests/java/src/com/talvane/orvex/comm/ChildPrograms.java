@@ -15,7 +15,7 @@ import java.util.concurrent.Future;
 import java.util.concurrent.TimeUnit;
 import java.util.stream.Stream;
 
-/** Programs for {@link ChildVm}: what can only be seen in a process of its own. */
+/** Programs for {@link ChildVm}: tests that need a separate process. */
 final class ChildPrograms {
     private static final int[] VENDORS = {UsbTest.VENDOR};
 
@@ -25,7 +25,7 @@ final class ChildPrograms {
     /**
      * Runs a program.
      *
-     * @param args its name, and what that program wants to know
+     * @param args the name and the arguments of the program
      */
     public static void main(String[] args) throws Exception {
         if (args[0].equals("loadersAtOnce")) {
@@ -49,7 +49,7 @@ final class ChildPrograms {
         }
     }
 
-    /** The first calls after the library was loaded, each answer on a line. */
+    /** Makes the first calls after the library is loaded, and prints each result on a line. */
     private static void fresh(ORVEXCommUSBAccess usb) {
         say("version", usb.usbGetLibVersion());
         say("release", usb.usbRelease(0));
@@ -81,7 +81,7 @@ final class ChildPrograms {
         usb.usbRelease(0);
     }
 
-    /** The class again, in two more class loaders, while the first has its session. */
+    /** Loads the class in two more class loaders, while the first has its session. */
     private static void otherLoaders(ORVEXCommUSBAccess usb) throws Exception {
         say("initialize", usb.usbInitialize());
         URL[] jar = {ChildVm.productJar().toUri().toURL()};
@@ -120,7 +120,7 @@ final class ChildPrograms {
         }
     }
 
-    /** Gives up a class loader whose library has a HID device open, and waits until the library has left memory. */
+    /** Discards a class loader whose library has a HID device open, and waits until the library is unloaded. */
     private static void forgetHid(String how) throws Exception {
         try (Bus bus = Bus.connect()) {
             bus.plug(HidTest.ID);
@@ -149,7 +149,7 @@ final class ChildPrograms {
         }
     }
 
-    /** Opens the tool with an endpoint of every kind, in a session that nobody releases. */
+    /** Opens the tool with an endpoint of every kind, in a session that is not released. */
     private static Device openBench(ORVEXCommUSBAccess usb) {
         usb.usbInitialize();
         int list = usb.usbCreateDeviceList2(0, VENDORS);

@@ -10,7 +10,7 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
 
-/** A Java program in a virtual machine of its own, with the same native library and, in memory, a bus of its own. */
+/** A Java program in a separate virtual machine, with the same native library and, in memory, a separate bus. */
 final class ChildVm {
     private static final String TOOL = "com.talvane.orvex.comm.tool.OrvexUsb";
     /** The jar of the tests; its manifest names the others. */
@@ -23,7 +23,7 @@ final class ChildVm {
     private final List<String> prefix = new ArrayList<>();
     private final ProcessBuilder builder = new ProcessBuilder();
 
-    /** How a program ended, and what it wrote. */
+    /** The exit status and the output of a program. */
     record Outcome(int status, String out, String err) {
     }
 
@@ -60,7 +60,7 @@ final class ChildVm {
         return this;
     }
 
-    /** Started by this command, which gets the rest as its arguments. */
+    /** Starts the virtual machine through this command, whose arguments are the rest of the command line. */
     ChildVm under(String... command) {
         prefix.addAll(List.of(command));
         return this;
@@ -121,7 +121,7 @@ final class ChildVm {
         return run(command);
     }
 
-    /** Starts the command-line tool. What it writes can be read as it comes; the file gets standard error. */
+    /** Starts the command-line tool. Its output can be read at once; its standard error goes to the file. */
     Process startTool(Path err, String... arguments) throws IOException {
         builder.redirectError(err.toFile());
         return builder.command(java(ON_CLASS_PATH, TOOL, arguments)).start();

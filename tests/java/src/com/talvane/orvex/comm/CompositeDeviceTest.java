@@ -14,7 +14,7 @@ class CompositeDeviceTest extends UsbTest {
     private static final String WHOLE = ":=6A5D:=2001:=0100:=Talvane:=Composite Tool:=COMP0003:=x:=b:=1:=0:=end";
     private static final String PART = ":=6A5D:=2001:=0100:=Talvane:=Data Port:=COMP0003_01:=x:=b:=2:=1:=end";
 
-    /** Two interfaces, of which the second is listed as a part of its own when it is vendor-specific. */
+    /** Two interfaces; the second is listed as a separate record if it is vendor-specific. */
     private static final String INTERFACES = """
             {"interfaces": [
                 {"number": 0, "class": 255, "subClass": 0, "endpoints": [
@@ -232,7 +232,7 @@ class CompositeDeviceTest extends UsbTest {
         return twins;
     }
 
-    /** Pulls one of two that look alike; what is present then stays so over further updates. */
+    /** Unplugs one of two identical devices; the presence of the records then stays the same over further updates. */
     private List<Device> assertPresenceWithout(int pulled, Boolean... expected) {
         List<Device> twins = listOfTwins();
         bus.unplug(twins.get(pulled).field(6));

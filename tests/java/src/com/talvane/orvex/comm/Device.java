@@ -1,6 +1,6 @@
 package com.talvane.orvex.comm;
 
-/** A device of a list, with the calls on it in short. Every transfer is as long as its buffer. */
+/** A device of a list, with short names for the calls. Every transfer is as long as its buffer. */
 record Device(ORVEXCommUSBAccess usb, int list, int index) {
     /** Milliseconds in which every transfer ends that is meant to; ample for an emulated machine. */
     static final int AMPLE = 30_000;

@@ -14,7 +14,7 @@ import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** The doctor as a command: what the library lists, on a machine of the test's own making. */
+/** The command {@code doctor}: it compares the list of the library with a machine that the test simulates. */
 class DoctorToolTest extends ToolFixture {
     private static final String ROOT = "orvex.usb.root";
 

@@ -37,7 +37,7 @@ class EnduranceTest extends UsbTest {
         return Integer.getInteger("orvex.test." + property, bus.isMemory() ? onMemory : onKernel);
     }
 
-    /** The warm-up before the first look takes what is taken once. */
+    /** A warm-up before the first measurement allocates what is allocated only once. */
     private void endure(String what, int count, Step step) throws Exception {
         Progress progress = new Progress(what, count);
         for (int i = 0; i < Math.max(10, count / 10); i++) {
@@ -85,7 +85,7 @@ class EnduranceTest extends UsbTest {
         });
     }
 
-    /** Pulled in the middle of a read; closed while it is gone, or every other time opened anew over what it was. */
+    /** Unplugged in the middle of a read; closed while absent or, every other time, opened again without a close. */
     @Test
     void manyPlugCyclesLoseNoEventAndLeaveThreadsDescriptorsAndMemoryAsTheyWere() throws Exception {
         Device bench = find(sessionWithList(), "BENCH00001");
@@ -107,7 +107,7 @@ class EnduranceTest extends UsbTest {
         assertEquals(0, open(bench).close());
     }
 
-    /** One thread has the lists and comes and goes with a device of its own; the others keep to an endpoint each. */
+    /** One thread uses the lists and plugs and unplugs a device; each of the others uses one endpoint. */
     @Test
     void transfersOnManyEndpointsGoOnWhileAnotherDeviceComesAndGoes() throws Exception {
         Device bench = openBench();
@@ -154,7 +154,7 @@ class EnduranceTest extends UsbTest {
         keptKb += KEPT_CONFIGURATIONS_KB;
     }
 
-    /** Does `transfers` of the jobs, each on a thread of its own, and the work beside them on this one until then. */
+    /** Runs the jobs, each on a separate thread, `transfers` times in all, and meanwhile other work on this thread. */
     private static void storm(int transfers, List<Callable<Boolean>> jobs, Runnable beside) throws Exception {
         AtomicInteger left = new AtomicInteger(transfers);
         List<Future<Integer>> threads = new ArrayList<>();

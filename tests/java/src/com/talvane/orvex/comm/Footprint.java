@@ -19,7 +19,7 @@ import javax.management.ObjectName;
  */
 record Footprint(int threads, int descriptors, int residentKb, int references) {
     private static final Path STATUS = Path.of("/proc/self/status");
-    /** Counted page by page; what the status says of memory may be some megabytes behind. */
+    /** An exact count of pages; the figures in the status may lag some megabytes behind. */
     private static final Path MEMORY = Path.of("/proc/self/smaps_rollup");
     private static final Pattern REFERENCES = Pattern.compile("JNI global refs: (\\d+)");
 
@@ -54,7 +54,7 @@ record Footprint(int threads, int descriptors, int residentKb, int references) {
                 .orElseThrow();
     }
 
-    /** The virtual machine tells their number at the end of a list of its threads. */
+    /** The virtual machine prints their number at the end of a thread dump. */
     private static int globalReferences() {
         try {
             Object threads = ManagementFactory.getPlatformMBeanServer().invoke(

@@ -4,13 +4,13 @@ import com.talvane.orvex.comm.access.UsbDevice;
 import com.talvane.orvex.comm.access.UsbSession;
 import java.util.concurrent.TimeUnit;
 
-/** Opens the HID tool and forgets it; to be loaded by a class loader that is given up afterwards. */
+/** Opens the HID tool and does not close it, in a class loader that is discarded afterwards. */
 public final class ForgottenHid {
     private ForgottenHid() {
     }
 
     /**
-     * Opens it as soon as its driver lets it.
+     * Opens the tool as soon as its driver allows it.
      *
      * @param how raw, or released: the session is ended with the device still open, or safe: through the safe layer
      */

@@ -10,7 +10,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 
-/** Reports out and in: how bytes are cut into them, and what becomes of those that nobody reads. */
+/** Output and input reports: how bytes are split into reports, and what happens to reports that are not read. */
 class HidReportsTest extends HidTest {
     private static final int LARGE_REPORT = 512;
     /** Unread reports of 64 bytes that the library keeps. */

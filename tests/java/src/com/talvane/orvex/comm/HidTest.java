@@ -12,7 +12,7 @@ abstract class HidTest extends UsbTest {
     static final int IN = 0x81;
     static final int OUT = 0x01;
     static final int REPORT = 64;
-    /** Milliseconds of a read that is meant to end without what it wants; short, since a waiting read is busy. */
+    /** The time-out of a read that should find nothing, in milliseconds; short, because a waiting read is busy. */
     static final int BRIEF = 300;
 
     /** A session with a list in which the host's HID driver has this device, which is plugged in now. */
@@ -30,7 +30,7 @@ abstract class HidTest extends UsbTest {
         return openWorking(plugHid());
     }
 
-    /** The HID tool with reports of a size, and what else is changed about it. */
+    /** The HID tool with reports of a given size, and other changes. */
     final void change(int reportBytes, String rest) {
         bus.change(ID, String.format("{\"interfaces\": [{\"hid\": {\"input\": %1$d, \"output\": %1$d}, \"endpoints\": ["
                 + "{\"address\": %2$d, \"type\": \"interrupt\", \"interval\": 1},"

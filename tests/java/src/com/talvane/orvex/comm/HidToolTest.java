@@ -82,7 +82,7 @@ class HidToolTest extends HidTest {
             assertEquals("  00000000  01 02 03                                         |...|\n", run.out());
             return run.status();
         });
-        // What comes before the tool has the device open is dropped.
+        // Reports that arrive before the tool has opened the device are dropped.
         await("the tool has what it reads", () -> {
             bus.feed(ID, IN, pattern(REPORT));
             return tool.isDone();

@@ -21,7 +21,7 @@ import org.junit.jupiter.api.io.TempDir;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 
-/** What the tool writes for scripts is what the page about it tells, no more and no less. */
+/** The JSON output of the tool has exactly the fields that its page documents. */
 class JsonPageTest extends ToolFixture {
     private static JsonObject page;
 

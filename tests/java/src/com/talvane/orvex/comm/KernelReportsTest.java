@@ -14,7 +14,7 @@ import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** What a kernel does with reports before the library has them, and with those that a device does not take. */
+/** The kernel's handling of reports that the library has not read yet, and of those that a device does not accept. */
 @Tag("kernel")
 class KernelReportsTest extends HidTest {
     /** Reports of one opening that the kernel keeps until they are read. */

@@ -17,7 +17,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 
-/** What only a kernel has: permissions, other programs on a device, configurations that somebody else chose. */
+/** Features of a kernel: permissions, other programs on a device, configurations that another program selected. */
 @Tag("kernel")
 class KernelTest extends UsbTest {
     private static final Set<Integer> OPEN_RESULTS = Set.of(0, -107, -108, -130);
@@ -49,7 +49,7 @@ class KernelTest extends UsbTest {
         assertEquals(4, device.read(0x81, new byte[4]));
     }
 
-    /** Root may do everything until it gives that up; then it is like any user on a machine without a udev rule. */
+    /** A child process without root's right to ignore permissions, like any user's on a machine without a udev rule. */
     private ChildVm withoutPermission() {
         return new ChildVm().withBus(Bus.socket())
                 .under("setpriv", "--bounding-set=-dac_override,-dac_read_search", "--inh-caps=-all");
@@ -79,7 +79,7 @@ class KernelTest extends UsbTest {
         assertEchoes(open(find(list(VENDOR), "BENCH00001")));
     }
 
-    /** In this process, whose session it leaves alone: another one takes long to start on an emulated machine. */
+    /** Runs in this process, beside its session, because another one takes long to start on an emulated machine. */
     private static void assertDoctorSays(String text) {
         ToolRun doctor = ToolRun.of(new byte[0], "doctor");
         assertTrue(doctor.out().contains(text), doctor.out());

@@ -8,7 +8,7 @@ import java.util.List;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** The order of the places where the native library is looked for, and what is said when it is not found. */
+/** The order of the places from which the native library is loaded, and the message if it is not found. */
 @Tag("loading")
 class LibraryLoadingTest extends LoadingFixture {
     private static Path builtLibrary() {

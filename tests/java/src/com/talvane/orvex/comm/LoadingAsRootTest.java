@@ -11,7 +11,7 @@ import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** What takes root to set up: other users, and folders on file systems that do not allow everything. */
+/** Tests that need root: other users, and folders on file systems with restrictions. */
 @Tag("loading")
 @Tag("linux")
 class LoadingAsRootTest extends LoadingFixture {
@@ -29,7 +29,7 @@ class LoadingAsRootTest extends LoadingFixture {
         Files.setOwner(path, path.getFileSystem().getUserPrincipalLookupService().lookupPrincipalByName(user));
     }
 
-    /** A child for which a file system of its own is mounted over the folders. */
+    /** A child process with a separate file system mounted over the folders. */
     private ChildVm childWithMount(String options, Path... folders) {
         String mounts = "";
         for (Path each : folders) {

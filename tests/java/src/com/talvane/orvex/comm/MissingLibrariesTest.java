@@ -16,7 +16,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.ValueSource;
 
-/** The copies of libusb and hidapi in the jar, on a machine that does not have them. Takes root, to hide its own. */
+/** The copies of libusb and hidapi in the jar, on a machine without them. Needs root, to hide those of this machine. */
 @Tag("loading")
 @Tag("linux")
 class MissingLibrariesTest extends LoadingFixture {

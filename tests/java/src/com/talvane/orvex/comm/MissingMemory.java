@@ -1,6 +1,6 @@
 package com.talvane.orvex.comm;
 
-/** Allocations of the native library that fail on demand: in a virtual machine that was started with what does it. */
+/** Makes allocations of the native library fail, in a virtual machine that preloads libmissing_memory.so. */
 final class MissingMemory {
     static {
         System.load(System.getenv("LD_PRELOAD"));

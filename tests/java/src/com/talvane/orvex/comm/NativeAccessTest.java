@@ -5,7 +5,7 @@ import static org.junit.jupiter.api.Assertions.assertEquals;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** Virtual machines that let nobody load native code unless they were told to. */
+/** Virtual machines that load native code only if an option allows it. */
 @Tag("newest")
 class NativeAccessTest extends LoadingFixture {
     @Override

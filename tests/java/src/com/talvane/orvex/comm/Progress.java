@@ -33,7 +33,7 @@ final class Progress {
         }
     }
 
-    /** The row: what, how often, seconds, and what was gained of threads, descriptors, memory and references. */
+    /** The row: work, count, seconds, and the growth of threads, descriptors, memory and references. */
     void end(Footprint before, Footprint after, int keptKb) {
         if (TOLD) {
             System.err.print("\r\u001b[K");

@@ -168,7 +168,7 @@ class SessionTest extends UsbTest {
                 "usbGetDeviceListCount", "0", "usbGetDeviceInfo", ""), EveryMethod.answers(usb, 1_000_000, 0));
     }
 
-    /** What the list still tells of its first tool when its session has ended. */
+    /** The results for the first tool of a list whose session has ended. */
     private static Map<String, String> stillKnown(Device bench, Map<String, String> more) {
         Map<String, String> answers = new TreeMap<>(Map.of("usbUpdateDeviceList", "0", "usbReleaseDeviceList", "0",
                 "usbGetDeviceListCount", "4", "usbGetDeviceInfo", bench.line(), "usbGetDeviceDescriptor", "18",

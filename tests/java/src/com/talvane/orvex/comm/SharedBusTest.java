@@ -14,6 +14,7 @@ import org.junit.jupiter.api.io.TempDir;
 /** The command {@code simbus}, which keeps a bus from one program to the next. */
 @Tag("memory")
 @Tag("linux")
+@Tag("programs")
 class SharedBusTest {
     private static final Path RELEASE = Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY)).getParent();
 

@@ -147,7 +147,7 @@ class ToolJobsTest extends ToolFixture {
         assertTrue(out.contains("\nout      50 bytes,") && out.contains("\nin       50 bytes,"), out);
     }
 
-    /** An interrupt endpoint takes transfers of both kinds, a bulk endpoint only those of its own. */
+    /** An interrupt endpoint accepts transfers of both kinds, a bulk endpoint only bulk transfers. */
     @ParameterizedTest
     @ValueSource(strings = {
         "bench --serial BENCH00001 --out 1 --count 1", "bench --serial BENCH00001 --in 0x83 --count 1",

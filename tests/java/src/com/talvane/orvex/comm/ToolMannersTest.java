@@ -7,7 +7,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.CsvSource;
 
-/** What the tool says to somebody who does not know it yet. */
+/** The messages of the tool to new users. */
 class ToolMannersTest extends ToolFixture {
     @ParameterizedTest
     @CsvSource(delimiter = '|', value = {

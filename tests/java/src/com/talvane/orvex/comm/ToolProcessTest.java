@@ -113,6 +113,7 @@ class ToolProcessTest extends UsbTest {
     }
 
     @Test
+    @Tag("unemulated")
     @Tag("memory")
     @Tag("linux")
     void theLauncherTakesTheToolsClassesFromAnArchive() throws Exception {
@@ -266,7 +267,7 @@ class ToolProcessTest extends UsbTest {
         return trace.lines().filter(line -> line.contains(text)).count();
     }
 
-    /** Reads until the tool waits for changes; tells at which place it has the device. */
+    /** Reads until the tool waits for changes; returns the index of the device. */
     private static int indexWhenWatching(BufferedReader out) throws Exception {
         int index = -1;
         for (String line = out.readLine(); line != null; line = out.readLine()) {

@@ -9,7 +9,7 @@ import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** The tool against devices that say what they should not. */
+/** The tool with devices whose strings are hostile. */
 @Tag("memory")
 class ToolSafetyTest extends ToolFixture {
     private static final String FORGED = "1:=6A5C:=1001:=0100:=Talvane:=Bench Tool:=FORGED01:=x:=b:=0:=0:=end";

@@ -59,7 +59,7 @@ public abstract class UsbTest {
         }
     }
 
-    /** Opens the session once the host sees what is plugged in: a kernel may lag behind the bus. */
+    /** Opens the session when the host sees the devices: a kernel may lag behind the bus. */
     final void openSession() {
         await("the host sees the devices that are plugged in", () -> {
             assertEquals(0, usb.usbInitialize());
@@ -153,7 +153,7 @@ public abstract class UsbTest {
         updateUntil(device.line() + " gets presence " + present, device.list(), () -> device.isPresent() == present);
     }
 
-    /** Runs a call that blocks on a thread of its own, and comes back when its transfer waits at the endpoint. */
+    /** Runs a blocking call on a separate thread, and returns when its transfer waits at the endpoint. */
     protected final Future<Integer> whileWaiting(String id, int endpoint, Callable<Integer> call) {
         Future<Integer> result = THREADS.submit(call);
         await("a transfer waits at endpoint " + endpoint, () -> bus.pending(id, endpoint) > 0);

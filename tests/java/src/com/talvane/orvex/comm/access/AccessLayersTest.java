@@ -19,6 +19,7 @@ import org.junit.jupiter.api.Test;
 
 /** The classes of the package use each other in one direction, as jdeps sees them in the jar. */
 @Tag("memory")
+@Tag("unemulated")
 class AccessLayersTest {
     private static final String NAME = UsbSession.class.getPackageName().replace(".", "\\.") + "\\.(\\w+)\\S*";
     private static final Pattern USE = Pattern.compile("^\\s+" + NAME + "\\s+-> " + NAME, Pattern.MULTILINE);

@@ -3,11 +3,21 @@ package com.talvane.orvex.comm.access;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.talvane.orvex.comm.UsbAccessCode;
+import java.lang.management.ManagementFactory;
+import java.lang.management.ThreadMXBean;
+import java.util.Arrays;
+import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.Future;
+import java.util.concurrent.LinkedBlockingQueue;
+import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicReference;
+import java.util.concurrent.locks.LockSupport;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
@@ -97,6 +107,7 @@ class UsbHidTest extends AccessTest {
     void reportsHaveTheSizeOfTheOpening() throws UsbException {
         UsbDevice hid = plugged();
         try (UsbDevice open = hid.openReports(128, 0x77)) {
+            assertEquals(128, open.reportSize());
             assertEquals(130, open.writeReports(pattern(130), 0, 130, AMPLE));
             assertEquals(2, bus.received("hid", 0x01).size());
             byte[] last = bus.received("hid", 0x01).get(1);
@@ -108,6 +119,32 @@ class UsbHidTest extends AccessTest {
         assertEquals(64, bus.received("hid", 0x01).get(2).length);
     }
 
+    @Test
+    @Tag("memory")
+    void theMakersSecondVendorHasLargeReports() throws UsbException {
+        bus.change("hid", "{\"vendorId\": \"0x6A5D\", \"interfaces\": [{\"hid\": {\"input\": 512, \"output\": 512},"
+                + " \"endpoints\": [{\"address\": \"0x81\", \"type\": \"interrupt\", \"interval\": 1},"
+                + " {\"address\": \"0x01\", \"type\": \"interrupt\", \"interval\": 1, \"behaviour\": \"sink\"}]}]}");
+        UsbDevice hid = plugged();
+        assertEquals(512, hid.reportSize());
+        hid.open();
+        assertEquals(512, hid.reportSize());
+        bus.feed("hid", 0x81, pattern(512));
+        byte[] report = new byte[512];
+        assertEquals(512, readReports(hid, report, AMPLE));
+        assertArrayEquals(pattern(512), report);
+        assertEquals(3, hid.writeReports(pattern(3), 0, 3, AMPLE));
+        byte[] sent = bus.received("hid", 0x01).get(0);
+        assertArrayEquals(Arrays.copyOf(pattern(3), 512), sent);
+    }
+
+    @Test
+    void theSizeOfReportsIsThatOfTheOpening() throws UsbException {
+        UsbDevice hid = plugged();
+        assertEquals(64, hid.reportSize());
+        assertThrows(UnsupportedOperationException.class, () -> device(BENCH).reportSize());
+    }
+
     /** A read without an end by time, on a thread that has begun with it. */
     private static Future<Integer> startedRead(UsbDevice hid, byte[] buffer) throws InterruptedException {
         CountDownLatch started = new CountDownLatch(1);
@@ -117,6 +154,35 @@ class UsbHidTest extends AccessTest {
         });
         started.await();
         return read;
+    }
+
+    @Test
+    void aReadThatWaitsSleepsAndGetsItsReport() throws Exception {
+        UsbDevice hid = opened();
+        AtomicReference<Thread> reader = new AtomicReference<>();
+        byte[] got = new byte[64];
+        Future<Integer> read = onAnotherThread(() -> {
+            reader.set(Thread.currentThread());
+            return readReports(hid, got, UsbDevice.FOREVER);
+        });
+        await("the read sleeps", () -> reader.get() != null
+                && LockSupport.getBlocker(reader.get()) instanceof ReportPauses);
+        assertEquals(64, hid.writeReports(pattern(64), 0, 64, AMPLE));
+        assertEquals(64, result(read));
+        assertArrayEquals(pattern(64), got);
+    }
+
+    /** Today a tenth; a whole core when it does not sleep. */
+    @Test
+    @Tag("memory")
+    void aReadThatWaitsLeavesMostOfTheProcessorToOthers() throws UsbException {
+        UsbDevice hid = opened();
+        assertThrows(UsbTimeoutException.class, () -> readReports(hid, new byte[64], BRIEF));
+        ThreadMXBean threads = ManagementFactory.getThreadMXBean();
+        long before = threads.getCurrentThreadCpuTime();
+        assertThrows(UsbTimeoutException.class, () -> readReports(hid, new byte[64], 10 * BRIEF));
+        long usedMs = TimeUnit.NANOSECONDS.toMillis(threads.getCurrentThreadCpuTime() - before);
+        assertTrue(usedMs < 3 * BRIEF, () -> usedMs + " ms");
     }
 
     @Test
@@ -158,5 +224,79 @@ class UsbHidTest extends AccessTest {
         assertEquals(UsbAccessCode.OPEN_FAILED, assertThrows(UsbException.class, hid::open).code());
         assertFalse(hid.isOpen());
         hid.open();
+    }
+
+    @Test
+    void aListenerGetsEachReport() throws Exception {
+        UsbDevice hid = opened();
+        BlockingQueue<byte[]> reports = new LinkedBlockingQueue<>();
+        UsbSubscription subscription = hid.onReport(reports::add);
+        assertEquals(128, hid.writeReports(pattern(128), 0, 128, AMPLE));
+        assertArrayEquals(Arrays.copyOf(pattern(128), 64), reports.poll(AMPLE, TimeUnit.MILLISECONDS));
+        assertArrayEquals(Arrays.copyOfRange(pattern(128), 64, 128), reports.poll(AMPLE, TimeUnit.MILLISECONDS));
+        assertThrows(IllegalStateException.class, () -> readReports(hid, new byte[64], AMPLE));
+        assertThrows(UnsupportedOperationException.class, () -> hid.onData(0x81, 64, reports::add));
+        subscription.close();
+        hid.onReport(reports::add);
+        hid.close();
+        assertThrows(IllegalStateException.class, () -> hid.onReport(reports::add));
+    }
+
+    @Test
+    void aPulledDeviceEndsItsListener() throws Exception {
+        UsbDevice hid = opened();
+        BlockingQueue<UsbException> ends = new LinkedBlockingQueue<>();
+        hid.onReport(new UsbInputListener() {
+            @Override
+            public void received(byte[] bytes) {
+            }
+
+            @Override
+            public void ended(UsbException cause) {
+                ends.add(cause);
+            }
+        });
+        bus.unplug("hid");
+        assertInstanceOf(UsbDeviceGoneException.class, ends.poll(AMPLE, TimeUnit.MILLISECONDS));
+        hid.close();
+    }
+
+    @Test
+    void anInterruptEndsAReadThatSleeps() throws Exception {
+        UsbDevice hid = opened();
+        AtomicReference<Thread> reader = new AtomicReference<>();
+        Future<Integer> moved = onAnotherThread(() -> {
+            reader.set(Thread.currentThread());
+            UsbInterruptedException e = assertThrows(UsbInterruptedException.class,
+                    () -> readReports(hid, new byte[100], UsbDevice.FOREVER));
+            assertTrue(Thread.interrupted());
+            return e.moved();
+        });
+        assertEquals(64, hid.writeReports(pattern(64), 0, 64, AMPLE));
+        await("the read has the report and sleeps", () -> reader.get() != null
+                && LockSupport.getBlocker(reader.get()) instanceof ReportPauses);
+        reader.get().interrupt();
+        assertEquals(64, result(moved));
+    }
+
+    @Test
+    void anInterruptedThreadWritesNoReport() throws Exception {
+        UsbDevice hid = opened();
+        Thread.currentThread().interrupt();
+        UsbInterruptedException e = assertThrows(UsbInterruptedException.class,
+                () -> hid.writeReports(pattern(128), 0, 128, AMPLE));
+        assertTrue(Thread.interrupted());
+        assertEquals(0, e.moved());
+    }
+
+    @Test
+    @Tag("memory")
+    void howManyReportsHadGoneBeforeOneFailedIsTold() throws UsbException {
+        UsbDevice hid = opened();
+        bus.fail("hid write", 3, -1);
+        UsbException failure =
+                assertThrows(UsbException.class, () -> hid.writeReports(pattern(200), 0, 200, AMPLE));
+        assertEquals(UsbAccessCode.WRITE_FAILED, failure.code());
+        assertEquals(128, failure.moved());
     }
 }

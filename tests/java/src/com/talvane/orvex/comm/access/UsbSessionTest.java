@@ -154,7 +154,8 @@ class UsbSessionTest extends AccessTest {
         bus.change("spare", "{\"serial\": \"BENCH00001\"}");
         bus.plug("spare");
         UsbDeviceList list = list();
-        assertThrows(IllegalStateException.class, () -> list.find(BENCH));
+        UsbDuplicateException both = assertThrows(UsbDuplicateException.class, () -> list.find(BENCH));
+        assertEquals(List.of(BENCH, BENCH), serials(both.devices()));
     }
 
     @Test
@@ -166,5 +167,95 @@ class UsbSessionTest extends AccessTest {
         assertTrue(spare.info().isAmbiguous());
         assertFalse(spare.info().isHid());
         assertArrayEquals(spare.info().serial().getBytes(), spare.descriptor(3, 3));
+    }
+
+    /** The spare tool, which the library could not open when it came. */
+    private UsbDevice unreadableSpare(UsbDeviceList list) throws UsbException {
+        bus.failNext("libusb_open", -3);
+        bus.plug("spare");
+        List<UsbDevice> came = untilChanged(list).came();
+        assertEquals(1, came.size());
+        assertTrue(came.get(0).info().isUnopenable(), () -> came.get(0).line());
+        return came.get(0);
+    }
+
+    private static void updateUntil(UsbDeviceList list, String serial, boolean present) {
+        await(serial + " gets presence " + present, () -> {
+            unchecked(list::update);
+            return list.find(serial).isPresent() == present;
+        });
+    }
+
+    @Test
+    @Tag("memory")
+    void aDeviceThatCouldNotBeReadOnceIsTriedAgain() throws UsbException {
+        UsbDeviceList list = list();
+        UsbDevice unreadable = unreadableSpare(list);
+        UsbDeviceList.Changes changes = untilChanged(list);
+        assertEquals(List.of("SPARE005"), serials(changes.came()));
+        assertEquals(List.of(unreadable), changes.left());
+        UsbDevice spare = changes.came().get(0);
+        assertEquals(3, write(spare.open(), 0x01, pattern(3)));
+        // The library now lists all of them anew, in the first list.
+        bus.unplug("bench");
+        updateUntil(list, BENCH, false);
+        assertSame(spare, device("SPARE005"));
+        assertEquals(3, read(spare, 0x81, new byte[64]));
+        spare.close();
+        assertEquals(1, write(spare.open(), 0x01, pattern(1)));
+        assertFalse(unreadable.isPresent());
+    }
+
+    @Test
+    @Tag("memory")
+    void aDeviceThatIsReadAtASecondTryLeavesAndComesBackLikeAnyOther() throws UsbException {
+        UsbDeviceList list = list();
+        unreadableSpare(list);
+        UsbDevice spare = untilChanged(list).came().get(0);
+        bus.unplug("spare");
+        updateUntil(list, "SPARE005", false);
+        assertFalse(spare.isPresent());
+        assertThrows(UsbDeviceGoneException.class, spare::open);
+        bus.plug("spare");
+        updateUntil(list, "SPARE005", true);
+        assertSame(spare, device("SPARE005"));
+        assertEquals(1, write(spare.open(), 0x01, pattern(1)));
+    }
+
+    @Test
+    @Tag("memory")
+    void aKnownDeviceThatCouldNotBeReadOnceIsTheSameAgain() throws UsbException {
+        UsbDeviceList list = list();
+        bus.plug("spare");
+        UsbDevice spare = untilChanged(list).came().get(0);
+        bus.unplug("spare");
+        updateUntil(list, "SPARE005", false);
+        unreadableSpare(list);
+        updateUntil(list, "SPARE005", true);
+        assertSame(spare, device("SPARE005"));
+        assertEquals(1, write(spare.open(), 0x01, pattern(1)));
+        spare.close();
+        bus.unplug("bench");
+        updateUntil(list, BENCH, false);
+        assertSame(spare, device("SPARE005"));
+        assertEquals(1, write(spare.open(), 0x01, pattern(1)));
+    }
+
+    @Test
+    void everyTypeTellsWhatItIs() throws UsbException {
+        UsbDeviceList list = list();
+        UsbDevice bench = device(BENCH);
+        assertEquals("BENCH00001", bench.toString());
+        assertEquals("BENCH00001, open", bench.open().toString());
+        assertEquals("listener to endpoint 0x81 of BENCH00001", bench.onData(0x81, 64, bytes -> { }).toString());
+        bench.close();
+        assertEquals("listener to changes", session().onChange(change -> { }).toString());
+        assertEquals("LEFT BENCH00001", new UsbChange(UsbChange.Kind.LEFT, bench, list).toString());
+        assertTrue(list.toString().contains("BENCH00001"), list::toString);
+        assertEquals("6A5C:1001 BENCH00001 (Talvane, Bench Tool)", bench.info().toString());
+        assertTrue(bench.endpoints().get(2).toString().startsWith("endpoint 0x02, interrupt out, "));
+        assertEquals("session", session().toString());
+        session().close();
+        assertEquals("session, closed", session().toString());
     }
 }

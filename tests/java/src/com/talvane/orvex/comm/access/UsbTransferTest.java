@@ -101,7 +101,7 @@ class UsbTransferTest extends AccessTest {
         assertThrows(UsbStalledException.class, () -> write(bench, 0x05, bytes));
         assertThrows(UsbStalledException.class, () -> bench.readInterrupt(0x87, bytes, 0, 64, AMPLE));
         assertThrows(UsbStalledException.class, () -> bench.writeControl(0x40, 3, 0, 0, bytes, AMPLE));
-        assertEquals(0, bench.readControl(0xC0, 3, 0, 0, 4, AMPLE).length);
+        assertThrows(UsbStalledException.class, () -> bench.readControl(0xC0, 3, 0, 0, 4, AMPLE));
     }
 
     @Test
@@ -221,5 +221,83 @@ class UsbTransferTest extends AccessTest {
 
     private static void assertTold(String text, Executable call) {
         assertEquals(text, assertThrows(IllegalArgumentException.class, call).getMessage());
+    }
+
+    @Test
+    void aPacketThatDoesNotFitIsTold() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        write(bench, 0x01, pattern(64));
+        byte[] in = new byte[20];
+        UsbOverflowException failure =
+                assertThrows(UsbOverflowException.class, () -> bench.readBulk(0x81, in, 5, 10, AMPLE));
+        assertEquals(10, failure.moved());
+        assertEquals(UsbAccessCode.OVERFLOW, failure.code());
+        byte[] expected = new byte[20];
+        System.arraycopy(pattern(10), 0, expected, 5, 10);
+        assertArrayEquals(expected, in);
+        write(bench, 0x01, pattern(10));
+        assertEquals(10, bench.readBulk(0x81, in, 0, 10, AMPLE));
+    }
+
+    @Test
+    void allBytesAreReadAndWritten() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        bench.writeFully(0x01, pattern(700), 0, 300, AMPLE);
+        bench.writeFully(0x01, pattern(700), 300, 400, AMPLE);
+        byte[] in = new byte[710];
+        bench.readFully(0x81, in, 10, 700, AMPLE);
+        assertArrayEquals(pattern(700), Arrays.copyOfRange(in, 10, 710));
+        bench.writeFully(0x02, pattern(5), 0, 5, AMPLE);
+        bench.readFully(0x82, in, 0, 5, AMPLE);
+        assertArrayEquals(pattern(5), Arrays.copyOf(in, 5));
+        bench.writeFully(0x01, in, 0, 0, AMPLE);
+        bench.readFully(0x81, in, 0, 0, AMPLE);
+        assertEquals(2, bus.received("bench", 0x01).size());
+    }
+
+    @Test
+    void howMuchOfAllBytesHadMovedIsTold() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        byte[] in = new byte[100];
+        write(bench, 0x01, pattern(30));
+        write(bench, 0x01, pattern(20));
+        UsbTimeoutException failure =
+                assertThrows(UsbTimeoutException.class, () -> bench.readFully(0x81, in, 0, 100, 100));
+        assertEquals(50, failure.moved());
+        assertArrayEquals(pattern(30), Arrays.copyOf(in, 30));
+        assertThrows(IllegalArgumentException.class, () -> bench.readFully(0x01, in, 0, 1, AMPLE));
+        assertThrows(IllegalArgumentException.class, () -> bench.writeFully(0x81, in, 0, 1, AMPLE));
+        assertThrows(IndexOutOfBoundsException.class, () -> bench.readFully(0x81, in, 90, 11, AMPLE));
+        assertThrows(IndexOutOfBoundsException.class, () -> bench.writeFully(0x01, in, 90, 11, AMPLE));
+        assertThrows(IllegalArgumentException.class, () -> bench.writeFully(0x01, in, 0, 1, UsbDevice.FOREVER));
+    }
+
+    @Test
+    void aPullInTheMiddleTellsHowMuchHadMoved() throws Exception {
+        UsbDevice bench = open(BENCH);
+        byte[] in = new byte[100];
+        bus.feed("bench", 0x81, pattern(30));
+        Future<Integer> reader = onAnotherThread(() -> {
+            bench.readFully(0x81, in, 0, 100, UsbDevice.FOREVER);
+            return 0;
+        });
+        await("it waits for the rest", () -> in[29] != 0 && bus.pending("bench", 0x81) > 0);
+        bus.unplug("bench");
+        assertEquals(30, failure(UsbException.class, reader).moved());
+        bench.close();
+    }
+
+    @Test
+    @Tag("memory")
+    void aPullInTheMiddleOfAWriteTellsHowMuchHadMoved() throws Exception {
+        bus.endpoint("bench", 0x04, "{\"limit\": 64}");
+        UsbDevice bench = open(BENCH);
+        Future<Integer> writer = whileWaiting("bench", 0x04, () -> {
+            bench.writeFully(0x04, pattern(200), 0, 200, AMPLE);
+            return 0;
+        });
+        bus.unplug("bench");
+        assertEquals(64, failure(UsbDeviceGoneException.class, writer).moved());
+        bench.close();
     }
 }

@@ -47,7 +47,7 @@ class DoctorTest {
         return new Doctor(fake.host(), new Vendors(List.of(0x6A5C)), Optional.of(listed)).findings();
     }
 
-    /** What is found of a plain tool that is listed. */
+    /** The findings about a plain tool that is listed. */
     private List<Finding> ofTool() {
         return findings(line("TOOL0001", 'b', 0, 0));
     }

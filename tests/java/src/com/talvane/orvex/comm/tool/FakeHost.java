@@ -67,7 +67,7 @@ public final class FakeHost {
         Files.createSymbolicLink(folder.resolve("fd/7"), node);
     }
 
-    /** Takes the permission for a node away; root would have it whatever its mode is. */
+    /** Removes the permission for a node; its mode would have no effect on root. */
     void forbid(Path node) throws IOException {
         forbidden.add(node);
         Files.setPosixFilePermissions(node, PosixFilePermissions.fromString("rw-------"));

@@ -21,7 +21,7 @@ import org.junit.jupiter.api.Test;
 import picocli.CommandLine;
 import picocli.CommandLine.Model.OptionSpec;
 
-/** What the build makes beside the tool: its manual page and the completion. */
+/** The manual page and the completion that the build makes from the tool. */
 class PagesTest {
     private static Path beside(String name) {
         String jar = OrvexUsb.class.getProtectionDomain().getCodeSource().getLocation().getPath();
@@ -90,7 +90,7 @@ class PagesTest {
         assertEquals("--count", completed("orvex-usb", "bench", "--co"));
     }
 
-    /** What the completion makes of the last word. Bash complains that it is not completing at the moment. */
+    /** The completions of the last word. Bash warns that no completion is in progress. */
     private static String completed(String... words) throws Exception {
         String script = ". \"$0\"; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); _complete_orvex-usb;"
                 + " echo ${COMPREPLY[*]}";

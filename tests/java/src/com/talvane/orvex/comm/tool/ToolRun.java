@@ -10,14 +10,14 @@ import java.nio.charset.StandardCharsets;
  * One run of the tool in this process.
  *
  * @param status the exit status
- * @param bytes  what it wrote to standard output
- * @param err    what it wrote to standard error
+ * @param bytes  its standard output
+ * @param err    its standard error
  */
 public record ToolRun(int status, byte[] bytes, String err) {
     /**
      * Runs a command line.
      *
-     * @param input what the tool finds on standard input
+     * @param input the tool's standard input
      * @param args  the command line
      */
     public static ToolRun of(byte[] input, String... args) {
@@ -39,7 +39,7 @@ public record ToolRun(int status, byte[] bytes, String err) {
         }
     }
 
-    /** What it wrote to standard output, as text. */
+    /** Its standard output, as text. */
     public String out() {
         return new String(bytes, StandardCharsets.UTF_8);
     }

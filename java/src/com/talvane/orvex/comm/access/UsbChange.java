@@ -1,0 +1,25 @@
+package com.talvane.orvex.comm.access;
+
+/**
+ * What a listener of a session is told: a device came or left.
+ *
+ * @param kind   which of it
+ * @param device the device
+ * @param list   the list that it is in
+ */
+public record UsbChange(Kind kind, UsbDevice device, UsbDeviceList list) {
+    /** How the bus changed. */
+    public enum Kind {
+        /** A device that the list has not had before is there. */
+        ARRIVED,
+        /** A device that was there is gone. */
+        LEFT,
+        /** A device of the list that was gone is there again. If it was open, it has to be closed and opened anew. */
+        CAME_BACK
+    }
+
+    @Override
+    public String toString() {
+        return kind + " " + device;
+    }
+}

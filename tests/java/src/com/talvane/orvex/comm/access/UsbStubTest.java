@@ -1,0 +1,62 @@
+package com.talvane.orvex.comm.access;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+
+import java.io.ByteArrayOutputStream;
+import java.lang.reflect.Proxy;
+import java.util.Arrays;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+
+/** What stands on UsbDevice works with an implementation of somebody else's, without a bus. */
+@Tag("memory")
+class UsbStubTest {
+    private static final byte[] SENT_BY_THE_DEVICE = {1, 2, 3};
+
+    private final ByteArrayOutputStream written = new ByteArrayOutputStream();
+    private final UsbDevice device = (UsbDevice) Proxy.newProxyInstance(
+            UsbDevice.class.getClassLoader(), new Class<?>[] {UsbDevice.class},
+            (proxy, method, arguments) -> answer(method.getName(), arguments));
+
+    private Object answer(String method, Object[] arguments) {
+        return switch (method) {
+            case "endpoints" -> List.of(
+                    new UsbEndpoint(0x81, 64, 2, true), new UsbEndpoint(0x82, 8, 3, true),
+                    new UsbEndpoint(0x01, 64, 2, false));
+            case "readBulk", "readInterrupt" -> {
+                System.arraycopy(SENT_BY_THE_DEVICE, 0, (byte[]) arguments[1], (int) arguments[2], 3);
+                yield 3;
+            }
+            case "writeBulk" -> {
+                written.write((byte[]) arguments[1], (int) arguments[2], (int) arguments[3]);
+                yield arguments[3];
+            }
+            case "writeFully" -> {
+                written.write((byte[]) arguments[1], (int) arguments[2], (int) arguments[3]);
+                yield null;
+            }
+            default -> throw new UnsupportedOperationException(method);
+        };
+    }
+
+    @Test
+    void streamsStandOnAnyDevice() throws Exception {
+        byte[] got = new byte[64];
+        assertEquals(3, new UsbInput(device, 0x81, 1000).read(got));
+        assertArrayEquals(SENT_BY_THE_DEVICE, Arrays.copyOf(got, 3));
+        assertEquals(1, new UsbInput(device, 0x82, 1000).read());
+        new UsbOutput(device, 0x01, 1000).write(new byte[] {7, 8});
+        assertArrayEquals(new byte[] {7, 8}, written.toByteArray());
+    }
+
+    @Test
+    void futuresStandOnAnyDevice() throws Exception {
+        UsbAsync async = new UsbAsync(device);
+        assertArrayEquals(SENT_BY_THE_DEVICE, async.readAsync(0x82, 64, 1000).get(30, TimeUnit.SECONDS));
+        assertEquals(2, async.writeAsync(0x01, new byte[] {7, 8}, 1000).get(30, TimeUnit.SECONDS));
+        assertArrayEquals(new byte[] {7, 8}, written.toByteArray());
+    }
+}
