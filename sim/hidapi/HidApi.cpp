@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "HidDevice.h"
+#include "HostRequests.h"
 
 namespace {
 
@@ -45,6 +46,24 @@ bool matches(const sim::HidInterface& interface, unsigned short vendorId, unsign
            (productId == 0 || productId == wordAt(descriptor, 10));
 }
 
+hid_device_info* describeOne(const sim::HidInterface& interface, const sim::Usage& usage) {
+    const simbus::DeviceInfo& device = *interface.device;
+    const simbus::Bytes& descriptor = device.deviceDescriptor;
+    auto* info = static_cast<hid_device_info*>(std::calloc(1, sizeof(hid_device_info)));
+    info->path = copyOf(pathOf(interface));
+    info->vendor_id = wordAt(descriptor, 8);
+    info->product_id = wordAt(descriptor, 10);
+    info->release_number = wordAt(descriptor, 12);
+    info->manufacturer_string = copyOf(simbus::readString(device, byteAt(descriptor, 14)));
+    info->product_string = copyOf(simbus::readString(device, byteAt(descriptor, 15)));
+    info->serial_number = copyOf(asTheKernelKeepsIt(simbus::readString(device, byteAt(descriptor, 16))));
+    info->usage_page = usage.page;
+    info->usage = usage.usage;
+    info->interface_number = interface.at.number;
+    info->bus_type = HID_API_BUS_USB;
+    return info;
+}
+
 /// What the last call without a device has failed with; empty when it succeeded.
 std::wstring& globalError() {
     static auto* const text = new std::wstring;
@@ -59,21 +78,13 @@ hid_device* notOpened(const wchar_t* problem) {
 }  // namespace
 
 hid_device_info* sim::describe(const HidInterface& interface) {
-    const simbus::DeviceInfo& device = *interface.device;
-    const simbus::Bytes& descriptor = device.deviceDescriptor;
-    auto* info = static_cast<hid_device_info*>(std::calloc(1, sizeof(hid_device_info)));
-    info->path = copyOf(pathOf(interface));
-    info->vendor_id = wordAt(descriptor, 8);
-    info->product_id = wordAt(descriptor, 10);
-    info->release_number = wordAt(descriptor, 12);
-    info->manufacturer_string = copyOf(sim::readString(device, byteAt(descriptor, 14)));
-    info->product_string = copyOf(sim::readString(device, byteAt(descriptor, 15)));
-    info->serial_number = copyOf(asTheKernelKeepsIt(sim::readString(device, byteAt(descriptor, 16))));
-    info->usage_page = 0xFF00;
-    info->usage = 1;
-    info->interface_number = interface.at.number;
-    info->bus_type = HID_API_BUS_USB;
-    return info;
+    hid_device_info* first = nullptr;
+    hid_device_info** link = &first;
+    for (const Usage& usage : usagesOf(interface)) {
+        *link = describeOne(interface, usage);
+        link = &(*link)->next;
+    }
+    return first;
 }
 
 int sim::copyText(hid_device& device, const wchar_t* text, wchar_t* buffer, size_t length) {
@@ -107,7 +118,9 @@ hid_device_info* hid_enumerate(unsigned short vendor_id, unsigned short product_
     for (const sim::HidInterface& interface : sim::findHidInterfaces()) {
         if (matches(interface, vendor_id, product_id)) {
             *link = describe(interface);
-            link = &(*link)->next;
+            while (*link != nullptr) {
+                link = &(*link)->next;
+            }
         }
     }
     return first;
@@ -194,10 +207,10 @@ const wchar_t* hid_error(hid_device* device) {
 }
 
 const hid_api_version* hid_version() {
-    static const hid_api_version version = {0, 13, 1};
+    static const hid_api_version version = {0, 15, 0};
     return &version;
 }
 
 const char* hid_version_str() {
-    return "0.13.1";
+    return "0.15.0";
 }

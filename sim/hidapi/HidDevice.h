@@ -16,6 +16,7 @@ const wchar_t* hid_read_error(hid_device* device);
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "UsbHid.h"
 
@@ -38,7 +39,17 @@ struct hid_device_ {
 
 namespace sim {
 
-/// The description of an interface as hid_enumerate() lists it; to be freed with hid_free_enumeration().
+/// What a collection of an interface is for.
+struct Usage {
+    std::uint16_t page;
+    std::uint16_t usage;
+};
+
+/// The usages under which this library lists an interface, at least one.
+std::vector<Usage> usagesOf(const HidInterface& interface);
+
+/// The descriptions of an interface as hid_enumerate() lists it, one for each usage; to be freed with
+/// hid_free_enumeration().
 hid_device_info* describe(const HidInterface& interface);
 
 /// Copies a text to a buffer of `length` characters, cut and terminated. Returns 0, or -1 without a text or a

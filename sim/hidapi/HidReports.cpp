@@ -8,6 +8,10 @@ namespace {
 using sim::ReportType;
 
 int readReport(hid_device* device, unsigned char* data, size_t length, int milliseconds) {
+    if (data == nullptr || length == 0) {
+        device->readError = L"no buffer for the report";
+        return sim::noted(*device, -1, L"no buffer for the report");
+    }
     const auto timeout =
         milliseconds < 0 ? std::nullopt : std::make_optional(std::chrono::milliseconds(milliseconds));
     if (device->hasReport) {
@@ -96,6 +100,9 @@ int hid_get_input_report(hid_device* device, unsigned char* data, size_t length)
 
 int hid_get_report_descriptor(hid_device* device, unsigned char* data, size_t length) {
     SIM_ENTER(-1)
+    if (data == nullptr || length == 0) {
+        return sim::noted(*device, -1, L"no buffer for the descriptor");
+    }
     const simbus::Bytes descriptor = sim::readReportDescriptor(device->opening->interface());
     const size_t count = std::min(length, descriptor.size());
     std::copy_n(descriptor.begin(), count, data);

@@ -1,8 +1,9 @@
 #include "UsbHid.h"
 
 #include <algorithm>
-#include <future>
 #include <map>
+
+#include "HostRequests.h"
 
 namespace sim {
 
@@ -10,45 +11,6 @@ namespace {
 
 constexpr std::size_t kQueuedReports = 63;   // a kernel has 64 slots per opening and keeps one free
 constexpr std::size_t kSmallestBuffer = 64;  // the least that a kernel requests
-constexpr auto kLongest = std::chrono::seconds(5);
-
-/// Runs one transfer and waits for it; status and length are then in the transfer.
-bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
-                 std::chrono::milliseconds limit) {
-    auto ended = std::make_shared<std::promise<void>>();
-    transfer.done = [ended] { ended->set_value(); };
-    auto& bus = simbus::Bus::instance();
-    if (bus.submit(connection, transfer) != simbus::Submitted::accepted) {
-        return false;
-    }
-    auto waiting = ended->get_future();
-    if (waiting.wait_for(limit) != std::future_status::ready) {
-        bus.cancel(transfer);
-        waiting.wait();
-    }
-    return transfer.status == simbus::Status::completed;
-}
-
-/// Reads a descriptor of a device (request type 0x80) or of an interface (0x81).
-simbus::Bytes readDescriptor(const simbus::DeviceInfo& device, std::uint8_t requestType, std::uint16_t value,
-                             std::uint16_t index, std::uint16_t length) {
-    constexpr std::uint8_t kGetDescriptor = 6;
-    simbus::Bytes data(length);
-    simbus::Transfer transfer;
-    transfer.setup = {requestType, kGetDescriptor, value, index, length};
-    transfer.data = data.data();
-    transfer.length = data.size();
-    if (!runTransfer(device.connection, transfer, kLongest)) {
-        return {};
-    }
-    data.resize(transfer.actual);
-    return data;
-}
-
-simbus::Bytes readStringDescriptor(const simbus::DeviceInfo& device, std::uint16_t value,
-                                   std::uint16_t language) {
-    return readDescriptor(device, 0x80, value, language, 255);
-}
 
 /// Drivers in use, by connection and interface number.
 std::mutex driversMutex;
@@ -68,27 +30,9 @@ std::vector<HidInterface> findHidInterfaces() {
     return all;
 }
 
-std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index) {
-    const simbus::Bytes languages = index == 0 ? simbus::Bytes{} : readStringDescriptor(device, 0x0300, 0);
-    if (languages.size() < 4) {
-        return std::nullopt;
-    }
-    const auto language = static_cast<std::uint16_t>(languages[2] | languages[3] << 8);
-    const simbus::Bytes text =
-        readStringDescriptor(device, static_cast<std::uint16_t>(0x0300 | index), language);
-    if (text.size() < 2 || text[1] != 3) {
-        return std::nullopt;
-    }
-    std::wstring result;
-    for (std::size_t at = 2; at + 1 < std::min<std::size_t>(text.size(), text[0]); at += 2) {
-        result += static_cast<wchar_t>(text[at] | text[at + 1] << 8);
-    }
-    return result;
-}
-
 simbus::Bytes readReportDescriptor(const HidInterface& interface) {
     constexpr std::uint16_t kLongestDescriptor = 4096;  // for which a kernel has room
-    return readDescriptor(*interface.device, 0x81, 0x2200, interface.at.number, kLongestDescriptor);
+    return simbus::readDescriptor(*interface.device, 0x81, 0x2200, interface.at.number, kLongestDescriptor);
 }
 
 std::unique_ptr<HidOpening> openHid(const HidInterface& interface) {
@@ -146,7 +90,7 @@ int HidOpening::write(std::uint8_t number, const std::uint8_t* data, std::size_t
     transfer.data = report.data();
     transfer.length = report.size();
     transfer.endpoint = *to.at.outEndpoint;
-    return runTransfer(to.device->connection, transfer, kLongest) ? static_cast<int>(transfer.actual) : -1;
+    return simbus::runTransfer(to.device->connection, transfer) ? static_cast<int>(transfer.actual) : -1;
 }
 
 namespace {
@@ -173,7 +117,7 @@ int HidOpening::setReport(ReportType type, std::uint8_t number, const std::uint8
     transfer.data = report.data();
     transfer.length = report.size();
     transfer.setup = reportSetup(false, type, number, to.at.number, length);
-    return runTransfer(to.device->connection, transfer, kLongest) ? static_cast<int>(transfer.actual) : -1;
+    return simbus::runTransfer(to.device->connection, transfer) ? static_cast<int>(transfer.actual) : -1;
 }
 
 int HidOpening::getReport(ReportType type, std::uint8_t number, std::uint8_t* data, std::size_t length) {
@@ -182,7 +126,7 @@ int HidOpening::getReport(ReportType type, std::uint8_t number, std::uint8_t* da
     transfer.data = data;
     transfer.length = length;
     transfer.setup = reportSetup(true, type, number, from.at.number, length);
-    return runTransfer(from.device->connection, transfer, kLongest) ? static_cast<int>(transfer.actual) : -1;
+    return simbus::runTransfer(from.device->connection, transfer) ? static_cast<int>(transfer.actual) : -1;
 }
 
 std::shared_ptr<UsbHid> UsbHid::of(const HidInterface& interface) {
@@ -223,8 +167,9 @@ void UsbHid::dropOldReports() const {
     transfer.data = report.data();
     transfer.length = report.size();
     constexpr int kMostDropped = 4096;  // a source never runs empty
-    for (int dropped = 0; dropped < kMostDropped &&
-                          runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0));
+    for (int dropped = 0;
+         dropped < kMostDropped &&
+         simbus::runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0));
          ++dropped) {
     }
 }

@@ -25,9 +25,6 @@ struct HidInterface {
 /// All interfaces that the HID driver has, of the plugged devices, oldest connection first.
 std::vector<HidInterface> findHidInterfaces();
 
-/// Reads a string descriptor in the device's first language as Unicode; empty when there is none.
-std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index);
-
 /// The report descriptor of an interface; empty when the device does not give it.
 simbus::Bytes readReportDescriptor(const HidInterface& interface);
 

@@ -213,9 +213,9 @@ int libusb_get_ssplus_usb_device_capability_descriptor(
     const std::uint16_t lanes = sim::wordAt(bytes + 8);
     made->numSublinkSpeedAttributes = static_cast<std::uint8_t>(sublinks);
     made->numSublinkSpeedIDs = static_cast<std::uint8_t>((attributes >> 4U & 0x0FU) + 1);
-    made->ssid = lanes & 0x0FU;
-    made->minRxLaneCount = lanes >> 8U & 0x0FU;
-    made->minTxLaneCount = lanes >> 12U & 0x0FU;
+    made->ssid = static_cast<std::uint8_t>(lanes & 0x0FU);
+    made->minRxLaneCount = static_cast<std::uint8_t>(lanes >> 8U & 0x0FU);
+    made->minTxLaneCount = static_cast<std::uint8_t>(lanes >> 12U & 0x0FU);
     libusb_ssplus_sublink_attribute* sublink = made->sublinkSpeedAttributes;
     for (std::size_t i = 0; i < sublinks; ++i) {
         sublink[i] = sim::sublinkAt(bytes + kHeader + i * sizeof(std::uint32_t));

@@ -174,7 +174,7 @@ void libusb_exit(libusb_context* given) {
 
 const libusb_version* libusb_get_version() {
     SIM_ENTER_VOID();
-    static const libusb_version version = {1, 0, 26, 11724, "", "http://libusb.info"};
+    static const libusb_version version = {1, 0, 30, 12037, "", "https://libusb.info"};
     return &version;
 }
 

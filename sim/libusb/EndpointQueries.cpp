@@ -1,7 +1,9 @@
 // What programs ask about endpoints and functions of a configuration: packet sizes, companions, associations.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "Checks.h"
 #include "ConfigDescriptors.h"
@@ -26,24 +28,34 @@ int parseActive(const libusb_device& device, ConfigRecord& record) {
                                             : parseConfiguration(*bytes, record);
 }
 
+const libusb_endpoint_descriptor* findIn(const libusb_interface_descriptor& setting, unsigned char address) {
+    const auto* end = setting.endpoint + setting.bNumEndpoints;
+    const auto* found = std::find_if(setting.endpoint, end, [&](const libusb_endpoint_descriptor& each) {
+        return each.bEndpointAddress == address;
+    });
+    return found == end ? nullptr : found;
+}
+
+/// The place of an alternate setting, counted from 0: not the numbers in its descriptor.
 struct Place {
-    int interfaceNumber;  ///< -1: any interface and setting
+    int interface;
     int alternate;
 };
 
-bool isAt(const libusb_interface_descriptor& setting, const Place& place) {
-    return place.interfaceNumber < 0 || (setting.bInterfaceNumber == place.interfaceNumber &&
-                                         setting.bAlternateSetting == place.alternate);
-}
-
-const libusb_endpoint_descriptor* findEndpoint(const ConfigRecord& record, const Place& place,
+/// Without a place, looks at all settings of all interfaces.
+const libusb_endpoint_descriptor* findEndpoint(const ConfigRecord& record, const std::optional<Place>& place,
                                                unsigned char address) {
+    if (place) {
+        const auto interface = static_cast<std::size_t>(place->interface);
+        const auto alternate = static_cast<std::size_t>(place->alternate);
+        const bool exists =
+            interface < record.interfaces.size() && alternate < record.interfaces[interface].shown.size();
+        return exists ? findIn(record.interfaces[interface].shown[alternate], address) : nullptr;
+    }
     for (const InterfaceStore& interface : record.interfaces) {
         for (const libusb_interface_descriptor& setting : interface.shown) {
-            for (int i = 0; isAt(setting, place) && i < setting.bNumEndpoints; ++i) {
-                if (setting.endpoint[i].bEndpointAddress == address) {
-                    return &setting.endpoint[i];
-                }
+            if (const auto* found = findIn(setting, address); found != nullptr) {
+                return found;
             }
         }
     }
@@ -54,17 +66,17 @@ const libusb_endpoint_descriptor* findEndpoint(const ConfigRecord& record, const
 /// with the code in `error`.
 const std::uint8_t* findCompanion(const libusb_endpoint_descriptor& endpoint, int& error) {
     const std::uint8_t* at = endpoint.extra;
-    int left = endpoint.extra_length;
-    for (; left >= 2; left -= at[0], at += at[0]) {
-        error = LIBUSB_ERROR_IO;
-        if (at[0] < 2 || at[0] > left) {
+    error = LIBUSB_ERROR_NOT_FOUND;
+    for (int left = endpoint.extra_length; left >= 2; left -= at[0], at += at[0]) {
+        const bool companion = at[1] == LIBUSB_DT_SS_ENDPOINT_COMPANION;
+        if (at[0] < (companion ? LIBUSB_DT_SS_ENDPOINT_COMPANION_SIZE : 2) || (companion && at[0] > left)) {
+            error = LIBUSB_ERROR_IO;
             return nullptr;
         }
-        if (at[1] == LIBUSB_DT_SS_ENDPOINT_COMPANION) {
-            return at[0] < LIBUSB_DT_SS_ENDPOINT_COMPANION_SIZE ? nullptr : at;
+        if (companion) {
+            return at;
         }
     }
-    error = LIBUSB_ERROR_NOT_FOUND;
     return nullptr;
 }
 
@@ -86,8 +98,8 @@ int bytesPerInterval(const libusb_device& device, const libusb_endpoint_descript
 
 enum class Asked { packet, interval };
 
-int sizeOf(const char* function, libusb_device* given, const Place& place, unsigned char address,
-           Asked asked) {
+int sizeOf(const char* function, libusb_device* given, const std::optional<Place>& place,
+           unsigned char address, Asked asked) {
     const StateLock lock(state().mutex);
     const libusb_device* device = checkDevice(function, given);
     ConfigRecord record;
@@ -104,6 +116,9 @@ int sizeOf(const char* function, libusb_device* given, const Place& place, unsig
 int readAssociations(const simbus::Bytes* bytes, Associations** result) {
     if (bytes == nullptr) {
         return LIBUSB_ERROR_NOT_FOUND;
+    }
+    if (bytes->size() < LIBUSB_DT_CONFIG_SIZE) {
+        return LIBUSB_ERROR_IO;
     }
     std::vector<libusb_interface_association_descriptor> found;
     std::size_t at = 0;
@@ -141,27 +156,25 @@ using sim::StateLock;
 
 int libusb_get_max_packet_size(libusb_device* device, unsigned char endpoint) {
     SIM_ENTER();
-    return sim::sizeOf(__func__, device, {-1, 0}, endpoint, sim::Asked::packet);
+    return sim::sizeOf(__func__, device, std::nullopt, endpoint, sim::Asked::packet);
 }
 
 int libusb_get_max_iso_packet_size(libusb_device* device, unsigned char endpoint) {
     SIM_ENTER();
-    return sim::sizeOf(__func__, device, {-1, 0}, endpoint, sim::Asked::interval);
+    return sim::sizeOf(__func__, device, std::nullopt, endpoint, sim::Asked::interval);
 }
 
-int libusb_get_max_alt_packet_size(libusb_device* device, int interfaceNumber, int alternate,
+int libusb_get_max_alt_packet_size(libusb_device* device, int interface, int alternate,
                                    unsigned char endpoint) {
     SIM_ENTER();
-    if (interfaceNumber < 0) {
-        return LIBUSB_ERROR_NOT_FOUND;
-    }
-    return sim::sizeOf(__func__, device, {interfaceNumber, alternate}, endpoint, sim::Asked::interval);
+    return sim::sizeOf(__func__, device, sim::Place{interface, alternate}, endpoint, sim::Asked::interval);
 }
 
 int libusb_get_ss_endpoint_companion_descriptor(libusb_context* /*context*/,
                                                 const libusb_endpoint_descriptor* endpoint,
                                                 libusb_ss_endpoint_companion_descriptor** result) {
     SIM_ENTER();
+    *result = nullptr;
     int error = LIBUSB_SUCCESS;
     const std::uint8_t* bytes = sim::findCompanion(*endpoint, error);
     if (bytes == nullptr) {

@@ -1,6 +1,7 @@
 #include "Events.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "Checks.h"
 #include "Transfers.h"
@@ -91,6 +92,7 @@ void handleOnce(libusb_context& context, nanoseconds timeout) {
     }
     if (work.transfers) {
         reapTransfers(context);
+        errno = EAGAIN;  // as when a kernel has no further transfer that has ended; programs print it
     }
     threadState().handling = nullptr;
     const StateLock lock(state().mutex);

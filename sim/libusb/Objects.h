@@ -2,6 +2,7 @@
 // guarded by sim::state().mutex, which is never held while the bus makes calls or user callbacks run.
 #pragma once
 
+#include <array>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -26,6 +28,8 @@ struct libusb_device {
     int callerReferences = 0;  ///< from lists and libusb_ref_device
     int ownReferences =
         1;  ///< of the library: the connection (then its departure's message), handles, transfers
+    /// Its manufacturer, product and serial number as UTF-8, each from the first time that it is read.
+    std::array<std::optional<std::string>, 3> strings{};
 };
 
 struct libusb_device_handle {

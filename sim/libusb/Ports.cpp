@@ -1,10 +1,5 @@
 // Where a device is plugged in. The simulated bus has no hubs: the path to a device is its port, and no
 // device has a parent.
-#include <algorithm>
-#include <array>
-#include <cstring>
-#include <memory>
-
 #include "Checks.h"
 #include "LibusbNewer.h"
 
@@ -68,44 +63,4 @@ libusb_device_handle* libusb_open_device_with_vid_pid(libusb_context* context, u
     }
     libusb_free_device_list(list, 1);
     return handle;
-}
-
-namespace {
-
-std::uint8_t indexOf(const libusb_device_descriptor& descriptor, libusb_device_string_type which) {
-    switch (which) {
-        case LIBUSB_DEVICE_STRING_MANUFACTURER:
-            return descriptor.iManufacturer;
-        case LIBUSB_DEVICE_STRING_PRODUCT:
-            return descriptor.iProduct;
-        default:
-            return descriptor.iSerialNumber;
-    }
-}
-
-}  // namespace
-
-/// Asks the device, which a host has done when it was plugged in.
-int libusb_get_device_string(libusb_device* device, libusb_device_string_type which, char* data, int length) {
-    SIM_ENTER();
-    libusb_device_descriptor descriptor{};
-    if (which < LIBUSB_DEVICE_STRING_MANUFACTURER || which >= LIBUSB_DEVICE_STRING_COUNT || data == nullptr ||
-        length <= 0) {
-        return LIBUSB_ERROR_INVALID_PARAM;
-    }
-    if (const int result = libusb_get_device_descriptor(device, &descriptor); result != LIBUSB_SUCCESS) {
-        return result;
-    }
-    const std::uint8_t index = indexOf(descriptor, which);
-    if (index == 0) {
-        return LIBUSB_ERROR_NOT_FOUND;
-    }
-    libusb_device_handle* handle = nullptr;
-    if (const int result = libusb_open(device, &handle); result != LIBUSB_SUCCESS) {
-        return result;
-    }
-    const int result =
-        libusb_get_string_descriptor_ascii(handle, index, reinterpret_cast<unsigned char*>(data), length);
-    libusb_close(handle);
-    return result;
 }

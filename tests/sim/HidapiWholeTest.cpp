@@ -69,6 +69,50 @@ TEST_F(HidapiWhole, AnOpenDeviceTellsWhatTheListTells) {
     EXPECT_EQ(info, hid_get_device_info(device));
 }
 
+TEST_F(HidapiWhole, AnInterfaceIsListedOnceForEachOuterCollection) {
+    // Keyboard with a nested collection, and a vendor's usage in four bytes; then a long item that is cut
+    // off.
+    const std::string descriptor = "05010906a1010507a10019e0c0c00b0200abffa101c0fe05";
+    bus.loadScenario(Json{{"devices",
+                           {{{"id", "two"},
+                             {"vendorId", 1},
+                             {"productId", 2},
+                             {"interfaces",
+                              {{{"hid", {{"report", descriptor}}},
+                                {"endpoints", {{{"address", 0x81}, {"type", "interrupt"}}}}}}}}}}}
+                         .dump());
+    hid_device_info* all = hid_enumerate(0, 0);
+    ASSERT_NE(all, nullptr);
+    const auto usage = [](const hid_device_info* of) {
+        return std::pair<int, int>(of->usage_page, of->usage);
+    };
+    EXPECT_EQ(usage(all), std::pair(1, 6));
+    ASSERT_NE(all->next, nullptr);
+    EXPECT_EQ(usage(all->next), std::pair(0xFFAB, 2));
+    EXPECT_STREQ(all->path, all->next->path);
+    EXPECT_EQ(all->next->next, nullptr);
+    hid_device* opened = hid_open_path(all->path);
+    ASSERT_NE(opened, nullptr);
+    Bytes read(256);
+    EXPECT_EQ(hid_get_report_descriptor(opened, read.data(), read.size()),
+              static_cast<int>(descriptor.size() / 2));
+    hid_close(opened);
+    hid_free_enumeration(all);
+}
+
+TEST_F(HidapiWhole, WithoutABufferNothingIsRead) {
+    EXPECT_EQ(hid_read(device, nullptr, 8), -1);
+    EXPECT_STREQ(hid_read_error(device), L"no buffer for the report");
+    Bytes data(8);
+    EXPECT_EQ(hid_read_timeout(device, data.data(), 0, 10), -1);
+    EXPECT_EQ(hid_get_report_descriptor(device, nullptr, 8), -1);
+}
+
+TEST_F(HidapiWhole, GivesTheVersionOfItsFunctions) {
+    EXPECT_EQ(hid_version()->minor, 15);
+    EXPECT_STREQ(hid_version_str(), "0.15.0");
+}
+
 TEST_F(HidapiWhole, FeatureReportsGoBothWays) {
     const Bytes sent{5, 1, 2, 3};
     EXPECT_EQ(hid_send_feature_report(device, sent.data(), sent.size()), 4);

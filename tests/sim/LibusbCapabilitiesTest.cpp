@@ -15,7 +15,8 @@ class LibusbCapabilities : public LibusbTest {
                 {"address": "0x81", "type": "isochronous", "maxPacketSize": 5120, "interval": 1},
                 {"address": "0x01", "maxPacketSize": 1024}]},
               {"number": 0, "alternate": 1, "endpoints": [{"address": "0x82", "maxPacketSize": 512}]},
-              {"number": 1, "extra": "080b010103000001", "endpoints": []}]})");
+              {"number": 3, "extra": "080b030103000001", "endpoints": [
+                {"address": "0x83", "type": "interrupt", "maxPacketSize": 64}]}]})");
         if (!store.empty()) {
             device["control"] = {
                 {{"requestType", 0x80}, {"request", 6}, {"value", 0x0F00}, {"reply", store}}};
@@ -132,6 +133,11 @@ TEST_F(LibusbCapabilities, CompanionsFollowEndpointsOfFastDevices) {
     without.extra = broken.data();
     without.extra_length = 3;
     EXPECT_EQ(libusb_get_ss_endpoint_companion_descriptor(context, &without, &companion), LIBUSB_ERROR_IO);
+    const Bytes tooLong{9, 0x24, 0};
+    without.extra = tooLong.data();
+    EXPECT_EQ(libusb_get_ss_endpoint_companion_descriptor(context, &without, &companion),
+              LIBUSB_ERROR_NOT_FOUND);
+    EXPECT_EQ(companion, nullptr);
     libusb_free_config_descriptor(config);
 }
 
@@ -141,7 +147,7 @@ TEST_F(LibusbCapabilities, AssociationsAreFoundInTheirConfiguration) {
     ASSERT_EQ(libusb_get_active_interface_association_descriptors(device("FAST0001"), &array), 0);
     ASSERT_EQ(array->length, 2);
     EXPECT_EQ(array->iad[0].bInterfaceCount, 2);
-    EXPECT_EQ(array->iad[1].bFirstInterface, 1);
+    EXPECT_EQ(array->iad[1].bFirstInterface, 3);
     libusb_free_interface_association_descriptors(array);
     ASSERT_EQ(libusb_get_interface_association_descriptors(device("FAST0001"), 0, &array), 0);
     EXPECT_EQ(array->length, 2);
@@ -161,6 +167,15 @@ TEST_F(LibusbCapabilities, PacketSizesAreThoseOfTheActiveConfiguration) {
     EXPECT_EQ(libusb_get_max_iso_packet_size(fast, 0x81), 0);  // of its companion
     EXPECT_EQ(libusb_get_max_alt_packet_size(fast, 0, 1, 0x82), 0);
     EXPECT_EQ(libusb_get_max_alt_packet_size(fast, 0, 0, 0x82), LIBUSB_ERROR_NOT_FOUND);
+    EXPECT_EQ(libusb_get_max_alt_packet_size(fast, 0, 2, 0x82), LIBUSB_ERROR_NOT_FOUND);
+}
+
+TEST_F(LibusbCapabilities, AnInterfaceIsCountedWhereItsPacketSizeIsAskedFor) {
+    openWithStore("");
+    libusb_device* fast = device("FAST0001");  // its second interface has the number 3
+    EXPECT_EQ(libusb_get_max_alt_packet_size(fast, 1, 0, 0x83), 0);
+    EXPECT_EQ(libusb_get_max_alt_packet_size(fast, 3, 0, 0x83), LIBUSB_ERROR_NOT_FOUND);
+    EXPECT_EQ(libusb_get_max_alt_packet_size(fast, -1, 0, 0x83), LIBUSB_ERROR_NOT_FOUND);
 }
 
 TEST_F(LibusbCapabilities, APlaceIsAPortWithoutHubs) {
@@ -184,12 +199,49 @@ TEST_F(LibusbCapabilities, ADeviceIsOpenedByItsIds) {
 }
 
 TEST_F(LibusbCapabilities, StringsAreReadWithoutAnOpenDevice) {
+    libusb_device* echo = device("ECHO0001");
     std::array<char, 64> text{};
-    EXPECT_EQ(
-        libusb_get_device_string(device("ECHO0001"), LIBUSB_DEVICE_STRING_SERIAL_NUMBER, text.data(), 64), 8);
+    bus.failCall("libusb_open", 1, LIBUSB_ERROR_ACCESS);
+    EXPECT_EQ(libusb_get_device_string(echo, LIBUSB_DEVICE_STRING_SERIAL_NUMBER, text.data(), 64), 9);
     EXPECT_STREQ(text.data(), "ECHO0001");
-    EXPECT_EQ(libusb_get_device_string(device("ECHO0001"), LIBUSB_DEVICE_STRING_COUNT, text.data(), 64),
+    EXPECT_EQ(libusb_get_device_string(echo, LIBUSB_DEVICE_STRING_COUNT, text.data(), 64),
               LIBUSB_ERROR_INVALID_PARAM);
+    EXPECT_EQ(libusb_get_device_string(echo, LIBUSB_DEVICE_STRING_PRODUCT, text.data(), 0),
+              LIBUSB_ERROR_INVALID_PARAM);
+}
+
+// A text that was read once is known from then on, as from a host that reads it at the plug.
+TEST_F(LibusbCapabilities, AStringIsKnownAfterItsDeviceHasLeft) {
+    libusb_device* echo = libusb_ref_device(device("ECHO0001"));
+    std::array<char, 64> text{};
+    EXPECT_GT(libusb_get_device_string(echo, LIBUSB_DEVICE_STRING_SERIAL_NUMBER, text.data(), 64), 0);
+    bus.unplug("echo");
+    text = {};
+    EXPECT_EQ(libusb_get_device_string(echo, LIBUSB_DEVICE_STRING_SERIAL_NUMBER, text.data(), 64), 9);
+    EXPECT_STREQ(text.data(), "ECHO0001");
+    EXPECT_EQ(libusb_get_device_string(echo, LIBUSB_DEVICE_STRING_PRODUCT, text.data(), 64), LIBUSB_ERROR_IO);
+    EXPECT_STREQ(text.data(), "");
+    libusb_unref_device(echo);
+}
+
+TEST_F(LibusbCapabilities, StringsAreUtf8AndCutBetweenCharacters) {
+    bus.loadScenario(R"({"devices": [{"id": "a", "vendorId": 1, "productId": 2,
+        "strings": {"2": {"hex": "0c0368003dd800de68003cd8"}},
+        "product": "", "serial": "TEXT0001", "interfaces": [{"endpoints": []}]}]})");
+    libusb_device* texts = device("TEXT0001");
+    std::array<char, 64> text{};
+    const auto product = LIBUSB_DEVICE_STRING_PRODUCT;
+    EXPECT_EQ(libusb_get_device_string(texts, LIBUSB_DEVICE_STRING_MANUFACTURER, text.data(), 64),
+              LIBUSB_ERROR_IO);
+    EXPECT_EQ(libusb_get_device_string(texts, product, nullptr, 1), 7);
+    EXPECT_EQ(libusb_get_device_string(texts, product, text.data(), 64), 7);
+    EXPECT_STREQ(text.data(), "h😀h");  // half a character at the end is left out
+    for (const int room : {2, 3, 4, 5}) {
+        EXPECT_EQ(libusb_get_device_string(texts, product, text.data(), room), 7);
+        EXPECT_STREQ(text.data(), "h") << room;
+    }
+    EXPECT_EQ(libusb_get_device_string(texts, product, text.data(), 6), 7);
+    EXPECT_STREQ(text.data(), "h😀");
 }
 
 TEST_F(LibusbCapabilities, WhatNoSimulatedDeviceHasIsRefused) {
@@ -214,6 +266,8 @@ TEST_F(LibusbCapabilities, WhatNoSimulatedDeviceHasIsRefused) {
     bus.unplug("echo");
     EXPECT_EQ(libusb_dev_mem_alloc(echo, 4096), nullptr);
     EXPECT_EQ(libusb_alloc_streams(echo, 2, endpoints.data(), 1), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(libusb_endpoint_supports_raw_io(echo, 0x81), 0);
+    EXPECT_EQ(libusb_get_max_raw_io_transfer_size(echo, 0x81), LIBUSB_ERROR_NOT_SUPPORTED);
 }
 
 TEST_F(LibusbCapabilities, ACallbackIsFoundByItsHandle) {
