@@ -1,4 +1,6 @@
 // The drop-in: options, log messages and languages.
+#include <cstring>
+
 #include "LibusbNewer.h"
 #include "SimTest.h"
 
@@ -77,7 +79,9 @@ TEST_F(LibusbOptions, UnknownOptionsAndValuesAreRefused) {
     EXPECT_EQ(libusb_set_option(context, LIBUSB_OPTION_LOG_LEVEL, 5), LIBUSB_ERROR_INVALID_PARAM);
     EXPECT_EQ(libusb_set_option(context, LIBUSB_OPTION_LOG_LEVEL, -1), LIBUSB_ERROR_INVALID_PARAM);
     EXPECT_EQ(libusb_set_option(context, LIBUSB_OPTION_USE_USBDK), LIBUSB_ERROR_NOT_SUPPORTED);
-    EXPECT_EQ(libusb_set_option(context, static_cast<libusb_option>(99)), LIBUSB_ERROR_INVALID_PARAM);
+    libusb_option unknown{};
+    std::memset(&unknown, 99, sizeof unknown);
+    EXPECT_EQ(libusb_set_option(context, unknown), LIBUSB_ERROR_INVALID_PARAM);
 }
 
 TEST_F(LibusbOptions, LanguagesOfTheRealLibraryAreTaken) {
