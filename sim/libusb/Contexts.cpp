@@ -75,6 +75,7 @@ std::vector<TransferRecord*> endContext(const char* function, libusb_context& co
         }
     });
     context.pollFds.reset();
+    context.polled = false;
     context.callbacks.clear();
     context.messages.clear();
     forgetDevices(context);

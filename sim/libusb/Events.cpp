@@ -95,8 +95,10 @@ void handleOnce(libusb_context& context, nanoseconds timeout) {
         errno = EAGAIN;  // as when a kernel has no further transfer that has ended; programs print it
     }
     threadState().handling = nullptr;
-    const StateLock lock(state().mutex);
-    showWork(context);
+    if (context.polled.load(std::memory_order_relaxed)) {
+        const StateLock lock(state().mutex);
+        showWork(context);
+    }
 }
 
 void lockEvents(libusb_context& context) {

@@ -105,10 +105,12 @@ int libusb_open(libusb_device* given, libusb_device_handle** handle) {
     device->context->sourcesChanged = true;
     sim::wakeHandler(*device->context);
     *handle = opened;
-    const std::string place =
-        std::to_string(device->info->busNumber) + "." + std::to_string(device->info->address);
-    lock.unlock();
-    sim::log(*opened->context, LIBUSB_LOG_LEVEL_DEBUG, __func__, "open " + place);
+    if (sim::isLogged(*opened->context, LIBUSB_LOG_LEVEL_DEBUG)) {
+        const std::string place =
+            std::to_string(device->info->busNumber) + "." + std::to_string(device->info->address);
+        lock.unlock();
+        sim::log(*opened->context, LIBUSB_LOG_LEVEL_DEBUG, __func__, "open " + place);
+    }
     return LIBUSB_SUCCESS;
 }
 
@@ -212,9 +214,11 @@ int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
     const int result = sim::claimInterface(*handle, number);
-    lock.unlock();
-    sim::log(*handle->context, LIBUSB_LOG_LEVEL_DEBUG, __func__,
-             "interface " + std::to_string(interfaceNumber) + ": " + std::to_string(result));
+    if (libusb_context& context = *handle->context; sim::isLogged(context, LIBUSB_LOG_LEVEL_DEBUG)) {
+        lock.unlock();
+        sim::log(context, LIBUSB_LOG_LEVEL_DEBUG, __func__,
+                 "interface " + std::to_string(interfaceNumber) + ": " + std::to_string(result));
+    }
     return result;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -117,6 +118,7 @@ struct libusb_context {
 
     /// Null until the program asks for them.
     std::unique_ptr<sim::PollFds> pollFds;
+    std::atomic<bool> polled{false};  ///< they are not null; without the lock
     libusb_pollfd_removed_cb pollFdRemoved = nullptr;
     void* pollFdUserData = nullptr;
 

@@ -98,6 +98,10 @@ Options startingOptions() {
     return options;
 }
 
+bool isLogged(const libusb_context& context, libusb_log_level level) {
+    return context.options.logLevel >= level;
+}
+
 void log(libusb_context& context, libusb_log_level level, const char* function, const std::string& text) {
     Options mine;
     Options all;

@@ -17,6 +17,9 @@ struct Options {
 /// The state's lock is held.
 Options startingOptions();
 
+/// Whether a message of this level is logged. The state's lock is held.
+bool isLogged(const libusb_context& context, libusb_log_level level);
+
 /// Logs a message of a context if its level is high enough: to the callback of the process, or standard error
 /// when there is none, and to the callback of the context. The state's lock is not held.
 void log(libusb_context& context, libusb_log_level level, const char* function, const std::string& text);

@@ -118,6 +118,7 @@ namespace {
 PollFds& pollFdsOf(libusb_context& context) {
     if (context.pollFds == nullptr) {
         context.pollFds = std::make_unique<PollFds>();
+        context.polled = true;
         showWork(context);
     }
     return *context.pollFds;
