@@ -1,6 +1,6 @@
 """No part of the contract is without a test: usage contract.py ROOT, or contract.py --self-test.
 
-The unit tests and the Java tests each call every native method, and so do those that are for every method. The unit
+The unit tests and the Java tests each call every native method, and so does each test that covers all methods. The unit
 tests expect every code that reaches Java, and quote every text of the library, those of its log among them.
 """
 
@@ -13,7 +13,7 @@ from sources import listed_files
 
 JAVA = Path("java/src/com/talvane/orvex/comm")
 CODES = Path("src/usb/mac/ground/ResultCodes.h")
-# What has to go through all native methods by name.
+# Files that have to name every native method.
 OF_EVERY_METHOD = [Path("tests/fuzz/JniFuzz.cpp"), *(Path("tests/java/src/com/talvane/orvex/comm", name)
                    for name in ("EveryMethod.java", "AllocationSteps.java"))]  # fmt: skip
 
@@ -26,11 +26,11 @@ NOT_CODE = re.compile(
     r"""//[^\n]*|/\*.*?\*/|^\#[^\n]*|'(?:\\.|[^'\\\n])*'|R"\((.*?)\)"|"((?:\\.|[^"\\\n])*)\"""",
     re.DOTALL | re.MULTILINE)
 ASSERTION = re.compile(r"\b(?:EXPECT|ASSERT)_\w+\s*\([^;]*;")
-# What a call of libusb is made to answer, and what is only kept in the record, is not what a method returns.
+# Faked answers of libusb and the code kept in a record are not results of a method.
 NOT_RETURNED = re.compile(r"[^;{}]*\b(?:failCall|lastResult|libusb_strerror)\b[^;]*;")
 NAMED_TEXT = re.compile(r'\bk[A-Z]\w* = "([^"\n]+)";')
 
-JOINED = "\0"  # a value between two pieces of a text that a test puts together
+JOINED = "\0"  # a value between two pieces of a concatenated text
 CONVERSION = re.compile(r"%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z)?([a-zA-Z])")
 VALUES = {"d": r"-?\d+", "u": r"\d+", "x": r"[0-9a-f]+", "X": r"[0-9A-F]+", "p": r"0x[0-9a-f]+"}
 
@@ -45,7 +45,7 @@ def code(text):
 
 
 def texts(source):
-    """The strings of a source; those that are put together, with values between them, are one."""
+    """The strings of a source; concatenated strings, with values between them, count as one."""
     found, last = [], None
     for match in NOT_CODE.finditer(source):
         text = match.group(1) or match.group(2)
@@ -63,13 +63,13 @@ def texts(source):
 
 
 def quoted(source):
-    """Its texts, and behind each text that it has given a name, each of them again."""
+    """The strings of a source, and each of them again with each named string in front of it."""
     own = texts(source)
     return own + [name + text for name in NAMED_TEXT.findall(source) for text in own]
 
 
 def pattern(text):
-    """What a text of the library, with printf's conversions, may look like in a test."""
+    """A pattern for a text of the library in a test, with a value in place of each conversion of printf."""
     pieces = CONVERSION.split(text)
     for at, piece in enumerate(pieces):
         pieces[at] = f"(?:{VALUES.get(piece, '.*?')}|{JOINED})" if at % 2 else re.escape(piece)
@@ -152,7 +152,7 @@ MISSED = ["the unit tests never call usbMissed", "the unit tests never call usbI
 
 
 def self_test():
-    """In a small tree, what no test shows has to be missed, and nothing else."""
+    """In a small tree, the check has to report exactly what no test covers."""
     with tempfile.TemporaryDirectory() as scratch:
         root = Path(scratch)
         for name, text in SMALL_TREE.items():

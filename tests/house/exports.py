@@ -1,6 +1,6 @@
 """Checks the exports and imports of the shared library: usage exports.py [--unoptimised] LIBRARY [OTHER...].
 
-It offers the native methods of the Java class and nothing else. On Linux it needs nothing of the macOS side and looks
+It exports the native methods of the Java class and nothing else. On Linux it needs nothing of the macOS side and looks
 for no library in a folder of its own. What it and the libraries that come with it need of the runtimes is what
 docs/platforms.md promises, when they are built where what is shipped is: on Debian 12. Elsewhere it is shown. What a
 library that is not optimised needs of the C++ runtime is not asked.
@@ -24,7 +24,7 @@ def exported(library):
     else:
         command, extra = ["nm", "-D", "--defined-only", library], 0
     lines = subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines()
-    # Between the symbols of several architectures, nm has lines of other shapes.
+    # For several architectures, nm prints other lines between the symbols.
     return {words[2][extra:] for words in map(str.split, lines) if len(words) == 3}
 
 

@@ -1,6 +1,6 @@
 """Checks how script/lib/floors.py reports failed builds and runs: usage floors.py ROOT.
 
-Runs it on floors of its own, in a folder of its own.
+Runs it on made-up floors in a temporary folder.
 """
 
 import shutil
@@ -9,7 +9,7 @@ import sys
 import tempfile
 from pathlib import Path
 
-# For each run: its words, and what has to be counted: passed, failed, skipped; and what has to be said of it.
+# For each run: its output, the expected counts (passed, failed, skipped), and the expected message.
 RUNS = {
     "good": ("--as good true", (1, 0, 0), None),
     "told": ("sh -c [[echo ok one; echo not ok two; echo '# because'; false]]", (1, 1, 0), "two\n    # because"),

@@ -1,7 +1,7 @@
 """Checks the published jars: usage jars.py ROOT BUILD.
 
-The jars come out of a second build with the same bytes; the version is the same wherever it is told; the jars of two
-platforms can be merged, and those that do not belong together cannot; copies of libusb and hidapi come with it.
+A second build makes jars with the same bytes; the version is the same in every place; the jars of two
+platforms can be merged, and those that do not belong together cannot; the jar contains copies of libusb and hidapi.
 """
 
 import os

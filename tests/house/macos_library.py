@@ -68,7 +68,7 @@ def make_stubs(folder, wanted, libusb_headers):
 
 def build(root, folder, llvm, java):
     """The universal library."""
-    # What clang and CMake ask a Mac for.
+    # Programs that clang and CMake expect on a Mac.
     for name, text in {"lipo": f'exec {llvm}/bin/llvm-lipo "$@"', "sw_vers": "echo 12.0"}.items():
         file = folder / "bin" / name
         file.parent.mkdir(parents=True, exist_ok=True)
@@ -117,7 +117,7 @@ def imported(llvm, library, half, wanted):
 
 
 def main(root, folder, libusb_headers, *java):
-    if not all(map(tools.find, ["clang++", "ld64.lld", "llvm-lipo"])):  # asks no further than the first that is missing
+    if not all(map(tools.find, ["clang++", "ld64.lld", "llvm-lipo"])):  # stops at the first that is missing
         return 77
     llvm = Path("/usr/lib/llvm-14")
     if not (llvm / "include/c++/v1").is_dir():

@@ -14,7 +14,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 DEEPEST = 500_000  # steps of one run; the search says when that is too few
-# Without partial-order reduction, which does not go together with "nobody can do anything any more".
+# Without partial-order reduction, which is unsound together with the check for deadlocks.
 CHECKER_FLAGS = ["-O1", "-w", "-DSAFETY", "-DNOREDUCE"]
 
 
@@ -39,7 +39,7 @@ def search(model, mistake):
 
 
 def judge(model, mistake, said):
-    """A line for people, and whether the model holds."""
+    """A readable line, and whether the model holds."""
     name = f"{model.stem} with {mistake}" if mistake else model.stem
     errors = int(re.search(r"errors: (\d+)", said).group(1))
     states = int(re.search(r"(\d+) states, stored", said).group(1))

@@ -1,9 +1,9 @@
 """Checks that pages are complete: usage pages.py ROOT, or pages.py --self-test.
 
 docs/threading.md has each native method in its first table of kinds, once; docs/troubleshooting.md has a section for
-each code, and none for what is no code; docs/architecture.md names nothing that the library's sources do not have;
-docs/testing.md has the house checks and the tags of the Java tests; docs/performance.md and docs/platforms.md tell the
-figures that other tests hold.
+each code, and no other section with a number; docs/architecture.md names nothing that the library's sources do not
+have; docs/testing.md has the house checks and the tags of the Java tests; docs/performance.md and docs/platforms.md
+tell the figures that other tests hold.
 """
 
 import re
@@ -43,7 +43,7 @@ def methods_of_kinds(text):
 
 
 def codes_of_sections(text):
-    """The numbers before the colon of each heading: a section may be for several codes."""
+    """The numbers before the colon of each heading; one section may describe several codes."""
     return [number for heading in HEADING.findall(text) for number in re.findall(r"-\d+", heading.split(":")[0])]
 
 
@@ -88,7 +88,7 @@ def library_sources(root):
 
 def complaints(root):
     codes = [number for _, number, _ in CODE.findall((root / JAVA / "UsbAccessCode.java").read_text())]
-    # libusb's own codes pass through the library, which answers two of them itself.
+    # The library passes on libusb's codes, and returns two of them itself.
     own = [number for number in codes if int(number) <= -100 or number in ("-11", "-99")]
     header = "src/usb/mac/ground/ResultCodes.h"
     yield from differences(header, own, RESULT_CODE.findall((root / header).read_text()))

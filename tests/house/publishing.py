@@ -1,6 +1,6 @@
 """Checks the requirements of a Maven repository, as far as possible without one: usage publishing.py ROOT BUILD.
 
-The licence is the one thing that is missing on purpose: it is the owner's to choose. This check fails when the pom gets
+Only the licence is missing, deliberately: the owner has to choose it. This check fails when the pom gets
 one, so that README and NOTICE are changed with it.
 """
 

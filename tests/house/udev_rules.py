@@ -1,8 +1,8 @@
 """The vendors of the tools, and the rules for udev: usage udev_rules.py ROOT.
 
-The library has the vendors; the command-line tool lists theirs by itself, and the documents name them. The rules are
-for them, for nothing that hangs behind one of their hubs, and come early enough to give rights; orvex-usb doctor
-proposes the same. Where udevadm can verify files, it does.
+The library has the vendors; the command-line tool lists theirs by itself, and the documents name them. The rules match
+them, not devices behind one of their hubs, and run early enough to grant access; orvex-usb doctor proposes the same.
+Where udevadm can verify files, it does.
 """
 
 import re

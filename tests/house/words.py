@@ -15,7 +15,7 @@ PATTERNS = {
     "a document of the work": r"(?<!@)(?<!\.)\b([s]pec|[S]pec|[S]PEC)s?\b(?!-)|\b[Ss]pecifications?\b|as [s]pecified",
     "a chapter of such a document": r"\b[Pp]arts? \d+\.\d",
     "an issue or a to-do": r"\b[Ii]ssues? #?\d|\b[T]ODO\b|\b[F]IXME\b",
-    # The name space that each pom names is none.
+    # The XML namespace of a pom is no registry host.
     "a package registry": r"\b(repo1?|[m]aven(?!\.apache\.org/(POM|xsd)\b)|[p]ypi|[n]exus|[a]rtifactory)"
     r"\.\w+\.(org|com|io|net)|\b[r]egistry\.\w+\.",
     "how the work is organised": r"\b[s]ub-?agents?\b|\b[A]I\b|\b[L]LM\b|\b[C]hatbot\b|\b[l]anguage model",

@@ -1,6 +1,6 @@
 """Prepares faults on a machine with the installed packages, and checks the diagnosis of the installed tool.
 
-Each is mended again before the next. Used by installed.py.
+Each fault is repaired before the next. Used by installed.py.
 """
 
 import fcntl
@@ -12,7 +12,7 @@ from pathlib import Path
 from checks import expect, output_of
 from machine import NOBODY, as_user, hid_device, node, usb_device
 
-CLAIM_INTERFACE = 0x8004550F  # of usbfs, with the number of the interface
+CLAIM_INTERFACE = 0x8004550F  # the request of usbfs, with the number of the interface
 
 
 def expect_told(said, fault, remedy):
@@ -35,7 +35,7 @@ ECHO1, HID1 = label("ECHO0001", "1001"), label("HID00001", "3001")
 
 
 def finds_nothing(_):
-    """doctor finds nothing wrong on a machine in order."""
+    """doctor finds no problem on a machine without faults."""
     said = doctor(status=0)
     expect("wrong" not in said and ECHO1 + "no other driver" in said, said)
 
@@ -99,7 +99,7 @@ def names_the_missing_library(_):
 
 
 def names_the_driver(_):
-    """doctor names the kernel's driver that holds a device, and what takes it off."""
+    """doctor names the kernel driver that holds a device, and the command that detaches it."""
     driver = Path("/sys/bus/usb/drivers/usbserial_generic")
     interface = usb_device("ECHO0001").name + ":1.0"
     Path("/sys/bus/usb-serial/drivers/generic/new_id").write_text("6a5c 1001")

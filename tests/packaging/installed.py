@@ -1,4 +1,4 @@
-"""Installs the Debian packages of build/package and uses what they brought: in the virtual machine, as root.
+"""Installs the Debian packages of build/package and uses them, as root in the virtual machine.
 
 The current folder is that of the project. The kernel's bus has the devices of sim/scenarios/demo.json, and SIMBUS_SOCKET
 names its control socket. Prints lines of checks.py.
@@ -33,7 +33,7 @@ def rights(device):
 
 
 def expect_rights(device, wanted):
-    """Of a device that udev is done with."""
+    """For a device that udev has finished processing."""
     output_of("udevadm", "settle", f"--timeout={DEADLINE}")
     found = rights(device)
     expect(found == wanted, f"{device}: {found} and not {wanted}")
@@ -46,10 +46,10 @@ def without_rules(_):
 
 
 def said_by_commands(page, words):
-    """What the commands of a page say: those of the block that has these words in it.
+    """The output of the commands in the block of a page that contains these words.
 
-    Simulated devices get no control socket of their own in place of the kernel bus's. Emulated, apt takes minutes to
-    find out that nothing is missing, and a JVM with the default collector can crash.
+    Simulated devices get no control socket of their own in place of the kernel bus's. Under emulation apt takes minutes
+    to find that nothing is missing, and a JVM with the default collector can crash.
     """
     commands = 'apt-get() { dpkg "--$1" --no-triggers "${@:2}"; }\n' + text_of(page, words)
     return output_of("env", "-u", "SIMBUS_SOCKET", "bash", "-euo", "pipefail", "-c", commands,
@@ -70,7 +70,7 @@ def installs(_):
 
 
 def understood_by_udev(_):
-    """udev has nothing to say about the rules."""
+    """udev reports no problem in the rules."""
     said = output_of("udevadm", "test", usb_device("ECHO0001"))
     expect(f"Reading rules file: {RULES}" in said, said)
     complaints = [line for line in said.splitlines() if line.startswith(RULES)]

@@ -3,8 +3,10 @@
 // drop-in libusb.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <random>
 
@@ -84,13 +86,14 @@ class StartStress : public JniTest {
         listAgain();
     }
 
-    /// Makes `left_` starts on as many threads as there are kinds, while `change` runs again and again.
+    /// Makes `left_` starts on as many threads as there are kinds, while `change` runs again and again. Goes
+    /// on for at most a minute until a start of each kind went on and one was refused.
     void startBeside(const std::function<void()>& change) {
         std::vector<std::thread> threads;
         for (size_t kind = 0; kind < kKinds.size(); ++kind) {
             threads.emplace_back([this, kind] { keepStarting(kind); });
         }
-        while (left_.load() > 0) {
+        while (goesOn()) {
             change();
         }
         for (auto& thread : threads) {
@@ -133,9 +136,15 @@ class StartStress : public JniTest {
     std::atomic<int64_t> refused_{0};                           ///< results of -109 and -114
 
  private:
+    bool goesOn() const {
+        const auto seen = [](const auto& count) { return count.load() > 0; };
+        const bool allSeen = seen(refused_) && std::all_of(wentOn_.begin(), wentOn_.end(), seen);
+        return left_.load() > 0 || (!allSeen && std::chrono::steady_clock::now() < deadline_);
+    }
     void keepStarting(size_t kind) {
         FakeJni jniOfThread;
-        while (left_.fetch_sub(1) > 0) {
+        while (goesOn()) {
+            --left_;
             const auto device = static_cast<jint>(1 + std::abs(left_.load()) % 2);
             const jint result =
                 kKinds[kind]({jniOfThread.env(), arrays_[kind]->java(), list_.load(), device});
@@ -149,6 +158,8 @@ class StartStress : public JniTest {
 
     std::vector<std::unique_ptr<FakeByteArray>> arrays_;
     std::mt19937 random_{20231};
+    const std::chrono::steady_clock::time_point deadline_ =
+        std::chrono::steady_clock::now() + std::chrono::minutes(1);
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm.access;
 
 import java.io.IOException;
+import java.io.UncheckedIOException;
 import java.nio.channels.AsynchronousCloseException;
 import java.nio.channels.spi.AbstractInterruptibleChannel;
 import java.util.function.BooleanSupplier;
@@ -8,13 +9,18 @@ import java.util.function.IntSupplier;
 
 /**
  * Cancels one raw transfer when its thread is interrupted. The raw call itself notices no interrupt; the base class has
- * the interrupting thread call {@link #implCloseChannel}.
+ * the interrupting thread call {@link #implCloseChannel}; what it misses, {@link MissedInterrupts} finds.
  */
 final class CancelOnInterrupt extends AbstractInterruptibleChannel {
     private static final long RETRY_MS = 1;
+    /** For how long cancels are repeated after one that has found something, as long as the raw close tries. */
+    private static final int BOUND_MS = 3000;
 
     private final BooleanSupplier cancel;
-    private boolean runs;
+    private final MissedInterrupts missed;
+    private final Runnable closeIfInterrupted = this::closeIfInterrupted;
+    /** The thread in the raw call, or null. Written under the lock of this object. */
+    private volatile Thread caller;
 
     /**
      * For one transfer.
@@ -22,7 +28,13 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
      * @param cancel cancels it; false when there is nothing to cancel, because it has not quite begun or has ended
      */
     CancelOnInterrupt(BooleanSupplier cancel) {
+        this(cancel, MissedInterrupts.ofAllCalls());
+    }
+
+    /** The same, with what looks for missed interrupts, or null. */
+    CancelOnInterrupt(BooleanSupplier cancel, MissedInterrupts missed) {
         this.cancel = cancel;
+        this.missed = missed;
     }
 
     /**
@@ -39,14 +51,24 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
         }
     }
 
-    private synchronized boolean start() {
-        runs = isOpen();
-        return runs;
+    private boolean start() {
+        synchronized (this) {
+            caller = isOpen() ? Thread.currentThread() : null;
+        }
+        if (missed != null) {
+            missed.add(closeIfInterrupted);
+        }
+        return caller != null;
     }
 
-    private synchronized void over() {
-        runs = false;
-        notifyAll();
+    private void over() {
+        if (missed != null) {
+            missed.remove(closeIfInterrupted);
+        }
+        synchronized (this) {
+            caller = null;
+            notifyAll();
+        }
     }
 
     private void leave() {
@@ -57,11 +79,36 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
         }
     }
 
-    /** On the interrupting thread: cancels until the cancel has found the transfer, or the transfer is over. */
+    /** Cancels the transfer on a thread of its own when an interrupt of its thread has called nothing. */
+    private void closeIfInterrupted() {
+        Thread thread = caller;
+        if (thread != null && thread.isInterrupted() && isOpen()) {
+            Thread closer = new Thread(this::closeQuietly, "orvex-usb-cancel");
+            closer.setDaemon(true);
+            closer.start();
+        }
+    }
+
+    private void closeQuietly() {
+        try {
+            close();
+        } catch (IOException e) {
+            throw new UncheckedIOException(e); // the close below throws none
+        }
+    }
+
+    /**
+     * Cancels until the transfer is over: it may not have begun, and of a write of several packets one cancel ends one.
+     * A transfer that does not come back is left to the library. Called once, on the interrupting thread.
+     */
     @Override
-    protected synchronized void implCloseChannel() throws IOException {
+    protected synchronized void implCloseChannel() {
         boolean interrupted = false;
-        while (runs && !cancel.getAsBoolean()) {
+        Deadline bound = null;
+        while (caller != null && (bound == null || !bound.isOver())) {
+            if (cancel.getAsBoolean() && bound == null) {
+                bound = new Deadline(BOUND_MS);
+            }
             try {
                 wait(RETRY_MS);
             } catch (InterruptedException e) {

@@ -14,7 +14,7 @@ import java.util.function.Supplier;
  * One opening of a device, from open to close: its transfers, one at a time on each endpoint. Results are those of the
  * raw calls.
  */
-final class Connection implements TransferGate.Owner {
+final class Connection {
     private static final int CONTROL = 0;
     private static final byte[] NOTHING = {};
     private static final Moved NOTHING_MOVED = new Moved(0, 0);
@@ -25,7 +25,6 @@ final class Connection implements TransferGate.Owner {
     private static final int GREATEST_REPORT = 1024;
 
     private final ORVEXCommUSBAccess usb;
-    private final TransferGate gate;
     private final Target target;
     private final ReportFormat reports;
     private final Map<Integer, UsbEndpoint> pipes;
@@ -34,7 +33,7 @@ final class Connection implements TransferGate.Owner {
     private final Map<Integer, ListenerCalls> claimed = new ConcurrentHashMap<>();
     private final Listeners listeners = new Listeners();
     private final ReportPauses pauses = new ReportPauses();
-    private volatile boolean ended;
+    private final RunningCalls calls = new RunningCalls();
 
     /** A raw call on bytes that it moves from or to their start. */
     @FunctionalInterface
@@ -77,7 +76,6 @@ final class Connection implements TransferGate.Owner {
      */
     Connection(RawSession session, Target target, ReportFormat reports, Map<Integer, UsbEndpoint> pipes) {
         this.usb = session.usb;
-        this.gate = session.gate;
         this.target = target;
         this.reports = reports;
         this.pipes = pipes;
@@ -140,38 +138,39 @@ final class Connection implements TransferGate.Owner {
         return usb.usbOpenDevice(target.list(), target.index());
     }
 
-    /** The raw close. */
-    int close() {
-        return usb.usbCloseDevice(target.list(), target.index());
+    /**
+     * The raw close, which ends the transfers that run. Returns false when one does not come back within seconds; the
+     * device must not be opened then, and another close tries again.
+     */
+    boolean close() {
+        usb.usbCloseDevice(target.list(), target.index());
+        return calls.awaitNone();
     }
 
-    /** The raw reset. */
+    /** The raw reset. It cancels the reads that wait, and they are made again afterwards. */
     int reset() {
-        return usb.usbResetDevice(target.list(), target.index());
+        return calls.reset(() -> turns.keySet().stream().filter(endpoint -> endpoint > Setup.IN).forEach(this::cancel),
+                () -> usb.usbResetDevice(target.list(), target.index()));
     }
 
-    /** From now on no transfer starts, no listener is called, and the gate may cancel the transfers that run. */
+    /** From now on no transfer starts, and no listener is called. */
     void end() {
-        ended = true;
+        calls.end();
         listeners.end();
     }
 
-    @Override
-    public boolean hasEnded() {
-        return ended;
+    boolean hasEnded() {
+        return calls.hasEnded();
     }
 
-    // A write or control request that is cancelled cannot be taken up again, so only a close or the interrupt of its
-    // thread does that to it.
-
     int write(RawCall call, int endpoint, int timeout, byte[] bytes) {
-        return inTurn(endpoint, 0, () -> interruptibly(endpoint, transfer(endpoint, false),
-                () -> call.move(usb, target.list(), target.index(), endpoint, bytes.length, timeout, bytes)));
+        return inTurn(endpoint, 0, () -> calls.make(() -> interruptibly(endpoint,
+                () -> call.move(usb, target.list(), target.index(), endpoint, bytes.length, timeout, bytes))));
     }
 
     int control(byte[] setupAndData, int timeout) {
-        return inTurn(CONTROL, 0, () -> interruptibly(CONTROL, transfer(CONTROL, false),
-                () -> controlOnce(setupAndData, timeout)));
+        return inTurn(CONTROL, 0, () -> calls.make(() -> interruptibly(CONTROL,
+                () -> controlOnce(setupAndData, timeout))));
     }
 
     private int controlOnce(byte[] setupAndData, int timeout) {
@@ -181,40 +180,17 @@ final class Connection implements TransferGate.Owner {
                 : usb.usbWriteControlPipe(target.list(), target.index(), 0, timeout, setupAndData);
     }
 
-    /** Reads, and goes on after having been cancelled for the sake of an open or close elsewhere. */
     int read(RawCall call, int endpoint, int timeout, byte[] bytes) {
         return inTurn(endpoint, 0, () -> {
             Deadline deadline = new Deadline(timeout);
-            int moved = 0;
-            while (true) {
-                byte[] rest = moved == 0 ? bytes : new byte[bytes.length - moved];
-                TransferGate.Transfer transfer = transfer(endpoint, true);
-                int result = interruptibly(endpoint, transfer, () -> call.move(
-                        usb, target.list(), target.index(), endpoint, rest.length, deadline.left(), rest));
-                if (result < 0) {
-                    return moved > 0 ? moved : result;
-                }
-                System.arraycopy(rest, 0, bytes, moved, rest == bytes ? 0 : result);
-                moved += result;
-                if (!transfer.wasCancelled() || isToStop() || moved == bytes.length || endsMessage(endpoint, result)) {
-                    return moved;
-                }
-                if (deadline.isOver()) {
-                    return moved > 0 ? moved : UsbAccessCode.TIMED_OUT.code();
-                }
-            }
+            return calls.read(() -> interruptibly(endpoint, () -> call.move(
+                    usb, target.list(), target.index(), endpoint, bytes.length, deadline.left(), bytes)));
         });
     }
 
     /** Whether a call of several raw calls makes no further one. */
     private boolean isToStop() {
-        return ended || Thread.currentThread().isInterrupted();
-    }
-
-    /** Whether a read that was cancelled had ended by itself, with a packet that was not full. */
-    private boolean endsMessage(int endpoint, int bytes) {
-        UsbEndpoint pipe = pipes.get(endpoint);
-        return bytes % (pipe == null ? Integer.MAX_VALUE : pipe.packetBytes()) != 0;
+        return hasEnded() || Thread.currentThread().isInterrupted();
     }
 
     /**
@@ -255,7 +231,7 @@ final class Connection implements TransferGate.Owner {
 
     /** The raw read of a report, or of its start. */
     private int takeReport(byte[] report) {
-        return gate.pass(transfer(Setup.IN, false), () -> usb.usbReadInterruptPipeEx(target.list(), target.index(), 0,
+        return calls.make(() -> usb.usbReadInterruptPipeEx(target.list(), target.index(), 0,
                 report.length, ReportPauses.LOOK_MS, report, reports.size(), 0));
     }
 
@@ -267,7 +243,7 @@ final class Connection implements TransferGate.Owner {
             while (place < bytes.length && result > 0 && !isToStop()) {
                 byte[] report = Arrays.copyOfRange(bytes, place, Math.min(place + reports.size(), bytes.length));
                 pauses.awaitAnswer();
-                result = gate.pass(transfer(0, false), () -> sendReport(timeout, report));
+                result = calls.make(() -> sendReport(timeout, report));
                 place += Math.max(result, 0);
             }
             return new Moved(place, result);
@@ -288,15 +264,11 @@ final class Connection implements TransferGate.Owner {
         ReentrantLock turn = turn(CONTROL);
         turn.lock();
         try {
-            int result = gate.pass(transfer(CONTROL, false), () -> controlOnce(request, STATUS_MS));
+            int result = calls.make(() -> controlOnce(request, STATUS_MS));
             return new Status(result >= 0, result > 0, result > 0 && (request[Setup.PACKET_BYTES] & 1) != 0);
         } finally {
             turn.unlock();
         }
-    }
-
-    private TransferGate.Transfer transfer(int endpoint, boolean isRead) {
-        return new TransferGate.Transfer(this, () -> isRead || ended, () -> cancel(endpoint));
     }
 
     private boolean cancel(int endpoint) {
@@ -304,13 +276,8 @@ final class Connection implements TransferGate.Owner {
     }
 
     /** Makes a raw transfer that an interrupt of this thread cancels. */
-    private int interruptibly(int endpoint, TransferGate.Transfer transfer, IntSupplier call) {
-        return new CancelOnInterrupt(() -> cancelBesideNoOpen(endpoint)).run(() -> gate.pass(transfer, call));
-    }
-
-    private boolean cancelBesideNoOpen(int endpoint) {
-        TransferGate.Transfer cancelling = new TransferGate.Transfer(this, () -> false, () -> false);
-        return gate.pass(cancelling, () -> cancel(endpoint) ? 1 : 0) == 1;
+    private int interruptibly(int endpoint, IntSupplier call) {
+        return new CancelOnInterrupt(() -> cancel(endpoint)).run(call);
     }
 
     private ReentrantLock turn(int endpoint) {

@@ -2,7 +2,7 @@ package com.talvane.orvex.comm.access;
 
 import java.util.concurrent.TimeUnit;
 
-/** When a call of several raw calls has to end. */
+/** When something has to end that may take several raw calls or looks. */
 final class Deadline {
     /** The time-out that waits for ever, as the raw calls have it. */
     static final int FOREVER = 0;

@@ -150,8 +150,9 @@ final class ListedDevice implements UsbDevice {
             if (isOpen()) {
                 throw new IllegalStateException(label() + " is open already");
             }
+            demandNoLateCalls();
             Connection opening = new Connection(session, target(), reports, pipesByAddress());
-            int result = session.gate.alone(null, opening::open);
+            int result = opening.open();
             if (result == UsbAccessCode.NOT_AVAILABLE.code()
                     || (result == UsbAccessCode.OPEN_FAILED.code() && isAbsent())) {
                 throw new UsbDeviceGoneException("open " + label(), UsbAccessCode.NOT_AVAILABLE, 0);
@@ -160,6 +161,13 @@ final class ListedDevice implements UsbDevice {
             latest = opening;
             return this;
         });
+    }
+
+    /** Tries again to end the raw calls of the opening before, which must not run on the next one. */
+    private void demandNoLateCalls() throws UsbException {
+        if (latest != null && !latest.close()) {
+            throw new UsbException("open " + label(), UsbAccessCode.OPEN_FAILED, 0);
+        }
     }
 
     Target target() {
@@ -191,7 +199,7 @@ final class ListedDevice implements UsbDevice {
         if (isOpen()) {
             Connection ending = latest;
             ending.end();
-            session.gate.alone(ending, ending::close);
+            ending.close();
         }
     }
 
@@ -207,8 +215,7 @@ final class ListedDevice implements UsbDevice {
     public void reset() throws UsbException {
         demandHid(false);
         session.locked(() -> {
-            Connection open = connection();
-            int result = session.gate.alone(open, open::reset);
+            int result = connection().reset();
             boolean other = result == UsbAccessCode.NOT_FOUND.code() || result == UsbAccessCode.NO_DEVICE.code();
             if (other || result == UsbAccessCode.NOT_OPEN.code()) {
                 throw new UsbDeviceGoneException("reset " + label(), UsbAccessCode.NO_DEVICE, 0);
@@ -315,7 +322,8 @@ final class ListedDevice implements UsbDevice {
         return new Transfers(connection());
     }
 
-    private Connection connection() {
+    /** The opening that lasts. */
+    Connection connection() {
         if (!isOpen()) {
             throw new IllegalStateException(label() + " is not open");
         }

@@ -9,8 +9,7 @@ import java.util.concurrent.locks.ReentrantLock;
 import java.util.stream.IntStream;
 
 /**
- * The session of the raw class, and what its calls share: the session lock and the gate of the transfers. A process has
- * one session at a time.
+ * The session of the raw class, and what its calls share: the session lock. A process has one session at a time.
  */
 final class RawSession {
     /** The session lock. The raw session belongs to the process, and so does the lock. */
@@ -18,7 +17,6 @@ final class RawSession {
     private static boolean isOneOpen;
 
     final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
-    final TransferGate gate = new TransferGate();
     /** Where listeners are called and devices are read for them; ends with the session. */
     final ExecutorService threads = Executors.newCachedThreadPool(RawSession::newThread);
     /** Those to what comes and goes. */

@@ -142,18 +142,17 @@ public interface UsbDevice extends AutoCloseable {
      * moved, or throw {@link IllegalStateException} when that is nothing. Its listeners are closed as {@link
      * UsbSubscription#close} tells. Closing again does nothing.
      *
-     * <p>It waits for what cannot be cancelled: for writes and control requests on other devices until they end, at
-     * most to their time-outs; for HID reads a millisecond; for a HID report until the system has taken it. When
-     * its own transfers do not come back within 3 seconds, the device stays claimed, and {@link #open} tries again to
-     * end them. The close of a HID device may take 20 seconds and more (see "HID devices" in
+     * <p>It waits for what cannot be cancelled: for a HID read a millisecond, for a HID report until the system has
+     * taken it. When transfers do not come back within 3 seconds, the device stays claimed, and {@link #open} tries
+     * again to end them. The close of a HID device may take 20 seconds and more (see "HID devices" in
      * {@link com.talvane.orvex.comm.ORVEXCommUSBAccess}).
      */
     @Override
     void close();
 
     /**
-     * Resets the port of the device. Reads of other threads go on afterwards; it waits for its writes and control
-     * requests.
+     * Resets the port of the device. It waits for the writes and control requests of other threads on this device.
+     * Their reads return what they have got, and go on after the reset when that is nothing.
      *
      * @throws IllegalStateException         when it is not open
      * @throws UnsupportedOperationException for a HID device

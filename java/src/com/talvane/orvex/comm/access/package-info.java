@@ -60,26 +60,25 @@
  *
  * <h2>Threads</h2>
  *
- * <p>There are three locks, taken in this order:
- * <ol>
+ * <p>There are two locks. No thread waits for one of them while it has another:
+ * <ul>
  * <li><b>the lock of an endpoint</b>, for as long as a transfer takes: one transfer at a time on each. All control
- *     requests of a device have one, a HID device one for reads and one for writes. The lock of the control requests
- *     may be taken beneath that of another endpoint, never the other way round;</li>
+ *     requests of a device have one, a HID device one for reads and one for writes;</li>
  * <li><b>the session lock</b>, one in the process: all calls about sessions, lists and their devices, and opens,
- *     closes and resets, one at a time. Nobody who waits for a transfer or for an endpoint has or wants it;</li>
- * <li><b>the gate</b> of the session, held for moments: each transfer passes it when it starts and when it has ended.
- *     An open, close or reset, which has the session lock, shuts it, so that no transfer starts meanwhile. It cancels
- *     reads of other devices that take longer than a moment, and they are taken up again: nothing is lost, and their
- *     callers see nothing of it. Writes and control requests are waited for, which is why they have no endless
- *     time-out.</li>
- * </ol>
+ *     closes and resets, one at a time.</li>
+ * </ul>
+ *
+ * <p>So transfers go on while other devices are opened, closed and reset. A close cancels the transfers of its own
+ * device and waits for them. A reset waits for the writes and control requests of its own device, which is why they
+ * have no endless time-out, and holds up its reads.
  *
  * <p><b>Listeners</b> are called without a lock, each one's calls one after another, on threads of the session that do
  * not keep the program alive, or by an executor. They may call any method. When a close has returned, none of what it
  * closed is called any more.
  *
  * <p><b>Interrupts</b>: a transfer of a thread that is interrupted is cancelled, and throws {@link
- * UsbInterruptedException}; the interrupt status stays set. Opens, closes and everything about lists take no notice.
+ * UsbInterruptedException}; the interrupt status stays set. The interrupting thread waits until the transfer has ended,
+ * for seconds at most. Opens, closes and everything about lists take no notice.
  *
  * <p><b>Arrays</b> that are given to a transfer belong to it until it returns: no other thread changes them meanwhile.
  */

@@ -19,7 +19,7 @@ import java.util.List;
 import java.util.stream.Stream;
 import java.util.stream.StreamSupport;
 
-/** The hand on the devices: plugs, pulls and changes them through the control socket of the bus. */
+/** Controls the devices: plugs, unplugs and changes them through the control socket of the bus. */
 public final class Bus implements AutoCloseable {
     private static final String SOCKET = "SIMBUS_SOCKET";
 
@@ -44,7 +44,7 @@ public final class Bus implements AutoCloseable {
         return Path.of(path);
     }
 
-    /** Where the bus of a child process listens: in memory that is its own, a kernel's is the same for both. */
+    /** Where the bus of a child process listens: in memory it has a socket of its own, on a kernel both share one. */
     Path socketForChild(Path folder) {
         return isMemory() ? folder.resolve("bus") : socket();
     }
@@ -137,12 +137,12 @@ public final class Bus implements AutoCloseable {
     }
 
     /** Resets the counts of calls. Memory only. */
-    void clearCalls() {
+    public void clearCalls() {
         ask(op("clearCalls"));
     }
 
     /** How often a libusb function was called. Memory only. */
-    int calls(String call) {
+    public int calls(String call) {
         JsonElement count = ask(op("calls")).getAsJsonObject("calls").get(call);
         return count == null ? 0 : count.getAsInt();
     }

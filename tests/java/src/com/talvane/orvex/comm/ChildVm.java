@@ -54,7 +54,7 @@ final class ChildVm {
         return this;
     }
 
-    /** Without the leave to load native code that it gets otherwise. */
+    /** Without the option that permits native code, which it gets otherwise. */
     ChildVm withoutNativeAccess() {
         options.removeIf(option -> option.startsWith(NATIVE_ACCESS));
         return this;
@@ -76,7 +76,7 @@ final class ChildVm {
         return this;
     }
 
-    /** Its bus listens there, or the one that it shares does. */
+    /** The path of the control socket, of its own bus or of a shared one. */
     ChildVm withBus(Path socket) {
         return withEnvironment("SIMBUS_SOCKET", socket.toString());
     }
@@ -105,14 +105,14 @@ final class ChildVm {
         return run(java(List.of("-p", path, "--add-modules", "info.picocli", "-m"), "com.talvane.orvex.comm", arguments));
     }
 
-    /** Runs the command that users start, which lies beside the native library; it finds all that it needs itself. */
+    /** Runs the installed command, which is in the folder of the native library and finds the rest itself. */
     Outcome runLauncher(String... arguments) throws Exception {
         builder.environment().keySet().removeAll(List.of("LD_LIBRARY_PATH", "DYLD_LIBRARY_PATH", "SIMBUS_SCENARIO"));
         withEnvironment("JAVA_HOME", System.getProperty("java.home"));
         return runBeside("orvex-usb", arguments);
     }
 
-    /** Runs a program that lies at this place beside the native library. */
+    /** Runs a program, given by its path relative to the folder of the native library. */
     Outcome runBeside(String program, String... arguments) throws Exception {
         Path library = Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY));
         List<String> command = new ArrayList<>(prefix);
@@ -127,7 +127,7 @@ final class ChildVm {
         return builder.command(java(ON_CLASS_PATH, TOOL, arguments)).start();
     }
 
-    /** Whatever happens the process is gone afterwards. */
+    /** The process has ended afterwards in any case. */
     private Outcome run(List<String> command) throws Exception {
         Path out = Files.createTempFile("child", ".out");
         Path err = Files.createTempFile("child", ".err");
@@ -154,7 +154,7 @@ final class ChildVm {
         return command;
     }
 
-    /** The jar that is shipped. */
+    /** The published jar. */
     static Path productJar() {
         return jarOf(ORVEXCommUSBAccess.class);
     }

@@ -151,7 +151,7 @@ class CompositeDeviceTest extends UsbTest {
         return INTERFACES.formatted(0, "Data Port");
     }
 
-    /** Pulls a device, and plugs it in again as another description says. */
+    /** Unplugs a device, and plugs it in again with another description. */
     private void comeBack(String id, Device whole, String patch) {
         bus.unplug(id);
         updateUntilPresent(whole, false);
@@ -160,7 +160,7 @@ class CompositeDeviceTest extends UsbTest {
         updateUntilPresent(whole, true);
     }
 
-    /** Another device comes and goes: two updates at least that are none of the composite device's business. */
+    /** Another device comes and goes: at least two updates that do not concern the composite device. */
     private void anotherComesAndGoes(int list) {
         bus.plug("spare");
         updateUntil("the other is there", list, () -> isPresent(list, "SPARE005"));
@@ -213,7 +213,7 @@ class CompositeDeviceTest extends UsbTest {
         assertEquals(List.of(true, false), presence(List.of(whole, part)));
     }
 
-    /** Plugs two composite tools in that have no serial numbers, so that their parts look alike. */
+    /** Plugs in two composite tools without serial numbers, so that their interfaces look alike. */
     private List<Device> listOfTwins() {
         for (String id : List.of("spread", "loner")) {
             bus.change(id, withPart("Twin Port"));

@@ -2,7 +2,7 @@ package com.talvane.orvex.comm;
 
 /** A device of a list, with short names for the calls. Every transfer is as long as its buffer. */
 record Device(ORVEXCommUSBAccess usb, int list, int index) {
-    /** Milliseconds in which every transfer ends that is meant to; ample for an emulated machine. */
+    /** A time-out in milliseconds that no successful transfer reaches, even on an emulated machine. */
     static final int AMPLE = 30_000;
 
     int open() {

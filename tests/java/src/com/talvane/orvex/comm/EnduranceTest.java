@@ -15,9 +15,9 @@ import org.junit.jupiter.api.Timeout;
 import org.junit.jupiter.api.Timeout.ThreadMode;
 
 /**
- * The same again and again, after which the process holds no more of the machine than before. How often is set by system
- * properties (script/soak sets them high); without them it is little, and less on a kernel, where everything takes
- * longer.
+ * Repeats work many times and checks that the process holds no more resources afterwards. System properties set the
+ * number of repetitions (script/soak sets them high); the default is small, and smaller on a kernel, where everything
+ * takes longer.
  */
 @Timeout(value = 24 * 3600, threadMode = ThreadMode.SEPARATE_THREAD)
 class EnduranceTest extends UsbTest {
@@ -28,7 +28,7 @@ class EnduranceTest extends UsbTest {
 
     private int keptKb;
 
-    /** One of the things that are done again and again. */
+    /** A piece of work that is repeated. */
     private interface Step {
         void run(int number) throws Exception;
     }
@@ -133,7 +133,7 @@ class EnduranceTest extends UsbTest {
         return true;
     }
 
-    /** Now and then: most cancels find nothing, at once, and would be all that is done. */
+    /** Rarely: most cancels find nothing and return at once, and would take up the whole count. */
     private static boolean cancelsInTime(Device device) throws InterruptedException {
         TimeUnit.MILLISECONDS.sleep(1);
         return List.of(0, -5).contains(device.cancel(0x84));

@@ -14,8 +14,8 @@ import javax.management.JMException;
 import javax.management.ObjectName;
 
 /**
- * What this process holds of the machine, and native code of Java's objects (global references). Memory is that of its
- * own: what it sees of files is the kernel's, and grows with each part of a library that is used for the first time.
+ * The resources of this process: threads, descriptors, private memory, and global references of native code to Java
+ * objects. Mapped files do not count as memory: they grow with each part of a library that is used for the first time.
  */
 record Footprint(int threads, int descriptors, int residentKb, int references) {
     private static final Path STATUS = Path.of("/proc/self/status");
@@ -34,8 +34,8 @@ record Footprint(int threads, int descriptors, int residentKb, int references) {
     }
 
     /**
-     * One more thread or descriptor may be the virtual machine's own, and so may some references. Memory tells of the
-     * work in between only when the machine's heap has a fixed size and was touched whole at its start.
+     * One more thread or descriptor may be the virtual machine's own, and so may some references. Memory is comparable
+     * only when the virtual machine's heap has a fixed size and was touched completely at its start.
      */
     static void assertAsBefore(Footprint before, int mostGrowthKb) throws IOException {
         Footprint after = now();

@@ -15,7 +15,7 @@ class HidReportsTest extends HidTest {
     private static final int LARGE_REPORT = 512;
     /** Unread reports of 64 bytes that the library keeps. */
     private static final int ROOM = 999;
-    /** Fewer than a kernel keeps for one opening. */
+    /** Fewer than a kernel keeps for each open file. */
     private static final int BATCH = 40;
 
     private void assertSent(byte[]... reports) {

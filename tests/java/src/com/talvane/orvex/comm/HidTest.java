@@ -37,7 +37,7 @@ abstract class HidTest extends UsbTest {
                 + "{\"address\": %3$d, \"type\": \"interrupt\", \"interval\": 1}]}] %4$s}", reportBytes, IN, OUT, rest));
     }
 
-    /** A list of a new session in which a device has this type: its driver may come a moment after it. */
+    /** A list of a new session in which a device has this type; its driver may attach a moment after the device. */
     final Device listed(String serial, String type) {
         openSession();
         await(serial + " is listed with type " + type, () -> {
@@ -86,14 +86,14 @@ abstract class HidTest extends UsbTest {
         return d.usb().usbReadInterruptPipeEx(d.list(), d.index(), IN, buffer.length, timeout, buffer, packetSize, 0);
     }
 
-    /** Has the device's reports read in another size, which begins at an opening. */
+    /** Sets another report size, which takes effect at the next open. */
     static void reopenWith(Device device, int packetSize) {
         assertEquals(0, writeEx(device, new byte[0], packetSize, 0));
         assertEquals(0, device.close());
         assertEquals(0, device.open());
     }
 
-    /** Reports with their numbers in front. */
+    /** Reports that begin with their number. */
     static byte[] numbered(int first, int count) {
         ByteBuffer reports = ByteBuffer.allocate(count * REPORT);
         for (int i = 0; i < count; i++) {

@@ -37,7 +37,7 @@ class JsonPageTest extends ToolFixture {
         page = JsonParser.parseString(block.group(1)).getAsJsonObject();
     }
 
-    /** All fields of an object of the page, those of another one that it has as well among them. */
+    /** All fields of an object of the page, including those of an object that it extends. */
     private static Map<String, JsonElement> fields(JsonObject told) {
         Map<String, JsonElement> fields = new TreeMap<>();
         told.entrySet().forEach(field -> {

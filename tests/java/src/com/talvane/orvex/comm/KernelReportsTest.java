@@ -17,7 +17,7 @@ import org.junit.jupiter.api.Test;
 /** The kernel's handling of reports that the library has not read yet, and of those that a device does not accept. */
 @Tag("kernel")
 class KernelReportsTest extends HidTest {
-    /** Reports of one opening that the kernel keeps until they are read. */
+    /** Reports that the kernel keeps for an open file until they are read. */
     private static final int QUEUE = 63;
 
     /** The node of the HID device with this serial number. */
@@ -40,7 +40,7 @@ class KernelReportsTest extends HidTest {
         }));
     }
 
-    /** Which of the two is up to the kernel's version. */
+    /** Which of the two depends on the kernel's version. */
     @Test
     void aReportThatIsShorterThanDeclaredIsGivenAsAWholeOneOrNotAtAll() {
         Device hid = openHid();

@@ -49,7 +49,9 @@ class KernelTest extends UsbTest {
         assertEquals(4, device.read(0x81, new byte[4]));
     }
 
-    /** A child process without root's right to ignore permissions, like any user's on a machine without a udev rule. */
+    /**
+     * A child process without root's right to ignore permissions, like that of a user on a machine without a udev rule.
+     */
     private ChildVm withoutPermission() {
         return new ChildVm().withBus(Bus.socket())
                 .under("setpriv", "--bounding-set=-dac_override,-dac_read_search", "--inh-caps=-all");

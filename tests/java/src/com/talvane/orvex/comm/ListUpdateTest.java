@@ -25,7 +25,10 @@ class ListUpdateTest extends UsbTest {
         return find(list, serial);
     }
 
-    /** A device that is caught while it leaves may add a record without texts, so only those of one device count. */
+    /**
+     * A device that is unplugged during an enumeration may add a record without texts, so only the records of one
+     * device count.
+     */
     private long records(int list, String serial) {
         return devices(list).stream().filter(d -> d.field(7).equals(serial)).count();
     }

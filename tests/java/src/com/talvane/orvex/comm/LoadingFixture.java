@@ -12,7 +12,7 @@ import java.util.stream.Stream;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.io.TempDir;
 
-/** A user who has nothing but the jar, with a home and a temporary folder of a test's own. */
+/** A user who has only the jar, with a home folder and a temporary folder of the test. */
 abstract class LoadingFixture {
     static final String FOLDER = "orvex-usb-access";
     static final String LIBRARY = "libUSBAccessLink_3_47";
@@ -22,7 +22,7 @@ abstract class LoadingFixture {
     Path folder;
     Path home;
     Path temporary;
-    /** Where the copy is unpacked when nothing is in the way, and where else. */
+    /** The folder in which the copy is unpacked first, and the alternatives. */
     Path cache;
     Path lastResort;
 

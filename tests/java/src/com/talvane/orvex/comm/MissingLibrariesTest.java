@@ -27,7 +27,9 @@ class MissingLibrariesTest extends LoadingFixture {
     private static final String UDEV = "libudev.so.1";
     private static final String OURS = LIBRARY + ".so";
 
-    /** Mounts over a folder ($1) what it holds, by links, but the files of some names ($3), which $2 may replace. */
+    /**
+     * Mounts links to its own contents over a folder ($1), without the files whose names match $3; $2 may replace them.
+     */
     private static final String HIDE = """
             set -e
             scratch=$(mktemp -d "$2/XXXXXX")

@@ -3,8 +3,8 @@ package com.talvane.orvex.comm;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Tells of work that takes long, when the system property "orvex.test.progress" asks for it: how far it is, and a row of
- * a table at its end.
+ * Reports the progress of long work when the system property "orvex.test.progress" asks for it: how far it is, and a
+ * row of a table at its end.
  */
 final class Progress {
     private static final boolean TOLD = Boolean.getBoolean("orvex.test.progress");

@@ -141,7 +141,7 @@ public abstract class UsbTest {
         return open("BENCH00001");
     }
 
-    /** Updates a list until it is as expected: the news of a change may take a moment. */
+    /** Updates a list until it is as expected: a change may take a moment to arrive. */
     final void updateUntil(String expected, int list, BooleanSupplier condition) {
         await(expected, () -> {
             assertEquals(0, usb.usbUpdateDeviceList(list, 0));

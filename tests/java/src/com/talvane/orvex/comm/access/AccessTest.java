@@ -11,7 +11,7 @@ import org.junit.jupiter.api.AfterEach;
 
 /** A test on a session of the safe layer, which is closed at its end. */
 abstract class AccessTest extends UsbTest {
-    /** Milliseconds in which every transfer ends that is meant to. */
+    /** A time-out in milliseconds that no successful transfer reaches. */
     static final int AMPLE = 30_000;
     static final String BENCH = "BENCH00001";
     static final String PAIR = "PAIR0002";

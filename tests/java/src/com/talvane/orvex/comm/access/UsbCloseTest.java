@@ -12,7 +12,11 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.BlockingQueue;
+import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.Future;
+import java.util.concurrent.LinkedBlockingQueue;
+import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
@@ -100,73 +104,73 @@ class UsbCloseTest extends AccessTest {
     }
 
     @Test
-    void aReadGoesOnAfterAnOpenAndACloseElsewhere() throws Exception {
+    void aRawCallThatIsLateDoesNotReachALaterOpening() throws Exception {
+        UsbDevice bench = open(BENCH);
+        Connection earlier = ((ListedDevice) bench).connection();
+        CountDownLatch hasBegun = new CountDownLatch(1);
+        CountDownLatch mayGoOn = new CountDownLatch(1);
+        Connection.RawCall lateWrite = (usb, list, index, endpoint, length, timeout, bytes) -> {
+            hasBegun.countDown();
+            unchecked(() -> mayGoOn.await(AMPLE, TimeUnit.MILLISECONDS));
+            return usb.usbWriteBulkPipe(list, index, endpoint, length, timeout, bytes);
+        };
+        Future<Integer> late = onAnotherThread(() -> earlier.write(lateWrite, 0x01, AMPLE, new byte[1]));
+        hasBegun.await();
+        bench.close();
+        UsbException refused = assertThrows(UsbException.class, bench::open);
+        assertEquals(UsbAccessCode.OPEN_FAILED, refused.code());
+        assertFalse(bench.isOpen());
+        mayGoOn.countDown();
+        bench.open();
+        assertTrue(result(late) < 0);
+        assertEquals(List.of(), bus.received("bench", 0x01));
+    }
+
+    @Test
+    void anOpenAndACloseElsewhereTouchNoTransfer() throws Exception {
         UsbDevice bench = open(BENCH);
         UsbDevice pair = device(PAIR);
         byte[] buffer = new byte[64];
         Future<Integer> read = whileWaiting("bench", 0x81, () -> read(bench, 0x81, buffer));
-        result(onAnotherThread(() -> pair.open().index()));
-        pair.close();
+        List<Future<Integer>> others = List.of(
+                whileWaiting("bench", 0x84, () -> read(bench, 0x84, new byte[64])),
+                whileWaiting("bench", 0x04, () -> write(bench, 0x04, new byte[64])),
+                whileWaiting("bench", 0x00, () -> bench.readControl(0xC0, 4, 0, 0, 1, AMPLE).length));
+        if (bus.isMemory()) {
+            bus.clearCalls();
+        }
+        for (int i = 0; i < 10; i++) {
+            pair.open().close();
+        }
+        if (bus.isMemory()) {
+            assertEquals(0, bus.calls("libusb_cancel_transfer"));
+        }
         bus.feed("bench", 0x81, pattern(9));
         assertEquals(9, result(read));
         assertArrayEquals(Arrays.copyOf(pattern(9), 64), buffer);
+        for (Future<Integer> other : others) {
+            assertFalse(other.isDone());
+        }
+        bench.close();
+        for (Future<Integer> other : others) {
+            failure(IllegalStateException.class, other);
+        }
     }
 
     @Test
     @Tag("memory")
-    void whatAReadHadGotBeforeAnOpenElsewhereIsKept() throws Exception {
+    void whatAReadHadGotIsReturnedAtAReset() throws Exception {
         bus.endpoint("bench", 0x84, "{\"limit\": 64}");
         UsbDevice bench = open(BENCH);
-        assertEquals(64, bench.endpoints().stream().filter(e -> e.address() == 0x84).findFirst().orElseThrow()
-                .packetSize());
         byte[] buffer = new byte[200];
         Future<Integer> read = whileWaiting("bench", 0x84, () -> read(bench, 0x84, buffer));
-        device(PAIR).open();
-        await("the read was taken up again", () -> bus.pending("bench", 0x84) > 0);
-        bench.close();
-        assertCounted(128, result(read), buffer);
-    }
-
-    /** What the endpoint gives: the place of each byte. */
-    private static void assertCounted(int wanted, int moved, byte[] buffer) {
-        assertEquals(wanted, moved);
-        for (int i = 0; i < wanted; i++) {
+        bus.clearCalls();
+        bench.reset();
+        assertTrue(bus.calls("libusb_cancel_transfer") > 0, "the reset began beside a read");
+        assertEquals(64, result(read));
+        for (int i = 0; i < 64; i++) {
             assertEquals((byte) i, buffer[i]);
         }
-    }
-
-    @Test
-    @Tag("memory")
-    void whatAReadHadGotIsKeptWhenItCannotGoOn() throws Exception {
-        bus.endpoint("bench", 0x84, "{\"limit\": 64}");
-        UsbDevice bench = open(BENCH);
-        UsbDevice pair = device(PAIR);
-        byte[] buffer = new byte[200];
-        Future<Integer> read = whileWaiting("bench", 0x84, () -> read(bench, 0x84, buffer));
-        bus.failNext("libusb_submit_transfer", -1);
-        pair.open();
-        assertCounted(64, result(read), buffer);
-    }
-
-    @Test
-    void anOpenElsewhereWaitsForAWrite() throws Exception {
-        UsbDevice bench = open(BENCH);
-        Future<Integer> write =
-                whileWaiting("bench", 0x04, () -> bench.writeBulk(0x04, new byte[64], 0, 64, 200));
-        device(PAIR).open();
-        failure(UsbTimeoutException.class, write);
-    }
-
-    @Test
-    void theTimeOutOfAReadCountsOnAfterAnOpenElsewhere() throws Exception {
-        UsbDevice bench = open(BENCH);
-        UsbDevice pair = device(PAIR);
-        Future<Integer> read =
-                whileWaiting("bench", 0x84, () -> bench.readBulk(0x84, new byte[64], 0, 64, 300));
-        while (!read.isDone()) {
-            pair.open().close();
-        }
-        failure(UsbTimeoutException.class, read);
     }
 
     @Test
@@ -174,9 +178,52 @@ class UsbCloseTest extends AccessTest {
         UsbDevice bench = open(BENCH);
         Future<Integer> read = whileWaiting("bench", 0x81, () -> read(bench, 0x81, new byte[64]));
         bench.reset();
-        await("the read was taken up again", () -> bus.pending("bench", 0x81) > 0);
+        await("the read goes on", () -> bus.pending("bench", 0x81) > 0);
         bus.feed("bench", 0x81, pattern(4));
         assertEquals(4, result(read));
+    }
+
+    @Test
+    void aResetLetsAListenerGoOn() throws Exception {
+        UsbDevice bench = open(BENCH);
+        BlockingQueue<byte[]> heard = new LinkedBlockingQueue<>();
+        bench.onData(0x81, 64, heard::add);
+        await("the listener waits", () -> bus.pending("bench", 0x81) > 0);
+        bench.reset();
+        bus.feed("bench", 0x81, pattern(4));
+        assertArrayEquals(pattern(4), heard.poll(AMPLE, TimeUnit.MILLISECONDS));
+    }
+
+    @Test
+    void theTimeOutOfAReadCountsOnAfterAReset() throws Exception {
+        UsbDevice bench = open(BENCH);
+        Future<Integer> read =
+                whileWaiting("bench", 0x84, () -> bench.readBulk(0x84, new byte[64], 0, 64, 300));
+        await("the time is over", () -> unchecked(() -> {
+            bench.reset();
+            return read.isDone();
+        }));
+        failure(UsbTimeoutException.class, read);
+    }
+
+    @Test
+    void aResetWaitsForAWriteAndLeavesOtherDevicesAlone() throws Exception {
+        UsbDevice bench = open(BENCH);
+        UsbDevice pair = open(PAIR);
+        Future<Integer> other = whileWaiting("pair", 0x81, () -> read(pair, 0x81, new byte[64]));
+        Future<Integer> write =
+                whileWaiting("bench", 0x04, () -> bench.writeBulk(0x04, new byte[64], 0, 64, 200));
+        if (bus.isMemory()) {
+            bus.clearCalls();
+        }
+        bench.reset();
+        if (bus.isMemory()) {
+            assertEquals(1, bus.calls("libusb_reset_device"));
+            assertEquals(0, bus.calls("libusb_cancel_transfer"));
+        }
+        failure(UsbTimeoutException.class, write);
+        assertEquals(3, write(pair, 0x01, pattern(3)));
+        assertEquals(3, result(other));
     }
 
     @Test

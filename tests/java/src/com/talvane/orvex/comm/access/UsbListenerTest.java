@@ -22,7 +22,7 @@ import java.util.concurrent.atomic.AtomicReference;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** Listeners to who comes and goes, and to what devices send. */
+/** Listeners to changes of the lists and to data from devices. */
 class UsbListenerTest extends AccessTest {
     private final BlockingQueue<UsbChange> changes = new LinkedBlockingQueue<>();
 
@@ -306,7 +306,7 @@ class UsbListenerTest extends AccessTest {
         }
     }
 
-    /** Closes at any moment of what comes: never is a listener called afterwards, and never does a close hang. */
+    /** Closes a device at random moments of its input: no listener is called afterwards, and no close hangs. */
     @Test
     @Tag("memory")
     void noListenerIsCalledAfterItsCloseWheneverThatIs() throws Exception {

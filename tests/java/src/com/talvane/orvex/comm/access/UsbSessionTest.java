@@ -17,7 +17,7 @@ import org.junit.jupiter.api.Test;
 import org.junit.jupiter.params.ParameterizedTest;
 import org.junit.jupiter.params.provider.MethodSource;
 
-/** Sessions and lists of the safe layer, what is known of devices, and who comes and goes. */
+/** Sessions and lists of the safe layer, the information about devices, and changes of the lists. */
 class UsbSessionTest extends AccessTest {
     static Stream<int[]> impossibleVendors() {
         return Stream.of(

@@ -182,7 +182,7 @@ class UsbStreamTest extends AccessTest {
         assertThrows(IllegalArgumentException.class, () -> new UsbOutput(bench, 0x01, UsbDevice.FOREVER));
     }
 
-    /** Most of the time goes into the bus; what is measured is that the stream adds no second copy to it. */
+    /** Most of the time is spent in the bus; the test checks that the stream adds no second copy. */
     @Test
     @Tag("memory")
     void aStreamReadsAMegabyteWithOneTransfer() throws IOException {

@@ -11,7 +11,7 @@ import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
-/** What stands on UsbDevice works with an implementation of somebody else's, without a bus. */
+/** Code that uses the interface UsbDevice works with another implementation, without a bus. */
 @Tag("memory")
 class UsbStubTest {
     private static final byte[] SENT_BY_THE_DEVICE = {1, 2, 3};

@@ -159,7 +159,7 @@ class UsbTransferTest extends AccessTest {
         failure(UsbDeviceGoneException.class, reader);
     }
 
-    /** A device that is just leaving may fail otherwise first. */
+    /** A device that is being unplugged may fail with another code first. */
     private static int readUntilGone(UsbDevice device) throws UsbException {
         while (true) {
             try {

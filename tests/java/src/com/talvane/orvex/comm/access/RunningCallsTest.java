@@ -1,0 +1,114 @@
+package com.talvane.orvex.comm.access;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.talvane.orvex.comm.UsbAccessCode;
+import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.FutureTask;
+import java.util.concurrent.atomic.AtomicInteger;
+import java.util.function.IntSupplier;
+import org.junit.jupiter.api.Tag;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.Timeout;
+import org.junit.jupiter.api.Timeout.ThreadMode;
+
+/** Which raw calls begin beside the end and the reset of a device, and which are waited for. */
+@Tag("memory")
+@Timeout(value = 60, threadMode = ThreadMode.SEPARATE_THREAD)
+class RunningCallsTest {
+    private final RunningCalls calls = new RunningCalls();
+    private final CountDownLatch hasBegun = new CountDownLatch(1);
+    private final CountDownLatch mayEnd = new CountDownLatch(1);
+    private final AtomicInteger made = new AtomicInteger();
+
+    /** A call that lasts until it may end; returns its number, from 0 on. */
+    private int lasting() {
+        hasBegun.countDown();
+        try {
+            mayEnd.await();
+        } catch (InterruptedException e) {
+            throw new AssertionError(e);
+        }
+        return made.getAndIncrement();
+    }
+
+    private static FutureTask<Integer> started(IntSupplier call) {
+        FutureTask<Integer> task = new FutureTask<>(call::getAsInt);
+        Thread thread = new Thread(task);
+        thread.setDaemon(true);
+        thread.start();
+        return task;
+    }
+
+    private static void awaitState(Thread thread, Thread.State state) {
+        while (thread.getState() != state) {
+            Thread.onSpinWait();
+        }
+    }
+
+    @Test
+    void noCallBeginsAfterTheEnd() {
+        calls.end();
+        assertTrue(calls.hasEnded());
+        assertEquals(UsbAccessCode.NOT_OPEN.code(), calls.make(made::incrementAndGet));
+        assertEquals(UsbAccessCode.NOT_OPEN.code(), calls.read(made::incrementAndGet));
+        assertEquals(0, made.get());
+        assertTrue(calls.awaitNone());
+    }
+
+    @Test
+    void theEndWaitsForCallsOfBothKindsButNotForever() throws Exception {
+        FutureTask<Integer> write = started(() -> calls.make(this::lasting));
+        hasBegun.await();
+        calls.end();
+        assertFalse(calls.awaitNone());
+        mayEnd.countDown();
+        assertTrue(calls.awaitNone());
+        assertEquals(0, write.get());
+    }
+
+    @Test
+    void aCallThatBeginsDuringAResetWaitsForItsEnd() throws Exception {
+        FutureTask<Integer> reset = started(() -> calls.reset(() -> { }, this::lasting));
+        hasBegun.await();
+        int[] result = {-1};
+        boolean[] isInterrupted = {false};
+        Thread late = new Thread(() -> {
+            result[0] = calls.make(made::getAndIncrement);
+            isInterrupted[0] = Thread.currentThread().isInterrupted();
+        });
+        late.start();
+        awaitState(late, Thread.State.WAITING);
+        late.interrupt();
+        mayEnd.countDown();
+        late.join();
+        assertEquals(0, reset.get());
+        assertEquals(1, result[0]);
+        assertTrue(isInterrupted[0]);
+    }
+
+    @Test
+    void aResetDoesNotWaitForeverForAReadThatDoesNotComeBack() throws Exception {
+        FutureTask<Integer> read = started(() -> calls.read(this::lasting));
+        hasBegun.await();
+        AtomicInteger cancels = new AtomicInteger();
+        assertEquals(5, calls.reset(cancels::incrementAndGet, () -> 5));
+        assertTrue(cancels.get() > 1);
+        assertFalse(read.isDone());
+        mayEnd.countDown();
+        assertEquals(1, read.get(), "it moved nothing, so it is made again");
+    }
+
+    @Test
+    void aReadIsMadeAgainOnlyWhenAResetFoundItWithNothing() throws Exception {
+        calls.reset(() -> { }, () -> 0);
+        assertEquals(0, calls.read(() -> made.getAndIncrement() == 0 ? 0 : 9), "an empty packet");
+        FutureTask<Integer> read = started(() -> calls.read(() -> lasting() + 3));
+        hasBegun.await();
+        calls.reset(mayEnd::countDown, () -> 0);
+        assertEquals(4, read.get());
+        assertEquals(2, made.get());
+    }
+}
