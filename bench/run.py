@@ -18,7 +18,7 @@ from figure import svg
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/bench"
 RESULTS = BUILD / "results"
-SUBJECTS = ["transfers", "frame", "lists", "hid", "log", "tail"]
+SUBJECTS = ["transfers", "frame", "lists", "hid", "flight", "log", "tail"]
 ON_A_KERNEL = ["transfers", "hid", "tail"]
 DEVICE_COUNTS = [1, 10, 100, 1000]
 OPEN_COUNTS = [1, 10, 1000]
@@ -212,6 +212,9 @@ class Bench:
                 share = float(percent.split()[0])
                 self.results.add(f"hid {what} (% of a core)", "library", {"median": share})
 
+    def flight(self):
+        self.take_java(self.bus.run([self.java("flight")])[0])
+
     def log(self):
         command = self.native("transfers", "bulk_write/64/library")
         self.take_native(self.bus.run([command])[0], "debug_log_off/", "library")
@@ -299,6 +302,16 @@ def other_table(results, title, wanted, shown=FIGURES[:3]):
     table(["", "", *shown], rows)
 
 
+def flight_table(results):
+    print("Events for Java's flight recorder, nanoseconds of a bulk write of 64 bytes in the safe layer\n")
+    case, first = "flight_bulk_write_64", "no_recording"
+    rows = [[way.replace("_", " "), results.middle(case, way), results.ratio(case, way, first)]
+            for way in results.figures[case]]  # fmt: skip
+    question = results.middle("flight_question", "alone")
+    table(["", "median", "/ no recording"],
+          [*rows, ["the question alone", question, f"{question / results.middle(case, first):.4f}"]])  # fmt: skip
+
+
 def plot(results, path):
     """A picture of the transfers; interrupt transfers take as long as bulk transfers."""
     ways = {"asynchronous": "plain libusb", "library": "library", "java": "Java"}
@@ -326,6 +339,8 @@ def report(bench):
         other_table(results, "HID, nanoseconds", lambda case: case.startswith("hid_report") or
                     case.startswith(("hid_round_trip", "hid_late_report")), ["median", "mean", "p99"])  # fmt: skip
         other_table(results, "HID, processor time", lambda case: case.startswith("hid "), ["median"])
+    if "flight" in given.subjects:
+        flight_table(results)
     if "log" in given.subjects:
         other_table(results, "Debug log, nanoseconds of a bulk write", lambda case: case.startswith("debug_log"))
     if "tail" in given.subjects:

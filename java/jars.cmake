@@ -67,11 +67,12 @@ add_custom_command(
 add_custom_target(orvex_jar ALL DEPENDS ${jar_base}.jar)
 
 list(TRANSFORM ORVEX_API_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE api_sources)
+list(TRANSFORM ORVEX_SYSTEM_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE system_sources)
 list(TRANSFORM ORVEX_TOOL_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE tool_sources)
 add_custom_command(
   OUTPUT ${jar_base}-sources.jar
   COMMAND ${pack} ${jar_base}-sources.jar =${CMAKE_CURRENT_SOURCE_DIR}/src
-  DEPENDS ${api_sources} ${tool_sources} ${CMAKE_CURRENT_SOURCE_DIR}/src/module-info.java ${packer}
+  DEPENDS ${api_sources} ${system_sources} ${tool_sources} ${CMAKE_CURRENT_SOURCE_DIR}/src/module-info.java ${packer}
   VERBATIM)
 add_custom_target(orvex_sources_jar DEPENDS ${jar_base}-sources.jar)
 
@@ -81,9 +82,9 @@ add_custom_command(
   OUTPUT ${jar_base}-javadoc.jar
   COMMAND ${CMAKE_COMMAND} -E rm -rf ${javadoc}
   COMMAND ${Java_JAVADOC_EXECUTABLE} -quiet -notimestamp -Xdoclint:all -Werror --release 17 -encoding UTF-8
-    -d ${javadoc} ${api_sources}
+    -cp ${ORVEX_CLASSES_JAR} -d ${javadoc} ${api_sources}
   COMMAND ${pack} ${jar_base}-javadoc.jar =${javadoc}
-  DEPENDS ${api_sources} ${packer}
+  DEPENDS ${api_sources} orvex_classes ${ORVEX_CLASSES_JAR} ${packer}
   VERBATIM)
 add_custom_target(orvex_javadoc_jar DEPENDS ${jar_base}-javadoc.jar)
 

@@ -33,6 +33,6 @@ if(NOT CMAKE_HOST_APPLE) # where the fakes that some of the tests need are not l
   add_preset_build(macos macos "orvex_shipped orvex_tests" "macos library")
   add_unit_run("as on a Mac" macos macos -LE house)
   add_run(unit coverage NEEDS tsan PROPERTIES DEPENDS "unit: tsan" PROCESSORS ${CORES}
-    COMMAND ${PYTHON} tests/floors/coverage.py build/tsan 100 95)
+    COMMAND ${PYTHON} tests/coverage/coverage.py src build/tsan 100 95)
 endif()
 set(UNIT_RUNS "unit: house" "unit: asan" "unit: tsan" "unit: as on a Mac" "unit: coverage")

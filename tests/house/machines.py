@@ -60,6 +60,16 @@ def complaints(machine):
     yield from expect("nothing missing", build_set(), 0, "")
     yield from expect("something missing", build_set(MISSING="cmake"), 0, "", installed=True)
     yield from expect("an emulator for the build", build_set(MISSING="qemu-system-x86 clang lintian"), 0, "")
+    no_windows = machine.run("bootstrap", "test", MISSING="openjdk-17-jre xvfb")
+    yield from expect("a JDK without windows", no_windows, 0, "", installed=True)
+    wanted = "--no-install-recommends openjdk-17-jre xvfb"
+    if wanted not in no_windows[2]:
+        yield f"a JDK without windows: called {no_windows[2]!r}"
+    part = machine.folder / "lib/libawt_xawt.so"
+    part.parent.mkdir()
+    part.touch()
+    yield from expect("a JDK with windows", machine.run("bootstrap", "test", MISSING="openjdk-17-jre"), 0, "")
+    part.unlink()
     yield from expect("an old JDK", build_set(JDK="11.0.2", MISSING="cmake"), 1, "is JDK 11, and 17 or newer is")
     yield from expect("a very old JDK", build_set(JDK="1.8.0_41"), 1, "is JDK 8, and")
     no_network = build_set(MISSING="cmake", UNKNOWN="cmake", BAD="update", SAID="Err:1 Could not resolve 'a.mirror'")

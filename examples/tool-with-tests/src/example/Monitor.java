@@ -6,16 +6,19 @@ import com.talvane.orvex.comm.access.UsbDeviceList;
 import com.talvane.orvex.comm.access.UsbException;
 import com.talvane.orvex.comm.access.UsbSession;
 import java.nio.charset.StandardCharsets;
-import java.util.Optional;
+import java.util.concurrent.BlockingQueue;
+import java.util.concurrent.LinkedBlockingQueue;
 
 /** Prints the text that one device sends, whenever it is plugged in. */
 public final class Monitor {
     private static final int VENDOR = 0x6A5C;
     private static final int ENDPOINT = 0x81;
-    private static final int LOOKS_MS = 100;
+    private static final int PAUSE_MS = 100;
 
     private final UsbDeviceList tools;
     private final String serial;
+    /** The device, each time that it may have come. */
+    private final BlockingQueue<UsbDevice> found = new LinkedBlockingQueue<>();
 
     private Monitor(UsbDeviceList tools, String serial) {
         this.tools = tools;
@@ -28,30 +31,42 @@ public final class Monitor {
             System.exit(2);
         }
         try (UsbSession session = UsbSession.open()) {
-            new Monitor(session.list(VENDOR), arguments[0]).run();
+            Monitor monitor = new Monitor(session.list(VENDOR), arguments[0]);
+            // Listen first, then look, so that the device is not missed in between.
+            session.onChange(change -> monitor.note(change.device()));
+            monitor.run();
+        }
+    }
+
+    private void note(UsbDevice device) {
+        if (device.isPresent() && device.info().serial().equals(serial)) {
+            found.add(device);
         }
     }
 
     private void run() throws UsbException, InterruptedException {
         System.out.println("waiting for " + serial);
+        tools.find(serial).ifPresent(found::add);
         while (true) {
-            tools.update();
-            Optional<UsbDevice> found = tools.find(serial);
-            if (found.isPresent() && opens(found.get())) {
-                listen(found.get());
+            UsbDevice device = found.take();
+            if (opens(device)) {
+                listen(device);
+                note(device); // It may be back already.
             }
-            Thread.sleep(LOOKS_MS);
         }
     }
 
-    /** A device on its way in or out does not open; one that stays does so at a later look. */
-    private static boolean opens(UsbDevice device) {
-        try {
-            device.open();
-            return true;
-        } catch (UsbException e) {
-            return false;
+    /** Tries until the device has left: it may be on its way in or out, or be used by another program for a while. */
+    private static boolean opens(UsbDevice device) throws InterruptedException {
+        while (device.isPresent()) {
+            try {
+                device.open();
+                return true;
+            } catch (UsbException e) {
+                Thread.sleep(PAUSE_MS);
+            }
         }
+        return false;
     }
 
     private void listen(UsbDevice device) throws UsbException {

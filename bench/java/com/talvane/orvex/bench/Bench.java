@@ -27,7 +27,7 @@ public final class Bench {
     }
 
     /**
-     * Runs one subject: transfers, frame, open, lines or hid.
+     * Runs one subject: transfers, frame, open, lines, hid or flight.
      *
      * @param arguments the subject, and the seconds that each kind of call is timed for
      */
@@ -39,6 +39,7 @@ public final class Bench {
             case "open" -> bench.openDevices();
             case "lines" -> bench.lines();
             case "hid" -> new HidBench(bench).run();
+            case "flight" -> new FlightBench(bench).run();
             default -> throw new IllegalArgumentException(arguments[0]);
         }
     }

@@ -21,6 +21,8 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
     private final Runnable closeIfInterrupted = this::closeIfInterrupted;
     /** The thread in the raw call, or null. Written under the lock of this object. */
     private volatile Thread caller;
+    /** Set by the first cancel that has found something. */
+    private Deadline bound;
 
     /**
      * For one transfer.
@@ -103,20 +105,17 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
      */
     @Override
     protected synchronized void implCloseChannel() {
-        boolean interrupted = false;
-        Deadline bound = null;
-        while (caller != null && (bound == null || !bound.isOver())) {
-            if (cancel.getAsBoolean() && bound == null) {
-                bound = new Deadline(BOUND_MS);
-            }
-            try {
-                wait(RETRY_MS);
-            } catch (InterruptedException e) {
-                interrupted = true;
-            }
+        Waits.waitWhile(this, this::isToBeCancelledAgain, RETRY_MS, () -> { });
+    }
+
+    /** Cancels, unless the transfer is over or does not come back. */
+    private boolean isToBeCancelledAgain() {
+        if (caller == null || (bound != null && bound.isOver())) {
+            return false;
         }
-        if (interrupted) {
-            Thread.currentThread().interrupt();
+        if (cancel.getAsBoolean() && bound == null) {
+            bound = new Deadline(BOUND_MS);
         }
+        return true;
     }
 }

@@ -51,7 +51,7 @@ final class ChangeWatch {
         }
 
         private void post(Kind kind, UsbDevice device, UsbDeviceList list) {
-            UsbChange change = new UsbChange(kind, device, list);
+            UsbChange change = new UsbChange(kind, device, list, device.doubt());
             calls.post(() -> listener.accept(change));
         }
 

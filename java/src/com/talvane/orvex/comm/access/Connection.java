@@ -32,6 +32,8 @@ final class Connection {
     /** The endpoints that have a listener. */
     private final Map<Integer, ListenerCalls> claimed = new ConcurrentHashMap<>();
     private final Listeners listeners = new Listeners();
+    /** Under the session lock. */
+    private boolean hasLateCalls;
     private final ReportPauses pauses = new ReportPauses();
     private final RunningCalls calls = new RunningCalls();
 
@@ -138,13 +140,16 @@ final class Connection {
         return usb.usbOpenDevice(target.list(), target.index());
     }
 
-    /**
-     * The raw close, which ends the transfers that run. Returns false when one does not come back within seconds; the
-     * device must not be opened then, and another close tries again.
-     */
-    boolean close() {
-        usb.usbCloseDevice(target.list(), target.index());
-        return calls.awaitNone();
+    /** The raw close, which ends the transfers that run and waits some seconds for them. */
+    int close() {
+        int result = usb.usbCloseDevice(target.list(), target.index());
+        hasLateCalls = !calls.awaitNone();
+        return result;
+    }
+
+    /** Whether a transfer has not come back from the latest close. The device must not be opened before another one. */
+    boolean hasLateCalls() {
+        return hasLateCalls;
     }
 
     /** The raw reset. It cancels the reads that wait, and they are made again afterwards. */

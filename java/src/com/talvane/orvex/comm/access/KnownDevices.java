@@ -5,12 +5,12 @@ import java.util.List;
 import java.util.Map;
 import java.util.function.Predicate;
 
-/** Which devices of a list somebody knows of, and whether they are there; for who wants to be told what is new. */
+/** Which stays of the devices of a list somebody knows of; for who wants to be told what is new. */
 final class KnownDevices {
-    private final Map<UsbDevice, Boolean> presence = new HashMap<>();
+    private final Map<ListedDevice, Integer> stays = new HashMap<>();
 
     /**
-     * What somebody has not been told yet.
+     * What somebody has not been told yet. A device that left and is back meanwhile is in both of the latter.
      *
      * @param arrived  are there and not known
      * @param cameBack are there again
@@ -20,16 +20,21 @@ final class KnownDevices {
     }
 
     /** Tells what differs from what was known, which from now on is known. */
-    News take(List<? extends UsbDevice> devices) {
+    News take(List<ListedDevice> devices) {
         News news = new News(
-                some(devices, device -> device.isPresent() && !presence.containsKey(device)),
-                some(devices, device -> device.isPresent() && Boolean.FALSE.equals(presence.get(device))),
-                some(devices, device -> !device.isPresent() && Boolean.TRUE.equals(presence.get(device))));
-        devices.forEach(device -> presence.put(device, device.isPresent()));
+                some(devices, device -> device.isPresent() && !stays.containsKey(device)),
+                some(devices, device -> device.isPresent() && stays.containsKey(device) && isNew(device)),
+                some(devices, device -> stays.getOrDefault(device, ListedDevice.ABSENT) != ListedDevice.ABSENT
+                        && isNew(device)));
+        devices.forEach(device -> stays.put(device, device.stay()));
         return news;
     }
 
-    private static List<UsbDevice> some(List<? extends UsbDevice> devices, Predicate<UsbDevice> which) {
-        return devices.stream().<UsbDevice>map(device -> device).filter(which).toList();
+    private boolean isNew(ListedDevice device) {
+        return stays.get(device) != device.stay();
+    }
+
+    private static List<UsbDevice> some(List<ListedDevice> devices, Predicate<ListedDevice> which) {
+        return devices.stream().filter(which).<UsbDevice>map(device -> device).toList();
     }
 }

@@ -15,6 +15,7 @@ import java.util.stream.Collectors;
 
 /** A device in its place in a raw list: what is known of it, and its latest connection. */
 final class ListedDevice implements UsbDevice {
+    static final int ABSENT = 0;
     private static final int MOST_DESCRIPTOR_BYTES = 512;
     private static final int GREATEST_READ = 1 << 24;
 
@@ -33,6 +34,10 @@ final class ListedDevice implements UsbDevice {
     private volatile Place place;
     private volatile String line;
     private volatile UsbDeviceInfo info;
+    private volatile UsbDoubt doubt = UsbDoubt.NONE;
+    /** How often it has come; under the session lock, as the next. */
+    private int arrivals;
+    private int stay = ABSENT;
     /** Null before the first opening; has ended when the device was closed since. */
     private volatile Connection latest;
 
@@ -73,6 +78,31 @@ final class ListedDevice implements UsbDevice {
     /** Whether an information line tells of this device, present or absent. */
     boolean hasTextsOf(String other) {
         return line.substring(1).equals(other.substring(1));
+    }
+
+    Place place() {
+        return place;
+    }
+
+    /** A look at the list is done: where the device is, and whether it is there at all, is settled. */
+    void settle(UsbDoubt found) {
+        doubt = found;
+        if (!isPresent()) {
+            stay = ABSENT;
+        } else if (stay == ABSENT) {
+            arrivals++;
+            stay = arrivals;
+        }
+    }
+
+    /** The number of its present stay from 1 on, as of the latest look, or {@link #ABSENT}. */
+    int stay() {
+        return stay;
+    }
+
+    @Override
+    public UsbDoubt doubt() {
+        return doubt;
     }
 
     @Override
@@ -146,6 +176,11 @@ final class ListedDevice implements UsbDevice {
     }
 
     private UsbDevice open(ReportFormat reports) throws UsbException {
+        Observed.device("open", label(), () -> openObserved(reports));
+        return this;
+    }
+
+    private int openObserved(ReportFormat reports) throws UsbException {
         return session.locked(() -> {
             if (isOpen()) {
                 throw new IllegalStateException(label() + " is open already");
@@ -159,14 +194,17 @@ final class ListedDevice implements UsbDevice {
             }
             Result.check("open " + label(), result);
             latest = opening;
-            return this;
+            return result;
         });
     }
 
     /** Tries again to end the raw calls of the opening before, which must not run on the next one. */
     private void demandNoLateCalls() throws UsbException {
-        if (latest != null && !latest.close()) {
-            throw new UsbException("open " + label(), UsbAccessCode.OPEN_FAILED, 0);
+        if (latest != null) {
+            latest.close();
+            if (latest.hasLateCalls()) {
+                throw new UsbException("open " + label(), UsbAccessCode.OPEN_FAILED, 0);
+            }
         }
     }
 
@@ -199,7 +237,7 @@ final class ListedDevice implements UsbDevice {
         if (isOpen()) {
             Connection ending = latest;
             ending.end();
-            ending.close();
+            Observed.close(label(), ending::close);
         }
     }
 
@@ -214,7 +252,11 @@ final class ListedDevice implements UsbDevice {
     @Override
     public void reset() throws UsbException {
         demandHid(false);
-        session.locked(() -> {
+        Observed.device("reset", label(), this::resetObserved);
+    }
+
+    private int resetObserved() throws UsbException {
+        return session.locked(() -> {
             int result = connection().reset();
             boolean other = result == UsbAccessCode.NOT_FOUND.code() || result == UsbAccessCode.NO_DEVICE.code();
             if (other || result == UsbAccessCode.NOT_OPEN.code()) {

@@ -5,7 +5,6 @@ import java.util.Deque;
 import java.util.Objects;
 import java.util.concurrent.Executor;
 import java.util.concurrent.RejectedExecutionException;
-import java.util.function.BooleanSupplier;
 
 /**
  * The calls of one listener: one after another, in the order in which they were posted, on the threads of an executor.
@@ -40,7 +39,7 @@ final class ListenerCalls {
     /** Has the listener called. Waits while as many calls wait as may. Returns false when the calls have ended. */
     boolean post(Runnable call) {
         synchronized (this) {
-            waitWhile(() -> !ended && waiting.size() >= most);
+            Waits.waitWhile(this, () -> !ended && waiting.size() >= most);
             if (ended) {
                 return false;
             }
@@ -64,6 +63,7 @@ final class ListenerCalls {
                 return;
             }
             end();
+            Log.warning("the executor of a listener refuses its calls, so it gets no more", e);
             report(e);
         }
     }
@@ -75,6 +75,7 @@ final class ListenerCalls {
                 call.run();
             }
         } catch (Throwable e) {
+            Log.warning("a listener has thrown an exception", e);
             report(e);
         } finally {
             CURRENT.remove();
@@ -133,26 +134,11 @@ final class ListenerCalls {
     }
 
     private synchronized void awaitCall() {
-        waitWhile(() -> caller != null && !waitsItself);
+        Waits.waitWhile(this, () -> caller != null && !waitsItself);
     }
 
     private synchronized void setWaits(boolean waits) {
         waitsItself = waits;
         notifyAll();
-    }
-
-    /** An interrupt is kept for later. */
-    private void waitWhile(BooleanSupplier condition) {
-        boolean interrupted = false;
-        while (condition.getAsBoolean()) {
-            try {
-                wait();
-            } catch (InterruptedException e) {
-                interrupted = true;
-            }
-        }
-        if (interrupted) {
-            Thread.currentThread().interrupt();
-        }
     }
 }

@@ -15,10 +15,6 @@ final class Listeners {
         calls.remove(listener);
     }
 
-    boolean isEmpty() {
-        return calls.isEmpty();
-    }
-
     /** No listener is called from now on. */
     void end() {
         calls.forEach(ListenerCalls::end);

@@ -5,15 +5,13 @@ import com.talvane.orvex.comm.UsbAccessCode;
 import java.util.List;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
-import java.util.concurrent.locks.ReentrantLock;
 import java.util.stream.IntStream;
 
 /**
  * The session of the raw class, and what its calls share: the session lock. A process has one session at a time.
  */
 final class RawSession {
-    /** The session lock. The raw session belongs to the process, and so does the lock. */
-    private static final ReentrantLock LOCK = new ReentrantLock();
+    /** Under the session lock. */
     private static boolean isOneOpen;
 
     final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
@@ -32,11 +30,13 @@ final class RawSession {
 
     private RawSession() throws UsbException {
         id = Result.check("open a session", usb.usbInitialize());
+        Log.debug(() -> String.format("session opened: library %.2f, %s %s, Java %s", usb.usbGetLibVersion() / 100.0,
+                System.getProperty("os.name"), System.getProperty("os.version"), Runtime.version()));
     }
 
     /** Opens the session. Throws UsbBusyException when the process has one, UsbException when libusb cannot start. */
     static RawSession open() throws UsbException {
-        LOCK.lock();
+        SessionLock.lock();
         try {
             if (isOneOpen) {
                 // The library is not asked: transfers may be running, and the raw call must not overlap with any.
@@ -45,8 +45,11 @@ final class RawSession {
             RawSession session = new RawSession();
             isOneOpen = true;
             return session;
+        } catch (UsbException e) {
+            Log.debug(e::getMessage);
+            throw e;
         } finally {
-            LOCK.unlock();
+            SessionLock.unlock();
         }
     }
 
@@ -73,36 +76,39 @@ final class RawSession {
      * closed.
      */
     <T, X extends Exception> T locked(Call<T, X> call) throws X {
-        LOCK.lock();
+        SessionLock.lock();
         try {
             if (closed) {
                 throw new IllegalStateException("the session is closed");
             }
             return call.make();
         } finally {
-            LOCK.unlock();
+            SessionLock.unlock();
         }
     }
 
     /** Runs {@code work} under the session lock; does nothing when the session is closed. */
     void ifOpen(Runnable work) {
-        LOCK.lock();
+        SessionLock.lock();
         try {
             if (!closed) {
                 work.run();
             }
         } finally {
-            LOCK.unlock();
+            SessionLock.unlock();
         }
     }
 
-    /** The same, but does nothing also when another thread has the session lock. */
+    /**
+     * The same, but does nothing also when another thread has the session lock. The caller may have the lock of an
+     * endpoint.
+     */
     void ifFree(Runnable work) {
-        if (LOCK.tryLock()) {
+        if (SessionLock.tryLock()) {
             try {
                 ifOpen(work);
             } finally {
-                LOCK.unlock();
+                SessionLock.unlockOnly();
             }
         }
     }
@@ -122,6 +128,7 @@ final class RawSession {
             usb.usbRelease(id);
             threads.shutdown();
             isOneOpen = false;
+            Log.debug(() -> "session closed");
         });
     }
 }

@@ -1,7 +1,6 @@
 package com.talvane.orvex.comm.access;
 
 import com.talvane.orvex.comm.UsbAccessCode;
-import java.util.function.BooleanSupplier;
 import java.util.function.IntSupplier;
 
 /**
@@ -69,7 +68,7 @@ final class RunningCalls {
 
     /** Waits for a reset to end and counts a call in. Returns how many resets have begun so far. */
     private synchronized int begin(boolean isRead) {
-        waitWhile(() -> isResetting, 0, () -> { });
+        Waits.waitWhile(this, () -> isResetting);
         if (ended) {
             return ENDED;
         }
@@ -97,7 +96,7 @@ final class RunningCalls {
             resets++;
             isResetting = true;
             Deadline bound = new Deadline(BOUND_MS);
-            waitWhile(() -> others > 0 || (reads > 0 && !bound.isOver()), LOOK_MS, cancelReads);
+            Waits.waitWhile(this, () -> others > 0 || (reads > 0 && !bound.isOver()), LOOK_MS, cancelReads);
         }
         try {
             return reset.getAsInt();
@@ -112,23 +111,7 @@ final class RunningCalls {
     /** After the end: waits until no call is under way. Returns false when one does not come back. */
     synchronized boolean awaitNone() {
         Deadline bound = new Deadline(BOUND_MS);
-        waitWhile(() -> reads + others > 0 && !bound.isOver(), LOOK_MS, () -> { });
+        Waits.waitWhile(this, () -> reads + others > 0 && !bound.isOver(), LOOK_MS, () -> { });
         return reads + others == 0;
-    }
-
-    /** Waits, and does something after each period (0 for none). An interrupt is kept for later. */
-    private void waitWhile(BooleanSupplier condition, long periodMs, Runnable each) {
-        boolean interrupted = false;
-        while (condition.getAsBoolean()) {
-            try {
-                wait(periodMs);
-            } catch (InterruptedException e) {
-                interrupted = true;
-            }
-            each.run();
-        }
-        if (interrupted) {
-            Thread.currentThread().interrupt();
-        }
     }
 }

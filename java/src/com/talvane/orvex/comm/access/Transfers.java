@@ -10,6 +10,8 @@ import java.util.Objects;
 record Transfers(Connection connection) {
     private static final String READ = "read from";
     private static final String WRITE = "write to";
+    private static final String PIPE = "pipe";
+    private static final String REPORTS = "reports";
     private static final int GREATEST_ENDPOINT = 0x0F;
     private static final int GREATEST_ARRAY = Integer.MAX_VALUE - 8;
 
@@ -32,10 +34,12 @@ record Transfers(Connection connection) {
     /** For the listener of the endpoint, too. */
     private int readClaimed(RawCall call, int endpoint, byte[] buffer, int offset, int length, int timeout)
             throws UsbException {
-        byte[] bytes = room(endpoint, buffer, length);
-        int result = connection.read(call, endpoint, timeout, bytes);
-        giveBack(bytes, Math.min(result, length), buffer, offset);
-        return of(READ, endpoint).ofRead(length, result);
+        return Observed.transfer(PIPE, connection.target(), endpoint, length, () -> {
+            byte[] bytes = room(endpoint, buffer, length);
+            int result = connection.read(call, endpoint, timeout, bytes);
+            giveBack(bytes, Math.min(result, length), buffer, offset);
+            return of(READ, endpoint).ofRead(length, result);
+        });
     }
 
     /** Whole packets, so that one that is longer than what was asked for shows; and only what came is given back. */
@@ -55,8 +59,10 @@ record Transfers(Connection connection) {
         outEndpoint(endpoint);
         Setup.endingTimeout(timeout);
         byte[] bytes = part(buffer, offset, length);
-        int result = connection.write(call, endpoint, timeout, bytes);
-        return of(WRITE, endpoint).ofWrite(length, result);
+        return Observed.transfer(PIPE, connection.target(), endpoint, length, () -> {
+            int result = connection.write(call, endpoint, timeout, bytes);
+            return of(WRITE, endpoint).ofWrite(length, result);
+        });
     }
 
     /** Reads until all bytes are there. */
@@ -120,10 +126,12 @@ record Transfers(Connection connection) {
 
     int control(byte[] setupAndData, int timeout) throws UsbException {
         Setup.endingTimeout(timeout);
-        Deadline deadline = new Deadline(timeout);
-        int result = connection.control(setupAndData, timeout);
-        return of("control request to", 0)
-                .ofControl(setupAndData.length - Setup.PACKET_BYTES, result, deadline.isOver());
+        int length = setupAndData.length - Setup.PACKET_BYTES;
+        return Observed.transfer("control", connection.target(), setupAndData[0] & Setup.IN, length, () -> {
+            Deadline deadline = new Deadline(timeout);
+            int result = connection.control(setupAndData, timeout);
+            return of("control request to", 0).ofControl(length, result, deadline.isOver());
+        });
     }
 
     /** Returns the data that came for the request. */
@@ -141,9 +149,11 @@ record Transfers(Connection connection) {
     /** For the listener of the reports, too. */
     private int readClaimedReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
         byte[] bytes = part(buffer, offset, length);
-        Moved moved = connection.readReports(timeout, bytes);
-        giveBack(bytes, moved.bytes(), buffer, offset);
-        return of("read reports from", 0).ofReadReports(length, moved);
+        return Observed.transfer(REPORTS, connection.target(), Setup.IN, length, () -> {
+            Moved moved = connection.readReports(timeout, bytes);
+            giveBack(bytes, moved.bytes(), buffer, offset);
+            return of("read reports from", 0).ofReadReports(length, moved);
+        });
     }
 
     /** The next report, whenever that comes. */
@@ -154,8 +164,11 @@ record Transfers(Connection connection) {
 
     int writeReports(byte[] buffer, int offset, int length, int timeout) throws UsbException {
         Setup.endingTimeout(timeout);
-        Moved moved = connection.writeReports(timeout, part(buffer, offset, length));
-        return of("write reports to", 0).ofWriteReports(length, moved);
+        byte[] bytes = part(buffer, offset, length);
+        return Observed.transfer(REPORTS, connection.target(), 0, length, () -> {
+            Moved moved = connection.writeReports(timeout, bytes);
+            return of("write reports to", 0).ofWriteReports(length, moved);
+        });
     }
 
     private Outcome of(String action, int endpoint) {

@@ -64,6 +64,15 @@ public interface UsbDevice extends AutoCloseable {
     boolean isPresent();
 
     /**
+     * Why it may be another device, as of the latest look at the list.
+     *
+     * @return {@link UsbDoubt#NONE} when it is certain
+     */
+    default UsbDoubt doubt() {
+        return UsbDoubt.NONE;
+    }
+
+    /**
      * Names it for people.
      *
      * @return the serial number without control characters, or the place in the list when there is none

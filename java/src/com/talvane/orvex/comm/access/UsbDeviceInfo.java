@@ -1,5 +1,7 @@
 package com.talvane.orvex.comm.access;
 
+import com.talvane.orvex.comm.system.Ports;
+import java.util.List;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
@@ -35,10 +37,15 @@ public record UsbDeviceInfo(
         int interfaceNumber) {
 
     private static final String SEPARATOR = ":=";
+    /** Where a device descriptor tells which texts there are. */
+    private static final int MANUFACTURER_INDEX = 14;
+    private static final int PRODUCT_INDEX = 15;
+    private static final int SERIAL_INDEX = 16;
     private static final Pattern LINE = Pattern.compile(
             "([01]):=(\\p{XDigit}{4}):=(\\p{XDigit}{4}):=(\\p{XDigit}{4})"
                     + ":=(.*?):=(.*?):=(.*):=x:=([hub]):=([012]):=(\\d{1,9}):=end",
             Pattern.DOTALL);
+    private static final Pattern UNPRINTABLE = Pattern.compile("[\\p{Cc}\\p{Cf}\\p{Cs}\\p{Zl}\\p{Zp}]");
 
     /** How a device is driven. */
     public enum Kind {
@@ -70,7 +77,7 @@ public record UsbDeviceInfo(
     public static UsbDeviceInfo parse(String line) {
         Matcher m = LINE.matcher(line);
         if (!m.matches()) {
-            throw new IllegalArgumentException("not an information line: " + line);
+            throw new IllegalArgumentException("not an information line: " + printable(line));
         }
         return new UsbDeviceInfo(
                 m.group(1).equals("1"),
@@ -107,12 +114,6 @@ public record UsbDeviceInfo(
         return kind == Kind.HID;
     }
 
-    /** Whether both may tell of one device, of which the library could not read the texts once. */
-    boolean isOfSameType(UsbDeviceInfo other) {
-        return vendorId == other.vendorId && productId == other.productId && release == other.release
-                && family == other.family && interfaceNumber == other.interfaceNumber;
-    }
-
     /**
      * Whether the library could not open the device to read its texts: no permission, or on its way in or out.
      *
@@ -122,6 +123,57 @@ public record UsbDeviceInfo(
         return manufacturer.startsWith("<cannot_open>");
     }
 
+    /** Whether there is a serial number, and it could be read. */
+    boolean hasSerial() {
+        return !serial.isEmpty() && !isMissing(serial) && !(family == Family.INTERFACE && serial.startsWith("?_"));
+    }
+
+    /** A text that the device does not have, or that could not be read. */
+    private static boolean isMissing(String text) {
+        return text.equals("?");
+    }
+
+    /**
+     * Whether the device has a text that could not be read.
+     *
+     * @param descriptor the device descriptor; empty when that could not be read either
+     */
+    boolean lacksText(byte[] descriptor) {
+        if (isUnopenable() || descriptor.length <= SERIAL_INDEX) {
+            return isUnopenable();
+        }
+        boolean isNamedByDevice = family != Family.INTERFACE;
+        return descriptor[MANUFACTURER_INDEX] != 0 && isMissing(manufacturer)
+                || descriptor[PRODUCT_INDEX] != 0 && isMissing(product) && isNamedByDevice
+                || descriptor[SERIAL_INDEX] != 0 && !serial.isEmpty() && !hasSerial();
+    }
+
+    /** Whether this may tell of the same device as another line, but for texts that could not be read. */
+    boolean mayBe(UsbDeviceInfo other) {
+        boolean hasSameIds = vendorId == other.vendorId && productId == other.productId && release == other.release;
+        return hasSameIds && (isUnopenable() || (family == other.family && interfaceNumber == other.interfaceNumber
+                && (isMissing(manufacturer) || manufacturer.equals(other.manufacturer))
+                && (isMissing(product) || product.equals(other.product))
+                && (!hasSerial() || serial.equals(other.serial))));
+    }
+
+    /** Whether this tells of an interface of that composite device. */
+    boolean isInterfaceOf(UsbDeviceInfo composite) {
+        return family == Family.INTERFACE && composite.family == Family.COMPOSITE && vendorId == composite.vendorId
+                && productId == composite.productId && serial.startsWith(composite.serial + "_");
+    }
+
+    /**
+     * Asks the system where the device is plugged in; it is also what keeps devices apart that have no serial number.
+     *
+     * @return the port as Linux names it, such as 1-4.2: port 2 of a hub at port 4 of bus 1. Several when other devices
+     *         look the same. None when the device is absent, simulated in memory, or the system does not tell, as those
+     *         other than Linux
+     */
+    public List<String> ports() {
+        return present ? Ports.of(vendorId, productId, hasSerial() ? serial : "", isUnopenable()) : List.of();
+    }
+
     /**
      * Names the device for people.
      *
@@ -129,7 +181,7 @@ public record UsbDeviceInfo(
      * @return the serial number without control characters, or the place in the list when there is none
      */
     public String label(int index) {
-        return serial.equals("?") || serial.isEmpty() ? "device " + index : serial.replaceAll("\\p{Cc}", "?");
+        return hasSerial() ? printable(serial) : "device " + index;
     }
 
     /**
@@ -139,7 +191,18 @@ public record UsbDeviceInfo(
      */
     @Override
     public String toString() {
-        return String.format("%04X:%04X %s (%s, %s)%s", vendorId, productId, serial, manufacturer, product,
-                present ? "" : ", absent").replaceAll("\\p{Cc}", "?");
+        return printable(String.format("%04X:%04X %s (%s, %s)%s", vendorId, productId, serial, manufacturer, product,
+                present ? "" : ", absent"));
+    }
+
+    /**
+     * Makes a text of a device fit for a terminal or a log: it may hold anything.
+     *
+     * @param text the text
+     * @return the text with a question mark for each character that ends a line, controls a terminal, turns the
+     *         direction of the text around it, or is invisible
+     */
+    public static String printable(String text) {
+        return UNPRINTABLE.matcher(text).replaceAll("?");
     }
 }

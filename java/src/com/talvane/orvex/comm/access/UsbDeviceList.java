@@ -7,8 +7,8 @@ import java.util.stream.Stream;
 
 /**
  * The devices of some vendors. A device keeps its place and its object for as long as the session lives: one that is
- * pulled is absent, and is the same {@link UsbDevice} when it comes back. What makes it the same, and when two devices
- * change places, {@link com.talvane.orvex.comm.ORVEXCommUSBAccess#usbUpdateDeviceList} tells.
+ * pulled is absent, and is the same {@link UsbDevice} when it comes back. It is the same when its ids, its
+ * release number and its texts are; where that is not enough to tell, {@link UsbDevice#doubt} says so.
  *
  * <p>Threads: any method on any thread, at any time.
  */
@@ -20,10 +20,10 @@ public final class UsbDeviceList {
     private final KnownDevices told = new KnownDevices();
 
     /**
-     * What an update has found.
+     * What an update has found. A device that was away in between is in both lists.
      *
      * @param came devices that are there now and were not
-     * @param left devices that are gone
+     * @param left devices that are gone, or were
      */
     public record Changes(List<UsbDevice> came, List<UsbDevice> left) {
         /**
@@ -71,15 +71,16 @@ public final class UsbDeviceList {
     }
 
     /**
-     * Brings the list up to date. It costs next to nothing while nothing changed (0.03 us and a
-     * look at each information line), so asking twenty times a second is fine; the news of a plug
-     * or pull may be a moment late. A device that was pulled and is back by the time of the update is in neither list;
-     * if it was open, its transfers tell that it is gone.
+     * Brings the list up to date. It costs next to nothing while nothing changed (0.03 us and a look at each
+     * information line), so asking twenty times a second is fine; the news of a plug or pull may be a moment late. A
+     * device that was pulled and is back by the time of the update is in both of the lists that are returned, or in
+     * neither when nobody has looked meanwhile; if it was open, its transfers tell that it is gone.
      *
      * <p>A device that the library could not open to read its texts, as for lack of rights, is tried again here from
-     * time to time: a quarter of a second later, and then after pauses that grow to a minute. Each attempt reads the
-     * texts of all devices of these vendors. When those of the device can be read, the device without them has left,
-     * and the one with them has come.
+     * time to time: a quarter of a second later, and then after pauses that grow to a minute. One that it could open,
+     * but one of whose texts it could not read, is tried eight times. Each attempt reads the texts of all devices of
+     * these vendors. When those of the device can be read, the device without them has left, and the one with them has
+     * come. Until then both have the {@linkplain UsbDevice#doubt doubt} {@link UsbDoubt#UNREADABLE}.
      *
      * @return what came and what left since the list was made or updated last
      * @throws IllegalStateException when the session is closed

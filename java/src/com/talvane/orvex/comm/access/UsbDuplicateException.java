@@ -10,7 +10,7 @@ public final class UsbDuplicateException extends IllegalStateException {
     private final transient List<UsbDevice> devices;
 
     UsbDuplicateException(String serial, List<UsbDevice> devices) {
-        super(devices.size() + " devices have the serial number " + serial.replaceAll("\\p{Cc}", "?"));
+        super(devices.size() + " devices have the serial number " + UsbDeviceInfo.printable(serial));
         this.devices = devices;
     }
 

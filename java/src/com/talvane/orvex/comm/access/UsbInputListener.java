@@ -4,7 +4,7 @@ package com.talvane.orvex.comm.access;
  * Is called with what a device sends.
  *
  * <p>Threads: calls come one after another, on a thread of the session or of the executor that was given. An exception
- * goes to the handler of uncaught exceptions of that thread, and the next call comes nevertheless.
+ * goes to the log and to the handler of uncaught exceptions of that thread, and the next call comes nevertheless.
  */
 @FunctionalInterface
 public interface UsbInputListener {

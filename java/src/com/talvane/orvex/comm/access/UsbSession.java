@@ -129,12 +129,13 @@ public final class UsbSession implements AutoCloseable {
      * The same, with the listener called by an executor, such as {@code SwingUtilities::invokeLater}.
      *
      * <p>The calls come one after another, in the order of the changes, each as a task of its own; so a slow listener
-     * delays no other one. An exception of the listener goes to the handler of uncaught exceptions of the thread, and
-     * the next call comes nevertheless. A listener may call any method, {@link #close} included.
+     * delays no other one. An exception of the listener goes to the log and to the handler of uncaught exceptions of
+     * the thread, and the next call comes nevertheless. A listener may call any method, {@link #close} included.
      *
      * <p>The session looks at its lists twenty times a second for this, which costs next to nothing while nothing
-     * changes. It need not know a device that was pulled and is back between two looks; if that was open, its transfers
-     * tell that it is gone. What a listener is told has nothing to do with what {@link UsbDeviceList#update} returns.
+     * changes. A device that was pulled and is back between two looks leaves and comes back for the listener, too, but
+     * not when nobody else has looked meanwhile; if it was open, its transfers tell that it is gone. What a listener is
+     * told has nothing to do with what {@link UsbDeviceList#update} returns.
      *
      * @param listener the listener
      * @param executor calls it

@@ -46,6 +46,14 @@
  * }
  * }</pre>
  *
+ * <p><b>Devices that look the same.</b> {@link UsbDeviceList#find} refuses to choose among those of one serial number;
+ * of those without any, and of a device that left because its texts could not be read, {@link UsbDevice#doubt} tells.
+ * <pre>{@code
+ * for (UsbDevice tool : tools.devices()) {
+ *     System.out.println(tool + " at port " + tool.info().ports() + ", in doubt: " + tool.doubt());
+ * }
+ * }</pre>
+ *
  * <p><b>HID question and answer.</b> Reports have one size, so the question is filled up and the answer is a whole one.
  * <pre>{@code
  * byte[] answer = new byte[64];
@@ -81,5 +89,13 @@
  * for seconds at most. Opens, closes and everything about lists take no notice.
  *
  * <p><b>Arrays</b> that are given to a transfer belong to it until it returns: no other thread changes them meanwhile.
+ *
+ * <h2>Where time goes, and why something failed</h2>
+ *
+ * <p>Java's flight recorder gets an event for each open, close, reset, update of a list and transfer:
+ * {@code com.talvane.orvex.Device}, {@code com.talvane.orvex.ListUpdate}, {@code com.talvane.orvex.Transfer}. The
+ * {@link System.Logger} with the name of this package is told at the level DEBUG which sessions, devices and opens
+ * there are and what failed, and at the level WARNING what a listener has thrown and which devices could not be read. Its
+ * handlers are called without the locks above.
  */
 package com.talvane.orvex.comm.access;

@@ -44,7 +44,7 @@ final class DescribeCommand implements Runnable {
 
     private static Map<String, Object> fields(Session session, DeviceInfo info) {
         Map<String, Object> fields = info.fields();
-        fields.put("ports", Session.isSimulated() ? List.of() : Host.here().ports(info.line()));
+        fields.put("ports", ports(info));
         fields.put("deviceDescriptor", JsonOption.hex(session.descriptor(info, DEVICE, 0)));
         fields.put("configurationDescriptor", JsonOption.hex(session.descriptor(info, CONFIGURATION, 0)));
         fields.put("endpoints", session.endpoints(info).stream().map(DescribeCommand::fields).toList());
@@ -60,11 +60,13 @@ final class DescribeCommand implements Runnable {
         return fields;
     }
 
-    /**
-     * Shows the ports at which the device may be plugged in: several if there are several devices that look the same.
-     */
+    private static List<String> ports(DeviceInfo info) {
+        return Session.isSimulated() ? List.of() : info.line().ports();
+    }
+
+    /** Shows where the device is plugged in; several ports if there are devices that look the same. */
     private static void showPort(DeviceInfo info) {
-        List<String> ports = Session.isSimulated() ? List.of() : Host.here().ports(info.line());
+        List<String> ports = ports(info);
         if (!ports.isEmpty()) {
             System.out.printf("%-14s %s%n", "Port", String.join(" or ", ports));
         }

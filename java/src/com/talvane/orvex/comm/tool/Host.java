@@ -1,8 +1,8 @@
 package com.talvane.orvex.comm.tool;
 
-import com.talvane.orvex.comm.access.UsbDeviceInfo;
+import com.talvane.orvex.comm.system.AttachedDevice;
+import com.talvane.orvex.comm.system.SystemFiles;
 import java.io.IOException;
-import java.io.UncheckedIOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.attribute.PosixFileAttributes;
@@ -11,7 +11,6 @@ import java.util.List;
 import java.util.Optional;
 import java.util.Set;
 import java.util.function.Predicate;
-import java.util.stream.Stream;
 
 /**
  * The machine's own view of USB on Linux: devices in sysfs, their nodes, and the processes that have these open. Other
@@ -23,14 +22,11 @@ import java.util.stream.Stream;
  * @param isRemote whether this process was started in an ssh session
  */
 record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote) {
-    /** System property: another root, to examine a copy of another machine's folders. */
-    static final String PROPERTY = "orvex.usb.root";
-
     private static final Set<PosixFilePermission> GROUP_ACCESS =
             Set.of(PosixFilePermission.GROUP_READ, PosixFilePermission.GROUP_WRITE);
 
     static Host here() {
-        return new Host(Path.of(System.getProperty(PROPERTY, "/")),
+        return new Host(AttachedDevice.root(),
                 node -> Files.isReadable(node) && Files.isWritable(node),
                 System.getProperty("os.name").startsWith("Mac"), System.getenv("SSH_CONNECTION") != null);
     }
@@ -50,30 +46,17 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
 
     /** The devices on the bus. */
     List<KernelDevice> devices() {
-        return children(root.resolve("sys/bus/usb/devices")).stream()
-                .map(folder -> KernelDevice.read(folder, root.resolve("dev")))
+        return AttachedDevice.below(root).stream()
+                .map(device -> KernelDevice.read(device, root.resolve("dev")))
                 .flatMap(Optional::stream)
-                .toList();
-    }
-
-    /**
-     * The ports of the devices that match an information line, such as 1-4.2: port 2 of a hub at port 4 of bus 1. More
-     * than one if there are identical devices without serial numbers.
-     */
-    List<String> ports(UsbDeviceInfo line) {
-        return devices().stream()
-                .filter(device -> device.vendorId() == line.vendorId() && device.productId() == line.productId())
-                .filter(device -> device.serial().isEmpty() || line.serial().equals(device.serial())
-                        || line.serial().startsWith(device.serial() + "_"))
-                .map(device -> device.folder().getFileName().toString())
                 .toList();
     }
 
     /** The processes that have a node open, as far as this process may see them. */
     List<String> holders(Path node) {
-        return children(root.resolve("proc")).stream()
+        return SystemFiles.children(root.resolve("proc")).stream()
                 .filter(process -> process.getFileName().toString().matches("\\d+"))
-                .filter(process -> children(process.resolve("fd")).stream().anyMatch(fd -> leadsTo(fd, node)))
+                .filter(process -> SystemFiles.children(process.resolve("fd")).stream().anyMatch(fd -> leadsTo(fd, node)))
                 .map(process -> "process " + process.getFileName() + " (" + text(process.resolve("comm")) + ")")
                 .toList();
     }
@@ -97,21 +80,8 @@ record Host(Path root, Predicate<Path> isUsable, boolean isMac, boolean isRemote
         }
     }
 
-    /** The contents of a folder, sorted by name; empty if it cannot be read or is not a folder. */
-    static List<Path> children(Path folder) {
-        try (Stream<Path> paths = Files.list(folder)) {
-            return paths.sorted().toList();
-        } catch (IOException | UncheckedIOException e) {
-            return List.of();
-        }
-    }
-
-    /** The text of a file with one line; empty if it cannot be read. */
+    /** The text of a file with one line, without control characters; empty if it cannot be read. */
     static String text(Path file) {
-        try {
-            return Text.printable(Files.readString(file).strip());
-        } catch (IOException e) {
-            return "";
-        }
+        return Text.printable(SystemFiles.text(file));
     }
 }

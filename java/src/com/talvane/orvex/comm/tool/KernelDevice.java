@@ -1,5 +1,7 @@
 package com.talvane.orvex.comm.tool;
 
+import com.talvane.orvex.comm.system.AttachedDevice;
+import com.talvane.orvex.comm.system.SystemFiles;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -37,8 +39,8 @@ record KernelDevice(
      */
     record Interface(String name, int number, boolean isHid, String driver, List<Path> hidNodes) {
         private static Interface read(Path folder, Path dev) {
-            List<Path> hidNodes = Host.children(folder).stream()
-                    .flatMap(child -> Host.children(child.resolve("hidraw")).stream())
+            List<Path> hidNodes = SystemFiles.children(folder).stream()
+                    .flatMap(child -> SystemFiles.children(child.resolve("hidraw")).stream())
                     .map(hidraw -> dev.resolve(hidraw.getFileName().toString()))
                     .toList();
             return new Interface(folder.getFileName().toString(),
@@ -55,24 +57,20 @@ record KernelDevice(
         }
     }
 
-    /** Reads a folder of sysfs; empty if it does not belong to a device, or the device is unplugged meanwhile. */
-    static Optional<KernelDevice> read(Path folder, Path dev) {
-        if (!Files.exists(folder.resolve("idVendor"))) {
-            return Optional.empty();
-        }
+    /** Reads the rest of what sysfs tells of a device; empty if it is unplugged meanwhile. */
+    static Optional<KernelDevice> read(AttachedDevice device, Path dev) {
+        Path folder = device.folder();
         try {
             Path node = dev.resolve(String.format("bus/usb/%03d/%03d",
                     Integer.parseInt(Host.text(folder.resolve("busnum"))),
                     Integer.parseInt(Host.text(folder.resolve("devnum")))));
-            List<Interface> interfaces = Host.children(folder).stream()
+            List<Interface> interfaces = SystemFiles.children(folder).stream()
                     .filter(child -> Files.exists(child.resolve("bInterfaceNumber")))
                     .map(child -> Interface.read(child, dev))
                     .toList();
-            return Optional.of(new KernelDevice(folder,
-                    Integer.parseInt(Host.text(folder.resolve("idVendor")), 16),
-                    Integer.parseInt(Host.text(folder.resolve("idProduct")), 16),
-                    Host.text(folder.resolve("serial")),
-                    !Host.text(folder.resolve("authorized")).equals("0"), node, interfaces));
+            return Optional.of(new KernelDevice(folder, device.vendorId(), device.productId(),
+                    Text.printable(device.serial()), !Host.text(folder.resolve("authorized")).equals("0"), node,
+                    interfaces));
         } catch (NumberFormatException e) {
             return Optional.empty();
         }

@@ -1,5 +1,6 @@
 package com.talvane.orvex.comm.tool;
 
+import com.talvane.orvex.comm.access.UsbDeviceInfo;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.stream.Collectors;
@@ -14,10 +15,7 @@ final class Text {
 
     /** Replaces control characters: a device's strings must not control the terminal. */
     static String printable(String text) {
-        return text.codePoints()
-                .map(c -> Character.isISOControl(c) ? '?' : c)
-                .collect(StringBuilder::new, StringBuilder::appendCodePoint, StringBuilder::append)
-                .toString();
+        return UsbDeviceInfo.printable(text);
     }
 
     /** Replaces line ends, so that a string cannot forge a second line; all other characters stay unchanged. */

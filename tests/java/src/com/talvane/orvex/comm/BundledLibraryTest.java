@@ -152,6 +152,7 @@ class BundledLibraryTest extends LoadingFixture {
     }
 
     @Test
+    @Tag("shipped")
     void theJarIsAModuleThatLoadsByItself() throws Exception {
         ChildVm.Outcome tool = child().runModule("--version");
         assertEquals("orvex-usb, library version 3.47\n", tool.out(), tool.err());

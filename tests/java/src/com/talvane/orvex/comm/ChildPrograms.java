@@ -1,5 +1,8 @@
 package com.talvane.orvex.comm;
 
+import com.talvane.orvex.comm.access.UsbDevice;
+import com.talvane.orvex.comm.access.UsbSession;
+import com.talvane.orvex.comm.access.UsbTimeoutException;
 import com.talvane.orvex.comm.tool.ToolRun;
 import java.io.IOException;
 import java.lang.ref.WeakReference;
@@ -30,6 +33,10 @@ final class ChildPrograms {
     public static void main(String[] args) throws Exception {
         if (args[0].equals("loadersAtOnce")) {
             loadersAtOnce(); // the first to load the library
+            return;
+        }
+        if (args[0].equals("safeLayer")) {
+            safeLayer();
             return;
         }
         ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
@@ -81,17 +88,27 @@ final class ChildPrograms {
         usb.usbRelease(0);
     }
 
+    /** A device is opened in the safe layer and closed, and transfers succeed and fail. */
+    private static void safeLayer() throws Exception {
+        try (UsbSession session = UsbSession.open();
+                UsbDevice bench = session.list(VENDORS).find("BENCH00001").orElseThrow().open()) {
+            say("written", bench.writeBulk(0x01, new byte[3], 0, 3, 30_000));
+            bench.readBulk(0x84, new byte[64], 0, 64, 1);
+        } catch (UsbTimeoutException e) {
+            System.out.println(e.getMessage());
+        }
+    }
+
     /** Loads the class in two more class loaders, while the first has its session. */
     private static void otherLoaders(ORVEXCommUSBAccess usb) throws Exception {
         say("initialize", usb.usbInitialize());
         URL[] jar = {ChildVm.productJar().toUri().toURL()};
         for (int i = 0; i < 2; ++i) {
-            try (URLClassLoader loader = new URLClassLoader(jar, ClassLoader.getPlatformClassLoader())) {
-                Class<?> again = loader.loadClass(ORVEXCommUSBAccess.class.getName());
-                Object access = again.getConstructor().newInstance();
-                say("initialize", (int) again.getMethod("usbInitialize").invoke(access));
-                say("release", (int) again.getMethod("usbRelease", int.class).invoke(access, 0));
-            }
+            Class<?> again = new URLClassLoader(jar, ClassLoader.getPlatformClassLoader())
+                    .loadClass(ORVEXCommUSBAccess.class.getName());
+            Object access = again.getConstructor().newInstance();
+            say("initialize", (int) again.getMethod("usbInitialize").invoke(access));
+            say("release", (int) again.getMethod("usbRelease", int.class).invoke(access, 0));
         }
         say("release", usb.usbRelease(0));
     }

@@ -105,6 +105,13 @@ final class ChildVm {
         return run(java(List.of("-p", path, "--add-modules", "info.picocli", "-m"), "com.talvane.orvex.comm", arguments));
     }
 
+    /** Runs one of the programs of {@link ChildPrograms} in the module of the product. */
+    Outcome runInModule(String program) throws Exception {
+        List<String> path = List.of("-p", productJar().toString(),
+                "--patch-module", "com.talvane.orvex.comm=" + testsJar(), "-m");
+        return run(java(path, "com.talvane.orvex.comm/" + ChildPrograms.class.getName(), program));
+    }
+
     /** Runs the installed command, which is in the folder of the native library and finds the rest itself. */
     Outcome runLauncher(String... arguments) throws Exception {
         builder.environment().keySet().removeAll(List.of("LD_LIBRARY_PATH", "DYLD_LIBRARY_PATH", "SIMBUS_SCENARIO"));

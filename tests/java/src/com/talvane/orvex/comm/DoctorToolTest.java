@@ -82,7 +82,7 @@ class DoctorToolTest extends ToolFixture {
         machine.device(4, 0x1002, "PAIR0002");
         machine.device(5, 0x1002, "ANOTHER1");
         assertTrue(good("describe --serial PAIR0002").out().contains("\nPort           1-4\n"));
-        machine.device(6, 0x1002, "");
+        machine.device(6, 0x1002, "PAIR0002");
         assertTrue(good("describe --serial PAIR0002").out().contains("\nPort           1-4 or 1-6\n"));
     }
 

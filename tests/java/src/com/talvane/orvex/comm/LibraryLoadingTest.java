@@ -52,6 +52,12 @@ class LibraryLoadingTest extends LoadingFixture {
     }
 
     @Test
+    void anEmptyEntryOfTheSearchPathIsTheCurrentFolder() throws Exception {
+        assertLoaded(child().without("java.library.path").with("-Djava.library.path=:/nowhere").run("version"));
+        unpackedIn(cache);
+    }
+
+    @Test
     void aPlatformWithoutACopyInTheJarIsToldWithTheSearchPath() throws Exception {
         assertTells(
                 child().with("-Dos.arch=abacus").run("version"),

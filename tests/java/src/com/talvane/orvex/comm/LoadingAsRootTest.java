@@ -85,7 +85,16 @@ class LoadingAsRootTest extends LoadingFixture {
         assertEquals(List.of(), files(cache));
     }
 
+    /** In a container the files of users outside it belong to nobody. */
     @Test
+    void aFolderBelowOneFromOutsideTheContainerIsTrusted() throws Exception {
+        give(Files.createDirectories(cache.getParent()), NOBODY);
+        assertLoaded(child().run("version"));
+        unpackedIn(cache);
+    }
+
+    @Test
+    @Tag("shipped")
     void twoUsersShareATemporaryFolderAndNothingInIt() throws Exception {
         // The other user may not be able to reach the folder of the build.
         Path jar = Files.copy(ChildVm.productJar(), folder.resolve("orvex-usb-access.jar"));

@@ -257,6 +257,40 @@ class ToolProcessTest extends UsbTest {
                 count("[tlvn_libusb_unref_device] ref_count", trace), trace);
     }
 
+    @Test
+    @Tag("memory")
+    void watchShowsADeviceThatWasNeverThereBefore() throws Exception {
+        Process watch = child().startTool(folder.resolve("err"), "watch", "--count", "1", "--seconds", "100");
+        try (BufferedReader out = watch.inputReader()) {
+            indexWhenWatching(out);
+            change(theirs -> theirs.plug("spare"));
+            String line = out.readLine();
+            assertTrue(line != null && line.contains("arrived") && line.contains("SPARE005"), line);
+            assertEquals(0, statusOf(watch));
+        } finally {
+            watch.destroyForcibly();
+        }
+    }
+
+    @ParameterizedTest
+    @Tag("memory")
+    @CsvSource({"out, NO_COLOR, '', true", "out, NO_COLOR, 1, false", "out, TERM, dumb, false", "out, TERM, xterm, true",
+        "err, TERM, xterm, false"})
+    void coloursAreForATerminalThatHasThemAndAUserWhoWantsThem(String terminal, String variable, String value,
+            boolean isColoured) throws Exception {
+        ChildVm tool = child().with("-Dorvex.usb.terminals=" + terminal).withoutEnvironment("NO_COLOR")
+                .withEnvironment("TERM", "xterm").withEnvironment(variable, value);
+        assertEquals(isColoured, tool.runTool("--help").out().contains("\u001B["));
+    }
+
+    @Test
+    @Tag("memory")
+    void theDoctorOfASimulatedBusDoesNotLookAtTheMachine() throws Exception {
+        ChildVm.Outcome doctor = child().withEnvironment("ORVEX_USB_SIMULATED", "1").runTool("doctor");
+        assertTrue(doctor.out().contains("the bus of this machine was not checked"), doctor.out());
+        assertTrue(doctor.err().startsWith("The USB bus is simulated. On real hardware: "), doctor.err());
+    }
+
     private void change(Consumer<Bus> change) {
         try (Bus theirs = Bus.connect(socket)) {
             change.accept(theirs);

@@ -9,6 +9,8 @@ import com.google.gson.JsonElement;
 import com.google.gson.JsonObject;
 import com.google.gson.JsonParser;
 import com.talvane.orvex.comm.tool.ToolRun;
+import java.io.IOException;
+import java.io.UncheckedIOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
@@ -150,6 +152,30 @@ class ToolTest extends ToolFixture {
     }
 
     @Test
+    void aTransferThatIsCutShortFailsWithJsonToo() {
+        ToolRun write = run("write --json --serial BENCH00001 --out 5 --data 0102");
+        assertEquals(1, write.status(), write.out());
+        ToolRun file = run("write --json --serial BENCH00001 --out 5 --file " + anyFile());
+        assertEquals(1, file.status(), file.out());
+    }
+
+    private Path anyFile() {
+        try {
+            return Files.write(folder.resolve("any"), new byte[10]);
+        } catch (IOException e) {
+            throw new UncheckedIOException(e);
+        }
+    }
+
+    @Test
+    @Tag("memory")
+    void aRequestCannotHaveMoreDataThanItsLengthTells() {
+        ToolRun run = run("control --index 0 --request-type 0x40 --request 1 --data " + "00".repeat(65536));
+        assertEquals(2, run.status());
+        assertTrue(run.err().startsWith("A request can have at most 65535 bytes of data\n"), run.err());
+    }
+
+    @Test
     void anIdIsHexadecimalWithAndWithoutItsPrefix() {
         String stranger = good("list --raw -V 0x1209").out();
         assertEquals(1, stranger.lines().count());
@@ -209,7 +235,7 @@ class ToolTest extends ToolFixture {
         "echo --index 0 --size 1 --text a", "list -V 0x10000", "list -V x", "list -V #1F", "list -V 0x", "list -V 0x+5",
         "list -V +5", "list -V 0x100000000", "list -V", "list -V 12345", "list -V 6A5C:1001", "describe -d 6A5C", "describe -d 6A5C:",
         "describe -d 6A5C:10012", "describe -d 6A5C:1001 --index 0", "write --index 0", "list extra", "watch extra",
-        "watch --count -1", "watch --seconds x", "describe", "describe --index 0 --timeout 5", "control",
+        "watch --count -1", "watch --count 99999999999", "watch --seconds x", "describe", "describe --index 0 --timeout 5", "control",
         "control --index 0 --request 1", "control --index 0 --request-type 0xC0",
         "control --index 0 --request-type 0x100 --request 1",
         "control --index 0 --request-type 0xC0 --request 1 --length 65536",
@@ -280,6 +306,30 @@ class ToolTest extends ToolFixture {
                 "  00000000  A1 B2 C3                                         |...|\n",
                 good("control --serial BENCH00001 --request-type 192 --request 2 --value 0x1234 --index-word 0x56"
                         + " --length 3").out());
+    }
+
+    @Test
+    void controlTellsAsJsonWhatWasMoved() {
+        String request = "control --json --serial BENCH00001 --request 1 ";
+        JsonObject sent = object(good(request + "--request-type 0x40 --data 0A:0B:0C").out());
+        assertEquals("out", sent.get("direction").getAsString());
+        assertEquals(3, sent.get("bytes").getAsInt());
+        JsonObject got = object(good(request + "--request-type 0xC0 --length 64").out());
+        assertEquals("in", got.get("direction").getAsString());
+        assertEquals("0A0B0C", got.get("data").getAsString());
+    }
+
+    private static JsonObject object(String json) {
+        return JsonParser.parseString(json).getAsJsonObject();
+    }
+
+    @Test
+    @Tag("memory")
+    void severalDevicesThatFitHaveToBeToldApart() {
+        bus.change("spare", "{\"serial\": \"BENCH00001\"}");
+        bus.plug("spare");
+        assertFails("describe -d 6A5C:1001", "choose one with --serial or --index");
+        assertFails("describe --serial BENCH00001", "choose one with --index");
     }
 
     @Test

@@ -14,6 +14,7 @@ abstract class AccessTest extends UsbTest {
     /** A time-out in milliseconds that no successful transfer reaches. */
     static final int AMPLE = 30_000;
     static final String BENCH = "BENCH00001";
+    static final String HID = "HIDT0021";
     static final String PAIR = "PAIR0002";
 
     private UsbSession session;
@@ -45,6 +46,14 @@ abstract class AccessTest extends UsbTest {
 
     final UsbDevice open(String serial) throws UsbException {
         return device(serial).open();
+    }
+
+    /** The HID tool, closed, once the host's HID driver has it. */
+    final UsbDevice pluggedHid() throws UsbException {
+        bus.plug("hid");
+        await("the HID driver has the tool", () -> unchecked(() -> session().everything().stream()
+                .anyMatch(info -> info.serial().equals(HID) && info.isHid())));
+        return device(HID);
     }
 
     static int read(UsbDevice device, int endpoint, byte[] buffer) throws UsbException {

@@ -64,6 +64,16 @@ class UsbDeviceInfoTest {
         assertFalse(withTexts("M:=P:=S").isUnopenable());
     }
 
+    @Test
+    void whatCouldForgeALineOrControlATerminalIsReplaced() {
+        assertEquals("a?b?c?d?e?f?g?[31m",
+                UsbDeviceInfo.printable("a\nb\u0085c\u2028d\u202Ee\u200Bf\uD800g\u001B[31m"));
+        assertEquals("Tool® 5 µm ±1° € \uD83D\uDD27", UsbDeviceInfo.printable("Tool® 5 µm ±1° € \uD83D\uDD27"));
+        UsbDeviceInfo info = withTexts("M\u202E:=P\n:=S\u2029");
+        assertEquals("6A5C:1001 S? (M?, P?)", info.toString());
+        assertEquals("S?", info.label(7));
+    }
+
     @ParameterizedTest
     @ValueSource(strings = {
         "", "end", "2:=6A5C:=1001:=0100:=M:=P:=S:=x:=b:=0:=0:=end", "1:=6A5:=1001:=0100:=M:=P:=S:=x:=b:=0:=0:=end",
@@ -73,5 +83,80 @@ class UsbDeviceInfoTest {
     })
     void whatIsNotAWholeLineIsRefused(String line) {
         assertThrows(IllegalArgumentException.class, () -> UsbDeviceInfo.parse(line));
+    }
+
+    private static UsbDeviceInfo withTexts(String texts, int family, int number) {
+        return UsbDeviceInfo.parse(
+                "1:=6A5C:=1001:=0100:=" + texts + ":=x:=b:=" + family + ":=" + number + ":=end");
+    }
+
+    /** The numbers are those that the device descriptor has for the manufacturer, the product and the serial number. */
+    @ParameterizedTest
+    @CsvSource({
+        "M:=P:=S, 0, 123, false", "?:=?:=?, 0, 000, false", "?:=P:=S, 0, 100, true", "?:=P:=S, 0, 023, false",
+        "M:=?:=S, 0, 020, true", "M:=?:=S, 0, 103, false", "M:=P:=?, 0, 003, true", "M:=P:=?, 0, 120, false",
+        "M:=P:=, 0, 003, false", "M:=?:=S_01, 2, 020, false", "M:=P:=?_01, 2, 003, true", "M:=P:=?_01, 0, 003, false",
+        "M:=P:=?, 0, , false", "<cannot_open>6A5C:1001:=P:=S, 0, , true", "<cannot_open>6A5C:1001:=P:=S, 0, 000, true"
+    })
+    void aTextThatTheDeviceHasAndTheLineDoesNotCouldNotBeRead(String texts, int family, String numbers, boolean lacks) {
+        byte[] descriptor = new byte[numbers == null ? 0 : 18];
+        for (int i = 0; numbers != null && i < 3; i++) {
+            descriptor[14 + i] = (byte) (numbers.charAt(i) - '0');
+        }
+        assertEquals(lacks, withTexts(texts, family, 0).lacksText(descriptor));
+    }
+
+    @ParameterizedTest
+    @CsvSource({
+        "M:=P:=S, M:=P:=S, true", "?:=?:=?, M:=P:=S, true", "?:=P:=S, M:=P:=S, true", "M:=?:=S, M:=P:=S, true",
+        "M:=P:=?, M:=P:=S, true", "M:=P:=S, N:=P:=S, false", "M:=P:=S, M:=Q:=S, false", "M:=P:=S, M:=P:=T, false",
+        "M:=P:=S, ?:=P:=S, false", "<cannot_open>:=<cannot_open>:=?, M:=P:=S, true"
+    })
+    void anyTextMayBeTheOneThatCouldNotBeRead(String texts, String other, boolean may) {
+        assertEquals(may, withTexts(texts).mayBe(withTexts(other)));
+    }
+
+    @ParameterizedTest
+    @CsvSource({"6A5C:=1001:=0101", "6A5C:=1002:=0100", "6A5D:=1001:=0100"})
+    void devicesOfOtherIdsAreOthers(String ids) {
+        UsbDeviceInfo unopenable = withTexts("<cannot_open>:=<cannot_open>:=?");
+        assertFalse(unopenable.mayBe(UsbDeviceInfo.parse("1:=" + ids + ":=M:=P:=S:=x:=b:=0:=0:=end")));
+    }
+
+    @Test
+    void onlyADeviceThatCouldNotBeOpenedMayBeOfAnotherFamily() {
+        UsbDeviceInfo part = withTexts("M:=P:=S_01", 2, 1);
+        assertTrue(withTexts("<cannot_open>:=<cannot_open>:=?").mayBe(part));
+        assertTrue(withTexts("?:=P:=S_01", 2, 1).mayBe(part));
+        assertFalse(withTexts("?:=P:=S_01", 0, 1).mayBe(part));
+        assertFalse(withTexts("?:=P:=S_01", 2, 2).mayBe(part));
+    }
+
+    @Test
+    void anInterfaceBelongsToTheCompositeDeviceOfItsSerialNumber() {
+        UsbDeviceInfo composite = withTexts("M:=P:=S", 1, 0);
+        assertTrue(withTexts("M:=Q:=S_01", 2, 1).isInterfaceOf(composite));
+        assertFalse(withTexts("M:=Q:=T_01", 2, 1).isInterfaceOf(composite));
+        assertFalse(withTexts("M:=Q:=S_01", 0, 1).isInterfaceOf(composite));
+        assertFalse(withTexts("M:=Q:=S_01", 2, 1).isInterfaceOf(withTexts("M:=P:=S", 0, 0)));
+        assertFalse(UsbDeviceInfo.parse(LINE).isInterfaceOf(composite));
+        assertFalse(UsbDeviceInfo.parse("1:=6A5D:=1001:=0100:=M:=Q:=S_01:=x:=b:=2:=1:=end").isInterfaceOf(composite));
+        assertFalse(UsbDeviceInfo.parse("1:=6A5C:=1002:=0100:=M:=Q:=S_01:=x:=b:=2:=1:=end").isInterfaceOf(composite));
+    }
+
+    @Test
+    void aDeviceWithoutASerialNumberIsNamedByItsPlace() {
+        assertEquals("S", withTexts("M:=P:=S").label(3));
+        assertEquals("device 3", withTexts("M:=P:=?").label(3));
+        assertEquals("device 3", withTexts("M:=P:=").label(3));
+        assertEquals("device 3", withTexts("M:=P:=?_01", 2, 1).label(3));
+        assertEquals("?_01", withTexts("M:=P:=?_01").label(3));
+    }
+
+    @Test
+    void anAbsentDeviceIsNamedAsOne() {
+        assertEquals("6A5C:1001 ECHO0001 (Talvane, Echo Tool)", UsbDeviceInfo.parse(LINE).toString());
+        assertEquals("6A5C:1001 ECHO0001 (Talvane, Echo Tool), absent",
+                UsbDeviceInfo.parse("0" + LINE.substring(1)).toString());
     }
 }

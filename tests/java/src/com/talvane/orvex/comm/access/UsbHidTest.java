@@ -23,20 +23,11 @@ import org.junit.jupiter.api.Test;
 
 /** HID devices in the safe layer. */
 class UsbHidTest extends AccessTest {
-    private static final String SERIAL = "HIDT0021";
     private static final int BRIEF = 100;
-
-    /** The HID tool, closed, once the host's HID driver has it. */
-    private UsbDevice plugged() throws UsbException {
-        bus.plug("hid");
-        await("the HID driver has the tool", () -> unchecked(() -> session().everything().stream()
-                .anyMatch(info -> info.serial().equals(SERIAL) && info.isHid())));
-        return device(SERIAL);
-    }
 
     /** The HID tool, open: its driver may not be ready at once. */
     private UsbDevice opened() throws UsbException {
-        UsbDevice hid = plugged();
+        UsbDevice hid = pluggedHid();
         await("it opens", () -> {
             try {
                 return hid.open().isOpen();
@@ -105,7 +96,7 @@ class UsbHidTest extends AccessTest {
     @Test
     @Tag("memory")
     void reportsHaveTheSizeOfTheOpening() throws UsbException {
-        UsbDevice hid = plugged();
+        UsbDevice hid = pluggedHid();
         try (UsbDevice open = hid.openReports(128, 0x77)) {
             assertEquals(128, open.reportSize());
             assertEquals(130, open.writeReports(pattern(130), 0, 130, AMPLE));
@@ -125,7 +116,7 @@ class UsbHidTest extends AccessTest {
         bus.change("hid", "{\"vendorId\": \"0x6A5D\", \"interfaces\": [{\"hid\": {\"input\": 512, \"output\": 512},"
                 + " \"endpoints\": [{\"address\": \"0x81\", \"type\": \"interrupt\", \"interval\": 1},"
                 + " {\"address\": \"0x01\", \"type\": \"interrupt\", \"interval\": 1, \"behaviour\": \"sink\"}]}]}");
-        UsbDevice hid = plugged();
+        UsbDevice hid = pluggedHid();
         assertEquals(512, hid.reportSize());
         hid.open();
         assertEquals(512, hid.reportSize());
@@ -140,7 +131,7 @@ class UsbHidTest extends AccessTest {
 
     @Test
     void theSizeOfReportsIsThatOfTheOpening() throws UsbException {
-        UsbDevice hid = plugged();
+        UsbDevice hid = pluggedHid();
         assertEquals(64, hid.reportSize());
         assertThrows(UnsupportedOperationException.class, () -> device(BENCH).reportSize());
     }
@@ -218,7 +209,7 @@ class UsbHidTest extends AccessTest {
     @Test
     @Tag("memory")
     void aDriverThatRefusesIsTold() throws UsbException {
-        UsbDevice hid = plugged();
+        UsbDevice hid = pluggedHid();
         bus.fail("hid open", 1, -1);
         bus.fail("hid open", 2, -1);
         assertEquals(UsbAccessCode.OPEN_FAILED, assertThrows(UsbException.class, hid::open).code());

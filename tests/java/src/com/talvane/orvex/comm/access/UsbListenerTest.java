@@ -74,6 +74,24 @@ class UsbListenerTest extends AccessTest {
         assertSame(list, arrival.list());
     }
 
+    /** Others look at the list too, such as a transfer that has failed. */
+    @Test
+    void aDeviceThatIsBackBetweenTwoLooksOfTheListenersHasLeft() throws Exception {
+        UsbDeviceList list = list();
+        UsbDevice bench = device(BENCH);
+        session().onChange(changes::add);
+        session().raw.locked(() -> {
+            bus.unplug("bench");
+            await("it is gone", () -> list.refresh() == 0 && !bench.isPresent());
+            bus.plug("bench");
+            await("it is back", () -> list.refresh() == 0 && bench.isPresent());
+            return list;
+        });
+        assertEquals(new UsbChange(Kind.LEFT, bench, list), next(changes));
+        assertEquals(new UsbChange(Kind.CAME_BACK, bench, list), next(changes));
+        assertEquals(new UsbDeviceList.Changes(List.of(bench), List.of(bench)), list.update());
+    }
+
     @Test
     void aListThatIsMadeLaterIsListenedToFromThenOn() throws Exception {
         session().onChange(changes::add);
@@ -357,5 +375,20 @@ class UsbListenerTest extends AccessTest {
             bus.unplug("spare");
         }
         assertEquals(0, late.get());
+    }
+
+    @Test
+    void aListenerNeedNotCareForTheEnd() throws Exception {
+        UsbDevice bench = open(BENCH);
+        BlockingQueue<byte[]> got = new LinkedBlockingQueue<>();
+        bench.onData(0x81, 64, got::add);
+        bus.feed("bench", 0x81, pattern(5));
+        assertArrayEquals(pattern(5), got.poll(AMPLE, TimeUnit.MILLISECONDS));
+        bus.unplug("bench");
+        UsbDeviceList list = list();
+        await("the session sees it", () -> {
+            unchecked(list::update);
+            return !bench.isPresent();
+        });
     }
 }

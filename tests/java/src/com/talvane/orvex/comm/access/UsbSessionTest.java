@@ -188,6 +188,34 @@ class UsbSessionTest extends AccessTest {
 
     @Test
     @Tag("memory")
+    void aDeviceThatCannotBeReadAtTheSecondTryEitherIsReadAtTheThird() throws UsbException {
+        UsbDeviceList list = list();
+        UsbDevice unreadable = unreadableSpare(list);
+        bus.failNext("libusb_open", -3);
+        UsbDeviceList.Changes changes = untilChanged(list);
+        assertEquals(List.of("SPARE005"), serials(changes.came()));
+        assertEquals(List.of(unreadable), changes.left());
+    }
+
+    /** A device is read again in a list with an id more, and a list has at most 16. The other list tells the time. */
+    @Test
+    @Tag("memory")
+    void aDeviceOfSixteenVendorsIsNotReadAgain() throws UsbException {
+        UsbDeviceList sixteen = session().list(IntStream.range(VENDOR, VENDOR + 16).toArray());
+        UsbDevice unreadable = unreadableSpare(sixteen);
+        UsbDeviceList other = session().list(0x1209);
+        bus.unplug("stranger");
+        updateUntil(other, "OTHER004", false);
+        bus.failNext("libusb_open", -3);
+        bus.plug("stranger");
+        updateUntil(other, "OTHER004", true);
+        sixteen.update();
+        assertTrue(unreadable.isPresent());
+        assertTrue(unreadable.info().isUnopenable(), unreadable::line);
+    }
+
+    @Test
+    @Tag("memory")
     void aDeviceThatCouldNotBeReadOnceIsTriedAgain() throws UsbException {
         UsbDeviceList list = list();
         UsbDevice unreadable = unreadableSpare(list);

@@ -192,4 +192,13 @@ class UsbStreamTest extends AccessTest {
         assertEquals(bytes.length, in.read(ByteBuffer.wrap(bytes)));
         assertEquals(0, in.available());
     }
+
+    @Test
+    void oneByteIsAPacketOfItsOwn() throws IOException {
+        UsbOutput out = output(0x03);
+        out.write(0x1FF);
+        out.write(7);
+        assertArrayEquals(new byte[] {(byte) 0xFF}, bus.received("bench", 0x03).get(0));
+        assertArrayEquals(new byte[] {7}, bus.received("bench", 0x03).get(1));
+    }
 }

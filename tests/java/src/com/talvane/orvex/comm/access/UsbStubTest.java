@@ -2,11 +2,14 @@ package com.talvane.orvex.comm.access;
 
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 
 import java.io.ByteArrayOutputStream;
+import java.lang.reflect.InvocationHandler;
 import java.lang.reflect.Proxy;
 import java.util.Arrays;
 import java.util.List;
+import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
@@ -56,7 +59,14 @@ class UsbStubTest {
     void futuresStandOnAnyDevice() throws Exception {
         UsbAsync async = new UsbAsync(device);
         assertArrayEquals(SENT_BY_THE_DEVICE, async.readAsync(0x82, 64, 1000).get(30, TimeUnit.SECONDS));
-        assertEquals(2, async.writeAsync(0x01, new byte[] {7, 8}, 1000).get(30, TimeUnit.SECONDS));
+        CompletableFuture<Integer> write = async.writeAsync(0x01, new byte[] {7, 8}, 1000);
+        assertEquals(2, write.get(30, TimeUnit.SECONDS));
+        assertFalse(write.cancel(true));
         assertArrayEquals(new byte[] {7, 8}, written.toByteArray());
+    }
+
+    @Test
+    void aDeviceIsInNoDoubtUnlessItSaysSo() throws Throwable {
+        assertEquals(UsbDoubt.NONE, InvocationHandler.invokeDefault(device, UsbDevice.class.getMethod("doubt")));
     }
 }

@@ -53,6 +53,15 @@ class UsbTransferTest extends AccessTest {
         UsbDevice bench = open(BENCH);
         assertEquals(0, bench.writeBulk(0x03, pattern(4), 4, 0, AMPLE));
         assertEquals(0, bus.received("bench", 0x03).get(0).length);
+        assertEquals(0, bench.readBulk(0x83, new byte[4], 4, 0, AMPLE));
+    }
+
+    @Test
+    void anEndpointThatTheDeviceDoesNotHaveMovesNothing() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        assertThrows(UsbException.class, () -> read(bench, 0x8F, new byte[4]));
+        assertThrows(UsbException.class, () -> bench.readFully(0x8F, new byte[4], 0, 4, AMPLE));
+        assertThrows(UsbException.class, () -> bench.writeFully(0x0F, new byte[4], 0, 4, AMPLE));
     }
 
     @ParameterizedTest
@@ -299,5 +308,62 @@ class UsbTransferTest extends AccessTest {
         bus.unplug("bench");
         assertEquals(64, failure(UsbDeviceGoneException.class, writer).moved());
         bench.close();
+    }
+
+    private static final int ERROR = 1; // how a transfer ended, in libusb's words
+    private static final int STALL = 4;
+
+    @Test
+    @Tag("memory")
+    void aWriteThatMovedNothingIsAFailure() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        bus.failNext("transfer:0x03", ERROR);
+        UsbException failure = assertThrows(UsbException.class, () -> write(bench, 0x03, new byte[8]));
+        assertEquals(UsbException.class, failure.getClass());
+        assertEquals(UsbAccessCode.IO, failure.code());
+        assertEquals(8, write(bench, 0x03, new byte[8]));
+    }
+
+    @Test
+    @Tag("memory")
+    void aDeviceThatDoesNotSayWhetherItsEndpointIsHaltedHasFailed() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        bus.failNext("transfer:0x83", ERROR);
+        bus.failNext("transfer:0x00", STALL);
+        UsbException failure = assertThrows(UsbException.class, () -> read(bench, 0x83, new byte[8]));
+        assertEquals(UsbException.class, failure.getClass());
+        assertEquals(UsbAccessCode.IO, failure.code());
+    }
+
+    @Test
+    void aControlRequestOfADeviceThatIsPulledTellsThatItIsGone() throws Exception {
+        UsbDevice bench = open(BENCH);
+        Future<Integer> request =
+                whileWaiting("bench", 0x00, () -> bench.readControl(0xC0, 4, 0, 0, 8, AMPLE).length);
+        bus.unplug("bench");
+        failure(UsbDeviceGoneException.class, request);
+    }
+
+    @Test
+    @Tag("memory")
+    void aResetOfADeviceThatIsGoneTellsThat() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        for (UsbAccessCode code : new UsbAccessCode[] {UsbAccessCode.NOT_FOUND, UsbAccessCode.NO_DEVICE}) {
+            bus.failNext("libusb_reset_device", code.code());
+            assertThrows(UsbDeviceGoneException.class, bench::reset);
+        }
+        bus.failNext("libusb_reset_device", UsbAccessCode.IO.code());
+        assertEquals(UsbAccessCode.IO, assertThrows(UsbException.class, bench::reset).code());
+        bench.reset();
+    }
+
+    @Test
+    @Tag("memory")
+    void theTimeOutIsForAllBytesTogether() throws UsbException {
+        bus.endpoint("bench", 0x83, "{\"limit\": 1}");
+        UsbDevice bench = open(BENCH);
+        UsbTimeoutException late = assertThrows(UsbTimeoutException.class,
+                () -> bench.readFully(0x83, new byte[10_000_000], 0, 10_000_000, 20));
+        assertTrue(late.moved() > 0);
     }
 }

@@ -17,11 +17,13 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
+import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 import picocli.CommandLine;
 import picocli.CommandLine.Model.OptionSpec;
 
 /** The manual page and the completion that the build makes from the tool. */
+@Tag("shipped")
 class PagesTest {
     private static Path beside(String name) {
         String jar = OrvexUsb.class.getProtectionDomain().getCodeSource().getLocation().getPath();
