@@ -47,3 +47,13 @@ function(stays_loaded target)
     target_link_options(${target} PRIVATE -Wl,-z,nodelete)
   endif()
 endfunction()
+
+# Makes a symbolic link to a library beside it, by which programs on Linux find it, too. The global property
+# ORVEX_OTHER_NAMES has all of them.
+function(other_name target name)
+  if(ORVEX_LINUX)
+    add_custom_command(TARGET ${target} POST_BUILD
+      COMMAND ${CMAKE_COMMAND} -E create_symlink $<TARGET_FILE_NAME:${target}> $<TARGET_FILE_DIR:${target}>/${name})
+    set_property(GLOBAL APPEND PROPERTY ORVEX_OTHER_NAMES ${name})
+  endif()
+endfunction()

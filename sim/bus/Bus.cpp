@@ -251,6 +251,17 @@ void Bus::releaseAll(const void* owner) {
     }
 }
 
+Status Bus::setDriver(ConnectionId connection, std::uint8_t interfaceNumber, bool attached) {
+    return onDevice(connection,
+                    [&](PluggedDevice& device) { return device.setDriver(interfaceNumber, attached); });
+}
+
+bool Bus::hasDriver(ConnectionId connection, std::uint8_t interfaceNumber) {
+    const Lock lock(parts_->mutex);
+    const PluggedDevice* device = parts_->connection(connection);
+    return device != nullptr && device->hasDriver(interfaceNumber);
+}
+
 Status Bus::clearHalt(ConnectionId connection, std::uint8_t endpoint) {
     return onDevice(connection, [&](PluggedDevice& device) {
         Endpoint* target = device.endpoint(endpoint);

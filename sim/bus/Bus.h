@@ -203,6 +203,12 @@ class SIMBUS_API Bus {
     virtual void release(ConnectionId connection, std::uint8_t interfaceNumber, const void* owner = nullptr);
     void releaseAll(const void* owner);
 
+    /// Attaches the system's HID driver to an interface, or detaches it, which ends the driver's transfers
+    /// with noDevice. Returns stall when it is not a HID interface or already in that state.
+    virtual Status setDriver(ConnectionId connection, std::uint8_t interfaceNumber, bool attached);
+    /// True when the HID driver has the interface. It has all HID interfaces at the plug.
+    virtual bool hasDriver(ConnectionId connection, std::uint8_t interfaceNumber);
+
     /// Only in memory can calls be counted, failed and checked: a kernel's are not seen here, and those of
     /// the processes that share this bus are counted there. The control protocol reports that.
     enum class Front { memory, kernel, shared };

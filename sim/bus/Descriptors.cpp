@@ -125,8 +125,12 @@ Bytes hidDescriptor(const HidModel& hid) {
     return bytes;
 }
 
-/// One application collection of a vendor-defined usage with input and output bytes.
+/// Unless the model has its own: one application collection of a vendor-defined usage with input and output
+/// bytes.
 Bytes reportDescriptor(const HidModel& hid) {
+    if (!hid.report.empty()) {
+        return hid.report;
+    }
     Bytes bytes{0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x15, 0x00, 0x26, 0xFF, 0x00, 0x75, 0x08};
     const auto putReport = [&](std::uint16_t count, std::uint8_t mainItem) {
         bytes.push_back(0x96);  // number of eight-bit fields

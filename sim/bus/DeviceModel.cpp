@@ -202,7 +202,11 @@ class DeviceReader {
             const Json& value = valueOf(json, key);
             return static_cast<std::uint16_t>(value.is_null() ? 64 : integer(value, key, 1, kLargestReport));
         };
-        return HidModel{reportBytes("input"), reportBytes("output")};
+        HidModel hid{reportBytes("input"), reportBytes("output"), bytesOf(json, "report")};
+        if (hid.report.size() > kLargestReport) {
+            throw std::runtime_error("\"report\" has more than " + std::to_string(kLargestReport) + " bytes");
+        }
+        return hid;
     }
 
     void readInterfaces(const Json& object, ConfigurationModel& configuration) {

@@ -35,10 +35,11 @@ struct EndpointModel {
     bool isIn() const { return (address & 0x80U) != 0; }
 };
 
-/// Reports of a HID interface, without report ids.
+/// Reports of a HID interface. Without a report descriptor of its own they have no ids.
 struct HidModel {
     std::uint16_t inputBytes = 64;
     std::uint16_t outputBytes = 64;
+    Bytes report;  ///< the report descriptor; empty: one of these two sizes
 };
 
 struct InterfaceModel {

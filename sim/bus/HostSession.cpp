@@ -59,6 +59,8 @@ const std::map<std::string, HostSession::Operation>& HostSession::operations() {
         {"activeEndpoint", &HostSession::endpointOf},
         {"claim", &HostSession::claim},
         {"release", &HostSession::release},
+        {"setDriver", &HostSession::setDriver},
+        {"hasDriver", &HostSession::hasDriver},
     };
     return all;
 }
@@ -195,6 +197,15 @@ Json HostSession::claim(const Json& request) {
 Json HostSession::release(const Json& request) {
     bus_.release(connectionOf(request), interfaceOf(request), this);
     return Json::object();
+}
+
+Json HostSession::setDriver(const Json& request) {
+    const bool attached = needed<std::uint8_t>(request, "value") != 0;
+    return answerWith(bus_.setDriver(connectionOf(request), interfaceOf(request), attached));
+}
+
+Json HostSession::hasDriver(const Json& request) {
+    return {{"value", bus_.hasDriver(connectionOf(request), interfaceOf(request)) ? 1 : 0}};
 }
 
 void HostSession::end() {

@@ -46,6 +46,8 @@ class HostSession : public std::enable_shared_from_this<HostSession> {
     Json endpointOf(const Json& request);
     Json claim(const Json& request);
     Json release(const Json& request);
+    Json setDriver(const Json& request);
+    Json hasDriver(const Json& request);
 
     void ended(std::uint64_t number);
 

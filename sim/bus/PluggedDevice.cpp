@@ -1,5 +1,6 @@
 #include "PluggedDevice.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace simbus {
@@ -68,6 +69,29 @@ PluggedDevice::PluggedDevice(DeviceModel model, ConnectionId connection, std::ui
     pipe.type = TransferType::control;
     endpoints_[0] = std::make_unique<Endpoint>(*this, pipe, 0);
     setConfiguration(model_.activeConfiguration);
+}
+
+bool PluggedDevice::hasDriver(std::uint8_t interfaceNumber) const {
+    const auto& all = info_->hidInterfaces;
+    return detached_.count(interfaceNumber) == 0 &&
+           std::any_of(all.begin(), all.end(),
+                       [&](const HidInterface& each) { return each.number == interfaceNumber; });
+}
+
+Status PluggedDevice::setDriver(std::uint8_t interfaceNumber, bool attached) {
+    if (attached) {
+        return detached_.erase(interfaceNumber) == 0 ? Status::stall : Status::completed;
+    }
+    if (!hasDriver(interfaceNumber)) {
+        return Status::stall;
+    }
+    detached_.insert(interfaceNumber);
+    for (const auto& each : endpoints_) {
+        if (each != nullptr && each != endpoints_[0] && each->interfaceNumber() == interfaceNumber) {
+            each->finishAll(Status::noDevice);
+        }
+    }
+    return Status::completed;
 }
 
 Endpoint* PluggedDevice::endpoint(std::uint8_t address) {
@@ -180,6 +204,7 @@ void PluggedDevice::reset() {
 }
 
 void PluggedDevice::forgetPast() {
+    detached_.clear();
     for (auto& endpoint : endpoints_) {
         if (endpoint) {
             endpoint->forget();

@@ -5,6 +5,7 @@
 #include <array>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "Endpoint.h"
@@ -27,6 +28,8 @@ class PluggedDevice : public Endpoint::Device {
     Status setAlternate(std::uint8_t interfaceNumber, std::uint8_t alternate);
     std::uint8_t configuration() const { return configuration_ == nullptr ? 0 : configuration_->value; }
     std::optional<std::uint8_t> alternate(std::uint8_t interfaceNumber) const;
+    Status setDriver(std::uint8_t interfaceNumber, bool attached);
+    bool hasDriver(std::uint8_t interfaceNumber) const;
     /// True when neither the configuration nor an alternate setting has changed since the plug.
     bool asPlugged() const;
 
@@ -59,6 +62,7 @@ class PluggedDevice : public Endpoint::Device {
     Agenda& agenda_;
     const ConfigurationModel* configuration_ = nullptr;    ///< null while unconfigured
     std::map<std::uint8_t, std::uint8_t> alternates_;      ///< of the active configuration's interfaces
+    std::set<std::uint8_t> detached_;                      ///< HID interfaces without their driver
     std::array<std::unique_ptr<Endpoint>, 32> endpoints_;  ///< OUT 0 to 15, then IN 1 to 15
     std::array<Received, 32> received_;
     std::map<std::string, Bytes> slots_;  ///< contents stored by control rules

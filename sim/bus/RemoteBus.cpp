@@ -313,6 +313,15 @@ void RemoteBus::release(ConnectionId connection, std::uint8_t interfaceNumber, c
     }
 }
 
+Status RemoteBus::setDriver(ConnectionId connection, std::uint8_t interfaceNumber, bool attached) {
+    return statusOf(with(with(request("setDriver", connection), "interface", interfaceNumber), "value",
+                         static_cast<std::uint8_t>(attached)));
+}
+
+bool RemoteBus::hasDriver(ConnectionId connection, std::uint8_t interfaceNumber) {
+    return valueAt(with(request("hasDriver", connection), "interface", interfaceNumber)) == 1;
+}
+
 // --- Threads.
 
 void RemoteBus::receive() {

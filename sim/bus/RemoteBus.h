@@ -51,6 +51,8 @@ class RemoteBus final : public Bus {
     std::optional<ActiveEndpoint> activeEndpoint(ConnectionId connection, std::uint8_t endpoint) override;
     bool claim(ConnectionId connection, std::uint8_t interfaceNumber, const void* owner) override;
     void release(ConnectionId connection, std::uint8_t interfaceNumber, const void* owner) override;
+    Status setDriver(ConnectionId connection, std::uint8_t interfaceNumber, bool attached) override;
+    bool hasDriver(ConnectionId connection, std::uint8_t interfaceNumber) override;
 
  private:
     void stop() override;

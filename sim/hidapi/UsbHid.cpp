@@ -1,8 +1,9 @@
 #include "UsbHid.h"
 
 #include <algorithm>
-#include <future>
 #include <map>
+
+#include "HostRequests.h"
 
 namespace sim {
 
@@ -10,36 +11,6 @@ namespace {
 
 constexpr std::size_t kQueuedReports = 63;   // a kernel has 64 slots per opening and keeps one free
 constexpr std::size_t kSmallestBuffer = 64;  // the least that a kernel requests
-
-/// Runs one transfer and waits for it; status and length are then in the transfer.
-bool runTransfer(simbus::ConnectionId connection, simbus::Transfer& transfer,
-                 std::chrono::milliseconds limit) {
-    auto ended = std::make_shared<std::promise<void>>();
-    transfer.done = [ended] { ended->set_value(); };
-    auto& bus = simbus::Bus::instance();
-    if (bus.submit(connection, transfer) != simbus::Submitted::accepted) {
-        return false;
-    }
-    auto waiting = ended->get_future();
-    if (waiting.wait_for(limit) != std::future_status::ready) {
-        bus.cancel(transfer);
-        waiting.wait();
-    }
-    return transfer.status == simbus::Status::completed;
-}
-
-simbus::Bytes controlIn(const simbus::DeviceInfo& device, std::uint16_t value, std::uint16_t index) {
-    simbus::Bytes data(255);
-    simbus::Transfer transfer;
-    transfer.setup = {0x80, 6, value, index, 255};
-    transfer.data = data.data();
-    transfer.length = data.size();
-    if (!runTransfer(device.connection, transfer, std::chrono::seconds(5))) {
-        return {};
-    }
-    data.resize(transfer.actual);
-    return data;
-}
 
 /// Drivers in use, by connection and interface number.
 std::mutex driversMutex;
@@ -51,27 +22,17 @@ std::vector<HidInterface> findHidInterfaces() {
     std::vector<HidInterface> all;
     for (const auto& device : simbus::Bus::instance().devices()) {
         for (const simbus::HidInterface& interface : device->hidInterfaces) {
-            all.push_back({device, interface});
+            if (simbus::Bus::instance().hasDriver(device->connection, interface.number)) {
+                all.push_back({device, interface});
+            }
         }
     }
     return all;
 }
 
-std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index) {
-    const simbus::Bytes languages = index == 0 ? simbus::Bytes{} : controlIn(device, 0x0300, 0);
-    if (languages.size() < 4) {
-        return std::nullopt;
-    }
-    const auto language = static_cast<std::uint16_t>(languages[2] | languages[3] << 8);
-    const simbus::Bytes text = controlIn(device, static_cast<std::uint16_t>(0x0300 | index), language);
-    if (text.size() < 2 || text[1] != 3) {
-        return std::nullopt;
-    }
-    std::wstring result;
-    for (std::size_t at = 2; at + 1 < std::min<std::size_t>(text.size(), text[0]); at += 2) {
-        result += static_cast<wchar_t>(text[at] | text[at + 1] << 8);
-    }
-    return result;
+simbus::Bytes readReportDescriptor(const HidInterface& interface) {
+    constexpr std::uint16_t kLongestDescriptor = 4096;  // for which a kernel has room
+    return simbus::readDescriptor(*interface.device, 0x81, 0x2200, interface.at.number, kLongestDescriptor);
 }
 
 std::unique_ptr<HidOpening> openHid(const HidInterface& interface) {
@@ -115,39 +76,73 @@ int HidOpening::read(std::uint8_t* data, std::size_t length,
     return static_cast<int>(count);
 }
 
-int HidOpening::write(const std::uint8_t* data, std::size_t length) {
+int HidOpening::write(std::uint8_t number, const std::uint8_t* data, std::size_t length) {
     static simbus::CallPoint callPoint("hid write");
     if (callPoint.enter()) {
         return -1;
     }
     const HidInterface& to = interface();
+    if (!to.at.outEndpoint.has_value()) {
+        return setReport(ReportType::output, number, data, length);
+    }
     simbus::Bytes report(data, data + length);
     simbus::Transfer transfer;
     transfer.data = report.data();
     transfer.length = report.size();
-    if (to.at.outEndpoint.has_value()) {
-        transfer.endpoint = *to.at.outEndpoint;
-    } else {
-        constexpr std::uint8_t kToInterface = 0x21;
-        constexpr std::uint8_t kSetReport = 9;
-        constexpr std::uint16_t kOutputReport = 0x0200;
-        transfer.setup = {kToInterface, kSetReport, kOutputReport, to.at.number,
-                          static_cast<std::uint16_t>(length)};
-    }
-    return runTransfer(to.device->connection, transfer, std::chrono::seconds(5))
-               ? static_cast<int>(transfer.actual)
-               : -1;
+    transfer.endpoint = *to.at.outEndpoint;
+    return simbus::runTransfer(to.device->connection, transfer) ? static_cast<int>(transfer.actual) : -1;
+}
+
+namespace {
+
+/// A request of the HID class for one report.
+simbus::Setup reportSetup(bool in, ReportType type, std::uint8_t number, std::uint8_t interfaceNumber,
+                          std::size_t length) {
+    constexpr std::uint8_t kFromInterface = 0xA1;
+    constexpr std::uint8_t kToInterface = 0x21;
+    constexpr std::uint8_t kGetReport = 1;
+    constexpr std::uint8_t kSetReport = 9;
+    const auto value = static_cast<std::uint16_t>(static_cast<unsigned>(type) << 8U | number);
+    return {in ? kFromInterface : kToInterface, in ? kGetReport : kSetReport, value, interfaceNumber,
+            static_cast<std::uint16_t>(length)};
+}
+
+}  // namespace
+
+int HidOpening::setReport(ReportType type, std::uint8_t number, const std::uint8_t* data,
+                          std::size_t length) {
+    const HidInterface& to = interface();
+    simbus::Bytes report(data, data + length);
+    simbus::Transfer transfer;
+    transfer.data = report.data();
+    transfer.length = report.size();
+    transfer.setup = reportSetup(false, type, number, to.at.number, length);
+    return simbus::runTransfer(to.device->connection, transfer) ? static_cast<int>(transfer.actual) : -1;
+}
+
+int HidOpening::getReport(ReportType type, std::uint8_t number, std::uint8_t* data, std::size_t length) {
+    const HidInterface& from = interface();
+    simbus::Transfer transfer;
+    transfer.data = data;
+    transfer.length = length;
+    transfer.setup = reportSetup(true, type, number, from.at.number, length);
+    return simbus::runTransfer(from.device->connection, transfer) ? static_cast<int>(transfer.actual) : -1;
 }
 
 std::shared_ptr<UsbHid> UsbHid::of(const HidInterface& interface) {
     const std::lock_guard lock(driversMutex);
     auto& entry = drivers[{interface.device->connection, interface.at.number}];
     auto driver = entry.lock();
-    if (driver == nullptr) {
+    if (driver == nullptr || driver->isGone()) {
         driver = std::make_shared<UsbHid>(interface);
         entry = driver;
     }
     return driver;
+}
+
+bool UsbHid::isGone() {
+    const std::lock_guard lock(mutex_);
+    return gone_;
 }
 
 void UsbHid::add(HidOpening& opening) {
@@ -172,8 +167,9 @@ void UsbHid::dropOldReports() const {
     transfer.data = report.data();
     transfer.length = report.size();
     constexpr int kMostDropped = 4096;  // a source never runs empty
-    for (int dropped = 0; dropped < kMostDropped &&
-                          runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0));
+    for (int dropped = 0;
+         dropped < kMostDropped &&
+         simbus::runTransfer(interface_.device->connection, transfer, std::chrono::milliseconds(0));
          ++dropped) {
     }
 }

@@ -22,11 +22,13 @@ struct HidInterface {
     simbus::HidInterface at;
 };
 
-/// All HID interfaces of the plugged devices, oldest connection first.
+/// All interfaces that the HID driver has, of the plugged devices, oldest connection first.
 std::vector<HidInterface> findHidInterfaces();
 
-/// Reads a string descriptor in the device's first language as Unicode; empty when there is none.
-std::optional<std::wstring> readString(const simbus::DeviceInfo& device, std::uint8_t index);
+/// The report descriptor of an interface; empty when the device does not give it.
+simbus::Bytes readReportDescriptor(const HidInterface& interface);
+
+enum class ReportType : std::uint8_t { input = 1, output = 2, feature = 3 };
 
 class UsbHid;
 class HidOpening;
@@ -47,8 +49,12 @@ class HidOpening {
     /// Reads the next input report, at most `length` bytes of it. Returns their number, 0 on time-out, or -1
     /// when the device is gone and all its reports have been read.
     int read(std::uint8_t* data, std::size_t length, std::optional<std::chrono::milliseconds> timeout);
-    /// Sends one output report (without id). Returns its length, or -1.
-    int write(const std::uint8_t* data, std::size_t length);
+    /// Sends one output report to the OUT endpoint or, without one, to endpoint 0. Returns its length, or -1.
+    int write(std::uint8_t number, const std::uint8_t* data, std::size_t length);
+    /// Sends or requests a report on endpoint 0. The data includes the number unless it is 0. Returns the
+    /// number of bytes, or -1.
+    int setReport(ReportType type, std::uint8_t number, const std::uint8_t* data, std::size_t length);
+    int getReport(ReportType type, std::uint8_t number, std::uint8_t* data, std::size_t length);
     const HidInterface& interface() const;
 
  private:
@@ -66,6 +72,8 @@ class UsbHid : public std::enable_shared_from_this<UsbHid> {
     /// Returns the driver of this interface; the first opening creates it.
     static std::shared_ptr<UsbHid> of(const HidInterface& interface);
 
+    /// True when the device has left, or the driver was detached from the interface.
+    bool isGone();
     void add(HidOpening& opening);
     void remove(HidOpening& opening);
 

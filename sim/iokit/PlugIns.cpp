@@ -184,8 +184,8 @@ IOReturn sendReport(void* self, IOHIDReportType type, std::uint32_t id, const st
     if (fault || object.opening == nullptr || type != kIOHIDReportTypeOutput || id != 0) {
         return fault.value_or(kIOReturnNotOpen);
     }
-    return object.opening->write(report, static_cast<std::size_t>(length)) < 0 ? kIOReturnNoDevice
-                                                                               : kIOReturnSuccess;
+    return object.opening->write(0, report, static_cast<std::size_t>(length)) < 0 ? kIOReturnNoDevice
+                                                                                  : kIOReturnSuccess;
 }
 
 const IOHIDDeviceDeviceInterface& HidInterfaceObject::functions() {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Dictionary.h"
+#include "HostRequests.h"
 #include "Objects.h"
 #include "Text.h"
 
@@ -93,7 +94,7 @@ CFTypeRef createProperty(const Service& service, const std::string& key) {
     if (!hid || text == hidTexts.end()) {
         return nullptr;
     }
-    const auto content = readString(*service.device, byteAt(descriptor, text->second));
+    const auto content = simbus::readString(*service.device, byteAt(descriptor, text->second));
     return content ? createString(utf8Of(*content)) : nullptr;
 }
 

@@ -74,12 +74,15 @@ int claimForTransfer(TransferRecord& record) {
 bool heldByHidDriver(const libusb_device& device, std::uint8_t interfaceNumber) {
     const auto& held = device.info->hidInterfaces;
     return std::any_of(held.begin(), held.end(),
-                       [&](const auto& interface) { return interface.number == interfaceNumber; });
+                       [&](const auto& interface) { return interface.number == interfaceNumber; }) &&
+           simbus::Bus::instance().hasDriver(device.info->connection, interfaceNumber);
 }
 
 bool anyClaimed(const libusb_device& device) {
     const auto& claims = state().claims;
-    return !device.info->hidInterfaces.empty() ||
+    const auto& held = device.info->hidInterfaces;
+    return std::any_of(held.begin(), held.end(),
+                       [&](const auto& interface) { return heldByHidDriver(device, interface.number); }) ||
            std::any_of(claims.begin(), claims.end(),
                        [&](const auto& claim) { return claim.first.first == device.info->connection; });
 }

@@ -23,7 +23,7 @@ void transferFinished(TransferRecord& record) {
         return;
     }
     record.context->finished.push_back(&record);
-    record.context->wake.notify_all();
+    wakeHandler(*record.context);
 }
 
 void removeFromFlying(TransferRecord& record) {

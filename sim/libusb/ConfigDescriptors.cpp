@@ -1,5 +1,6 @@
 #include "ConfigDescriptors.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "Checks.h"
@@ -22,16 +23,20 @@ int hand(const simbus::Bytes& bytes, libusb_config_descriptor** config) {
 }
 
 int handByValue(const simbus::DeviceInfo& info, std::uint8_t value, libusb_config_descriptor** config) {
-    constexpr std::size_t kValueAt = 5;
-    for (const simbus::Bytes& bytes : info.configurationDescriptors) {
-        if (bytes.size() > kValueAt && bytes[kValueAt] == value) {
-            return hand(bytes, config);
-        }
-    }
-    return LIBUSB_ERROR_NOT_FOUND;
+    const simbus::Bytes* bytes = configurationOf(info, value);
+    return bytes == nullptr ? static_cast<int>(LIBUSB_ERROR_NOT_FOUND) : hand(*bytes, config);
 }
 
 }  // namespace
+
+const simbus::Bytes* configurationOf(const simbus::DeviceInfo& info, std::uint8_t value) {
+    constexpr std::size_t kValueAt = 5;
+    const auto& all = info.configurationDescriptors;
+    const auto found = std::find_if(all.begin(), all.end(), [&](const simbus::Bytes& bytes) {
+        return bytes.size() > kValueAt && bytes[kValueAt] == value;
+    });
+    return found == all.end() ? nullptr : &*found;
+}
 
 }  // namespace sim
 

@@ -32,4 +32,7 @@ struct ConfigRecord {
 /// whole configuration invalid.
 int parseConfiguration(const simbus::Bytes& bytes, ConfigRecord& record);
 
+/// The descriptor of the configuration with that value; null when there is none.
+const simbus::Bytes* configurationOf(const simbus::DeviceInfo& info, std::uint8_t value);
+
 }  // namespace sim

@@ -1,4 +1,6 @@
 // Contexts: their devices, from libusb_init to libusb_exit.
+#include "Contexts.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -14,7 +16,7 @@ namespace {
 void onBusNews(const simbus::DeviceInfoPtr& info, bool arrived) {
     const StateLock lock(state().mutex);
     for (const auto& context : state().contexts) {
-        if (!context->inUse) {
+        if (!context->inUse || context->options.withoutDevices) {
             continue;
         }
         if (arrived) {
@@ -35,6 +37,7 @@ libusb_context& makeContext() {
         ended != contexts.end() ? **ended : *contexts.emplace_back(std::make_unique<libusb_context>());
     context.inUse = true;
     context.nextCallback = 1;
+    context.pollFdRemoved = nullptr;
     context.interrupted = context.deregistered = context.sourcesChanged = false;
     return context;
 }
@@ -71,6 +74,8 @@ std::vector<TransferRecord*> endContext(const char* function, libusb_context& co
             list.context = nullptr;
         }
     });
+    context.pollFds.reset();
+    context.polled = false;
     context.callbacks.clear();
     context.messages.clear();
     forgetDevices(context);
@@ -81,29 +86,27 @@ std::vector<TransferRecord*> endContext(const char* function, libusb_context& co
 
 }  // namespace
 
-}  // namespace sim
-
-using sim::StateLock;
-
-int libusb_init(libusb_context** given) {
-    SIM_ENTER();
+int startContext(libusb_context** given, const Options& options) {
     auto& bus = simbus::Bus::instance();
     if (bus.lacksScenario()) {
         return LIBUSB_ERROR_OTHER;  // an empty bus would look as if all devices had left
     }
-    static const int subscription = bus.subscribe(sim::onBusNews);
+    static const int subscription = bus.subscribe(onBusNews);
     static_cast<void>(subscription);  // kept for the lifetime of the process
-    const StateLock lock(sim::state().mutex);
-    sim::State& all = sim::state();
+    StateLock lock(state().mutex);
+    State& all = state();
     if (given == nullptr && all.defaultContextUsers > 0) {
         ++all.defaultContextUsers;
         return LIBUSB_SUCCESS;
     }
-    libusb_context& context = sim::makeContext();
+    libusb_context& context = makeContext();
     // From now on, subscriber calls wait for our lock; those about devices that are already in this list are
     // skipped.
-    for (const auto& info : bus.devices()) {
-        sim::deviceArrived(context, info, false);
+    context.options = options;
+    if (!options.withoutDevices) {
+        for (const auto& info : bus.devices()) {
+            deviceArrived(context, info, false);
+        }
     }
     if (given == nullptr) {
         all.defaultContext = &context;
@@ -114,12 +117,31 @@ int libusb_init(libusb_context** given) {
             all.implicitDefault = &context;
         }
     }
+    lock.unlock();
+    log(context, LIBUSB_LOG_LEVEL_DEBUG, "libusb_init", "a context of the simulated bus");
     return LIBUSB_SUCCESS;
+}
+
+}  // namespace sim
+
+using sim::StateLock;
+
+int libusb_init(libusb_context** given) {
+    SIM_ENTER();
+    sim::Options options;
+    {
+        const StateLock lock(sim::state().mutex);
+        options = sim::startingOptions();
+    }
+    return sim::startContext(given, options);
 }
 
 void libusb_exit(libusb_context* given) {
     SIM_ENTER_VOID();
     std::vector<sim::TransferRecord*> abandoned;
+    std::vector<libusb_pollfd> pollFds;
+    libusb_pollfd_removed_cb removed = nullptr;
+    void* userData = nullptr;
     {
         const StateLock lock(sim::state().mutex);
         sim::State& all = sim::state();
@@ -138,14 +160,22 @@ void libusb_exit(libusb_context* given) {
         if (all.implicitDefault == context) {
             all.implicitDefault = nullptr;
         }
+        removed = context->pollFdRemoved;
+        userData = context->pollFdUserData;
+        if (removed != nullptr) {
+            pollFds = context->pollFds->all();
+        }
         abandoned = sim::endContext(__func__, *context);
+    }
+    for (const libusb_pollfd& each : pollFds) {
+        removed(each.fd, userData);
     }
     sim::stopOnBus(abandoned);
 }
 
 const libusb_version* libusb_get_version() {
     SIM_ENTER_VOID();
-    static const libusb_version version = {1, 0, 26, 11724, "", "http://libusb.info"};
+    static const libusb_version version = {1, 0, 30, 12037, "", "https://libusb.info"};
     return &version;
 }
 
@@ -162,9 +192,4 @@ int libusb_has_capability(uint32_t capability) {
         default:
             return 0;
     }
-}
-
-int libusb_set_option(libusb_context* /*context*/, libusb_option /*option*/, ...) {
-    SIM_ENTER();
-    return LIBUSB_SUCCESS;  // no option has an effect here
 }

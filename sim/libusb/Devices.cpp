@@ -39,7 +39,7 @@ auto findConnection(libusb_context& context, simbus::ConnectionId connection) {
 
 void notify(libusb_context& context, libusb_device& device, libusb_hotplug_event event) {
     context.messages.push_back({&device, event});
-    context.wake.notify_all();
+    wakeHandler(context);
 }
 
 void freeUnlessReferred(libusb_device& device) {

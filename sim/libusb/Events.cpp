@@ -1,6 +1,7 @@
 #include "Events.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "Checks.h"
 #include "Transfers.h"
@@ -74,7 +75,12 @@ Work waitForWork(libusb_context& context, nanoseconds timeout) {
     }
 }
 
-/// One pass of the thread that holds the events lock.
+}  // namespace
+
+bool hasWork(const libusb_context& context) {
+    return triggered(context) || !context.finished.empty();
+}
+
 void handleOnce(libusb_context& context, nanoseconds timeout) {
     threadState().handling = &context;
     const Work work = waitForWork(context, timeout);
@@ -86,11 +92,14 @@ void handleOnce(libusb_context& context, nanoseconds timeout) {
     }
     if (work.transfers) {
         reapTransfers(context);
+        errno = EAGAIN;  // as when a kernel has no further transfer that has ended; programs print it
     }
     threadState().handling = nullptr;
+    if (context.polled.load(std::memory_order_relaxed)) {
+        const StateLock lock(state().mutex);
+        showWork(context);
+    }
 }
-
-}  // namespace
 
 void lockEvents(libusb_context& context) {
     StateLock lock(state().mutex);
@@ -211,6 +220,27 @@ int libusb_handle_events_timeout_completed(libusb_context* context, timeval* tim
     return sim::checkAndHandle(__func__, context, time, completed);
 }
 
+int libusb_handle_events_locked(libusb_context* given, timeval* time) {
+    SIM_ENTER();
+    if (time != nullptr && !sim::isValid(time)) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    {
+        const StateLock lock(sim::state().mutex);
+        libusb_context* context = sim::checkContext(__func__, given);
+        if (context == nullptr) {
+            return LIBUSB_ERROR_INVALID_PARAM;
+        }
+        if (context->eventsOwner != std::this_thread::get_id()) {
+            sim::violation(__func__, "the calling thread does not hold the events lock");
+            return LIBUSB_ERROR_OTHER;
+        }
+        given = context;
+    }
+    sim::handleOnce(*given, time == nullptr ? sim::kAMinute : sim::durationOf(*time));
+    return LIBUSB_SUCCESS;
+}
+
 int libusb_try_lock_events(libusb_context* given) {
     SIM_ENTER();
     int error = LIBUSB_SUCCESS;
@@ -306,6 +336,6 @@ void libusb_interrupt_event_handler(libusb_context* given) {
     libusb_context* context = sim::checkContext(__func__, given);
     if (context != nullptr) {
         context->interrupted = true;
-        context->wake.notify_all();
+        sim::wakeHandler(*context);
     }
 }

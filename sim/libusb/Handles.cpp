@@ -1,4 +1,6 @@
 // Open devices.
+#include "Handles.h"
+
 #include <algorithm>
 
 #include "Checks.h"
@@ -30,13 +32,7 @@ int codeOf(simbus::Status status) {
     }
 }
 
-/// The first step of every call on a handle: the handle, if it is valid, and the code to return when the call
-/// ends there.
-struct Opened {
-    libusb_device_handle* handle = nullptr;
-    int error = LIBUSB_SUCCESS;
-    simbus::ConnectionId connection = 0;
-};
+}  // namespace
 
 Opened attachedHandle(const char* function, libusb_device_handle* given) {
     Opened opened;
@@ -50,7 +46,6 @@ Opened attachedHandle(const char* function, libusb_device_handle* given) {
     return opened;
 }
 
-/// The same for calls about an interface.
 Opened attachedInterface(const char* function, libusb_device_handle* given, int interfaceNumber) {
     Opened opened = attachedHandle(function, given);
     if (opened.handle != nullptr && (interfaceNumber < 0 || interfaceNumber >= kMostInterfaces)) {
@@ -58,6 +53,8 @@ Opened attachedInterface(const char* function, libusb_device_handle* given, int 
     }
     return opened;
 }
+
+namespace {
 
 std::vector<TransferRecord*> transfersOf(const libusb_device_handle& handle, std::uint8_t interfaceNumber) {
     return flyingTransfers(*handle.context, [&](const TransferRecord& record) {
@@ -90,7 +87,7 @@ using sim::StateLock;
 
 int libusb_open(libusb_device* given, libusb_device_handle** handle) {
     SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
+    StateLock lock(sim::state().mutex);
     libusb_device* device = sim::checkDevice(__func__, given);
     if (device == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
@@ -106,8 +103,14 @@ int libusb_open(libusb_device* given, libusb_device_handle** handle) {
     sim::holdDevice(*device);
     device->context->handles.push_back(opened);
     device->context->sourcesChanged = true;
-    device->context->wake.notify_all();
+    sim::wakeHandler(*device->context);
     *handle = opened;
+    if (sim::isLogged(*opened->context, LIBUSB_LOG_LEVEL_DEBUG)) {
+        const std::string place =
+            std::to_string(device->info->busNumber) + "." + std::to_string(device->info->address);
+        lock.unlock();
+        sim::log(*opened->context, LIBUSB_LOG_LEVEL_DEBUG, __func__, "open " + place);
+    }
     return LIBUSB_SUCCESS;
 }
 
@@ -127,7 +130,7 @@ void libusb_close(libusb_device_handle* given) {
     const bool handlesEvents = sim::threadState().handling == &context;
     if (!handlesEvents) {
         ++context.closing;
-        context.wake.notify_all();
+        sim::wakeHandler(context);
         lock.unlock();
         sim::lockEvents(context);
         lock.lock();
@@ -192,7 +195,7 @@ int libusb_set_configuration(libusb_device_handle* given, int configuration) {
 
 int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
     SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
+    StateLock lock(sim::state().mutex);
     const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
     if (opened.error != LIBUSB_SUCCESS) {
         return opened.error;
@@ -200,7 +203,23 @@ int libusb_claim_interface(libusb_device_handle* given, int interfaceNumber) {
     if (const auto code = sim::hostFailure(*opened.handle->device, "claim"); code) {
         return *code;
     }
-    return sim::claimInterface(*opened.handle, static_cast<std::uint8_t>(interfaceNumber));
+    const auto number = static_cast<std::uint8_t>(interfaceNumber);
+    if (opened.handle->detachesDrivers) {
+        lock.unlock();
+        simbus::Bus::instance().setDriver(opened.connection, number, false);
+        lock.lock();
+    }
+    libusb_device_handle* handle = sim::checkHandle(__func__, given);
+    if (handle == nullptr) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    const int result = sim::claimInterface(*handle, number);
+    if (libusb_context& context = *handle->context; sim::isLogged(context, LIBUSB_LOG_LEVEL_DEBUG)) {
+        lock.unlock();
+        sim::log(context, LIBUSB_LOG_LEVEL_DEBUG, __func__,
+                 "interface " + std::to_string(interfaceNumber) + ": " + std::to_string(result));
+    }
+    return result;
 }
 
 int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
@@ -215,6 +234,7 @@ int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
         return LIBUSB_ERROR_NOT_FOUND;
     }
     sim::dropClaim(*opened.handle, number);
+    const bool attachDriver = opened.handle->detachesDrivers;
     const auto stopped = sim::transfersOf(*opened.handle, number);
     lock.unlock();
     // The kernel stops the transfers on the interface and selects its first setting.
@@ -222,6 +242,9 @@ int libusb_release_interface(libusb_device_handle* given, int interfaceNumber) {
     auto& bus = simbus::Bus::instance();
     if (bus.alternate(opened.connection, number).value_or(0) != 0) {
         bus.setAlternate(opened.connection, number, 0);
+    }
+    if (attachDriver) {
+        bus.setDriver(opened.connection, number, true);
     }
     return opened.error;
 }
@@ -267,29 +290,4 @@ int libusb_reset_device(libusb_device_handle* given) {
     // A device that is unplugged during the reset counts as not found.
     const auto status = simbus::Bus::instance().resetDevice(opened.connection);
     return status == simbus::Status::completed ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
-}
-
-int libusb_kernel_driver_active(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
-    const auto opened = sim::attachedInterface(__func__, given, interfaceNumber);
-    if (opened.error != LIBUSB_SUCCESS) {
-        return opened.error;
-    }
-    return sim::heldByHidDriver(*opened.handle->device, static_cast<std::uint8_t>(interfaceNumber)) ? 1 : 0;
-}
-
-/// The HID driver keeps its interfaces while the device is connected; there is no other driver.
-int libusb_attach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
-    const int error = sim::attachedInterface(__func__, given, interfaceNumber).error;
-    return error != LIBUSB_SUCCESS ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
-}
-
-int libusb_detach_kernel_driver(libusb_device_handle* given, int interfaceNumber) {
-    SIM_ENTER();
-    const StateLock lock(sim::state().mutex);
-    const int error = sim::attachedInterface(__func__, given, interfaceNumber).error;
-    return error != LIBUSB_SUCCESS ? error : static_cast<int>(LIBUSB_ERROR_NOT_FOUND);
 }

@@ -129,7 +129,20 @@ void libusb_hotplug_deregister_callback(libusb_context* given, libusb_hotplug_ca
         if (callback->handle == handle) {
             sim::drop(*context, callback);
             context->deregistered = true;
-            context->wake.notify_all();
+            sim::wakeHandler(*context);
         }
     }
+}
+
+void* libusb_hotplug_get_user_data(libusb_context* given, libusb_hotplug_callback_handle handle) {
+    SIM_ENTER_VOID();
+    const StateLock lock(sim::state().mutex);
+    const libusb_context* context = sim::checkContext(__func__, given);
+    if (context == nullptr) {
+        return nullptr;
+    }
+    const auto& all = context->callbacks;
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](const auto& callback) { return callback->handle == handle; });
+    return found == all.end() ? nullptr : (*found)->userData;
 }

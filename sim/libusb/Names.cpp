@@ -1,5 +1,9 @@
 // Names and messages of the library's codes.
+#include <strings.h>
+
+#include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "LibusbApi.h"
 
@@ -49,6 +53,20 @@ const char* libusb_error_name(int code) {
         default:
             return "**UNKNOWN**";
     }
+}
+
+/// The texts exist in English only; other languages of the real library are accepted.
+int libusb_setlocale(const char* locale) {
+    SIM_ENTER();
+    if (locale == nullptr || std::strlen(locale) < 2 ||
+        (std::strlen(locale) > 2 && std::strchr("-_.", locale[2]) == nullptr)) {
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    static constexpr std::array<const char*, 6> kLanguages = {"en", "nl", "fr", "ru", "de", "hu"};
+    const bool known = std::any_of(kLanguages.begin(), kLanguages.end(), [&](const char* language) {
+        return strncasecmp(locale, language, 2) == 0;
+    });
+    return known ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
 }
 
 const char* libusb_strerror(int code) {

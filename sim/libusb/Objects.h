@@ -2,6 +2,8 @@
 // guarded by sim::state().mutex, which is never held while the bus makes calls or user callbacks run.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -9,11 +11,14 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "LibusbApi.h"
+#include "Options.h"
+#include "PollFds.h"
 #include "Registry.h"
 
 struct libusb_device {
@@ -24,12 +29,15 @@ struct libusb_device {
     int callerReferences = 0;  ///< from lists and libusb_ref_device
     int ownReferences =
         1;  ///< of the library: the connection (then its departure's message), handles, transfers
+    /// Its manufacturer, product and serial number as UTF-8, each from the first time that it is read.
+    std::array<std::optional<std::string>, 3> strings{};
 };
 
 struct libusb_device_handle {
     libusb_device* device;
     libusb_context* context;
-    std::uint32_t claimed = 0;  ///< interfaces that the program has claimed itself, one bit each
+    std::uint32_t claimed = 0;     ///< interfaces that the program has claimed itself, one bit each
+    bool detachesDrivers = false;  ///< a claim detaches the kernel driver, and a release attaches it
 };
 
 namespace sim {
@@ -41,6 +49,7 @@ struct TransferRecord {
     TransferRecord& operator=(const TransferRecord&) = delete;
 
     libusb_transfer* const shown;  ///< the part that the program fills in
+    std::uint32_t stream = 0;      ///< as the program has set it
 
     std::mutex submission;  ///< held while the transfer is submitted to the bus or cancelled there; taken
                             ///< before the state's lock
@@ -88,6 +97,7 @@ struct ConfigRecord;
 
 struct libusb_context {
     bool inUse = false;
+    sim::Options options;
     std::vector<libusb_device*> devices;  ///< connected, newest first
     std::vector<libusb_device_handle*> handles;
     std::vector<std::shared_ptr<sim::HotplugCallback>> callbacks;  ///< newest first
@@ -106,6 +116,12 @@ struct libusb_context {
     std::deque<sim::TransferRecord*> finished;  ///< completed on the bus, callback not yet called
     std::vector<sim::TransferRecord*> flying;   ///< submitted, callback not yet called
 
+    /// Null until the program asks for them.
+    std::unique_ptr<sim::PollFds> pollFds;
+    std::atomic<bool> polled{false};  ///< they are not null; without the lock
+    libusb_pollfd_removed_cb pollFdRemoved = nullptr;
+    void* pollFdUserData = nullptr;
+
     /// The event waiters lock is a separate lock, because programs hold it. Taken before the state's lock.
     std::mutex waitersMutex;
     std::condition_variable waiters;
@@ -123,6 +139,7 @@ struct State {
     Registry<ConfigRecord> configs;
 
     std::vector<std::unique_ptr<libusb_context>> contexts;  ///< including ended ones, kept for reuse
+    Options options;                                        ///< of the contexts to come
     libusb_context* defaultContext = nullptr;
     int defaultContextUsers = 0;
     /// The first context, which a null context means when there is no default.

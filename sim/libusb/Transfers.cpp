@@ -153,9 +153,11 @@ int begin(TransferRecord& record) {
     record.deadline = 0;
     if (record.shown->timeout != 0) {
         record.deadline = nowNanoseconds() + std::int64_t{record.shown->timeout} * 1'000'000;
-        record.context->wake.notify_all();  // a sleeping event handler must learn of the new deadline
     }
     record.context->flying.push_back(&record);
+    if (record.deadline != 0) {
+        wakeHandler(*record.context);  // a sleeping event handler must learn of the new deadline
+    }
     return LIBUSB_SUCCESS;
 }
 

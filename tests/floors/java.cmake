@@ -138,6 +138,11 @@ if(newest)
   add_simulated_run("newest JDK" release COMMAND ${suite})
 endif()
 
+# Programs that know nothing of this project, on the drop-in libraries of the release build.
+add_run(java "foreign programs" NEEDS release PROPERTIES TIMEOUT 120 DEPENDS "${UNIT_RUNS}"
+  COMMAND ctest --test-dir build/release -j2 -L foreign --no-tests=error --output-on-failure
+    --output-junit FOLDER/reports/ctest.xml)
+
 add_run(java documents NEEDS "java tests" PROPERTIES TIMEOUT 420 DEPENDS "${UNIT_RUNS}"
   COMMAND ${PYTHON} tests/house/documents.py ${ROOT} ${RELEASE})
 

@@ -37,8 +37,12 @@ usr/share/lintian/overrides/orvex-usb-access
 usr/bin/simbus
 usr/lib/*/orvex-usb/orvex-usb-access.jar
 usr/lib/*/orvex-usb/sim/demo.json
+usr/lib/*/orvex-usb/sim/lib/libhidapi-hidraw.so
 usr/lib/*/orvex-usb/sim/lib/libhidapi-hidraw.so.0
+usr/lib/*/orvex-usb/sim/lib/libhidapi-libusb.so
+usr/lib/*/orvex-usb/sim/lib/libhidapi-libusb.so.0
 usr/lib/*/orvex-usb/sim/lib/libsimbus.so
+usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so
 usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so.0
 usr/lib/*/orvex-usb/sim/simbus
 usr/lib/*/orvex-usb/sim/usbip/simbus-usbip

@@ -53,10 +53,11 @@ TEST_F(HidInterfacesOnTheBus, ADriverTakesNoneWithoutAnInterruptInEndpoint) {
 }
 
 TEST_F(HidInterfacesOnTheBus, ReportSizesOutOfRangeAreRefused) {
-    for (const int size : {0, 4097}) {
-        const Json answer = ask(
-            {{"op", "change"}, {"device", "hid"}, {"set", {{"interfaces", {{{"hid", {{"input", size}}}}}}}}});
-        EXPECT_EQ(answer["ok"], false) << size;
+    const std::string longReport(2 * 4097, '0');
+    for (const Json& hid : {Json{{"input", 0}}, Json{{"input", 4097}}, Json{{"report", longReport}}}) {
+        const Json answer =
+            ask({{"op", "change"}, {"device", "hid"}, {"set", {{"interfaces", {{{"hid", hid}}}}}}});
+        EXPECT_EQ(answer["ok"], false) << hid;
     }
 }
 

@@ -11,8 +11,8 @@ TEST_F(LibusbDevices, VersionAndCapabilities) {
     const libusb_version* version = libusb_get_version();
     EXPECT_EQ(version->major, 1);
     EXPECT_EQ(version->minor, 0);
-    EXPECT_EQ(version->micro, 26);
-    EXPECT_EQ(version->nano, 11724);
+    EXPECT_EQ(version->micro, 30);
+    EXPECT_EQ(version->nano, 12037);
     EXPECT_STREQ(version->rc, "");
     EXPECT_NE(libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG), 0);
     EXPECT_EQ(libusb_has_capability(0x7777), 0);
