@@ -3,6 +3,7 @@
 
 #include "BusParts.h"
 #include "CallLog.h"
+#include "Forever.h"
 
 namespace simbus {
 
@@ -57,7 +58,7 @@ class ControlProtocol {
     ControlProtocol(Bus& bus, Bus::Parts& parts) : bus_(bus), parts_(parts) {}
 
     Json answer(const Json& request) {
-        static const std::map<std::string, Json (ControlProtocol::*)(const Json&)> operations = {
+        static const auto& operations = forever(std::map<std::string, Json (ControlProtocol::*)(const Json&)>{
             {"ping", &ControlProtocol::ping},
             {"load", &ControlProtocol::load},
             {"devices", &ControlProtocol::devices},
@@ -77,7 +78,7 @@ class ControlProtocol {
             {"clearCalls", &ControlProtocol::clearCalls},
             {"violations", &ControlProtocol::violations},
             {"clearViolations", &ControlProtocol::clearViolations},
-        };
+        });
         const std::string name = textOf(request, "op");
         const auto operation = operations.find(name);
         if (operation == operations.end()) {
@@ -89,8 +90,8 @@ class ControlProtocol {
  private:
     Json ping(const Json& /*request*/) {
         const std::lock_guard<std::mutex> lock(parts_.mutex);
-        static const std::map<Bus::Front, const char*> names = {
-            {Bus::Front::memory, "memory"}, {Bus::Front::kernel, "kernel"}, {Bus::Front::shared, "shared"}};
+        static const auto& names = forever(std::map<Bus::Front, const char*>{
+            {Bus::Front::memory, "memory"}, {Bus::Front::kernel, "kernel"}, {Bus::Front::shared, "shared"}});
         return {{"front", names.at(parts_.front)}};
     }
 

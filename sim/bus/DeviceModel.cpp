@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "Forever.h"
 #include "Json.h"
 
 namespace simbus {
@@ -23,7 +24,7 @@ Value oneOf(const Json& object, const char* key, Value fallback, const std::map<
 }
 
 const Json& listOf(const Json& object, const char* key) {
-    static const Json none = Json::array();
+    static const Json& none = forever(Json::array());
     const Json& value = valueOf(object, key);
     if (value.is_null()) {
         return none;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "Forever.h"
 #include "HostMessages.h"
 
 namespace simbus {
@@ -45,7 +46,7 @@ Json answerWith(const char* key, const std::optional<T>& value) {
 }  // namespace
 
 const std::map<std::string, HostSession::Operation>& HostSession::operations() {
-    static const std::map<std::string, Operation> all = {
+    static const auto& all = forever(std::map<std::string, Operation>{
         {"connections", &HostSession::connections},
         {"subscribe", &HostSession::subscribe},
         {"submit", &HostSession::submit},
@@ -61,7 +62,7 @@ const std::map<std::string, HostSession::Operation>& HostSession::operations() {
         {"release", &HostSession::release},
         {"setDriver", &HostSession::setDriver},
         {"hasDriver", &HostSession::hasDriver},
-    };
+    });
     return all;
 }
 

@@ -3,6 +3,8 @@
 #include <cctype>
 #include <stdexcept>
 
+#include "Forever.h"
+
 namespace simbus {
 
 namespace {
@@ -37,7 +39,7 @@ std::int64_t parse(const std::string& text, const char* key) {
 }  // namespace
 
 const Json& valueOf(const Json& object, const char* key) {
-    static const Json null;
+    static const Json& null = forever(Json());
     if (!object.is_object()) {
         throw wrong(key, "is asked of something that is not an object");
     }

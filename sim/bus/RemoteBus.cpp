@@ -9,6 +9,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "Forever.h"
 #include "HostMessages.h"
 #include "LocalSocket.h"
 
@@ -49,8 +50,8 @@ Json operationOf(const std::string& jsonLine) {
 
 /// The other process has no calls of this one to count or fail.
 bool isAboutCalls(const Json& operation) {
-    static const std::set<Json> operations = {"ping",       "fault",      "clearFaults",    "calls",
-                                              "clearCalls", "violations", "clearViolations"};
+    static const auto& operations = forever(std::set<Json>{"ping", "fault", "clearFaults", "calls",
+                                                           "clearCalls", "violations", "clearViolations"});
     return operations.count(operation) != 0;
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Dictionary.h"
+#include "Forever.h"
 #include "HostRequests.h"
 #include "Objects.h"
 #include "Text.h"
@@ -82,8 +83,8 @@ std::uint8_t byteAt(const simbus::Bytes& bytes, std::size_t at) {
 CFTypeRef createProperty(const Service& service, const std::string& key) {
     const simbus::Bytes& descriptor = service.device->deviceDescriptor;
     const bool hid = service.hid.has_value();
-    static const std::map<std::string, std::size_t> hidTexts = {
-        {"Manufacturer", 14}, {"Product", 15}, {"SerialNumber", 16}};
+    static const auto& hidTexts = simbus::forever(
+        std::map<std::string, std::size_t>{{"Manufacturer", 14}, {"Product", 15}, {"SerialNumber", 16}});
     if (key == (hid ? "VendorID" : "idVendor")) {
         return createNumber(wordAt(descriptor, 8));
     }

@@ -65,7 +65,7 @@ else()
   # A copy of the jar counts what the tests reach. What that disturbs runs with the jar itself.
   set(only_shipped shipped preload unloading)
   add_build("counted jars" release
-    "${PYTHON} tests/coverage/coverage.py count ${RELEASE} && rm -f ${RELEASE}/counted/results" "java tests")
+    "python3 -B tests/coverage/coverage.py count ${RELEASE} && rm -f ${RELEASE}/counted/results" "java tests")
   junit(suite TESTS ${RELEASE}/counted/tests/java/orvex-java-tests.jar WITHOUT kernel newest ${only_shipped})
   add_simulated_run(release release NEEDS "counted jars" COMMAND ${suite})
   list(TRANSFORM only_shipped PREPEND --include-tag=)
