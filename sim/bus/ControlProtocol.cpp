@@ -58,30 +58,31 @@ class ControlProtocol {
     ControlProtocol(Bus& bus, Bus::Parts& parts) : bus_(bus), parts_(parts) {}
 
     Json answer(const Json& request) {
-        static const auto& operations = forever(std::map<std::string, Json (ControlProtocol::*)(const Json&)>{
-            {"ping", &ControlProtocol::ping},
-            {"load", &ControlProtocol::load},
-            {"devices", &ControlProtocol::devices},
-            {"plug", &ControlProtocol::plug},
-            {"unplug", &ControlProtocol::unplug},
-            {"add", &ControlProtocol::add},
-            {"remove", &ControlProtocol::remove},
-            {"change", &ControlProtocol::change},
-            {"endpoint", &ControlProtocol::endpoint},
-            {"feed", &ControlProtocol::feed},
-            {"received", &ControlProtocol::received},
-            {"pending", &ControlProtocol::pending},
-            {"reset", &ControlProtocol::reset},
-            {"fault", &ControlProtocol::fault},
-            {"clearFaults", &ControlProtocol::clearFaults},
-            {"calls", &ControlProtocol::calls},
-            {"clearCalls", &ControlProtocol::clearCalls},
-            {"violations", &ControlProtocol::violations},
-            {"clearViolations", &ControlProtocol::clearViolations},
-        });
+        static const auto* const operations =
+            forever(std::map<std::string, Json (ControlProtocol::*)(const Json&)>{
+                {"ping", &ControlProtocol::ping},
+                {"load", &ControlProtocol::load},
+                {"devices", &ControlProtocol::devices},
+                {"plug", &ControlProtocol::plug},
+                {"unplug", &ControlProtocol::unplug},
+                {"add", &ControlProtocol::add},
+                {"remove", &ControlProtocol::remove},
+                {"change", &ControlProtocol::change},
+                {"endpoint", &ControlProtocol::endpoint},
+                {"feed", &ControlProtocol::feed},
+                {"received", &ControlProtocol::received},
+                {"pending", &ControlProtocol::pending},
+                {"reset", &ControlProtocol::reset},
+                {"fault", &ControlProtocol::fault},
+                {"clearFaults", &ControlProtocol::clearFaults},
+                {"calls", &ControlProtocol::calls},
+                {"clearCalls", &ControlProtocol::clearCalls},
+                {"violations", &ControlProtocol::violations},
+                {"clearViolations", &ControlProtocol::clearViolations},
+            });
         const std::string name = textOf(request, "op");
-        const auto operation = operations.find(name);
-        if (operation == operations.end()) {
+        const auto operation = operations->find(name);
+        if (operation == operations->end()) {
             throw std::runtime_error("unknown operation: " + name);
         }
         return (this->*operation->second)(request);
@@ -90,9 +91,9 @@ class ControlProtocol {
  private:
     Json ping(const Json& /*request*/) {
         const std::lock_guard<std::mutex> lock(parts_.mutex);
-        static const auto& names = forever(std::map<Bus::Front, const char*>{
+        static const auto* const names = forever(std::map<Bus::Front, const char*>{
             {Bus::Front::memory, "memory"}, {Bus::Front::kernel, "kernel"}, {Bus::Front::shared, "shared"}});
-        return {{"front", names.at(parts_.front)}};
+        return {{"front", names->at(parts_.front)}};
     }
 
     Json load(const Json& request) {

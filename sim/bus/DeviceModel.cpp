@@ -24,10 +24,10 @@ Value oneOf(const Json& object, const char* key, Value fallback, const std::map<
 }
 
 const Json& listOf(const Json& object, const char* key) {
-    static const Json& none = forever(Json::array());
+    static const Json* const none = forever(Json::array());
     const Json& value = valueOf(object, key);
     if (value.is_null()) {
-        return none;
+        return *none;
     }
     if (!value.is_array()) {
         throw std::runtime_error("\"" + std::string(key) + "\" is not a list");

@@ -46,7 +46,7 @@ Json answerWith(const char* key, const std::optional<T>& value) {
 }  // namespace
 
 const std::map<std::string, HostSession::Operation>& HostSession::operations() {
-    static const auto& all = forever(std::map<std::string, Operation>{
+    static const auto* const all = forever(std::map<std::string, Operation>{
         {"connections", &HostSession::connections},
         {"subscribe", &HostSession::subscribe},
         {"submit", &HostSession::submit},
@@ -63,7 +63,7 @@ const std::map<std::string, HostSession::Operation>& HostSession::operations() {
         {"setDriver", &HostSession::setDriver},
         {"hasDriver", &HostSession::hasDriver},
     });
-    return all;
+    return *all;
 }
 
 std::string HostSession::answer(const std::string& line) {

@@ -39,12 +39,12 @@ std::int64_t parse(const std::string& text, const char* key) {
 }  // namespace
 
 const Json& valueOf(const Json& object, const char* key) {
-    static const Json& null = forever(Json());
+    static const Json* const null = forever(Json());
     if (!object.is_object()) {
         throw wrong(key, "is asked of something that is not an object");
     }
     const auto found = object.find(key);
-    return found == object.end() ? null : *found;
+    return found == object.end() ? *null : *found;
 }
 
 std::string textOf(const Json& object, const char* key) {

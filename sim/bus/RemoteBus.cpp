@@ -50,9 +50,9 @@ Json operationOf(const std::string& jsonLine) {
 
 /// The other process has no calls of this one to count or fail.
 bool isAboutCalls(const Json& operation) {
-    static const auto& operations = forever(std::set<Json>{"ping", "fault", "clearFaults", "calls",
-                                                           "clearCalls", "violations", "clearViolations"});
-    return operations.count(operation) != 0;
+    static const auto* const operations = forever(std::set<Json>{
+        "ping", "fault", "clearFaults", "calls", "clearCalls", "violations", "clearViolations"});
+    return operations->count(operation) != 0;
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ std::uint8_t byteAt(const simbus::Bytes& bytes, std::size_t at) {
 CFTypeRef createProperty(const Service& service, const std::string& key) {
     const simbus::Bytes& descriptor = service.device->deviceDescriptor;
     const bool hid = service.hid.has_value();
-    static const auto& hidTexts = simbus::forever(
+    static const auto* const hidTexts = simbus::forever(
         std::map<std::string, std::size_t>{{"Manufacturer", 14}, {"Product", 15}, {"SerialNumber", 16}});
     if (key == (hid ? "VendorID" : "idVendor")) {
         return createNumber(wordAt(descriptor, 8));
@@ -91,8 +91,8 @@ CFTypeRef createProperty(const Service& service, const std::string& key) {
     if (key == (hid ? "ProductID" : "idProduct")) {
         return createNumber(wordAt(descriptor, 10));
     }
-    const auto text = hidTexts.find(key);
-    if (!hid || text == hidTexts.end()) {
+    const auto text = hidTexts->find(key);
+    if (!hid || text == hidTexts->end()) {
         return nullptr;
     }
     const auto content = simbus::readString(*service.device, byteAt(descriptor, text->second));
