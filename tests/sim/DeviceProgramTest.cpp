@@ -177,6 +177,11 @@ TEST_F(DeviceProgramTest, FeedsInTransfersThatWait) {
     EXPECT_EQ(reply(program, in, {{"data", "09"}})["ok"], true) << "it is late, and ignored";
     program.ask(feed);
     EXPECT_EQ(Exchange(connection, 0x81, Bytes(64)).received(), (Bytes{7, 8})) << "without a question";
+    Exchange another(connection, 0x81, Bytes(64));
+    const Json next = program.nextEvent();
+    EXPECT_EQ(next["event"], "in") << "nothing was cancelled";
+    reply(program, next, {{"data", "0A"}});
+    EXPECT_EQ(another.received(), Bytes{10});
 }
 
 TEST_F(DeviceProgramTest, MayLetAnInTransferWaitForLongerThanItsDeadline) {

@@ -49,7 +49,7 @@ class Host {
             }
             const std::string line = client_.line();
             if (line.empty()) {
-                ADD_FAILURE() << "the bus has hung up";
+                ADD_FAILURE() << "the bus has hung up, or says nothing";
                 return {};
             }
             heard_.push_back(Json::parse(line));
