@@ -93,11 +93,12 @@ std::optional<DeviceProgram::Answer> DeviceProgram::ask(const Transfer& transfer
 void DeviceProgram::open(const Transfer& transfer, std::size_t length) {
     Question& question = questions_[&transfer];
     question.number = ++lastNumber_;
-    if (isIn(transfer)) {
-        question.mostData = isControl(transfer) ? length : std::numeric_limits<std::size_t>::max();
-    }
-    if (isControl(transfer) ||
-        !isIn(transfer)) {  // a device may have nothing to send for as long as it likes
+    const bool mayWait =
+        isIn(transfer) && !isControl(transfer);  // a device may have nothing to send for long
+    if (mayWait) {
+        question.mostData = std::numeric_limits<std::size_t>::max();
+    } else {
+        question.mostData = isIn(transfer) ? length : 0;
         question.deadlineNanoseconds = nowNanoseconds() + std::int64_t{deadlineMs_} * 1'000'000;
         agenda_.wakeAt(question.deadlineNanoseconds);
     }
