@@ -93,8 +93,8 @@ std::optional<DeviceProgram::Answer> DeviceProgram::ask(const Transfer& transfer
 void DeviceProgram::open(const Transfer& transfer, std::size_t length) {
     Question& question = questions_[&transfer];
     question.number = ++lastNumber_;
-    const bool mayWait =
-        isIn(transfer) && !isControl(transfer);  // a device may have nothing to send for long
+    // A device may have nothing to send for long.
+    const bool mayWait = isIn(transfer) && !isControl(transfer);
     if (mayWait) {
         question.mostData = std::numeric_limits<std::size_t>::max();
     } else {

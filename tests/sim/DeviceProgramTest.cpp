@@ -209,6 +209,22 @@ TEST_F(DeviceProgramTest, IsToldThatASilentRequestIsCancelledAndMayAnswerLate) {
     EXPECT_EQ(stateOf("clever"), "answers");
 }
 
+TEST_F(DeviceProgramTest, HasNoTimeLimitOnceItIsSilent) {
+    bool wasInTime = false;
+    for (unsigned deadlineMs = 100; !wasInTime; deadlineMs *= 2) {
+        Host program(path());
+        ASSERT_EQ(serve(program, deadlineMs)["ok"], true);
+        Exchange silent(connection, 0, {}, kRead);
+        wasInTime = reply(program, program.event("control"), {{"silent", true}})["ok"];
+        if (wasInTime) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(deadlineMs) + aWhile);
+            EXPECT_TRUE(silent.waits());
+            EXPECT_TRUE(bus.cancel(silent.transfer));
+        }
+        EXPECT_EQ(silent.status(), wasInTime ? Status::cancelled : Status::stall);
+    }
+}
+
 TEST_F(DeviceProgramTest, HearsOfEverythingThatHappensToItsDevice) {
     Host program(path());
     serve(program);
