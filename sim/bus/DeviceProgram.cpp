@@ -75,7 +75,7 @@ std::optional<DeviceProgram::Answer> DeviceProgram::ask(const Transfer& transfer
     }
     Question& question = found->second;
     if (question.answer) {
-        const Answer answer = std::move(*question.answer);
+        Answer answer = std::move(*question.answer);
         questions_.erase(found);
         return answer;
     }

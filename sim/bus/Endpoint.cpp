@@ -170,7 +170,7 @@ bool Endpoint::moveIn(Transfer& transfer) {
 
 /// The answer of the program, once it is there. Its stall halts the endpoint until the host clears that.
 std::optional<DeviceProgram::Answer> Endpoint::askProgram(Transfer& transfer, std::size_t length) {
-    const auto answer = device_.program().ask(transfer, length);
+    auto answer = device_.program().ask(transfer, length);
     if (answer) {
         transfer.status = answer->status;
         halted_ = answer->status == Status::stall && device_.program().answers();

@@ -368,7 +368,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "invalid answer: \"stall\" is neither true nor false"},
         Misdeed{"SendsNoJson", 30000, sending("Segmentation fault"),
                 "invalid answer: a line is not a JSON object"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& each) { return std::string(each.param.name); });
 
 }  // namespace
 }  // namespace simtest
