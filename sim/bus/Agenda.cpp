@@ -6,12 +6,19 @@ namespace simbus {
 
 void Agenda::complete(Transfer& transfer, Status status) {
     transfer.status = status;
-    calls_.push_back({&transfer, nullptr, false});
-    ++added_;
+    add({&transfer, nullptr, nullptr, false});
 }
 
 void Agenda::tell(DeviceInfoPtr device, bool arrived) {
-    calls_.push_back({nullptr, std::move(device), arrived});
+    add({nullptr, nullptr, std::move(device), arrived});
+}
+
+void Agenda::call(std::function<void()> other) {
+    add({nullptr, std::move(other), nullptr, false});
+}
+
+void Agenda::add(Call call) {
+    calls_.push_back(std::move(call));
     ++added_;
 }
 
@@ -43,9 +50,9 @@ void Agenda::deliver(std::unique_lock<std::mutex>& lock) {
 }
 
 void Agenda::make(const Call& call, std::unique_lock<std::mutex>& lock) {
-    if (call.transfer != nullptr) {
+    if (call.device == nullptr) {
         lock.unlock();
-        call.transfer->done();
+        call.transfer != nullptr ? call.transfer->done() : call.other();
         lock.lock();
         return;
     }

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <limits>
 #include <map>
 #include <mutex>
@@ -28,6 +29,7 @@ class Agenda {
 
     void complete(Transfer& transfer, Status status);
     void tell(DeviceInfoPtr device, bool arrived);
+    void call(std::function<void()> other);
     void wakeAt(std::int64_t nanoseconds);
 
     int subscribe(Bus::Subscriber subscriber);
@@ -48,10 +50,12 @@ class Agenda {
 
  private:
     struct Call {
-        Transfer* transfer;  ///< null for news about a device
+        Transfer* transfer = nullptr;  ///< one of these three
+        std::function<void()> other;
         DeviceInfoPtr device;
-        bool arrived;
+        bool arrived = false;  ///< of the device
     };
+    void add(Call call);
     void make(const Call& call, std::unique_lock<std::mutex>& lock);
 
     std::deque<Call> calls_;

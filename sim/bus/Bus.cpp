@@ -92,7 +92,7 @@ bool Bus::hasControlSocket() const {
 bool Bus::openControlSocket(const std::string& path) {
     return hasControlSocket() || parts_->socket.open(path, [this](const ControlSocket::Tell& tell) {
         // Ends with the last copy of the answer.
-        const std::shared_ptr<HostSession> session(new HostSession(*this, tell));
+        const std::shared_ptr<HostSession> session(new HostSession(*this, *parts_, tell));
         const std::shared_ptr<void> end(nullptr, [session](void*) { session->end(); });
         return [session, end](const std::string& line) { return session->answer(line); };
     });

@@ -86,7 +86,8 @@ void Bus::Parts::add(const Json& scenario) {
         }
     }
     const bool plugged = model.plugged;
-    devices.push_back({scenario, std::move(model), nullptr, nullptr});
+    devices.push_back(
+        {scenario, std::move(model), std::make_unique<DeviceProgram>(agenda), nullptr, nullptr});
     if (plugged) {
         plug(devices.back());
     }
@@ -96,6 +97,7 @@ void Bus::Parts::remove(BusDevice& device) {
     if (device.plugged) {
         unplug(device);
     }
+    device.program->end("the device was removed");
     devices.erase(devices.begin() + (&device - devices.data()));
 }
 
@@ -104,8 +106,10 @@ void Bus::Parts::plug(BusDevice& device) {
         throw std::runtime_error("already plugged in: " + device.model.id);
     }
     const std::uint8_t address = nextAddress(device.model.bus);
-    device.plugged = std::make_unique<PluggedDevice>(device.model, ++lastConnection, address, agenda);
+    device.plugged =
+        std::make_unique<PluggedDevice>(device.model, ++lastConnection, address, agenda, *device.program);
     device.pluggedScenario = device.scenario;
+    device.program->tell({{"event", "plugged"}});
     agenda.tell(device.plugged->info(), true);
 }
 
@@ -114,6 +118,7 @@ void Bus::Parts::unplug(BusDevice& device) {
         throw std::runtime_error("already unplugged: " + device.model.id);
     }
     device.plugged->finishAll(Status::noDevice);
+    device.program->tell({{"event", "unplugged"}});
     agenda.tell(device.plugged->info(), false);
     device.plugged.reset();
 }

@@ -22,11 +22,12 @@ namespace simbus {
 struct BusDevice {
     Json scenario;      ///< as last changed
     DeviceModel model;  ///< parsed from `scenario`
+    std::unique_ptr<DeviceProgram> program;
     std::unique_ptr<PluggedDevice> plugged;
     Json pluggedScenario;  ///< as it was at the plug
 };
 
-struct Bus::Parts {
+struct Bus::Parts : ProgramDesk {
     std::mutex mutex;
     Agenda agenda;
     std::vector<BusDevice> devices;
@@ -46,6 +47,7 @@ struct Bus::Parts {
     BusDevice& find(const std::string& id);
     PluggedDevice& findPlugged(const std::string& id);
     PluggedDevice* connection(ConnectionId connection);
+    BusDevice* servedBy(const void* client);  ///< null when the client is no program
     Endpoint& endpoint(const std::string& id, std::uint8_t address);
     Received& received(const std::string& id, std::uint8_t address);
     std::uint8_t nextAddress(std::uint8_t bus);
@@ -58,6 +60,10 @@ struct Bus::Parts {
     /// plug.
     static void change(BusDevice& device, const Json& scenario);
     void reset();
+
+    Json serve(const Json& request, const void* client, const ControlSocket::Tell& tell) override;
+    Json reply(const Json& request, const void* client) override;
+    void dismiss(const void* client, const std::string& why) override;
 
     /// To be called last by every function that may cause completions, news or delays; see Agenda.
     void deliver(std::unique_lock<std::mutex>& lock);

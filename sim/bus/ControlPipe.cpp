@@ -1,6 +1,7 @@
 // The answers of a plugged device on its control pipe: first those of the scenario, then those that every
-// device must give.
+// device must give, then those of its program.
 #include <algorithm>
+#include <utility>
 
 #include "PluggedDevice.h"
 
@@ -48,15 +49,17 @@ enum DescriptorType : std::uint8_t {
 std::optional<Status> PluggedDevice::answerControl(Transfer& transfer) {
     const Setup& setup = transfer.setup;
     Bytes reply;
-    std::optional<Status> status = Status::stall;
+    std::optional<Status> status;
     const auto rule = std::find_if(model_.control.begin(), model_.control.end(),
                                    [&](const ControlRule& candidate) { return candidate.matches(setup); });
     if (rule != model_.control.end()) {
-        status = applyRule(*rule, transfer, reply);
-    } else if ((setup.requestType & 0x60U) == 0) {
-        status = answerStandard(setup, reply);
-    } else if ((setup.requestType & 0x7FU) == kClassToInterface) {
-        status = answerHidClass(setup);
+        status = rule->program ? askProgram(transfer, reply) : applyRule(*rule, transfer, reply);
+    } else {
+        const bool standard = (setup.requestType & 0x60U) == 0;
+        status = standard ? answerStandard(setup, reply) : answerHidClass(setup);
+        if (status == Status::stall) {
+            status = askProgram(transfer, reply);
+        }
     }
     if (status == Status::completed) {
         const bool in = (setup.requestType & 0x80U) != 0;
@@ -66,6 +69,15 @@ std::optional<Status> PluggedDevice::answerControl(Transfer& transfer) {
         }
     }
     return status;
+}
+
+std::optional<Status> PluggedDevice::askProgram(const Transfer& transfer, Bytes& reply) {
+    auto answer = program_.ask(transfer, transfer.setup.length);
+    if (!answer) {
+        return std::nullopt;
+    }
+    reply = std::move(answer->data);
+    return answer->status;
 }
 
 std::optional<Status> PluggedDevice::applyRule(const ControlRule& rule, const Transfer& transfer,
@@ -155,8 +167,8 @@ Status PluggedDevice::describeHid(const Setup& setup, Bytes& reply) const {
 /// Output reports on the control pipe are accepted and dropped; a control rule can keep them.
 Status PluggedDevice::answerHidClass(const Setup& setup) const {
     const bool known = setup.request == setReport || setup.request == setIdle || setup.request == setProtocol;
-    const bool in = (setup.requestType & 0x80U) != 0;
-    return known && !in && hidOf(setup) != nullptr ? Status::completed : Status::stall;
+    const bool addressed = setup.requestType == kClassToInterface && hidOf(setup) != nullptr;
+    return known && addressed ? Status::completed : Status::stall;
 }
 
 Status PluggedDevice::report(const Setup& setup, Bytes& reply) {

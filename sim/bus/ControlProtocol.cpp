@@ -47,6 +47,9 @@ Json describe(const BusDevice& device) {
         json["connection"] = device.plugged->info()->connection;
         json["configuration"] = device.plugged->configuration();
     }
+    if (device.program->answers() || !device.program->whyNot().empty()) {
+        json["program"] = device.program->answers() ? "answers" : device.program->whyNot();
+    }
     return json;
 }
 

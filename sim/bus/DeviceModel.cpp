@@ -43,7 +43,8 @@ Behaviour readBehaviour(const Json& json, std::uint8_t address) {
                                   {"sink", Kind::sink},
                                   {"source", Kind::source},
                                   {"silent", Kind::silent},
-                                  {"stall", Kind::stall}});
+                                  {"stall", Kind::stall},
+                                  {"program", Kind::program}});
     behaviour.echoTo = numberOf<std::uint8_t>(json, "to", static_cast<std::uint8_t>(address | 0x80U));
     behaviour.delayMs = numberOf<std::uint32_t>(json, "delayMs", 0);
     behaviour.shortBy = numberOf<std::uint32_t>(json, "shortBy", 0);
@@ -80,6 +81,7 @@ ControlRule readRule(const Json& json) {
     rule.fetch = optionalText(json, "fetch").value_or("");
     rule.stall = flagOf(json, "stall", false);
     rule.silent = flagOf(json, "silent", false);
+    rule.program = flagOf(json, "program", false);
     return rule;
 }
 

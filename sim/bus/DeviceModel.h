@@ -16,7 +16,7 @@
 namespace simbus {
 
 struct Behaviour {
-    enum class Kind { echo, sink, source, silent, stall };
+    enum class Kind { echo, sink, source, silent, stall, program };
     Kind kind = Kind::echo;
     std::uint8_t echoTo = 0;           ///< the IN endpoint that returns the bytes of an echoing OUT endpoint
     std::uint32_t delayMs = 0;         ///< from submission to completion
@@ -74,6 +74,7 @@ struct ControlRule {
     std::string fetch;  ///< name of the slot that is the reply
     bool stall = false;
     bool silent = false;
+    bool program = false;  ///< the device's program answers
 
     bool matches(const Setup& setup) const;
 };

@@ -37,7 +37,7 @@ bool Endpoint::cancel(Transfer& transfer) {
         return false;
     }
     waiting_.erase(found);
-    device_.agenda().complete(transfer, Status::cancelled);
+    end(transfer, Status::cancelled);
     service();
     return true;
 }
@@ -59,8 +59,13 @@ void Endpoint::setHalted(bool halted) {
 
 void Endpoint::finishAll(Status status) {
     for (Transfer* transfer : std::exchange(waiting_, {})) {
-        device_.agenda().complete(*transfer, status);
+        end(*transfer, status);
     }
+}
+
+void Endpoint::end(Transfer& transfer, Status status) {
+    device_.program().cancel(transfer);
+    device_.agenda().complete(transfer, status);
 }
 
 void Endpoint::forget() {
@@ -93,7 +98,7 @@ bool Endpoint::serviceOne() {
         return false;
     }
     waiting_.pop_front();
-    device_.agenda().complete(transfer, transfer.status);
+    end(transfer, transfer.status);
     return true;
 }
 
@@ -123,6 +128,12 @@ bool Endpoint::moveOut(Transfer& transfer) {
         transfer.actual = behaviour.limit ? allowed(transfer) : 0;
         return false;
     }
+    if (behaviour.kind == Behaviour::Kind::program) {
+        const auto answer = askProgram(transfer, allowed(transfer));
+        if (!answer || answer->status != Status::completed) {
+            return answer.has_value();
+        }
+    }
     transfer.actual = allowed(transfer);
     if (behaviour.record) {
         device_.received(model_.address).add(transfer.data, transfer.actual);
@@ -150,9 +161,35 @@ bool Endpoint::moveIn(Transfer& transfer) {
                 fillFromSource(transfer, wanted);
             }
             return false;
+        case Behaviour::Kind::program:
+            return fillFromProgram(transfer, wanted);
         default:  // a sink has no data to send
             return false;
     }
+}
+
+/// The answer of the program, once it is there. Its stall halts the endpoint until the host clears that.
+std::optional<DeviceProgram::Answer> Endpoint::askProgram(Transfer& transfer, std::size_t length) {
+    auto answer = device_.program().ask(transfer, length);
+    if (answer) {
+        transfer.status = answer->status;
+        halted_ = answer->status == Status::stall && device_.program().answers();
+    }
+    return answer;
+}
+
+/// Takes what was fed, or else what the program answers.
+bool Endpoint::fillFromProgram(Transfer& transfer, std::size_t wanted) {
+    if (queue_.empty() || !device_.program().answers()) {
+        const auto answer = askProgram(transfer, wanted);
+        if (!answer || answer->status != Status::completed) {
+            return answer.has_value();
+        }
+        queue_.push_back({answer->data, 0});
+    }
+    device_.program().drop(transfer);
+    takePacket(transfer, wanted);
+    return true;
 }
 
 void Endpoint::fillFromSource(Transfer& transfer, std::size_t wanted) {

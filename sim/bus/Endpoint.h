@@ -8,6 +8,7 @@
 
 #include "Agenda.h"
 #include "DeviceModel.h"
+#include "DeviceProgram.h"
 
 namespace simbus {
 
@@ -31,6 +32,7 @@ class Endpoint {
      public:
         virtual ~Device() = default;
         virtual Agenda& agenda() = 0;
+        virtual DeviceProgram& program() = 0;
         virtual Received& received(std::uint8_t address) = 0;
         virtual void feed(std::uint8_t address, Bytes data) = 0;
         /// Empty while the request has not been answered.
@@ -61,10 +63,13 @@ class Endpoint {
         std::size_t at = 0;
     };
 
+    void end(Transfer& transfer, Status status);
     bool serviceOne();
     bool move(Transfer& transfer);  ///< true when the transfer has ended and its status is set
     bool moveOut(Transfer& transfer);
     bool moveIn(Transfer& transfer);
+    bool fillFromProgram(Transfer& transfer, std::size_t wanted);
+    std::optional<DeviceProgram::Answer> askProgram(Transfer& transfer, std::size_t length);
     void takePacket(Transfer& transfer, std::size_t wanted);
     void fillFromSource(Transfer& transfer, std::size_t wanted);
     std::size_t allowed(const Transfer& transfer) const;

@@ -62,12 +62,17 @@ const std::map<std::string, HostSession::Operation>& HostSession::operations() {
         {"release", &HostSession::release},
         {"setDriver", &HostSession::setDriver},
         {"hasDriver", &HostSession::hasDriver},
+        {"serve", &HostSession::serve},
+        {"reply", &HostSession::reply},
     });
     return *all;
 }
 
 std::string HostSession::answer(const std::string& line) {
     const Json request = Json::parse(line, nullptr, false);
+    if (!request.is_object()) {
+        programs_.dismiss(this, "invalid answer: a line is not a JSON object");
+    }
     const Json operation = request.is_object() ? valueOf(request, "op") : Json();
     const auto found = operation.is_string() ? operations().find(operation) : operations().end();
     if (found == operations().end()) {
@@ -209,7 +214,16 @@ Json HostSession::hasDriver(const Json& request) {
     return {{"value", bus_.hasDriver(connectionOf(request), interfaceOf(request)) ? 1 : 0}};
 }
 
+Json HostSession::serve(const Json& request) {
+    return programs_.serve(request, this, tell_);
+}
+
+Json HostSession::reply(const Json& request) {
+    return programs_.reply(request, this);
+}
+
 void HostSession::end() {
+    programs_.dismiss(this, "the program ended");
     if (subscription_ != 0) {
         bus_.unsubscribe(subscription_);
     }

@@ -1,5 +1,5 @@
 // One client of the control socket: it sends requests of the control protocol, and may use the bus as a host
-// does.
+// does, or answer for a device.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,15 @@
 
 #include "Bus.h"
 #include "ControlSocket.h"
+#include "DeviceProgram.h"
 #include "Json.h"
 
 namespace simbus {
 
 class HostSession : public std::enable_shared_from_this<HostSession> {
  public:
-    HostSession(Bus& bus, ControlSocket::Tell tell) : bus_(bus), tell_(std::move(tell)) {}
+    HostSession(Bus& bus, ProgramDesk& programs, ControlSocket::Tell tell)
+        : bus_(bus), programs_(programs), tell_(std::move(tell)) {}
 
     /// Executes one request; as Bus::command(), which executes those that are not a host's. On the thread of
     /// the control socket.
@@ -48,10 +50,13 @@ class HostSession : public std::enable_shared_from_this<HostSession> {
     Json release(const Json& request);
     Json setDriver(const Json& request);
     Json hasDriver(const Json& request);
+    Json serve(const Json& request);
+    Json reply(const Json& request);
 
     void ended(std::uint64_t number);
 
     Bus& bus_;
+    ProgramDesk& programs_;
     const ControlSocket::Tell tell_;
     int subscription_ = 0;
     std::mutex mutex_;

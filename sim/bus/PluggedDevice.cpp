@@ -63,12 +63,16 @@ DeviceInfoPtr makeInfo(const DeviceModel& model, ConnectionId connection, std::u
 
 }  // namespace
 
-PluggedDevice::PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, Agenda& agenda)
-    : model_(std::move(model)), info_(makeInfo(model_, connection, address)), agenda_(agenda) {
+PluggedDevice::PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, Agenda& agenda,
+                             DeviceProgram& program)
+    : model_(std::move(model)),
+      info_(makeInfo(model_, connection, address)),
+      agenda_(agenda),
+      program_(program) {
     EndpointModel pipe;
     pipe.type = TransferType::control;
     endpoints_[0] = std::make_unique<Endpoint>(*this, pipe, 0);
-    setConfiguration(model_.activeConfiguration);
+    enter(model_.configuration(model_.activeConfiguration));
 }
 
 bool PluggedDevice::hasDriver(std::uint8_t interfaceNumber) const {
@@ -141,6 +145,12 @@ Status PluggedDevice::setConfiguration(std::uint8_t value) {
     if (chosen == nullptr && value != 0) {
         return Status::stall;
     }
+    enter(chosen);
+    program_.tell({{"event", "configuration"}, {"value", configuration()}});
+    return Status::completed;
+}
+
+void PluggedDevice::enter(const ConfigurationModel* chosen) {
     dropEndpoints(std::nullopt);
     alternates_.clear();
     configuration_ = chosen;
@@ -151,7 +161,6 @@ Status PluggedDevice::setConfiguration(std::uint8_t value) {
             }
         }
     }
-    return Status::completed;
 }
 
 Status PluggedDevice::setAlternate(std::uint8_t interfaceNumber, std::uint8_t alternate) {
@@ -161,6 +170,7 @@ Status PluggedDevice::setAlternate(std::uint8_t interfaceNumber, std::uint8_t al
     }
     dropEndpoints(interfaceNumber);
     raiseEndpoints(*chosen);
+    program_.tell({{"event", "alternate"}, {"interface", interfaceNumber}, {"value", alternate}});
     return Status::completed;
 }
 
@@ -196,6 +206,7 @@ void PluggedDevice::adoptBehaviours(const DeviceModel& changed) {
 
 void PluggedDevice::reset() {
     finishAll(Status::cancelled);
+    program_.tell({{"event", "reset"}});
     for (auto& endpoint : endpoints_) {
         if (endpoint) {
             endpoint->forget();
@@ -205,6 +216,7 @@ void PluggedDevice::reset() {
 
 void PluggedDevice::forgetPast() {
     detached_.clear();
+    program_.tell({{"event", "reset"}});
     for (auto& endpoint : endpoints_) {
         if (endpoint) {
             endpoint->forget();

@@ -14,7 +14,8 @@ namespace simbus {
 
 class PluggedDevice : public Endpoint::Device {
  public:
-    PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, Agenda& agenda);
+    PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, Agenda& agenda,
+                  DeviceProgram& program);
     PluggedDevice(const PluggedDevice&) = delete;
     PluggedDevice& operator=(const PluggedDevice&) = delete;
 
@@ -41,9 +42,11 @@ class PluggedDevice : public Endpoint::Device {
 
  private:
     Agenda& agenda() override { return agenda_; }
+    DeviceProgram& program() override { return program_; }
     void feed(std::uint8_t address, Bytes data) override;
     std::optional<Status> answerControl(Transfer& transfer) override;
 
+    std::optional<Status> askProgram(const Transfer& transfer, Bytes& reply);
     Status answerStandard(const Setup& setup, Bytes& reply);
     Status describe(const Setup& setup, Bytes& reply) const;
     const HidModel* hidOf(const Setup& setup) const;  ///< of the interface that the request addresses
@@ -54,12 +57,14 @@ class PluggedDevice : public Endpoint::Device {
     std::optional<Status> applyRule(const ControlRule& rule, const Transfer& transfer, Bytes& reply);
 
     const InterfaceModel* interface(std::uint8_t number, std::uint8_t alternate) const;
+    void enter(const ConfigurationModel* chosen);
     void dropEndpoints(std::optional<std::uint8_t> ofInterface);
     void raiseEndpoints(const InterfaceModel& interface);
 
     DeviceModel model_;
     DeviceInfoPtr info_;
     Agenda& agenda_;
+    DeviceProgram& program_;
     const ConfigurationModel* configuration_ = nullptr;    ///< null while unconfigured
     std::map<std::uint8_t, std::uint8_t> alternates_;      ///< of the active configuration's interfaces
     std::set<std::uint8_t> detached_;                      ///< HID interfaces without their driver

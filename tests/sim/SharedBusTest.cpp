@@ -1,55 +1,8 @@
 // The bus as a program of another process has it, over the control socket.
-#include <algorithm>
-
-#include "SimTest.h"
-#include "SocketClient.h"
+#include "SocketHost.h"
 
 namespace simtest {
 namespace {
-
-const std::string& socketPath() {
-    static const std::string path = testing::TempDir() + "simbus-shared-" + std::to_string(getpid());
-    return path;
-}
-
-class Host {
- public:
-    Json ask(const Json& request) {
-        client_.send(request.dump() + "\n");
-        return next([](const Json& message) { return !message.contains("event"); });
-    }
-    Json event(const std::string& name) {
-        return next([&](const Json& message) { return message.value("event", "") == name; });
-    }
-
-    Json submit(simbus::ConnectionId connection, int number, const Json& rest) {
-        Json request = {{"op", "submit"}, {"connection", connection}, {"transfer", number}};
-        request.update(rest);
-        return ask(request);
-    }
-
- private:
-    // The first message of that kind; those before it are kept.
-    Json next(const std::function<bool(const Json&)>& isWanted) {
-        for (;;) {
-            const auto found = std::find_if(heard_.begin(), heard_.end(), isWanted);
-            if (found != heard_.end()) {
-                Json message = std::move(*found);
-                heard_.erase(found);
-                return message;
-            }
-            const std::string line = client_.line();
-            if (line.empty()) {
-                ADD_FAILURE() << "the bus has hung up";
-                return {};
-            }
-            heard_.push_back(Json::parse(line));
-        }
-    }
-
-    std::vector<Json> heard_;
-    SocketClient client_{socketPath()};
-};
 
 class SharedBusTest : public LibusbTest {
  protected:

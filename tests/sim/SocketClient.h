@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -18,6 +19,8 @@ class SocketClient {
  public:
     explicit SocketClient(const std::string& path) : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {
         std::signal(SIGPIPE, SIG_IGN);  // sending to a closed socket fails instead
+        const timeval patience{30, 0};
+        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
@@ -36,7 +39,7 @@ class SocketClient {
     }
     void endSending() { shutdown(fd_, SHUT_WR); }
 
-    // Reads one line without its end; empty when the other side has closed.
+    // Reads one line without its end; empty when the other side has closed, or says nothing.
     std::string line() {
         std::size_t end = 0;
         while ((end = got_.find('\n')) == std::string::npos) {
