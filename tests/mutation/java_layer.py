@@ -52,7 +52,7 @@ class Test:
 
 class JavaLayer:
     patience = 5  # times as long as it takes without a change, then a test counts as failed
-    shortest_patience = 15  # seconds
+    shortest_patience = 45  # seconds
 
     def changes(self):
         demand(["cmake", "--preset", "release"])

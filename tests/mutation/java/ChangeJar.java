@@ -8,12 +8,14 @@ import java.nio.file.Path;
 import java.util.Collections;
 import java.util.HashMap;
 import java.util.Map;
+import java.util.regex.Pattern;
 import java.util.zip.ZipEntry;
 import java.util.zip.ZipFile;
 import java.util.zip.ZipOutputStream;
 import org.objectweb.asm.ClassReader;
 import org.objectweb.asm.ClassVisitor;
 import org.objectweb.asm.ClassWriter;
+import org.objectweb.asm.Handle;
 import org.objectweb.asm.Label;
 import org.objectweb.asm.MethodVisitor;
 import org.objectweb.asm.Type;
@@ -34,6 +36,8 @@ public final class ChangeJar {
             IFLT, IFLE, IFLE, IFLT, IFGT, IFGE, IFGE, IFGT,
             IF_ICMPLT, IF_ICMPLE, IF_ICMPLE, IF_ICMPLT, IF_ICMPGT, IF_ICMPGE, IF_ICMPGE, IF_ICMPGT);
     private static final Map<Integer, Integer> OPERATORS = new HashMap<>();
+    /** The flight recorder rewrites the classes of events, and does not accept changed ones. */
+    private static final Pattern LEFT_ALONE = Pattern.compile("(-info|Event)[.]class$");
 
     static {
         both(OPPOSITES, IFEQ, IFNE, IFLT, IFGE, IFGT, IFLE, IFNULL, IFNONNULL, IF_ICMPEQ, IF_ICMPNE, IF_ICMPLT, IF_ICMPGE,
@@ -61,9 +65,9 @@ public final class ChangeJar {
             for (ZipEntry entry : Collections.list(jar.entries())) {
                 try (InputStream content = jar.getInputStream(entry)) {
                     byte[] bytes = content.readAllBytes();
-                    boolean changes = entry.getName().startsWith(args[2]) && entry.getName().endsWith(".class")
-                            && !entry.getName().endsWith("-info.class");
-                    write(copy, entry.getName(), changes ? changed(bytes) : bytes);
+                    String name = entry.getName();
+                    boolean changes = name.startsWith(args[2]) && name.endsWith(".class") && !LEFT_ALONE.matcher(name).find();
+                    write(copy, name, changes ? changed(bytes) : bytes);
                 }
             }
             write(copy, "Mutants.class", Files.readAllBytes(Path.of(args[3])));
@@ -98,6 +102,8 @@ public final class ChangeJar {
         /** The compiler copies the blocks behind "finally"; the copies of a call are one change. */
         private final Map<String, Integer> calls = new HashMap<>();
         private int line;
+        /** Whether the compiler has written the method for a record: equals, hashCode or toString. */
+        private boolean isOfRecord;
 
         Changes(MethodVisitor code, String className, Type result) {
             super(ASM9, code);
@@ -109,6 +115,12 @@ public final class ChangeJar {
         public void visitLineNumber(int number, Label start) {
             line = number;
             super.visitLineNumber(number, start);
+        }
+
+        @Override
+        public void visitInvokeDynamicInsn(String name, String type, Handle maker, Object... arguments) {
+            isOfRecord |= maker.getOwner().equals("java/lang/runtime/ObjectMethods");
+            super.visitInvokeDynamicInsn(name, type, maker, arguments);
         }
 
         private int add(String what) {
@@ -148,6 +160,10 @@ public final class ChangeJar {
 
         @Override
         public void visitInsn(int instruction) {
+            if (isOfRecord) {
+                super.visitInsn(instruction);
+                return;
+            }
             Integer operator = OPERATORS.get(instruction);
             if (operator != null) {
                 choose(add("an operator"), () -> super.visitInsn(operator), () -> super.visitInsn(instruction));
