@@ -73,7 +73,7 @@ RemoteBus::RemoteBus(const std::string& path) {
 void RemoteBus::stop() {
     Bus::stop();
     if (socket_ >= 0) {
-        shutdown(socket_, SHUT_RDWR);
+        disconnect(socket_);
     }
     {
         const Lock lock(mutex_);

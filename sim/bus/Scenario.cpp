@@ -67,7 +67,7 @@ class Walker {
     bool takes(char expected) {
         skipSpace();
         const bool isNext = text_[at_] == expected;
-        at_ += isNext ? 1 : 0;
+        at_ += isNext ? 1U : 0U;
         skipSpace();
         return isNext;
     }
@@ -76,7 +76,7 @@ class Walker {
 
     void skipString() {
         while (text_[++at_] != '"') {
-            at_ += text_[at_] == '\\' ? 1 : 0;
+            at_ += text_[at_] == '\\' ? 1U : 0U;
         }
         ++at_;
     }
