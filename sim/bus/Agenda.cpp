@@ -29,6 +29,16 @@ void Agenda::wakeAt(std::int64_t nanoseconds) {
     }
 }
 
+bool Agenda::postpone(Transfer& transfer, std::uint32_t delayMs) {
+    if (delayMs == 0 || transfer.postponed) {
+        return false;
+    }
+    transfer.postponed = true;
+    transfer.dueNanoseconds = afterMilliseconds(delayMs);
+    wakeAt(transfer.dueNanoseconds);
+    return true;
+}
+
 int Agenda::subscribe(Bus::Subscriber subscriber) {
     subscribers_.emplace(nextSubscription_, std::move(subscriber));
     return nextSubscription_++;

@@ -22,6 +22,10 @@ inline std::int64_t nowNanoseconds() {
         .count();
 }
 
+inline std::int64_t afterMilliseconds(std::uint32_t delayMs) {
+    return nowNanoseconds() + std::int64_t{delayMs} * 1'000'000;
+}
+
 /// The caller of every function holds the lock of the bus.
 class Agenda {
  public:
@@ -31,6 +35,9 @@ class Agenda {
     void tell(DeviceInfoPtr device, bool arrived);
     void call(std::function<void()> other);
     void wakeAt(std::int64_t nanoseconds);
+    /// Makes the transfer due after a rule's delay, and returns true; returns false when that was done before
+    /// and when there is no delay.
+    bool postpone(Transfer& transfer, std::uint32_t delayMs);
 
     int subscribe(Bus::Subscriber subscriber);
     void unsubscribe(int subscription) { subscribers_.erase(subscription); }

@@ -14,6 +14,7 @@
 #include "CallLog.h"
 #include "HostSession.h"
 #include "RemoteBus.h"
+#include "Scenario.h"
 
 namespace simbus {
 
@@ -111,6 +112,13 @@ void Bus::stop() {
         parts_->agenda.wakeChanged().notify_all();
     }
     parts_->timer.finish();
+}
+
+void Bus::loadScenario(const std::string& json) {
+    const Json scenario = readScenario(json);
+    Lock lock(parts_->mutex);
+    parts_->load(scenario["devices"]);
+    parts_->settle(lock);
 }
 
 void Bus::plug(const std::string& id) {

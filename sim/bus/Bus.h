@@ -85,6 +85,7 @@ struct Transfer {
     // Private to the bus.
     ConnectionId connection = 0;
     std::int64_t dueNanoseconds = 0;
+    bool postponed = false;  ///< by the delay of a rule
 };
 
 struct ActiveEndpoint {

@@ -12,7 +12,7 @@ namespace {
 Json visible(Json scenario) {
     scenario.erase("plugged");
     forEachEndpoint(scenario, [](Json& endpoint) {
-        for (const char* key : {"behaviour", "to", "delayMs", "shortBy", "limit", "record"}) {
+        for (const char* key : {"behaviour", "to", "delayMs", "shortBy", "limit", "record", "rules"}) {
             endpoint.erase(key);
         }
     });
@@ -76,6 +76,17 @@ std::uint8_t Bus::Parts::nextAddress(std::uint8_t bus) {
         }
     }
     throw std::runtime_error("no address is free on the bus");
+}
+
+void Bus::Parts::load(const Json& list) {
+    lacksScenario = false;
+    while (!devices.empty()) {
+        remove(devices.back());
+    }
+    loaded = list;
+    for (const Json& device : list) {
+        add(device);
+    }
 }
 
 void Bus::Parts::add(const Json& scenario) {

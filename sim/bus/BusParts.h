@@ -52,6 +52,8 @@ struct Bus::Parts : ProgramDesk {
     Received& received(const std::string& id, std::uint8_t address);
     std::uint8_t nextAddress(std::uint8_t bus);
 
+    /// Replaces all devices with those of a checked scenario.
+    void load(const Json& list);
     void add(const Json& scenario);
     void remove(BusDevice& device);
     void plug(BusDevice& device);

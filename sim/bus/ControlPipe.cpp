@@ -49,18 +49,8 @@ enum DescriptorType : std::uint8_t {
 std::optional<Status> PluggedDevice::answerControl(Transfer& transfer) {
     const Setup& setup = transfer.setup;
     Bytes reply;
-    std::optional<Status> status;
-    const auto rule = std::find_if(model_.control.begin(), model_.control.end(),
-                                   [&](const ControlRule& candidate) { return candidate.matches(setup); });
-    if (rule != model_.control.end()) {
-        status = rule->program ? askProgram(transfer, reply) : applyRule(*rule, transfer, reply);
-    } else {
-        const bool standard = (setup.requestType & 0x60U) == 0;
-        status = standard ? answerStandard(setup, reply) : answerHidClass(setup);
-        if (status == Status::stall) {
-            status = askProgram(transfer, reply);
-        }
-    }
+    const Rule* rule = memory_.find(model_.control, transfer, setup.length);
+    const auto status = rule != nullptr ? obey(*rule, transfer, reply) : answerItself(transfer, reply);
     if (status == Status::completed) {
         const bool in = (setup.requestType & 0x80U) != 0;
         transfer.actual = in ? std::min<std::size_t>(reply.size(), setup.length) : setup.length;
@@ -80,19 +70,24 @@ std::optional<Status> PluggedDevice::askProgram(const Transfer& transfer, Bytes&
     return answer->status;
 }
 
-std::optional<Status> PluggedDevice::applyRule(const ControlRule& rule, const Transfer& transfer,
-                                               Bytes& reply) {
-    if (rule.silent) {
+std::optional<Status> PluggedDevice::answerItself(const Transfer& transfer, Bytes& reply) {
+    const bool standard = (transfer.setup.requestType & 0x60U) == 0;
+    const Status status = standard ? answerStandard(transfer.setup, reply) : answerHidClass(transfer.setup);
+    return status == Status::stall ? askProgram(transfer, reply) : status;
+}
+
+std::optional<Status> PluggedDevice::obey(const Rule& rule, Transfer& transfer, Bytes& reply) {
+    if (rule.silent || agenda_.postpone(transfer, rule.delayMs)) {
         return std::nullopt;
     }
-    if (rule.stall) {
-        return Status::stall;
+    std::optional<Status> status = rule.stall ? Status::stall : Status::completed;
+    if (rule.program) {
+        status = askProgram(transfer, reply);
     }
-    if (!rule.store.empty()) {
-        slots_[rule.store].assign(transfer.data, transfer.data + transfer.setup.length);
+    if (status) {
+        reply = applyRule(rule, transfer, transfer.setup.length).value_or(reply);
     }
-    reply = rule.fetch.empty() ? rule.reply : slots_[rule.fetch];
-    return Status::completed;
+    return status;
 }
 
 Status PluggedDevice::answerStandard(const Setup& setup, Bytes& reply) {

@@ -4,6 +4,7 @@
 #include "BusParts.h"
 #include "CallLog.h"
 #include "Forever.h"
+#include "Scenario.h"
 
 namespace simbus {
 
@@ -46,6 +47,7 @@ Json describe(const BusDevice& device) {
         json["address"] = device.plugged->info()->address;
         json["connection"] = device.plugged->info()->connection;
         json["configuration"] = device.plugged->configuration();
+        json["state"] = device.plugged->state();
     }
     if (device.program->answers() || !device.program->whyNot().empty()) {
         json["program"] = device.program->answers() ? "answers" : device.program->whyNot();
@@ -100,7 +102,11 @@ class ControlProtocol {
     }
 
     Json load(const Json& request) {
-        bus_.loadScenario(objectOf(request, "scenario").dump());
+        const Json& scenario = objectOf(request, "scenario");
+        inside("scenario", [&] { checkScenario(scenario); });
+        std::unique_lock<std::mutex> lock(parts_.mutex);
+        parts_.load(scenario["devices"]);
+        parts_.settle(lock);
         return Json::object();
     }
 
@@ -241,27 +247,6 @@ class ControlProtocol {
     Bus& bus_;
     Bus::Parts& parts_;
 };
-
-void Bus::loadScenario(const std::string& json) {
-    const Json scenario = Json::parse(json);
-    const Json& list = valueOf(scenario, "devices");
-    if (!list.is_array()) {
-        throw std::runtime_error("\"devices\" must be a list");
-    }
-    std::unique_lock<std::mutex> lock(parts_->mutex);
-    for (const Json& device : list) {
-        readDevice(device);  // an invalid scenario changes nothing
-    }
-    parts_->lacksScenario = false;
-    while (!parts_->devices.empty()) {
-        parts_->remove(parts_->devices.back());
-    }
-    parts_->loaded = list;
-    for (const Json& device : list) {
-        parts_->add(device);
-    }
-    parts_->settle(lock);
-}
 
 std::string Bus::command(const std::string& jsonLine) {
     return answered([&] { return ControlProtocol(*this, *parts_).answer(Json::parse(jsonLine)); });

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Bus.h"
+#include "Rules.h"
 
 namespace simbus {
 
@@ -23,6 +24,7 @@ struct Behaviour {
     std::size_t shortBy = 0;           ///< transfers move this many bytes less than requested
     std::optional<std::size_t> limit;  ///< and at most this many; a silent endpoint moves them, then nothing
     bool record = true;                ///< keep what an OUT endpoint takes, for Bus::received()
+    std::vector<Rule> rules;           ///< those that match come before all this
 };
 
 struct EndpointModel {
@@ -62,23 +64,6 @@ struct ConfigurationModel {
     std::vector<InterfaceModel> interfaces;
 };
 
-/// A rule for control requests that match it; absent numbers match any value.
-struct ControlRule {
-    std::optional<std::uint8_t> requestType;
-    std::optional<std::uint8_t> request;
-    std::optional<std::uint16_t> value;
-    std::optional<std::uint16_t> index;
-
-    Bytes reply;
-    std::string store;  ///< name of the slot that stores the data stage
-    std::string fetch;  ///< name of the slot that is the reply
-    bool stall = false;
-    bool silent = false;
-    bool program = false;  ///< the device's program answers
-
-    bool matches(const Setup& setup) const;
-};
-
 struct DeviceModel {
     std::string id;
     bool plugged = true;
@@ -101,13 +86,14 @@ struct DeviceModel {
     std::uint8_t activeConfiguration = 0;
     std::optional<Bytes> rawDeviceDescriptor;
     std::vector<Bytes> rawConfigurationDescriptors;
-    std::vector<ControlRule> control;
+    std::vector<Rule> control;  ///< rules for control requests
+    std::string state;          ///< of the rules, at the plug
     std::map<std::string, int> hostFailures;
 
     const ConfigurationModel* configuration(std::uint8_t value) const;
 };
 
-/// Throws std::runtime_error with a text that names the error.
+/// Throws Wrong.
 DeviceModel readDevice(const nlohmann::json& device);
 /// Visits the endpoints in the JSON of a device, in all its configurations and settings.
 void forEachEndpoint(nlohmann::json& device, const std::function<void(nlohmann::json&)>& visit);

@@ -24,8 +24,9 @@ void Received::clear() {
 void Endpoint::submit(Transfer& transfer) {
     transfer.actual = 0;
     transfer.dueNanoseconds = 0;
+    transfer.postponed = false;
     if (model_.behaviour.delayMs != 0) {
-        transfer.dueNanoseconds = nowNanoseconds() + std::int64_t{model_.behaviour.delayMs} * 1'000'000;
+        transfer.dueNanoseconds = afterMilliseconds(model_.behaviour.delayMs);
     }
     waiting_.push_back(&transfer);
     service();
@@ -42,8 +43,8 @@ bool Endpoint::cancel(Transfer& transfer) {
     return true;
 }
 
-void Endpoint::feed(Bytes data) {
-    queue_.push_back({std::move(data), 0});
+void Endpoint::feed(Bytes data, std::int64_t dueNanoseconds) {
+    queue_.push_back({std::move(data), 0, dueNanoseconds});
     service();
 }
 
@@ -109,11 +110,45 @@ bool Endpoint::move(Transfer& transfer) {
         transfer.status = status.value_or(Status::completed);
         return status.has_value();
     }
+    const std::size_t length = allowed(transfer);
+    const bool isAnswered = model_.isIn() && !queue_.empty();
+    const Rule* rule =
+        halted_ || isAnswered ? nullptr : device_.memory().find(model_.behaviour.rules, transfer, length);
+    if (rule != nullptr) {
+        return obey(*rule, transfer, length);
+    }
     if (halted()) {
         transfer.status = Status::stall;
         return true;
     }
-    return model_.isIn() ? moveIn(transfer) : moveOut(transfer);
+    return model_.isIn() ? moveIn(transfer, length) : moveOut(transfer, length);
+}
+
+bool Endpoint::obey(const Rule& rule, Transfer& transfer, std::size_t length) {
+    if (rule.silent || (model_.isIn() && device_.agenda().postpone(transfer, rule.delayMs))) {
+        return false;
+    }
+    if (rule.program &&
+        !(model_.isIn() ? fillFromProgram(transfer, length) : giveToProgram(transfer, length))) {
+        return false;
+    }
+    auto reply = device_.applyRule(rule, transfer, length);
+    if (rule.program) {
+        return true;
+    }
+    if (rule.stall) {
+        halted_ = true;
+        transfer.status = Status::stall;
+    } else if (model_.isIn()) {
+        queue_.push_back({reply.value_or(Bytes()), 0, 0});
+        takePacket(transfer, length);
+    } else {
+        take(transfer, length);
+        if (reply) {
+            device_.feed(model_.behaviour.echoTo, std::move(*reply), afterMilliseconds(rule.delayMs));
+        }
+    }
+    return true;
 }
 
 std::size_t Endpoint::allowed(const Transfer& transfer) const {
@@ -122,36 +157,44 @@ std::size_t Endpoint::allowed(const Transfer& transfer) const {
     return behaviour.limit ? std::min(*behaviour.limit, length) : length;
 }
 
-bool Endpoint::moveOut(Transfer& transfer) {
+bool Endpoint::moveOut(Transfer& transfer, std::size_t length) {
     const auto& behaviour = model_.behaviour;
     if (behaviour.kind == Behaviour::Kind::silent) {
-        transfer.actual = behaviour.limit ? allowed(transfer) : 0;
+        transfer.actual = behaviour.limit ? length : 0;
         return false;
     }
     if (behaviour.kind == Behaviour::Kind::program) {
-        const auto answer = askProgram(transfer, allowed(transfer));
-        if (!answer || answer->status != Status::completed) {
-            return answer.has_value();
-        }
+        return giveToProgram(transfer, length);
     }
-    transfer.actual = allowed(transfer);
-    if (behaviour.record) {
-        device_.received(model_.address).add(transfer.data, transfer.actual);
-    }
+    take(transfer, length);
     if (behaviour.kind == Behaviour::Kind::echo) {
-        device_.feed(behaviour.echoTo, Bytes(transfer.data, transfer.data + transfer.actual));
+        device_.feed(behaviour.echoTo, Bytes(transfer.data, transfer.data + transfer.actual), 0);
     }
     return true;
 }
 
-bool Endpoint::moveIn(Transfer& transfer) {
-    const std::size_t wanted = allowed(transfer);
+bool Endpoint::giveToProgram(Transfer& transfer, std::size_t length) {
+    const auto answer = askProgram(transfer, length);
+    if (answer && answer->status == Status::completed) {
+        take(transfer, length);
+    }
+    return answer.has_value();
+}
+
+void Endpoint::take(Transfer& transfer, std::size_t length) {
+    transfer.actual = length;
+    if (model_.behaviour.record) {
+        device_.received(model_.address).add(transfer.data, length);
+    }
+}
+
+bool Endpoint::moveIn(Transfer& transfer, std::size_t wanted) {
     switch (model_.behaviour.kind) {
         case Behaviour::Kind::source:
             fillFromSource(transfer, wanted);
             return true;
         case Behaviour::Kind::echo:
-            if (queue_.empty()) {
+            if (!canRead()) {
                 return false;
             }
             takePacket(transfer, wanted);
@@ -166,6 +209,19 @@ bool Endpoint::moveIn(Transfer& transfer) {
         default:  // a sink has no data to send
             return false;
     }
+}
+
+/// Whether something is queued that is due.
+bool Endpoint::canRead() {
+    if (queue_.empty()) {
+        return false;
+    }
+    const std::int64_t due = queue_.front().dueNanoseconds;
+    const bool isDue = due <= nowNanoseconds();
+    if (!isDue) {
+        device_.agenda().wakeAt(due);
+    }
+    return isDue;
 }
 
 /// The answer of the program, once it is there. Its stall halts the endpoint until the host clears that.
@@ -185,9 +241,11 @@ bool Endpoint::fillFromProgram(Transfer& transfer, std::size_t wanted) {
         if (!answer || answer->status != Status::completed) {
             return answer.has_value();
         }
-        queue_.push_back({answer->data, 0});
+        queue_.push_back({answer->data, 0, 0});
     }
-    device_.program().drop(transfer);
+    if (!canRead()) {
+        return false;
+    }
     takePacket(transfer, wanted);
     return true;
 }
@@ -200,8 +258,10 @@ void Endpoint::fillFromSource(Transfer& transfer, std::size_t wanted) {
 /// Takes packets until one is short, the transfer is full, or none is left.
 void Endpoint::takePacket(Transfer& transfer, std::size_t wanted) {
     const std::size_t packetSize = std::max<std::size_t>(model_.maxPacketSize & 0x7FFU, 1);
+    const std::int64_t now = nowNanoseconds();
+    device_.program().drop(transfer);
     transfer.actual = 0;
-    while (!queue_.empty()) {
+    while (!queue_.empty() && queue_.front().dueNanoseconds <= now) {
         Chunk& chunk = queue_.front();
         const std::size_t packet = std::min(packetSize, chunk.bytes.size() - chunk.at);
         const std::size_t room = wanted - transfer.actual;

@@ -34,7 +34,11 @@ class Endpoint {
         virtual Agenda& agenda() = 0;
         virtual DeviceProgram& program() = 0;
         virtual Received& received(std::uint8_t address) = 0;
-        virtual void feed(std::uint8_t address, Bytes data) = 0;
+        virtual void feed(std::uint8_t address, Bytes data, std::int64_t dueNanoseconds) = 0;
+        virtual RuleMemory& memory() = 0;
+        /// RuleMemory::apply(), which other transfers may wait for.
+        virtual std::optional<Bytes> applyRule(const Rule& rule, const Transfer& transfer,
+                                               std::size_t length) = 0;
         /// Empty while the request has not been answered.
         virtual std::optional<Status> answerControl(Transfer& transfer) = 0;
     };
@@ -48,8 +52,8 @@ class Endpoint {
     bool halted() const { return halted_ || model_.behaviour.kind == Behaviour::Kind::stall; }
 
     void submit(Transfer& transfer);
-    bool cancel(Transfer& transfer);  ///< false when it is not waiting here
-    void feed(Bytes data);
+    bool cancel(Transfer& transfer);                         ///< false when it is not waiting here
+    void feed(Bytes data, std::int64_t dueNanoseconds = 0);  ///< it can be read from then on
     void setBehaviour(const Behaviour& behaviour);
     void setHalted(bool halted);
     void finishAll(Status status);
@@ -61,13 +65,18 @@ class Endpoint {
     struct Chunk {
         Bytes bytes;
         std::size_t at = 0;
+        std::int64_t dueNanoseconds = 0;
     };
 
     void end(Transfer& transfer, Status status);
     bool serviceOne();
     bool move(Transfer& transfer);  ///< true when the transfer has ended and its status is set
-    bool moveOut(Transfer& transfer);
-    bool moveIn(Transfer& transfer);
+    bool moveOut(Transfer& transfer, std::size_t length);
+    bool moveIn(Transfer& transfer, std::size_t wanted);
+    bool obey(const Rule& rule, Transfer& transfer, std::size_t length);
+    void take(Transfer& transfer, std::size_t length);
+    bool giveToProgram(Transfer& transfer, std::size_t length);
+    bool canRead();
     bool fillFromProgram(Transfer& transfer, std::size_t wanted);
     std::optional<DeviceProgram::Answer> askProgram(Transfer& transfer, std::size_t length);
     void takePacket(Transfer& transfer, std::size_t wanted);

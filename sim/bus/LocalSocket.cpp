@@ -3,6 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#ifdef __linux__
+#include <sys/syscall.h>
+#endif
+
 #include <cerrno>
 #include <cstring>
 
@@ -44,6 +48,15 @@ int connectTo(const std::string& path) {
         return -1;
     }
     return fd;
+}
+
+void disconnect(int socket) {
+#ifdef __linux__
+    // The program's libraries may have a function `shutdown` of their own, which would be called.
+    syscall(SYS_shutdown, socket, SHUT_RDWR);
+#else
+    shutdown(socket, SHUT_RDWR);
+#endif
 }
 
 bool sendAll(int socket, const std::string& text) {

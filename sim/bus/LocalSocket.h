@@ -25,6 +25,9 @@ bool setPath(sockaddr_un& address, const std::string& path);
 /// Returns a socket whose reads and writes wait; -1, with errno set, when nobody listens at the path.
 int connectTo(const std::string& path);
 
+/// Ends both directions: whoever waits in a read or a write of it returns.
+void disconnect(int socket);
+
 /// Returns false when the other side is gone.
 bool sendAll(int socket, const std::string& text);
 

@@ -68,7 +68,8 @@ PluggedDevice::PluggedDevice(DeviceModel model, ConnectionId connection, std::ui
     : model_(std::move(model)),
       info_(makeInfo(model_, connection, address)),
       agenda_(agenda),
-      program_(program) {
+      program_(program),
+      memory_(model_.state) {
     EndpointModel pipe;
     pipe.type = TransferType::control;
     endpoints_[0] = std::make_unique<Endpoint>(*this, pipe, 0);
@@ -106,10 +107,20 @@ Received& PluggedDevice::received(std::uint8_t address) {
     return received_[slotOf(address)];
 }
 
-void PluggedDevice::feed(std::uint8_t address, Bytes data) {
+void PluggedDevice::feed(std::uint8_t address, Bytes data, std::int64_t dueNanoseconds) {
     if (Endpoint* target = endpoint(address); target != nullptr) {
-        target->feed(std::move(data));
+        target->feed(std::move(data), dueNanoseconds);
     }
+}
+
+std::optional<Bytes> PluggedDevice::applyRule(const Rule& rule, const Transfer& transfer,
+                                              std::size_t length) {
+    const std::string before = state();
+    auto reply = memory_.apply(rule, transfer, length);
+    if (state() != before) {
+        agenda_.wakeAt(nowNanoseconds());  // transfers at other endpoints may have waited for this state
+    }
+    return reply;
 }
 
 const InterfaceModel* PluggedDevice::interface(std::uint8_t number, std::uint8_t alternate) const {
@@ -222,7 +233,7 @@ void PluggedDevice::forgetPast() {
             endpoint->forget();
         }
     }
-    slots_.clear();
+    memory_ = RuleMemory(model_.state);
     for (auto& received : received_) {
         received.clear();
     }

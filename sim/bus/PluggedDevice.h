@@ -33,17 +33,21 @@ class PluggedDevice : public Endpoint::Device {
     bool hasDriver(std::uint8_t interfaceNumber) const;
     /// True when neither the configuration nor an alternate setting has changed since the plug.
     bool asPlugged() const;
+    const std::string& state() const { return memory_.state(); }  ///< of its rules
 
     void adoptBehaviours(const DeviceModel& changed);
     void reset();       ///< performs a bus reset
-    void forgetPast();  ///< drops everything queued, received and stored; waiting transfers keep waiting
+    void forgetPast();  ///< drops everything queued, received and remembered by rules; waiting transfers keep
+                        ///< waiting
     void finishAll(Status status);
     void service();
 
  private:
     Agenda& agenda() override { return agenda_; }
     DeviceProgram& program() override { return program_; }
-    void feed(std::uint8_t address, Bytes data) override;
+    void feed(std::uint8_t address, Bytes data, std::int64_t dueNanoseconds) override;
+    RuleMemory& memory() override { return memory_; }
+    std::optional<Bytes> applyRule(const Rule& rule, const Transfer& transfer, std::size_t length) override;
     std::optional<Status> answerControl(Transfer& transfer) override;
 
     std::optional<Status> askProgram(const Transfer& transfer, Bytes& reply);
@@ -54,7 +58,8 @@ class PluggedDevice : public Endpoint::Device {
     Status answerHidClass(const Setup& setup) const;
     Status report(const Setup& setup, Bytes& reply);
     Status setFeature(const Setup& setup, bool on);
-    std::optional<Status> applyRule(const ControlRule& rule, const Transfer& transfer, Bytes& reply);
+    std::optional<Status> obey(const Rule& rule, Transfer& transfer, Bytes& reply);
+    std::optional<Status> answerItself(const Transfer& transfer, Bytes& reply);
 
     const InterfaceModel* interface(std::uint8_t number, std::uint8_t alternate) const;
     void enter(const ConfigurationModel* chosen);
@@ -70,7 +75,7 @@ class PluggedDevice : public Endpoint::Device {
     std::set<std::uint8_t> detached_;                      ///< HID interfaces without their driver
     std::array<std::unique_ptr<Endpoint>, 32> endpoints_;  ///< OUT 0 to 15, then IN 1 to 15
     std::array<Received, 32> received_;
-    std::map<std::string, Bytes> slots_;  ///< contents stored by control rules
+    RuleMemory memory_;
 };
 
 }  // namespace simbus

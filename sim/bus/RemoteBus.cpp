@@ -12,6 +12,7 @@
 #include "Forever.h"
 #include "HostMessages.h"
 #include "LocalSocket.h"
+#include "Scenario.h"
 
 namespace simbus {
 
@@ -72,7 +73,7 @@ RemoteBus::RemoteBus(const std::string& path) {
 void RemoteBus::stop() {
     Bus::stop();
     if (socket_ >= 0) {
-        shutdown(socket_, SHUT_RDWR);
+        disconnect(socket_);
     }
     {
         const Lock lock(mutex_);
@@ -123,7 +124,7 @@ Json RemoteBus::change(const Json& request) {
 }
 
 void RemoteBus::loadScenario(const std::string& json) {
-    change({{"op", "load"}, {"scenario", Json::parse(json)}});
+    change({{"op", "load"}, {"scenario", readScenario(json)}});
 }
 
 void RemoteBus::plug(const std::string& id) {

@@ -48,11 +48,11 @@ def unplug_during_transfer(device, address):
     control("unplug", device=device)
 
 
-def output_of(*command, status=0):
-    """Runs a program to its end; returns what it has printed, also as errors."""
+def output_of(*command, status=0, deadline=DEADLINE, folder=None):
+    """Runs a program to its end; returns what it has printed, also as errors. Any status is good where it is None."""
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
-                          stdin=subprocess.DEVNULL, timeout=DEADLINE, check=False)
-    assert done.returncode == status, f"{command}: exit status {done.returncode}\n{done.stdout}"
+                          stdin=subprocess.DEVNULL, timeout=deadline, cwd=folder, check=False)
+    assert status in (done.returncode, None), f"{command}: exit status {done.returncode}\n{done.stdout}"
     return done.stdout
 
 
@@ -71,3 +71,13 @@ def running(*command, **how):
 def has(text, *parts):
     for part in parts:
         assert part in text, f"{part!r} is not in this:\n{text}"
+
+
+def fails_with(code, call, *arguments, **more):
+    """Makes a call that has to fail with this error of the system."""
+    try:
+        call(*arguments, **more)
+    except OSError as error:
+        assert error.errno == code, error
+    else:
+        raise AssertionError("the call has succeeded")

@@ -48,9 +48,12 @@ usr/lib/*/orvex-usb/sim/simbus
 usr/lib/*/orvex-usb/sim/usbip/simbus-usbip
 usr/share/doc/orvex-usb-simulator/changelog.Debian.gz
 usr/share/doc/orvex-usb-simulator/copyright
+usr/share/doc/orvex-usb-simulator/docs/any-usb-program.md
 usr/share/doc/orvex-usb-simulator/docs/remote-usb.md
 usr/share/doc/orvex-usb-simulator/docs/simulated-bus.md
 usr/share/doc/orvex-usb-simulator/docs/tool-window.png
+usr/share/doc/orvex-usb-simulator/examples/devices-by-rules/meter.py
+usr/share/doc/orvex-usb-simulator/examples/devices-by-rules/scenario.json
 usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/run
 usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/scenario.json
 usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/src/example/Monitor.java

@@ -24,39 +24,6 @@ const auto scenario = R"({"devices": [
 constexpr simbus::Setup kRead{0xC0, 7, 0x0102, 3, 4};
 constexpr simbus::Setup kWrite{0x40, 8, 0, 0, 2};
 
-// A transfer whose end can be waited for.
-class Exchange {
- public:
-    Exchange(simbus::ConnectionId connection, std::uint8_t endpoint, Bytes data, simbus::Setup setup = {})
-        : data_(std::move(data)) {
-        transfer.endpoint = endpoint;
-        transfer.setup = setup;
-        data_.resize(std::max<std::size_t>(data_.size(), setup.length));
-        transfer.data = data_.data();
-        transfer.length = data_.size();
-        transfer.done = [this] { ended_ = true; };
-        EXPECT_EQ(simbus::Bus::instance().submit(connection, transfer), simbus::Submitted::accepted);
-    }
-    Exchange(const Exchange&) = delete;
-    Exchange& operator=(const Exchange&) = delete;
-
-    bool waits() const { return !ended_; }
-    Status status() {
-        EXPECT_TRUE(eventually([this] { return !waits(); }));
-        return transfer.status;
-    }
-    Bytes received() {
-        EXPECT_EQ(status(), Status::completed);
-        return {data_.begin(), data_.begin() + static_cast<std::ptrdiff_t>(transfer.actual)};
-    }
-
-    simbus::Transfer transfer;
-
- private:
-    Bytes data_;
-    std::atomic<bool> ended_{false};
-};
-
 class DeviceProgramTest : public SimTest {
  protected:
     void SetUp() override {

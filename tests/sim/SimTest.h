@@ -34,6 +34,39 @@ Bytes counting(std::size_t length, unsigned first = 0);
 // Sends one request of the control protocol and returns its answer.
 Json ask(const Json& request);
 
+// A transfer whose end can be waited for.
+class Exchange {
+ public:
+    Exchange(simbus::ConnectionId connection, std::uint8_t endpoint, Bytes data, simbus::Setup setup = {})
+        : data_(std::move(data)) {
+        transfer.endpoint = endpoint;
+        transfer.setup = setup;
+        data_.resize(std::max<std::size_t>(data_.size(), setup.length));
+        transfer.data = data_.data();
+        transfer.length = data_.size();
+        transfer.done = [this] { ended_ = true; };
+        EXPECT_EQ(simbus::Bus::instance().submit(connection, transfer), simbus::Submitted::accepted);
+    }
+    Exchange(const Exchange&) = delete;
+    Exchange& operator=(const Exchange&) = delete;
+
+    bool waits() const { return !ended_; }
+    simbus::Status status() {
+        EXPECT_TRUE(eventually([this] { return !waits(); }));
+        return transfer.status;
+    }
+    Bytes received() {
+        EXPECT_EQ(status(), simbus::Status::completed);
+        return {data_.begin(), data_.begin() + static_cast<std::ptrdiff_t>(transfer.actual)};
+    }
+
+    simbus::Transfer transfer;
+
+ private:
+    Bytes data_;
+    std::atomic<bool> ended_{false};
+};
+
 // A bus with: "echo" (ECHO0001; bulk 01/81 and interrupt 02/82 echo pairs, packets of 64), "double" (two
 // configurations; the first has two interfaces, the second of them two settings), and "away" (ECHO0003),
 // which is not plugged in. A test fails if it leaves violations on the bus that it has not taken.
