@@ -45,6 +45,7 @@ usr/lib/*/orvex-usb/sim/lib/libsimbus.so
 usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so
 usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so.0
 usr/lib/*/orvex-usb/sim/python/boot_loader.py
+usr/lib/*/orvex-usb/sim/python/card_reader.py
 usr/lib/*/orvex-usb/sim/python/debug_probe.py
 usr/lib/*/orvex-usb/sim/python/simbus_device.py
 usr/lib/*/orvex-usb/sim/simbus
