@@ -18,7 +18,8 @@ CPUID, HALTING, CONTROL_SPACE, ROM_TABLE = 0xE000ED00, 0xE000EDF0, 0xE000E000, 0
 COMPONENTS = {ROM_TABLE: "04000000C4B40B000D1005B1", CONTROL_SPACE: "040000000CB00B000DE005B1"}  # by their identities
 
 DESCRIPTION = {
-    "id": "debug-probe", "vendorId": "0x1209", "productId": "0x7006", "product": "Probe CMSIS-DAP", "serial": "PYTHON02",
+    "id": "debug-probe", "vendorId": "0x1209", "productId": "0x7006", "product": "Probe CMSIS-DAP",
+    "serial": "PYTHON02",
     "interfaces": [{"string": "Probe CMSIS-DAP", "endpoints": [
         {"address": "0x01", "behaviour": "program"}, {"address": "0x81", "behaviour": "program"}]}]}
 

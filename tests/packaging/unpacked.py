@@ -47,6 +47,7 @@ usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so.0
 usr/lib/*/orvex-usb/sim/python/boot_loader.py
 usr/lib/*/orvex-usb/sim/python/card_reader.py
 usr/lib/*/orvex-usb/sim/python/debug_probe.py
+usr/lib/*/orvex-usb/sim/python/disk.py
 usr/lib/*/orvex-usb/sim/python/simbus_device.py
 usr/lib/*/orvex-usb/sim/simbus
 usr/lib/*/orvex-usb/sim/usbip/simbus-usbip
