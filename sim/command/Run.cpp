@@ -65,12 +65,16 @@ void load(const std::string& scenario) {
     }
 }
 
+void searchFirst(const char* variable, const std::string& folder) {
+    const char* others = std::getenv(variable);
+    const bool isFirst = others == nullptr || *others == '\0';
+    setenv(variable, (isFirst ? folder : folder + ":" + std::string(others)).c_str(), 1);
+}
+
 void setEnvironment(const std::string& socket) {
-    const std::string libraries = fs::read_symlink("/proc/self/exe").parent_path() / "lib";
-    const char* others = std::getenv("LD_LIBRARY_PATH");
-    const std::string path =
-        others == nullptr || *others == '\0' ? libraries : libraries + ":" + std::string(others);
-    setenv("LD_LIBRARY_PATH", path.c_str(), 1);
+    const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
+    searchFirst("LD_LIBRARY_PATH", own / "lib");
+    searchFirst("PYTHONPATH", own / "python");
     setenv("SIMBUS_BUS", socket.c_str(), 1);
     unsetenv("SIMBUS_SCENARIO");
     unsetenv("SIMBUS_SOCKET");

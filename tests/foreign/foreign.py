@@ -9,8 +9,10 @@ import subprocess
 import sys
 import time
 from importlib.util import find_spec
+from pathlib import Path
 
 DEADLINE = 20  # seconds, for whatever is awaited
+DEVICES = Path(__file__).resolve().parents[2] / "sim" / "python"
 
 
 def need(program, package):
@@ -40,6 +42,22 @@ def until(happened):
             return result
         time.sleep(0.01)
     raise AssertionError("it has not happened in time")
+
+
+def bus_entry(device):
+    """What the bus tells about a device; nothing when there is none of this id."""
+    return next((each for each in control("devices")["devices"] if each["id"] == device), {})
+
+
+@contextlib.contextmanager
+def device_program(script, device):
+    """Runs a script of the devices in Python; its device, of this id, is plugged in at the beginning of the block."""
+    with subprocess.Popen([sys.executable, "-B", DEVICES / script]) as program:
+        try:
+            until(lambda: bus_entry(device).get("plugged"))
+            yield program
+        finally:
+            program.kill()
 
 
 def unplug_during_transfer(device, address):

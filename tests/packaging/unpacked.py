@@ -44,6 +44,11 @@ usr/lib/*/orvex-usb/sim/lib/libhidapi-libusb.so.0
 usr/lib/*/orvex-usb/sim/lib/libsimbus.so
 usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so
 usr/lib/*/orvex-usb/sim/lib/libusb-1.0.so.0
+usr/lib/*/orvex-usb/sim/python/boot_loader.py
+usr/lib/*/orvex-usb/sim/python/card_reader.py
+usr/lib/*/orvex-usb/sim/python/debug_probe.py
+usr/lib/*/orvex-usb/sim/python/disk.py
+usr/lib/*/orvex-usb/sim/python/simbus_device.py
 usr/lib/*/orvex-usb/sim/simbus
 usr/lib/*/orvex-usb/sim/usbip/simbus-usbip
 usr/share/doc/orvex-usb-simulator/changelog.Debian.gz
@@ -74,7 +79,7 @@ usr/share/man/man1/simbus.1.gz
 # Files that only some builds have.
 MANUAL = "usr/share/man/man1/orvex-usb.1.gz"
 OPTIONAL = {MANUAL, "usr/share/bash-completion/completions/orvex-usb"}
-PROGRAMS = re.compile(r"/bin/|/usbip/|/sim/simbus$|/examples/[\w-]+/run$")
+PROGRAMS = re.compile(r"/bin/|/usbip/|/sim/simbus$|/sim/python/(?!simbus_device)|/examples/[\w-]+/run$")
 # Libraries of the C and C++ runtime, which NOTICE names as a whole.
 RUNTIME = ("libc.", "libm.", "libpthread.", "libgcc_s.", "libstdc++.", "ld-linux")
 
@@ -183,6 +188,14 @@ def java_finds_devices(packages):
     packages.expect_tools(said)
 
 
+def devices_in_python_work(packages):
+    """A device in Python of the simulator's package answers on its bus, where programs find the module for others."""
+    wait = 'until "$1/simbus" control devices | grep boot-loader.*answers; do kill -0 $!; done'
+    script = f'"$1/python/boot_loader.py" & {wait}; kill $!; cd /; python3 -Bc "import simbus_device"'
+    packages.run(packages.root / "usr/bin/simbus", "run", packages.release / "sim/demo.json", "--",
+                 "timeout", "60", "sh", "-ec", script, "sh", packages.release / "sim")
+
+
 def examples_are_tested(packages):
     """The tests of the example projects pass on the simulator's package; those of the window want a display."""
     for name in ("tool-with-tests", "tool-window"):
@@ -201,7 +214,7 @@ def signing_stays_on_macos(_):
 
 
 LOOKS = [hold_what_they_should, are_for_the_processor, name_their_dependencies]
-CHECKS = [*LOOKS, tool_finds_devices, tool_simulates, java_finds_devices,
+CHECKS = [*LOOKS, tool_finds_devices, tool_simulates, java_finds_devices, devices_in_python_work,
           examples_are_tested, have_no_faults, are_reproducible, signing_stays_on_macos]
 
 
