@@ -1,5 +1,6 @@
 #include "CaptureFile.h"
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -62,6 +63,9 @@ Capture readCapture(Bytes file) {
 }
 
 Capture readCaptureFile(const std::string& path) {
+    if (!std::filesystem::is_regular_file(path)) {
+        throw std::runtime_error(path + " is not a file");
+    }
     std::ifstream stream(path, std::ios::binary);
     Bytes bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     if (!stream.is_open() || stream.bad()) {
