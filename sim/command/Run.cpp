@@ -1,56 +1,18 @@
 #include "Run.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <stdexcept>
-#include <system_error>
 
 #include "Bus.h"
+#include "Program.h"
 
 namespace simbus::command {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr int kCannotStart = 126;
-constexpr int kNotFound = 127;
-constexpr int kSignalled = 128;
-
-volatile std::sig_atomic_t started = 0;  // the program's process id
-
-/// The folder of the control socket, which no other user can reach; removed at the end.
-class PrivateFolder {
- public:
-    PrivateFolder() {
-        const char* place = std::getenv("XDG_RUNTIME_DIR");
-        const bool isThere = place != nullptr && *place == '/' && access(place, W_OK) == 0;
-        path_ = std::string(isThere ? place : "/tmp") + "/simbus-XXXXXX";
-        if (mkdtemp(path_.data()) == nullptr) {
-            throw std::system_error(errno, std::generic_category(), path_);
-        }
-    }
-    ~PrivateFolder() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    PrivateFolder(const PrivateFolder&) = delete;
-    PrivateFolder& operator=(const PrivateFolder&) = delete;
-
-    std::string socket() const { return path_ + "/bus"; }
-
- private:
-    std::string path_;
-};
 
 void load(const std::string& scenario) {
     std::ifstream file(scenario);
@@ -65,53 +27,12 @@ void load(const std::string& scenario) {
     }
 }
 
-void searchFirst(const char* variable, const std::string& folder) {
-    const char* others = std::getenv(variable);
-    const bool isFirst = others == nullptr || *others == '\0';
-    setenv(variable, (isFirst ? folder : folder + ":" + std::string(others)).c_str(), 1);
-}
-
 void setEnvironment(const std::string& socket) {
-    const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
-    searchFirst("LD_LIBRARY_PATH", own / "lib");
-    searchFirst("PYTHONPATH", own / "python");
+    searchFirst("LD_LIBRARY_PATH", ownFolder() / "lib");
+    searchFirst("PYTHONPATH", ownFolder() / "python");
     setenv("SIMBUS_BUS", socket.c_str(), 1);
     unsetenv("SIMBUS_SCENARIO");
     unsetenv("SIMBUS_SOCKET");
-}
-
-/// The terminal sends these to the program, too, which decides what to do.
-void leaveInterruptsToProgram() {
-    std::signal(SIGINT, SIG_IGN);
-    std::signal(SIGQUIT, SIG_IGN);
-}
-
-void passOn(int signal) {
-    kill(static_cast<pid_t>(started), signal);
-}
-
-/// Returns 0 or an error of the system.
-int start(char* const* program) {
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t ownWay;
-    sigemptyset(&ownWay);
-    sigaddset(&ownWay, SIGINT);
-    sigaddset(&ownWay, SIGQUIT);
-    posix_spawnattr_setsigdefault(&attributes, &ownWay);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-    pid_t process = 0;
-    const int problem = posix_spawnp(&process, program[0], nullptr, &attributes, program, environ);
-    posix_spawnattr_destroy(&attributes);
-    started = process;
-    return problem;
-}
-
-int waitForEnd() {
-    int status = 0;
-    while (waitpid(static_cast<pid_t>(started), &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 }  // namespace
@@ -125,20 +46,13 @@ int run(const std::string& scenario, char* const* program) {
     const PrivateFolder folder;
     const char* wanted = std::getenv("SIMBUS_SOCKET");
     const bool isWanted = wanted != nullptr && *wanted != '\0';
-    const std::string socket = isWanted ? wanted : folder.socket();
+    const std::string socket = isWanted ? wanted : folder.path() + "/bus";
     if (!(isWanted ? bus.hasControlSocket() : bus.openControlSocket(socket))) {
         throw std::runtime_error("there is no control socket at " + socket);
     }
     bus.setFront(Bus::Front::shared);
     setEnvironment(fs::absolute(socket));
-    leaveInterruptsToProgram();
-    if (const int problem = start(program); problem != 0) {
-        std::cerr << "simbus: " << program[0] << ": " << std::strerror(problem) << std::endl;
-        return problem == ENOENT ? kNotFound : kCannotStart;
-    }
-    std::signal(SIGTERM, passOn);
-    std::signal(SIGHUP, passOn);
-    return waitForEnd();
+    return runProgram("simbus", program);
 }
 
 }  // namespace simbus::command

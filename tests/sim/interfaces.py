@@ -1,6 +1,6 @@
 """What the drop-in libraries offer: usage interfaces.py FOLDER.
 
-Each library exports the functions that interfaces.txt lists for all versions of the library that it replaces, and nothing
+Each library exports the functions that sim/interfaces.txt lists for all versions of the library that it replaces, and nothing
 else, and is in the folder under all names by which programs load it. Every function of the system's own library, where
 that is installed, is listed. Where it is newer than the list, a function is missing here first.
 """
@@ -22,7 +22,7 @@ def exported(library):
 def listed():
     """The functions of each library, of all versions together."""
     libraries = {}
-    for line in Path(__file__).with_name("interfaces.txt").read_text().splitlines():
+    for line in (Path(__file__).parents[2] / "sim" / "interfaces.txt").read_text().splitlines():
         if header := re.fullmatch(r"\[(\S+) \S+\]", line):
             functions = libraries.setdefault(header[1], set())
         elif line:

@@ -1,0 +1,160 @@
+#include "Record.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include "Journal.h"
+#include "Program.h"
+#include "capture/CaptureFile.h"
+
+namespace simbus::record {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::array<const char*, 3> kLibraries = {"libusb-1.0", "libhidapi-hidraw", "libhidapi-libusb"};
+
+/// The file that a program gets when it asks for a library by this name; empty when there is none.
+fs::path libraryOf(const std::string& name) {
+    const char* folders = std::getenv("LD_LIBRARY_PATH");
+    std::istringstream path(folders == nullptr ? "" : folders);
+    for (std::string folder; std::getline(path, folder, ':');) {
+        if (fs::exists(fs::path(folder) / name)) {
+            return fs::canonical(fs::path(folder) / name);
+        }
+    }
+    void* loaded = dlopen(name.c_str(), RTLD_LAZY | RTLD_LOCAL);
+    link_map* map = nullptr;
+    if (loaded == nullptr || dlinfo(loaded, RTLD_DI_LINKMAP, &map) != 0) {
+        return {};
+    }
+    return fs::canonical(map->l_name);
+}
+
+/// Puts the recorder of each library that is there into the folder `lib`, and the library into `real`. A
+/// library that is not there is missing for the program as before.
+std::set<std::string> placeLibraries(const fs::path& folder) {
+    const fs::path recorders = command::ownFolder() / "record-lib";
+    std::set<std::string> placed;
+    for (const char* library : kLibraries) {
+        const std::string name = std::string(library) + ".so.0";
+        if (const fs::path real = libraryOf(name); !real.empty()) {
+            fs::create_symlink(real, folder / "real" / name);
+            fs::create_symlink(recorders / name, folder / "lib" / name);
+            fs::create_symlink(recorders / name, folder / "lib" / (std::string(library) + ".so"));
+            placed.insert(library);
+        }
+    }
+    return placed;
+}
+
+/// Returns its descriptor, for appending, or -1, with the reason said, when the disk is full.
+int createCapture(const std::string& file) {
+    const int created = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
+    if (created < 0) {
+        throw std::runtime_error(file + ": " + std::strerror(errno));
+    }
+    const capture::Bytes header = capture::captureHeader("simbus-record");
+    if (const int problem = appendTo(created, header.data(), header.size()); problem != 0) {
+        std::cerr << "simbus-record: nothing is recorded: " << file << ": " << std::strerror(problem)
+                  << std::endl;
+        close(created);
+        return -1;
+    }
+    return created;
+}
+
+/// Appends what the programs have not written themselves.
+void collect(const fs::path& parts, int capture) {
+    for (const auto& each : fs::directory_iterator(parts)) {
+        std::ifstream file(each.path(), std::ios::binary);
+        const capture::Bytes bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        std::uint64_t used = 0;
+        if (bytes.size() < sizeof(Part)) {
+            continue;
+        }
+        std::memcpy(&used, bytes.data() + offsetof(Part, used), sizeof used);
+        const int problem =
+            used > Part::kRoom ? 0 : appendTo(capture, bytes.data() + offsetof(Part, bytes), used);
+        if (problem != 0) {
+            std::cerr << "simbus-record: the end of the recording is missing: " << std::strerror(problem)
+                      << std::endl;
+            return;
+        }
+    }
+}
+
+std::string counted(std::uint64_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+void summarise(const std::string& file) {
+    const capture::Capture capture = capture::readCaptureFile(file);
+    std::set<std::pair<unsigned, unsigned>> devices;
+    std::uint64_t transfers = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t first = UINT64_MAX;
+    std::uint64_t last = 0;
+    for (const capture::Packet& packet : capture.packets) {
+        devices.insert({packet.bus, packet.device});
+        transfers += packet.event == capture::Event::completion ? 1 : 0;
+        bytes += packet.event == capture::Event::completion ? packet.length : 0;
+        first = std::min(first, packet.nanoseconds);
+        last = std::max(last, packet.nanoseconds);
+    }
+    std::cerr << "simbus-record: recorded " << counted(devices.size(), "device") << ", "
+              << counted(transfers, "transfer") << ", " << counted(bytes, "byte") << " in "
+              << (capture.packets.empty() ? 0 : (last - first) / 1'000'000) << " ms: " << file << std::endl;
+    for (const std::string& problem : capture.problems) {
+        std::cerr << "simbus-record: " << problem << std::endl;
+    }
+}
+
+}  // namespace
+
+int run(const std::string& file, char* const* program) {
+    const command::PrivateFolder own;
+    const fs::path folder = own.path();
+    for (const char* part : {"real", "lib", "parts"}) {
+        fs::create_directory(folder / part);
+    }
+    const std::set<std::string> libraries = placeLibraries(folder);
+    if (libraries.empty()) {
+        throw std::runtime_error("there is nothing to record: neither libusb-1.0 nor hidapi is installed");
+    }
+    const int capture = createCapture(file);
+    if (capture < 0) {
+        return command::runProgram("simbus-record", program);
+    }
+    fs::create_symlink(fs::absolute(file), folder / "capture");
+    std::cerr << "simbus-record: records all that is sent and received over";
+    for (const std::string& library : libraries) {
+        std::cerr << " " << library;
+    }
+    std::cerr << ", with its contents: " << file << std::endl;
+    setenv("SIMBUS_RECORD", folder.c_str(), 1);
+    command::searchFirst("LD_LIBRARY_PATH", folder / "lib");
+    const int status = command::runProgram("simbus-record", program);
+    collect(folder / "parts", capture);
+    close(capture);
+    summarise(file);
+    return status;
+}
+
+}  // namespace simbus::record

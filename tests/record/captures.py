@@ -1,0 +1,81 @@
+"""What the tests of recordings share. TOOLS is the folder of list_capture, SIM that of simbus-record and the others."""
+
+import collections
+import json
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+DEADLINE = 60  # seconds, for a program
+TOOLS = Path(os.environ["RECORD_TOOLS"])
+SIM = Path(os.environ["RECORD_SIM"])
+
+Packet = collections.namedtuple("Packet", "number event kind endpoint device bus status length setup data")
+
+
+def need_tshark():
+    """Ends the test as one that is not run where tshark is missing."""
+    if not shutil.which("tshark"):
+        print("not run here: tshark is missing; it is in the package tshark")
+        sys.exit(77)
+
+
+def run(*command, status=0, **how):
+    """Runs a program to its end; returns its output and its errors."""
+    done = subprocess.run([str(word) for word in command], capture_output=True, text=True, errors="replace",
+                          stdin=subprocess.DEVNULL, timeout=DEADLINE, check=False, **how)
+    assert done.returncode == status, f"{command}: exit status {done.returncode}\n{done.stdout}{done.stderr}"
+    return done.stdout, done.stderr
+
+
+def record(file, *command, status=0, **how):
+    """Runs a program under the recorder; returns its output and its errors, with what the recorder says."""
+    return run(SIM / "simbus-record", "--to", file, "--", *command, status=status, **how)
+
+
+def packets_of(file):
+    """The packets of a capture as this project reads them, which must find nothing wrong with it."""
+    listing = run(TOOLS / "list_capture", file)[0]
+    return [Packet(int(number), event, int(kind), int(endpoint, 0), int(device), int(bus), int(status), int(length),
+                   setup[1:], data[1:])
+            for number, event, kind, endpoint, device, bus, status, length, setup, data
+            in map(str.split, listing.splitlines())]
+
+
+FIELDS = ("frame.number", "usb.urb_type", "usb.transfer_type", "usb.endpoint_address", "usb.device_address",
+          "usb.bus_id", "usb.urb_status", "usb.urb_len", "usb.data_len", "usb.urb_id")
+
+
+def seen_by_tshark(file):
+    """The same packets as tshark sees them."""
+    columns = [word for field in FIELDS for word in ("-e", field)]
+    rows = [line.split("\t") for line in run("tshark", "-n", "-r", file, "-T", "fields", *columns)[0].splitlines()]
+    frames = json.loads(run("tshark", "-n", "-r", file, "-T", "jsonraw", "-j", "frame")[0])
+    header = 2 * 64  # of usbmon, in hexadecimal digits; the setup bytes are at 40 to 47
+    for row, frame in zip(rows, frames, strict=True):
+        number, event, kind, endpoint, device, bus, status, length, count = (row[i].strip("'") for i in range(9))
+        raw = frame["_source"]["layers"]["frame_raw"][0]
+        data = raw[len(raw) - 2 * int(count):] if int(count) else ""
+        assert len(raw) == header + len(data), row
+        is_request = event == "S" and int(kind, 0) == 2
+        yield Packet(int(number), event, int(kind, 0), int(endpoint, 0), int(device), int(bus), int(status), int(length),
+                     raw[80:96] if is_request else "", data), row[9]
+
+
+def tshark_agrees(file):
+    """Compares what tshark sees with what this project reads; returns the packets. Each end has its beginning."""
+    ours, theirs = packets_of(file), list(seen_by_tshark(file))
+    for mine, (other, _) in zip(ours, theirs, strict=True):
+        assert mine == other, f"{file}:\n{mine}\n{other}"
+    begun = set()
+    for packet, urb in theirs:
+        assert (packet.event == "S") == (urb not in begun), f"{file}: {packet}"
+        begun ^= {urb}
+    return ours
+
+
+def answers_of(packets):
+    """What tells two recordings of the same from each other: what was sent and received, by device, in its order."""
+    return [packet._replace(number=0, device=0) for packet in packets]
