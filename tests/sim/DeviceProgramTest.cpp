@@ -268,6 +268,23 @@ TEST_F(DeviceProgramTest, ReenumeratesWhileItOwesAnAnswer) {
     EXPECT_EQ(again.received(), Bytes{0x55});
 }
 
+TEST_F(DeviceProgramTest, MayFeedADeviceThatHasJustLeft) {
+    Host program(path());
+    serve(program);
+    ask({{"op", "unplug"}, {"device", "clever"}});
+    ask({{"op", "unplug"}, {"device", "other"}});
+    const auto feed = [&](const std::string& device) {
+        return program.ask({{"op", "feed"}, {"device", device}, {"address", 0x81}, {"data", "0708"}});
+    };
+    EXPECT_EQ(feed("clever")["ok"], true);
+    EXPECT_EQ(feed("other")["error"], "not plugged in: other") << "it has no program";
+    ask({{"op", "plug"}, {"device", "clever"}});
+    ASSERT_TRUE(eventually([&] { return connectionOf("clever") > connection; }));
+    Exchange fresh(connectionOf("clever"), 0x81, Bytes(64));
+    reply(program, program.event("in"), {{"data", "05"}});
+    EXPECT_EQ(fresh.received(), Bytes{5}) << "what came before is lost";
+}
+
 TEST_F(DeviceProgramTest, IsTheOnlyOneForItsDeviceAndItsConnection) {
     Host program(path());
     serve(program);
