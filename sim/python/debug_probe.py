@@ -2,8 +2,8 @@
 """A debug probe (CMSIS-DAP) with a Cortex-M4 behind it, whose memory OpenOCD reads and writes:
 
 simbus run sim/scenarios/demo.json -- sh -c 'sim/python/debug_probe.py & sleep 1; openocd -c "adapter driver cmsis-dap
-    transport select swd; swd newdap m4 cpu; dap create m4.dap -chain-position m4.cpu
-    target create m4.cpu cortex_m -dap m4.dap; init; mww 0x20000000 1234; mdw 0x20000000; shutdown"'
+    transport select swd; swd newdap m4 cpu -expected-id 0; dap create m4.dap -chain-position m4.cpu
+    target create m4.cpu cortex_m -dap m4.dap; init" -c "mww 0x20000000 1234" -c "mdw 0x20000000" -c shutdown'
 """
 import struct
 
