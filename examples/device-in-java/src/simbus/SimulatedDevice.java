@@ -55,6 +55,7 @@ public abstract class SimulatedDevice implements AutoCloseable {
     private final SocketChannel channel = SocketChannel.open(StandardProtocolFamily.UNIX);
     private final BufferedReader lines = new BufferedReader(Channels.newReader(channel, StandardCharsets.UTF_8));
     private final Queue<String> events = new ArrayDeque<>();
+    private String handled = ""; // the control request or OUT transfer of this moment, as a member of a JSON object
 
     /**
      * Connects to the bus.
@@ -93,9 +94,13 @@ public abstract class SimulatedDevice implements AutoCloseable {
     /** Is told "plugged", "unplugged", "reset", "configuration" and so on, the events of the control socket. */
     protected void handleEvent(String event) {}
 
-    /** Adds data to be read from an IN endpoint, whose address has bit 7 set. */
+    /**
+     * Adds data to be read from an IN endpoint, whose address has bit 7 set. Nothing comes of it when the control
+     * request or OUT transfer that is being handled has ended meanwhile.
+     */
     protected final void feed(int address, byte[] data) {
-        request("feed", ",\"address\":" + address + ",\"data\":\"" + HexFormat.of().formatHex(data) + '"');
+        String hex = HexFormat.of().formatHex(data);
+        request("feed", ",\"address\":" + address + ",\"data\":\"" + hex + '"' + handled);
     }
 
     /** Leaves the bus and comes back with these keys of its description changed; a JSON object. */
@@ -167,6 +172,12 @@ public abstract class SimulatedDevice implements AutoCloseable {
             handleEvent(name);
             return;
         }
+        handled = name.equals("in") ? "" : ",\"request\":" + value(event, "request");
+        answer(name, event);
+        handled = "";
+    }
+
+    private void answer(String name, String event) {
         String answer;
         try {
             byte[] data = answerTo(name, event);
