@@ -150,6 +150,10 @@ void Bus::feed(const std::string& id, std::uint8_t endpoint, const Bytes& data) 
         throw std::runtime_error("only an IN endpoint can be fed");
     }
     Lock lock(parts_->mutex);
+    const BusDevice& device = parts_->find(id);
+    if (!device.plugged && device.program->answers()) {
+        return;  // it has left while its program was at work
+    }
     parts_->endpoint(id, endpoint).feed(data);
     parts_->settle(lock);
 }

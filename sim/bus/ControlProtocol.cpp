@@ -175,6 +175,15 @@ class ControlProtocol {
     }
 
     Json feed(const Json& request) {
+        if (const auto number = optionalNumber<std::int64_t>(request, "request"); number) {
+            std::unique_lock<std::mutex> lock(parts_.mutex);
+            const std::string id = textOf(request, "device");
+            if (parts_.find(id).program->isAsked(*number)) {
+                parts_.endpoint(id, addressOf(request)).feed(bytesOf(request, "data"));
+                parts_.settle(lock);
+            }
+            return Json::object();
+        }
         bus_.feed(textOf(request, "device"), addressOf(request), bytesOf(request, "data"));
         return Json::object();
     }

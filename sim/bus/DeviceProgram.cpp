@@ -119,6 +119,12 @@ void DeviceProgram::cancel(const Transfer& transfer) {
     }
 }
 
+bool DeviceProgram::isAsked(std::int64_t number) const {
+    return std::any_of(questions_.begin(), questions_.end(), [&](const auto& each) {
+        return each.second.number == static_cast<std::uint64_t>(number);
+    });
+}
+
 void DeviceProgram::take(const Json& reply) {
     const auto number = optionalNumber<std::int64_t>(reply, "request").value_or(0);
     if (number < 1 || static_cast<std::uint64_t>(number) > lastNumber_) {

@@ -33,6 +33,9 @@ class DeviceProgram {
     /// Why it does not answer any more; empty when it does, and when there has been none.
     const std::string& whyNot() const { return whyNot_; }
 
+    /// Whether the request of that number has neither been answered nor ended.
+    bool isAsked(std::int64_t number) const;
+
     /// Sends an event, if there is a program.
     void tell(const Json& event);
     /// Takes the answer to a request. One that comes too late, because the transfer has ended, is ignored.

@@ -1,9 +1,13 @@
 #!/usr/bin/python3 -B
 """A smart-card reader (CCID) with a card in it that keeps 256 bytes, for the driver libccid and so for pcscd. As that
-daemon looks for readers in the system, tell it of this one in a file of its reader.conf.d:
+daemon looks for readers in the system, tell it of this one, under `simbus run`, in a file of the folder of --config:
 
+FRIENDLYNAME "Reader"
 LIBPATH /usr/lib/pcsc/drivers/ifd-ccid.bundle/Contents/Linux/libccid.so
-DEVICENAME usb:234b/0000:libusb-1.0:1:6:0    # with the bus and address that `simbus control devices` has for it
+CHANNELID 0
+DEVICENAME usb:234b/0000:libusb-1.0:BUS:ADDRESS:0
+
+`simbus control devices` has its bus and address.
 """
 import struct
 

@@ -2,8 +2,8 @@
 """A debug probe (CMSIS-DAP) with a Cortex-M4 behind it, whose memory OpenOCD reads and writes:
 
 simbus run sim/scenarios/demo.json -- sh -c 'sim/python/debug_probe.py & sleep 1; openocd -c "adapter driver cmsis-dap
-    transport select swd; swd newdap m4 cpu; dap create m4.dap -chain-position m4.cpu
-    target create m4.cpu cortex_m -dap m4.dap; init; mww 0x20000000 1234; mdw 0x20000000; shutdown"'
+    transport select swd; swd newdap m4 cpu -expected-id 0; dap create m4.dap -chain-position m4.cpu
+    target create m4.cpu cortex_m -dap m4.dap; init" -c "mww 0x20000000 1234" -c "mdw 0x20000000" -c shutdown'
 """
 import struct
 
@@ -15,7 +15,7 @@ OF_ACCESS_PORT, IS_READ, OK = 1, 2, 1
 CONTROL, SELECT = 0x04, 0x08  # registers of the debug port
 MODE, ADDRESS, DATA, BANKED_DATA, BASE, IDENTITY = 0x00, 0x04, 0x0C, 0x10, 0xF8, 0xFC  # those of the access port
 CPUID, HALTING, CONTROL_SPACE, ROM_TABLE = 0xE000ED00, 0xE000EDF0, 0xE000E000, 0xE00FF000
-COMPONENTS = {ROM_TABLE: "04000000C4B40B000D1005B1", CONTROL_SPACE: "040000000CB00B000DE005B1"}  # by their identities
+IDENTITIES = {ROM_TABLE: "04000000C4B40B000D1005B1", CONTROL_SPACE: "040000000CB00B000DE005B1"}  # of the components
 
 DESCRIPTION = {
     "id": "debug-probe", "vendorId": "0x1209", "productId": "0x7006", "product": "Probe CMSIS-DAP",
@@ -25,13 +25,13 @@ DESCRIPTION = {
 
 
 class Chip:
-    """Its registers and its memory; what is not here is 0."""
+    """The registers of its two ports, and its memory; what is not here is 0."""
 
     def __init__(self):
         self.debug_port = {0x00: 0x2BA01477, SELECT: 0}
         self.access_port = {MODE: 0, ADDRESS: 0, BASE: ROM_TABLE | 3, IDENTITY: 0x24770011}
         self.memory = {CPUID: 0x410FC241, ROM_TABLE: (CONTROL_SPACE - ROM_TABLE) & 0xFFFFFFFF | 3}
-        for component, identity in COMPONENTS.items():
+        for component, identity in IDENTITIES.items():
             self.memory.update(zip(range(component + 0xFD0, component + 0x1000, 4), bytes.fromhex(identity)))
 
     def transfer(self, request, value):
@@ -81,14 +81,15 @@ class DebugProbe(Device):
 
     def transfers(self, count, data, same=False):
         """All transfers of a command, with one request for each or the same for all; returns the words read."""
-        answer, at = b"", 0
+        answer = b""
         for number in range(count):
             if number == 0 or not same:
-                request, at = data[at], at + 1
-            (value,) = (0,) if request & IS_READ else struct.unpack_from("<I", data, at)
-            at += 0 if request & IS_READ else 4
-            word = self.chip.transfer(request, value)
-            answer += struct.pack("<I", word) if request & IS_READ else b""
+                request, data = data[0], data[1:]
+            if request & IS_READ:
+                answer += struct.pack("<I", self.chip.transfer(request, 0))
+            else:
+                self.chip.transfer(request, *struct.unpack_from("<I", data))
+                data = data[4:]
         return answer
 
 

@@ -31,6 +31,7 @@ class Device:
         self._socket.connect(path or os.environ.get("SIMBUS_BUS") or os.environ["SIMBUS_SOCKET"])
         self._lines = self._socket.makefile("rw", encoding="utf-8")
         self._events = collections.deque()
+        self._request = {}  # the control request or OUT transfer that is being handled
         self._is_new = isinstance(description, dict)
         self.id = description["id"] if self._is_new else description
         if self._is_new:
@@ -55,8 +56,11 @@ class Device:
     # For the device to call, also in a handler.
 
     def feed(self, address, data):
-        """Adds data to be read from an IN endpoint."""
-        self.ask("feed", device=self.id, address=address, data=data.hex())
+        """Adds data to be read from an IN endpoint.
+
+        Nothing comes of it when the control request or OUT transfer that is being handled has ended meanwhile.
+        """
+        self.ask("feed", device=self.id, address=address, data=data.hex(), **self._request)
 
     def reenumerate(self, **changes):
         """Leaves the bus and comes back with these keys of its description changed."""
@@ -97,6 +101,7 @@ class Device:
         if event["event"] not in ("control", "out", "in"):
             self.handle_event(event)
             return
+        self._request = {} if event["event"] == "in" else {"request": event["request"]}
         try:
             data = self._answer(event)
             reply = {"silent": True} if data is SILENT else {"data": bytes(data or b"").hex()}
@@ -104,6 +109,7 @@ class Device:
             data, reply = b"", {"stall": True}
         if data is not None or event["event"] != "in":
             self.ask("reply", request=event["request"], **reply)
+        self._request = {}
 
     def _answer(self, event):
         data = bytes.fromhex(event.get("data", ""))

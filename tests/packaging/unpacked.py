@@ -57,6 +57,10 @@ usr/share/doc/orvex-usb-simulator/docs/any-usb-program.md
 usr/share/doc/orvex-usb-simulator/docs/remote-usb.md
 usr/share/doc/orvex-usb-simulator/docs/simulated-bus.md
 usr/share/doc/orvex-usb-simulator/docs/tool-window.png
+usr/share/doc/orvex-usb-simulator/examples/device-in-java/run
+usr/share/doc/orvex-usb-simulator/examples/device-in-java/src/example/BootLoader.java
+usr/share/doc/orvex-usb-simulator/examples/device-in-java/src/simbus/SimulatedDevice.java
+usr/share/doc/orvex-usb-simulator/examples/device-in-java/test/example/BootLoaderTest.java
 usr/share/doc/orvex-usb-simulator/examples/devices-by-rules/meter.py
 usr/share/doc/orvex-usb-simulator/examples/devices-by-rules/scenario.json
 usr/share/doc/orvex-usb-simulator/examples/tool-with-tests/run
@@ -198,7 +202,7 @@ def devices_in_python_work(packages):
 
 def examples_are_tested(packages):
     """The tests of the example projects pass on the simulator's package; those of the window want a display."""
-    for name in ("tool-with-tests", "tool-window"):
+    for name in ("device-in-java", "tool-with-tests", "tool-window"):
         example = packages.root / "usr/share/doc/orvex-usb-simulator/examples" / name / "run"
         said = output_of(example, packages.release, XDG_CACHE_HOME=str(packages.home))
         done = re.search(r"[1-9]\d* tests successful", said) or "no window can be opened" in said

@@ -235,6 +235,51 @@ TEST_F(DeviceProgramTest, ReenumeratesWhileItOwesAnAnswer) {
     EXPECT_EQ(again.received(), Bytes{0x55});
 }
 
+TEST_F(DeviceProgramTest, MayFeedADeviceThatHasJustLeft) {
+    Host program(path());
+    serve(program);
+    ask({{"op", "unplug"}, {"device", "clever"}});
+    ask({{"op", "unplug"}, {"device", "other"}});
+    const auto feed = [&](const std::string& device) {
+        return program.ask({{"op", "feed"}, {"device", device}, {"address", 0x81}, {"data", "0708"}});
+    };
+    EXPECT_EQ(feed("clever")["ok"], true);
+    EXPECT_EQ(feed("other")["error"], "not plugged in: other") << "it has no program";
+    ask({{"op", "plug"}, {"device", "clever"}});
+    ASSERT_TRUE(eventually([&] { return connectionOf("clever") > connection; }));
+    Exchange fresh(connectionOf("clever"), 0x81, Bytes(64));
+    reply(program, program.event("in"), {{"data", "05"}});
+    EXPECT_EQ(fresh.received(), Bytes{5}) << "what came before is lost";
+}
+
+TEST_F(DeviceProgramTest, MayFeedForARequestAsLongAsThatLasts) {
+    Host program(path());
+    serve(program);
+    const auto feed = [&](const Json& request, const std::string& data) {
+        EXPECT_EQ(program.ask({{"op", "feed"},
+                               {"device", "clever"},
+                               {"address", 0x81},
+                               {"data", data},
+                               {"request", request["request"]}})["ok"],
+                  true);
+    };
+    Exchange first(connection, 0x01, {1});
+    const Json before = program.event("out");
+    bus.resetDevice(connection);
+    EXPECT_EQ(first.status(), Status::cancelled);
+    Exchange second(connection, 0x01, {2});
+    const Json after = program.event("out");
+    feed(before, "01");
+    feed(after, "02");
+    reply(program, after);
+    EXPECT_EQ(second.status(), Status::completed);
+    feed(after, "03");
+    EXPECT_EQ(Exchange(connection, 0x81, Bytes(64)).received(), Bytes{2});
+    Exchange waiting(connection, 0x81, Bytes(64));
+    reply(program, program.event("in"), {{"data", "04"}});
+    EXPECT_EQ(waiting.received(), Bytes{4});
+}
+
 TEST_F(DeviceProgramTest, IsTheOnlyOneForItsDeviceAndItsConnection) {
     Host program(path());
     serve(program);

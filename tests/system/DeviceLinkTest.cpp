@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "DeviceLink.h"
+#include "ProgramClient.h"
 #include "UrbBytes.h"
 
 namespace simbus::usbip {
@@ -26,7 +27,9 @@ constexpr char scenario[] = R"({"devices": [{
         {"address": "0x81", "type": "bulk", "maxPacketSize": 64, "behaviour": "echo"},
         {"address": "0x82", "type": "bulk", "maxPacketSize": 64, "behaviour": "stall"},
         {"address": "0x83", "type": "bulk", "maxPacketSize": 64, "behaviour": "silent", "limit": 5},
-        {"address": "0x84", "type": "bulk", "maxPacketSize": 64, "behaviour": "source"}]}]},
+        {"address": "0x84", "type": "bulk", "maxPacketSize": 64, "behaviour": "source"},
+        {"address": "0x05", "type": "bulk", "maxPacketSize": 64, "behaviour": "program"},
+        {"address": "0x85", "type": "bulk", "maxPacketSize": 64, "behaviour": "program"}]}]},
     {"id": "other", "plugged": true, "vendorId": "0x6A5C", "productId": "0x1002",
      "interfaces": [{"number": 0, "endpoints": []}]}]})";
 
@@ -261,6 +264,38 @@ TEST_F(DeviceLinkTest, WhatWaitsHasABound) {
     submitIn(1, 1, most);
     submitIn(2, 1, most);
     awaitEnd();
+}
+
+TEST_F(DeviceLinkTest, AProgramAnswersForTheDevice) {
+    usbiptest::ProgramClient program("tool");
+    submitIn(1, 0, 4, {0xC0, 7, 0, 0, 0, 0, 4, 0});
+    program.reply(program.event("control"), R"("data":"0102")");
+    EXPECT_EQ(answer().data, (Bytes{1, 2}));
+    submitOut(2, 5, {3, 4});
+    const std::string out = program.event("out");
+    EXPECT_NE(out.find(R"("data":"0304")"), std::string::npos) << out;
+    program.reply(out, R"("stall":false)");
+    expectAnswer(kSubmitAnswer, 2, 0);
+    submitIn(3, 5, 64);
+    program.reply(program.event("in"), R"("data":"05")");
+    EXPECT_EQ(answer().data, Bytes{5});
+    submitOut(4, 5, {6});
+    program.reply(program.event("out"), R"("stall":true)");
+    expectAnswer(kSubmitAnswer, 4, -EPIPE);
+}
+
+TEST_F(DeviceLinkTest, AProgramIsToldOfAnUnlinkAndItsEndStallsTheDevice) {
+    auto program = std::make_unique<usbiptest::ProgramClient>("tool");
+    submitIn(1, 5, 64);
+    program->event("in");
+    unlink(2, 1);
+    expectAnswer(kUnlinkAnswer, 2, -ECONNRESET);
+    program->event("cancelled");
+    submitIn(3, 5, 64);
+    program->event("in");
+    program.reset();
+    expectAnswer(kSubmitAnswer, 3, -EPIPE);
+    passOver(4);
 }
 
 // More than any socket holds.

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "Handshake.h"
+#include "ProgramClient.h"
 #include "RemoteFront.h"
 #include "UrbBytes.h"
 
@@ -142,6 +143,24 @@ TEST_F(RemoteFrontTest, AnImportedDeviceTakesTransfers) {
     client_.send(usbiptest::submitIn(1, 0, 18, {0x80, 6, 0, 1, 0, 0, 18, 0}));
     client_.receive(usbiptest::kHeaderBytes);
     EXPECT_EQ(client_.receive(18), Bus::instance().devices().at(0)->deviceDescriptor);
+}
+
+TEST_F(RemoteFrontTest, AProgramAnswersForAnImportedDevice) {
+    usbiptest::ProgramClient program("tool");
+    client_.import(busId(0));
+    client_.receive(8 + deviceBytes);
+    client_.send(usbiptest::submitIn(1, 0, 4, {0xC0, 7, 0, 0, 0, 0, 4, 0}));
+    program.reply(program.event("control"), R"("data":"0102")");
+    client_.receive(usbiptest::kHeaderBytes);
+    EXPECT_EQ(client_.receive(2), (Bytes{1, 2}));
+    client_.send(usbiptest::submitIn(2, 0, 4, {0xC0, 7, 0, 0, 0, 0, 4, 0}));
+    const std::string late = program.event("control");
+    client_.hangUp();
+    program.event("cancelled");
+    program.reply(late, R"("data":"03")");
+    Client second(front());
+    second.import(busId(0));
+    EXPECT_EQ(second.receive(8), importAnswered(0)) << "the device is there for others";
 }
 
 TEST_F(RemoteFrontTest, ADeviceIsLentToOneClientAtATime) {
