@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -40,14 +41,10 @@ bool loadFromEnvironment(Bus& bus) {
         return true;
     }
     try {
-        std::ifstream file(path);
-        if (!file) {
-            throw std::runtime_error("cannot be read");
-        }
-        bus.loadScenario({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+        bus.loadScenarioFile(path);
         return true;
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "simbus: scenario %s: %s\n", path, error.what());
+        std::fprintf(stderr, "simbus: %s\n", error.what());
         return false;
     }
 }
@@ -119,6 +116,18 @@ void Bus::loadScenario(const std::string& json) {
     Lock lock(parts_->mutex);
     parts_->load(scenario["devices"]);
     parts_->settle(lock);
+}
+
+void Bus::loadScenarioFile(const std::string& path) {
+    std::ifstream file(path);
+    try {
+        if (!file || std::filesystem::is_directory(path)) {
+            throw std::runtime_error("cannot be read");
+        }
+        loadScenario({std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()});
+    } catch (const std::exception& error) {
+        throw std::runtime_error("scenario " + path + ": " + error.what());
+    }
 }
 
 void Bus::plug(const std::string& id) {

@@ -143,6 +143,8 @@ class SIMBUS_API Bus {
 
     /// Replaces everything on the bus with the devices of a scenario (JSON text).
     virtual void loadScenario(const std::string& json);
+    /// The same with the text of a file; what is thrown names the file, and the line in it.
+    void loadScenarioFile(const std::string& path);
     virtual void plug(const std::string& id);
     virtual void unplug(const std::string& id);
     /// Returns to the loaded scenario and clears faults, hooks, calls, violations and records.

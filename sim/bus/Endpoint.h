@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <utility>
 
 #include "Agenda.h"
 #include "DeviceModel.h"
@@ -44,7 +45,7 @@ class Endpoint {
     };
 
     Endpoint(Device& device, EndpointModel model, std::uint8_t interfaceNumber)
-        : device_(device), model_(model), interfaceNumber_(interfaceNumber) {}
+        : device_(device), model_(std::move(model)), interfaceNumber_(interfaceNumber) {}
 
     const EndpointModel& model() const { return model_; }
     std::uint8_t interfaceNumber() const { return interfaceNumber_; }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -53,6 +54,7 @@ void inside(const Json& step, Action act) {
 class Fields {
  public:
     Fields(const Json& object) : object_(object) {}
+    Fields(std::initializer_list<Json> object) = delete;  ///< C++ would take its only entry for the object
     const Json& operator[](const char* key) const;
     /// Throws when the object has a key that was not asked for.
     void refuseOthers() const;

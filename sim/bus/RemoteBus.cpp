@@ -150,7 +150,7 @@ std::vector<Bytes> RemoteBus::received(const std::string& id, std::uint8_t endpo
     std::vector<Bytes> packets;
     const Json answer = ask(request("received", id, endpoint));
     for (const Json& packet : valueOf(answer, "packets")) {
-        packets.push_back(bytesOf({{"packet", packet}}, "packet"));
+        packets.push_back(bytesFrom(packet, "packet"));
     }
     return packets;
 }

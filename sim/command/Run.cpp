@@ -2,8 +2,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 #include "Bus.h"
@@ -13,19 +11,6 @@ namespace simbus::command {
 namespace {
 
 namespace fs = std::filesystem;
-
-void load(const std::string& scenario) {
-    std::ifstream file(scenario);
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (!file.is_open() || file.bad() || fs::is_directory(scenario)) {
-        throw std::runtime_error("scenario " + scenario + " cannot be read");
-    }
-    try {
-        Bus::instance().loadScenario(text);
-    } catch (const std::exception& problem) {
-        throw std::runtime_error("scenario " + scenario + ": " + problem.what());
-    }
-}
 
 void setEnvironment(const std::string& socket) {
     searchFirst("LD_LIBRARY_PATH", ownFolder() / "lib");
@@ -42,7 +27,7 @@ int run(const std::string& scenario, char* const* program) {
     if (std::getenv("SIMBUS_BUS") != nullptr) {
         throw std::runtime_error("this program is on a simulated bus already (SIMBUS_BUS)");
     }
-    load(scenario);
+    bus.loadScenarioFile(scenario);
     const PrivateFolder folder;
     const char* wanted = std::getenv("SIMBUS_SOCKET");
     const bool isWanted = wanted != nullptr && *wanted != '\0';

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -93,15 +92,6 @@ Options parseOptions(int argc, char** argv) {
     return options;
 }
 
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    if (!file || !(text << file.rdbuf())) {
-        throw std::runtime_error("cannot read " + path);
-    }
-    return text.str();
-}
-
 void stopOnSignals() {
     sem_init(&stopRequested, 0, 0);
     struct sigaction action {};
@@ -149,7 +139,7 @@ void run(const Options& options) {
         throw std::runtime_error("there is no control socket at " + options.control);
     }
     if (!options.scenario.empty()) {
-        simbus::Bus::instance().loadScenario(readFile(options.scenario));
+        simbus::Bus::instance().loadScenarioFile(options.scenario);
     }
     options.port == 0 ? showHere(options) : lend(options);
 }

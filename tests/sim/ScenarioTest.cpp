@@ -1,4 +1,9 @@
 // Scenarios that are wrong: the message tells the line and the field, and nothing is changed.
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
 #include "SimTest.h"
 
 namespace simtest {
@@ -131,6 +136,28 @@ TEST_F(Scenario, ABusHasAnAddressForEachDevice) {
     }
     EXPECT_THAT(refusal(Json{{"devices", devices}}.dump()),
                 HasSubstr("devices[127]: \"bus\" has no address left"));
+}
+
+TEST_F(Scenario, AFileIsNamed) {
+    const std::string path = testing::TempDir() + "scenario-" + std::to_string(getpid());
+    const auto refusalOfFile = [&](const std::string& file) {
+        try {
+            bus.loadScenarioFile(file);
+        } catch (const std::runtime_error& error) {
+            return std::string(error.what());
+        }
+        return std::string("it was accepted");
+    };
+    std::ofstream(path) << "{\"devices\": [\n{\"id\": 7}]}";
+    EXPECT_EQ(refusalOfFile(path), "scenario " + path + ": line 2: devices[0]: \"id\" is not a string");
+    std::ofstream(path).close();
+    EXPECT_THAT(refusalOfFile(path), StartsWith("scenario " + path + ": line 1, column 1: "));
+    EXPECT_EQ(refusalOfFile(path + "/none"), "scenario " + path + "/none: cannot be read");
+    EXPECT_EQ(refusalOfFile("/"), "scenario /: cannot be read");
+    std::ofstream(path) << R"({"devices": []})";
+    bus.loadScenarioFile(path);
+    EXPECT_TRUE(bus.devices().empty());
+    std::filesystem::remove(path);
 }
 
 TEST_F(Scenario, OfARequestTheFieldIsTold) {

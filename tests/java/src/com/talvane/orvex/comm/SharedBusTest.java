@@ -141,9 +141,9 @@ class SharedBusTest {
         ChildVm.Outcome run = simbus("run", broken.toString(), "--", "echo", "started");
         assertEquals(1, run.status());
         assertEquals("", run.out());
-        assertEquals("simbus: scenario " + broken + ": device 7: \"id\" is not a string\n", run.err());
+        assertEquals("simbus: scenario " + broken + ": line 1: devices[0]: \"id\" is not a string\n", run.err());
         ChildVm.Outcome absent = simbus("run", folder.resolve("absent").toString(), "--", "echo", "started");
-        assertEquals("simbus: scenario " + folder.resolve("absent") + " cannot be read\n", absent.err());
+        assertEquals("simbus: scenario " + folder.resolve("absent") + ": cannot be read\n", absent.err());
         ChildVm.Outcome inside = onOneBus("$simbus run " + RELEASE + "/sim/demo.json -- echo started");
         assertEquals(1, inside.status());
         assertEquals("simbus: this program is on a simulated bus already (SIMBUS_BUS)\n", inside.err());
