@@ -50,7 +50,8 @@ struct DeviceInfo {
     Speed speed = Speed::full;
     std::uint8_t busNumber = 1;
     std::uint8_t address = 1;
-    std::uint8_t port = 1;
+    Bytes ports{1};          ///< from the root to the device
+    ConnectionId hub = 0;    ///< that it is plugged into; 0: the root
     Bytes deviceDescriptor;  ///< as the device gives it, 18 bytes unless the scenario says otherwise
     std::vector<Bytes> configurationDescriptors;  ///< each whole, as the device gives it
     std::vector<HidInterface> hidInterfaces;  ///< of the configuration that is active at the plug; a host's

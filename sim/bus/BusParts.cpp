@@ -85,22 +85,35 @@ void Bus::Parts::load(const Json& list) {
     }
     loaded = list;
     for (const Json& device : list) {
-        add(device);
+        insert(device);
+    }
+    for (BusDevice& device : devices) {
+        plugAtStart(device);
     }
 }
 
-void Bus::Parts::add(const Json& scenario) {
+BusDevice& Bus::Parts::insert(const Json& scenario) {
     DeviceModel model = readDevice(scenario);
     for (const BusDevice& device : devices) {
         if (device.model.id == model.id) {
             throw std::runtime_error("there is already a device " + model.id);
         }
     }
-    const bool plugged = model.plugged;
-    devices.push_back(
-        {scenario, std::move(model), std::make_unique<DeviceProgram>(agenda), nullptr, nullptr});
-    if (plugged) {
-        plug(devices.back());
+    return devices.emplace_back(
+        BusDevice{scenario, std::move(model), std::make_unique<DeviceProgram>(agenda), nullptr, nullptr});
+}
+
+void Bus::Parts::add(const Json& scenario) {
+    if (const auto hub = optionalText(scenario, "hub"); hub) {
+        find(*hub);
+    }
+    plugAtStart(insert(scenario));
+}
+
+void Bus::Parts::plugAtStart(BusDevice& device) {
+    const bool isPossible = device.model.hub.empty() || find(device.model.hub).plugged;
+    if (device.model.plugged && !device.plugged && isPossible) {
+        plug(device);
     }
 }
 
@@ -116,17 +129,29 @@ void Bus::Parts::plug(BusDevice& device) {
     if (device.plugged) {
         throw std::runtime_error("already plugged in: " + device.model.id);
     }
-    const std::uint8_t address = nextAddress(device.model.bus);
-    device.plugged =
-        std::make_unique<PluggedDevice>(device.model, ++lastConnection, address, agenda, *device.program);
+    const DeviceInfo* hub = device.model.hub.empty() ? nullptr : findPlugged(device.model.hub).info().get();
+    const std::uint8_t address = nextAddress(hub != nullptr ? hub->busNumber : device.model.bus);
+    device.plugged = std::make_unique<PluggedDevice>(device.model, ++lastConnection, address, hub, agenda,
+                                                     *device.program);
     device.pluggedScenario = device.scenario;
     device.program->tell({{"event", "plugged"}});
     agenda.tell(device.plugged->info(), true);
+    for (BusDevice& each : devices) {
+        if (each.model.hub == device.model.id) {
+            plugAtStart(each);
+        }
+    }
 }
 
 void Bus::Parts::unplug(BusDevice& device) {
     if (!device.plugged) {
         throw std::runtime_error("already unplugged: " + device.model.id);
+    }
+    const ConnectionId connection = device.plugged->info()->connection;
+    for (BusDevice& each : devices) {
+        if (each.plugged && each.plugged->info()->hub == connection) {
+            unplug(each);
+        }
     }
     device.plugged->finishAll(Status::noDevice);
     device.program->tell({{"event", "unplugged"}});
@@ -172,10 +197,11 @@ void Bus::Parts::reset() {
             return json["id"] == device.model.id;
         });
         if (present == devices.end()) {
-            add(json);
-        } else if (present->model.plugged && !present->plugged) {
-            plug(*present);
+            insert(json);
         }
+    }
+    for (BusDevice& device : devices) {
+        plugAtStart(device);
     }
 }
 

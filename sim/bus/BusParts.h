@@ -54,10 +54,14 @@ struct Bus::Parts : ProgramDesk {
 
     /// Replaces all devices with those of a checked scenario.
     void load(const Json& list);
+    BusDevice& insert(const Json& scenario);  ///< not yet plugged in
     void add(const Json& scenario);
     void remove(BusDevice& device);
+    /// With a hub come the devices in it that the scenario has plugged in; with it they leave.
     void plug(BusDevice& device);
     void unplug(BusDevice& device);
+    /// Plugs the device in if the scenario has it plugged in and its hub, if any, is there.
+    void plugAtStart(BusDevice& device);
     /// Changes the scenario of a device: endpoint behaviours take effect at once, everything else at the next
     /// plug.
     static void change(BusDevice& device, const Json& scenario);

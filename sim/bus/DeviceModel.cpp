@@ -60,6 +60,11 @@ class DeviceReader {
         device_.speed = oneOf<Speed>(fields_, "speed", Speed::full,
                                      {{"full", Speed::full}, {"high", Speed::high}, {"super", Speed::super}});
         device_.bus = numberOf<std::uint8_t>(fields_, "bus", 1);
+        device_.hub = optionalText(fields_, "hub").value_or("");
+        device_.port = optionalNumber<std::uint8_t>(fields_, "port");
+        if (device_.port == 0) {
+            throw Wrong("port", "must be 1 to 255");
+        }
         device_.bcdUsb =
             numberOf<std::uint16_t>(fields_, "bcdUSB", device_.speed == Speed::super ? 0x0300 : 0x0200);
         device_.vendorId = numberOf<std::uint16_t>(fields_, "vendorId", 0);

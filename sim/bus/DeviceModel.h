@@ -69,6 +69,8 @@ struct DeviceModel {
     bool plugged = true;
     Speed speed = Speed::full;
     std::uint8_t bus = 1;
+    std::string hub;                   ///< id of the hub that it is plugged into; empty: the root of its bus
+    std::optional<std::uint8_t> port;  ///< of the hub; by default its address
     std::uint16_t bcdUsb = 0x0200;
     std::uint16_t vendorId = 0;
     std::uint16_t productId = 0;

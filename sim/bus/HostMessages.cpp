@@ -60,7 +60,8 @@ Json toJson(const DeviceInfo& device) {
                  {"speed", static_cast<int>(device.speed)},
                  {"bus", device.busNumber},
                  {"address", device.address},
-                 {"port", device.port},
+                 {"ports", hexOf(device.ports)},
+                 {"hub", device.hub},
                  {"deviceDescriptor", hexOf(device.deviceDescriptor)},
                  {"configurationDescriptors", Json::array()},
                  {"hid", Json::array()},
@@ -82,7 +83,8 @@ DeviceInfo deviceFrom(const Json& json) {
     device.speed = static_cast<Speed>(numberOf<int>(json, "speed", 0));
     device.busNumber = numberOf<std::uint8_t>(json, "bus", 1);
     device.address = numberOf<std::uint8_t>(json, "address", 1);
-    device.port = numberOf<std::uint8_t>(json, "port", 1);
+    device.ports = bytesOf(json, "ports");
+    device.hub = static_cast<ConnectionId>(numberOf<std::int64_t>(json, "hub", 0));
     device.deviceDescriptor = bytesOf(json, "deviceDescriptor");
     for (const Json& configuration : valueOf(json, "configurationDescriptors")) {
         device.configurationDescriptors.push_back(bytesOf(configuration, "data"));

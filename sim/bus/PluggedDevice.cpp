@@ -45,7 +45,8 @@ std::vector<HidInterface> hidInterfaces(const DeviceModel& model) {
     return all;
 }
 
-DeviceInfoPtr makeInfo(const DeviceModel& model, ConnectionId connection, std::uint8_t address) {
+DeviceInfoPtr makeInfo(const DeviceModel& model, ConnectionId connection, std::uint8_t address,
+                       const DeviceInfo* hub) {
     auto info = std::make_shared<DeviceInfo>();
     info->connection = connection;
     info->id = model.id;
@@ -53,7 +54,13 @@ DeviceInfoPtr makeInfo(const DeviceModel& model, ConnectionId connection, std::u
     info->speed = model.speed;
     info->busNumber = model.bus;
     info->address = address;
-    info->port = address;
+    info->ports.clear();
+    if (hub != nullptr) {
+        info->busNumber = hub->busNumber;
+        info->ports = hub->ports;
+        info->hub = hub->connection;
+    }
+    info->ports.push_back(model.port.value_or(address));
     info->deviceDescriptor = deviceDescriptor(model);
     info->configurationDescriptors = configurationDescriptors(model);
     info->hidInterfaces = hidInterfaces(model);
@@ -63,10 +70,10 @@ DeviceInfoPtr makeInfo(const DeviceModel& model, ConnectionId connection, std::u
 
 }  // namespace
 
-PluggedDevice::PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, Agenda& agenda,
-                             DeviceProgram& program)
+PluggedDevice::PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address,
+                             const DeviceInfo* hub, Agenda& agenda, DeviceProgram& program)
     : model_(std::move(model)),
-      info_(makeInfo(model_, connection, address)),
+      info_(makeInfo(model_, connection, address, hub)),
       agenda_(agenda),
       program_(program),
       memory_(model_.state) {

@@ -14,8 +14,9 @@ namespace simbus {
 
 class PluggedDevice : public Endpoint::Device {
  public:
-    PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, Agenda& agenda,
-                  DeviceProgram& program);
+    /// `hub` is null at the root.
+    PluggedDevice(DeviceModel model, ConnectionId connection, std::uint8_t address, const DeviceInfo* hub,
+                  Agenda& agenda, DeviceProgram& program);
     PluggedDevice(const PluggedDevice&) = delete;
     PluggedDevice& operator=(const PluggedDevice&) = delete;
 

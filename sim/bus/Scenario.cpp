@@ -12,6 +12,7 @@ namespace simbus {
 namespace {
 
 constexpr unsigned kMostAddresses = 127;
+constexpr unsigned kMostHubs = 5;  // in a row, below the root hub
 
 /// Walks through valid JSON.
 class Walker {
@@ -113,6 +114,22 @@ class Walker {
     std::size_t at_;
 };
 
+/// The device at the root to which the device's hubs lead.
+const DeviceModel& rootOf(const DeviceModel& device, const std::map<std::string, DeviceModel>& all) {
+    const DeviceModel* root = &device;
+    for (unsigned hubs = 0; !root->hub.empty(); ++hubs) {
+        const auto found = all.find(root->hub);
+        if (found == all.end()) {
+            throw Wrong("hub", "is no device of the scenario: " + root->hub);
+        }
+        if (hubs == kMostHubs) {
+            throw Wrong("hub", "is at the end of more than " + std::to_string(kMostHubs) + " hubs");
+        }
+        root = &found->second;
+    }
+    return *root;
+}
+
 Json parsed(const std::string& text) {
     try {
         return Json::parse(text);
@@ -145,15 +162,25 @@ void checkScenario(const Json& scenario) {
         throw Wrong("devices", "must be a list");
     }
     fields.refuseOthers();
-    std::set<std::string> ids;
-    std::map<std::uint8_t, unsigned> plugged;
+    std::map<std::string, DeviceModel> devices;
     forEachOf(fields, "devices", [&](const Json& json) {
-        const DeviceModel device = readDevice(json);
-        if (!ids.insert(device.id).second) {
-            throw Wrong("id", "is that of another device, too: " + device.id);
+        DeviceModel device = readDevice(json);
+        const std::string id = device.id;
+        if (!devices.emplace(id, std::move(device)).second) {
+            throw Wrong("id", "is that of another device, too: " + id);
         }
-        if (device.plugged && ++plugged[device.bus] > kMostAddresses) {
+    });
+    std::map<std::uint8_t, unsigned> plugged;
+    std::set<std::pair<std::string, std::uint8_t>> ports;
+    forEachOf(fields, "devices", [&](const Json& json) {
+        const DeviceModel& device = devices.at(json["id"].get<std::string>());
+        const std::uint8_t bus = rootOf(device, devices).bus;
+        if (device.plugged && ++plugged[bus] > kMostAddresses) {
             throw Wrong("bus", "has no address left for this device");
+        }
+        const std::string hub = device.hub.empty() ? std::to_string(bus) : "hub " + device.hub;
+        if (device.port && !ports.insert({hub, *device.port}).second) {
+            throw Wrong("port", "is that of another device, too: " + std::to_string(*device.port));
         }
     });
 }

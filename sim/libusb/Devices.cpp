@@ -32,7 +32,8 @@ libusb_device_descriptor decode(const simbus::Bytes& bytes) {
     return descriptor;
 }
 
-auto findConnection(libusb_context& context, simbus::ConnectionId connection) {
+template <class Context>
+auto findConnection(Context& context, simbus::ConnectionId connection) {
     return std::find_if(context.devices.begin(), context.devices.end(),
                         [&](const libusb_device* device) { return device->info->connection == connection; });
 }
@@ -73,6 +74,11 @@ void deviceLeft(libusb_context& context, const simbus::DeviceInfo& info) {
     device.attached = false;
     context.devices.erase(found);
     notify(context, device, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);  // passes on the connection's reference
+}
+
+libusb_device* findDevice(const libusb_context& context, simbus::ConnectionId connection) {
+    const auto found = findConnection(context, connection);
+    return found == context.devices.end() ? nullptr : *found;
 }
 
 void holdDevice(libusb_device& device) {
@@ -189,7 +195,7 @@ uint8_t libusb_get_port_number(libusb_device* given) {
     SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
     const libusb_device* device = sim::checkDevice(__func__, given);
-    return device == nullptr ? std::uint8_t{0} : device->info->port;
+    return device == nullptr ? std::uint8_t{0} : device->info->ports.back();
 }
 
 int libusb_get_device_speed(libusb_device* given) {

@@ -1,6 +1,8 @@
-// Where a device is plugged in. The simulated bus has no hubs: the path to a device is its port, and no
-// device has a parent.
+// Where a device is plugged in.
+#include <algorithm>
+
 #include "Checks.h"
+#include "Devices.h"
 #include "LibusbNewer.h"
 
 using sim::StateLock;
@@ -15,11 +17,12 @@ int libusb_get_port_numbers(libusb_device* given, uint8_t* numbers, int length) 
     if (device == nullptr) {
         return LIBUSB_ERROR_INVALID_PARAM;
     }
-    if (device->info->port == 0) {
-        return 0;
+    const simbus::Bytes& ports = device->info->ports;
+    if (ports.size() > static_cast<std::size_t>(length)) {
+        return LIBUSB_ERROR_OVERFLOW;
     }
-    numbers[0] = device->info->port;
-    return 1;
+    std::copy(ports.begin(), ports.end(), numbers);
+    return static_cast<int>(ports.size());
 }
 
 int libusb_get_port_path(libusb_context* /*context*/, libusb_device* device, uint8_t* path, uint8_t length) {
@@ -29,8 +32,8 @@ int libusb_get_port_path(libusb_context* /*context*/, libusb_device* device, uin
 libusb_device* libusb_get_parent(libusb_device* given) {
     SIM_ENTER_VOID();
     const StateLock lock(sim::state().mutex);
-    sim::checkDevice(__func__, given);
-    return nullptr;
+    const libusb_device* device = sim::checkDevice(__func__, given);
+    return device == nullptr ? nullptr : sim::findDevice(*device->context, device->info->hub);
 }
 
 /// The number of the bus and the address, as on Linux.

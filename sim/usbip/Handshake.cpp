@@ -109,7 +109,13 @@ std::string parseBusId(const BusIdField& field) {
 }
 
 std::string busIdOf(const DeviceInfo& device) {
-    return std::to_string(device.busNumber) + "-" + std::to_string(device.port);
+    std::string id = std::to_string(device.busNumber);
+    char separator = '-';
+    for (const std::uint8_t port : device.ports) {
+        id += separator + std::to_string(port);
+        separator = '.';
+    }
+    return id;
 }
 
 Bytes listAnswer(const std::vector<DeviceInfoPtr>& devices) {
