@@ -83,6 +83,13 @@ void putFirstOnLibraryPath(const std::string& folder) {
     setenv("LD_LIBRARY_PATH", path.c_str(), 1);
 }
 
+void joinBus(const std::string& socket) {
+    putFirstOnLibraryPath(ownFolder() / "lib");
+    setenv("SIMBUS_BUS", socket.c_str(), 1);
+    unsetenv("SIMBUS_SCENARIO");
+    unsetenv("SIMBUS_SOCKET");
+}
+
 int runProgram(const char* caller, char* const* program) {
     leaveInterruptsToProgram();
     if (const int problem = start(program); problem != 0) {

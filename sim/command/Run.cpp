@@ -27,13 +27,6 @@ void load(const std::string& scenario) {
     }
 }
 
-void setEnvironment(const std::string& socket) {
-    putFirstOnLibraryPath(ownFolder() / "lib");
-    setenv("SIMBUS_BUS", socket.c_str(), 1);
-    unsetenv("SIMBUS_SCENARIO");
-    unsetenv("SIMBUS_SOCKET");
-}
-
 }  // namespace
 
 int run(const std::string& scenario, char* const* program) {
@@ -50,7 +43,7 @@ int run(const std::string& scenario, char* const* program) {
         throw std::runtime_error("there is no control socket at " + socket);
     }
     bus.setFront(Bus::Front::shared);
-    setEnvironment(fs::absolute(socket));
+    joinBus(fs::absolute(socket));
     return runProgram("simbus", program);
 }
 
