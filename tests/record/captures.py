@@ -93,6 +93,17 @@ def ended(packets, endpoint):
     return [packet for packet in packets if packet.event != "S" and packet.endpoint == endpoint]
 
 
+def begun_before_reads(packets):
+    """How many requests and writes had begun before the end of each read, by endpoint."""
+    counts, begun_already = collections.defaultdict(list), 0
+    for packet in packets:
+        is_read = packet.endpoint & 0x80 and packet.kind != 2
+        begun_already += packet.event == "S" and not is_read
+        if packet.event == "C" and is_read:
+            counts[packet.endpoint].append(begun_already)
+    return counts
+
+
 def assert_same(packets, others, with_ends=True):
     """Both have the same devices, with the same requests in the same order, and with the same ends at each endpoint."""
     for one, other in zip(by_device(packets), by_device(others), strict=True):
@@ -102,3 +113,7 @@ def assert_same(packets, others, with_ends=True):
         for mine, theirs in pairs:
             for first, second in itertools.zip_longest(mine, theirs):
                 assert first == second, f"{first}\n{second}"
+        replayed = begun_before_reads(other)
+        for endpoint, counts in begun_before_reads(one).items() if with_ends else ():
+            for first, second in zip(counts, replayed[endpoint], strict=True):
+                assert second >= first, f"a read from {endpoint:#x} has ended before what it answers"
