@@ -30,8 +30,8 @@ struct Exchange {
     Bytes sent;                 ///< by the host
     Bytes answered;             ///< by the device
     End end = End::silent;
-    /// Of an IN transfer at an endpoint: so many requests and OUT transfers had ended before, which it may
-    /// answer.
+    /// Of a request or OUT transfer: its number among them, from 1. Of an IN transfer: the number of the last
+    /// one that had begun before its end. It may answer that one; none of them can have waited for it.
     std::size_t after = 0;
 
     bool isIn() const { return (endpoint & 0x80U) != 0; }

@@ -172,7 +172,7 @@ void RecordingReader::finish() {
     }
     for (std::size_t i = 0; i < all_.size(); ++i) {
         if (!isDropped_[i]) {
-            all_[i].after = hostBefore[all_[i].after];
+            all_[i].after = isHost(all_[i]) ? hostBefore[i + 1] : hostBefore[all_[i].after];
             device_.exchanges.push_back(std::move(all_[i]));
         }
     }

@@ -47,7 +47,7 @@ class Replayer {
     std::map<std::uint64_t, const Exchange*> waiting_;  ///< IN transfers, for what comes before their answers
     std::set<std::uint8_t> reportStreams_;              ///< endpoints of input reports
     std::set<std::uint8_t> saidEnd_;                    ///< endpoints
-    std::size_t hostBegun_ = 0;
+    std::size_t hostBegun_ = 0;  ///< the highest number of a request or OUT transfer that has come
     std::size_t replayed_ = 0;
 };
 

@@ -16,17 +16,15 @@ constexpr char kUsage[] =
     "usage: simbus-replay CAPTURE -- PROGRAM [ARGUMENT...]\n"
     "       simbus-replay CAPTURE [--to SCENARIO]\n"
     "\n"
-    "Makes simulated devices of a capture, of simbus-record or of Wireshark and the Linux kernel's usbmon: "
-    "with the\n"
-    "recorded descriptors, and with the recorded answers to the requests and transfers that were seen, in "
-    "the order\n"
-    "in which they were seen. A request that was not seen stalls, and a line says so. What a device sent "
-    "comes when\n"
-    "everything has happened that had happened before it. A device that was unplugged is unplugged.\n"
+    "Makes simulated devices of a capture, of simbus-record or of Wireshark and the Linux kernel's usbmon:\n"
+    "with the recorded descriptors, and with the recorded answers to the requests and transfers that were\n"
+    "seen, in the order in which they were seen. A request that was not seen stalls, and a line says so.\n"
+    "What a device sent comes after the request or write that was the last one before it. A device that was\n"
+    "unplugged is unplugged.\n"
     "\n"
-    "With a program, runs it with these devices, as `simbus run` does; the exit status is the program's. "
-    "Without\n"
-    "one, writes the scenario of the devices, for which a program has to answer (sim/bus/README.md).\n";
+    "With a program, runs it with these devices, as `simbus run` does; the exit status is the program's.\n"
+    "Without one, writes the scenario of the devices, for which a program has to answer\n"
+    "(sim/bus/README.md).\n";
 
 int refuseArguments() {
     std::cerr << kUsage;

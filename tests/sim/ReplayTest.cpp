@@ -242,6 +242,18 @@ TEST(Replayer, AnswersAReadWhenEverythingHasHappenedBefore) {
     EXPECT_THAT(replay.replayer.in(4, 0x81), ElementsAre(isAnswer(4, kCompleted, {3})));
 }
 
+TEST(Replayer, DoesNotWaitForWhatTheProgramLeavesOut) {
+    Traffic traffic;
+    traffic.request({0x21, 10, 0, 0, 0, 0, 0, 0},
+                    {});  // as the recording system did when it found the device
+    traffic.write({1});
+    traffic.read({2});
+    Replay replay(traffic);
+    EXPECT_THAT(replay.replayer.in(1, 0x81), IsEmpty());
+    EXPECT_THAT(replay.replayer.out(2, 0x01, {1}),
+                ElementsAre(isAnswer(2, kCompleted), isAnswer(1, kCompleted, {2})));
+}
+
 TEST(Replayer, WhatACancelledReadWouldHaveGotComesWithTheNext) {
     Traffic traffic;
     const auto early = traffic.begin(Kind::bulk, 0x81);
