@@ -8,7 +8,7 @@
 
 namespace simbus::capture {
 
-/// Bytes that end; reading beyond the end gives zeroes and is remembered.
+/// Bytes that end. Reading beyond the end gives zeroes, is remembered, and leaves nothing to be read.
 class ByteReader {
  public:
     ByteReader(const std::uint8_t* bytes, std::size_t size, bool bigEndian)
@@ -50,7 +50,10 @@ class ByteReader {
 
  private:
     bool has(std::size_t count) {
-        overrun_ = overrun_ || count > left_;
+        if (count > left_) {
+            overrun_ = true;
+            left_ = 0;
+        }
         return !overrun_;
     }
 

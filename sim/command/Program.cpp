@@ -83,6 +83,14 @@ void searchFirst(const char* variable, const std::string& folder) {
     setenv(variable, (isFirst ? folder : folder + ":" + std::string(others)).c_str(), 1);
 }
 
+void joinBus(const std::string& socket) {
+    searchFirst("LD_LIBRARY_PATH", ownFolder() / "lib");
+    searchFirst("PYTHONPATH", ownFolder() / "python");
+    setenv("SIMBUS_BUS", socket.c_str(), 1);
+    unsetenv("SIMBUS_SCENARIO");
+    unsetenv("SIMBUS_SOCKET");
+}
+
 int runProgram(const char* caller, char* const* program) {
     leaveInterruptsToProgram();
     if (const int problem = start(program); problem != 0) {

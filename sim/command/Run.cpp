@@ -8,19 +8,8 @@
 #include "Program.h"
 
 namespace simbus::command {
-namespace {
 
 namespace fs = std::filesystem;
-
-void setEnvironment(const std::string& socket) {
-    searchFirst("LD_LIBRARY_PATH", ownFolder() / "lib");
-    searchFirst("PYTHONPATH", ownFolder() / "python");
-    setenv("SIMBUS_BUS", socket.c_str(), 1);
-    unsetenv("SIMBUS_SCENARIO");
-    unsetenv("SIMBUS_SOCKET");
-}
-
-}  // namespace
 
 int run(const std::string& scenario, char* const* program) {
     Bus& bus = Bus::instance();
@@ -36,7 +25,7 @@ int run(const std::string& scenario, char* const* program) {
         throw std::runtime_error("there is no control socket at " + socket);
     }
     bus.setFront(Bus::Front::shared);
-    setEnvironment(fs::absolute(socket));
+    joinBus(fs::absolute(socket));
     return runProgram("simbus", program);
 }
 

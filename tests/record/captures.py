@@ -1,6 +1,7 @@
 """What the tests of recordings share. TOOLS is the folder of list_capture, SIM that of simbus-record and the others."""
 
 import collections
+import itertools
 import json
 import os
 import shutil
@@ -30,9 +31,9 @@ def run(*command, status=0, **how):
     return done.stdout, done.stderr
 
 
-def record(file, *command, status=0, **how):
-    """Runs a program under the recorder; returns its output and its errors, with what the recorder says."""
-    return run(SIM / "simbus-record", "--to", file, "--", *command, status=status, **how)
+def record(file, *command, status=0, under=(), **how):
+    """Runs a program under the recorder, and that under others; returns its output and its errors, with what they say."""
+    return run(*under, SIM / "simbus-record", "--to", file, "--", *command, status=status, **how)
 
 
 def packets_of(file):
@@ -76,6 +77,43 @@ def tshark_agrees(file):
     return ours
 
 
-def answers_of(packets):
-    """What tells two recordings of the same from each other: what was sent and received, by device, in its order."""
-    return [packet._replace(number=0, device=0) for packet in packets]
+def by_device(packets):
+    """The packets of each device, in the order of the addresses, which differ from one plug to the next."""
+    devices = collections.defaultdict(list)
+    for packet in packets:
+        devices[packet.bus, packet.device].append(packet._replace(number=0, device=0))
+    return [devices[place] for place in sorted(devices)]
+
+
+def begun(packets):
+    return [packet for packet in packets if packet.event == "S"]
+
+
+def ended(packets, endpoint):
+    return [packet for packet in packets if packet.event != "S" and packet.endpoint == endpoint]
+
+
+def begun_before_reads(packets):
+    """How many requests and writes had begun before the end of each read, by endpoint."""
+    counts, begun_already = collections.defaultdict(list), 0
+    for packet in packets:
+        is_read = packet.endpoint & 0x80 and packet.kind != 2
+        begun_already += packet.event == "S" and not is_read
+        if packet.event == "C" and is_read:
+            counts[packet.endpoint].append(begun_already)
+    return counts
+
+
+def assert_same(packets, others, with_ends=True):
+    """Both have the same devices, with the same requests in the same order, and with the same ends at each endpoint."""
+    for one, other in zip(by_device(packets), by_device(others), strict=True):
+        pairs = [(begun(one), begun(other))]
+        for endpoint in sorted({packet.endpoint for packet in one if with_ends}):
+            pairs.append((ended(one, endpoint), ended(other, endpoint)))
+        for mine, theirs in pairs:
+            for first, second in itertools.zip_longest(mine, theirs):
+                assert first == second, f"{first}\n{second}"
+        replayed = begun_before_reads(other)
+        for endpoint, counts in begun_before_reads(one).items() if with_ends else ():
+            for first, second in zip(counts, replayed[endpoint], strict=True):
+                assert second >= first, f"a read from {endpoint:#x} has ended before what it answers"

@@ -241,6 +241,20 @@ TEST(Capture, DoesNotTrustTheSizesOfBlocks) {
     EXPECT_THAT(problemsOf(file), ElementsAre("packet 1: it is shorter than the header of usbmon"));
 }
 
+TEST(Capture, PassesOverAnOptionThatIsLongerThanItsBlock) {
+    ForeignFile file(false);
+    file.section();
+    file.number(std::uint32_t{1})
+        .number(std::uint32_t{28})
+        .number(std::uint16_t{189})
+        .number(std::uint16_t{0});
+    file.number(std::uint32_t{0}).number(std::uint16_t{2}).number(std::uint16_t{5}).number(std::uint32_t{0});
+    file.number(std::uint32_t{28}).packet(0, 1);
+    const Capture capture = readCapture(file.bytes);
+    EXPECT_THAT(capture.problems, IsEmpty());
+    EXPECT_THAT(capture.packets, SizeIs(1));
+}
+
 TEST(Capture, TellsWhenTheDataOfAPacketAreCut) {
     Bytes file = captureHeader("");
     const Bytes data = {1, 2, 3};
