@@ -123,9 +123,9 @@ class Client {
     void import() {
         Bytes message{0x01, 0x11, 0x80, 0x03, 0, 0, 0, 0};
         const auto devices = Bus::instance().devices();
-        const std::string id =
-            devices.empty() ? "9-9"
-                            : std::to_string(devices[0]->busNumber) + "-" + std::to_string(devices[0]->port);
+        const std::string id = devices.empty() ? "9-9"
+                                               : std::to_string(devices[0]->busNumber) + "-" +
+                                                     std::to_string(devices[0]->ports.back());
         message.insert(message.end(), id.begin(), id.end());
         message.resize(kPreambleBytes + 32);
         isTold_ = isTold_ && !imported_ && said_ == 0;

@@ -63,7 +63,7 @@ TEST_F(LibusbDevices, DevicesTellTheirIdentity) {
     EXPECT_EQ(descriptor.bNumConfigurations, 1);
     EXPECT_EQ(libusb_get_bus_number(echo), 1);
     EXPECT_EQ(libusb_get_device_address(echo), bus.devices().front()->address);
-    EXPECT_EQ(libusb_get_port_number(echo), bus.devices().front()->port);
+    EXPECT_EQ(libusb_get_port_number(echo), bus.devices().front()->ports.back());
     EXPECT_EQ(libusb_get_device_speed(echo), LIBUSB_SPEED_FULL);
 }
 
