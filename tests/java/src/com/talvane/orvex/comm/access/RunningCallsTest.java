@@ -102,6 +102,13 @@ class RunningCallsTest {
     }
 
     @Test
+    void aResetWithoutReadsCancelsNothing() {
+        AtomicInteger cancels = new AtomicInteger();
+        assertEquals(5, calls.reset(cancels::incrementAndGet, () -> 5));
+        assertEquals(0, cancels.get());
+    }
+
+    @Test
     void aReadIsMadeAgainOnlyWhenAResetFoundItWithNothing() throws Exception {
         calls.reset(() -> { }, () -> 0);
         assertEquals(0, calls.read(() -> made.getAndIncrement() == 0 ? 0 : 9), "an empty packet");
