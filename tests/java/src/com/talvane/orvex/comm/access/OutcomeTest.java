@@ -28,10 +28,12 @@ class OutcomeTest {
     private boolean isHalted;
     private boolean isAbsent;
     private int questions;
+    private Runnable whileAsked = () -> { };
     private final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess() {
         @Override
         public int usbReadControlPipe(int list, int index, int ignored, int timeout, byte[] buffer) {
             questions++;
+            whileAsked.run();
             buffer[Setup.PACKET_BYTES] = (byte) (isHalted ? 1 : 0);
             return answered;
         }
@@ -169,6 +171,19 @@ class OutcomeTest {
         assertThrows(IllegalStateException.class, () -> outcome.ofReadReports(LENGTH, new Moved(0, TIMED_OUT)));
         assertThrows(IllegalStateException.class, () -> outcome.ofReadReports(LENGTH, new Moved(0, NOT_OPEN)));
         assertTrue(connection.hasEnded());
+    }
+
+    @Test
+    void aDeviceThatIsClosedWhileItIsAskedIsNotStalled() {
+        isHalted = true;
+        whileAsked = connection::end;
+        assertThrows(IllegalStateException.class, () -> outcome.ofRead(LENGTH, 0));
+    }
+
+    @Test
+    void aDeviceThatIsClosedWhileItIsAskedHasRefusedNoRequest() {
+        whileAsked = connection::end;
+        assertThrows(IllegalStateException.class, () -> outcome.ofControl(LENGTH, 0, false));
     }
 
     @Test

@@ -60,13 +60,24 @@ class RunningCallsTest {
 
     @Test
     void theEndWaitsForCallsOfBothKindsButNotForever() throws Exception {
-        FutureTask<Integer> write = started(() -> calls.make(this::lasting));
-        hasBegun.await();
+        CountDownLatch both = new CountDownLatch(2);
+        IntSupplier call = () -> {
+            both.countDown();
+            return lasting();
+        };
+        started(() -> calls.make(call));
+        started(() -> calls.read(call));
+        both.await();
         calls.end();
         assertFalse(calls.awaitNone());
-        mayEnd.countDown();
+        Thread self = Thread.currentThread();
+        started(() -> {
+            awaitState(self, Thread.State.TIMED_WAITING);
+            mayEnd.countDown();
+            return 0;
+        });
         assertTrue(calls.awaitNone());
-        assertEquals(0, write.get());
+        assertEquals(2, made.get());
     }
 
     @Test

@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm.access;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -100,6 +101,22 @@ class UsbDoubtTest extends AccessTest {
         assertEquals(List.of(), List.copyOf(changes));
     }
 
+    @Test
+    @Tag("memory")
+    void aFurtherListIsReleasedWithTheSession() throws Exception {
+        session().list(VENDOR);
+        session().onChange(changes::add);
+        bus.failNext("libusb_open", -3);
+        bus.plug("spare");
+        await("it can be read", () -> unchecked(() -> session().list(VENDOR).find("SPARE005").isPresent()));
+        int further = ((ListedDevice) session().list(VENDOR).find("SPARE005").orElseThrow()).place().list();
+        int first = ((ListedDevice) session().list(VENDOR).find(BENCH).orElseThrow()).place().list();
+        assertNotEquals(first, further);
+        session().close();
+        assertTrue(session().raw.usb.usbGetDeviceListCount(first) <= 0);
+        assertTrue(session().raw.usb.usbGetDeviceListCount(further) <= 0);
+    }
+
     private List<UsbChange> nextTwo(Kind kind) throws InterruptedException {
         List<UsbChange> two = List.of(nextChange(), nextChange());
         assertEquals(List.of(kind, kind), two.stream().map(UsbChange::kind).toList(), two::toString);
@@ -128,6 +145,7 @@ class UsbDoubtTest extends AccessTest {
         bus.unplug("composite");
         assertEquals(both, devices(nextTwo(Kind.LEFT)));
         assertEquals(List.of(), List.copyOf(changes));
+        both.forEach(UsbDevice::close);
     }
 
     @Test
@@ -140,6 +158,12 @@ class UsbDoubtTest extends AccessTest {
         assertTrue(standIn.info().isUnopenable(), standIn::line);
         assertEquals(List.of(both.get(0), both.get(1), standIn),
                 inDoubt(session().list(OTHER_VENDOR), UsbDoubt.UNREADABLE));
+        assertSame(standIn, nextChange().device());
+        assertBack(both);
+        bus.failNext("libusb_open", -3);
+        bus.plug("composite");
+        assertEquals(new UsbChange(Kind.CAME_BACK, standIn, session().list(OTHER_VENDOR), UsbDoubt.UNREADABLE),
+                nextChange());
         assertSame(standIn, nextChange().device());
         assertBack(both);
     }

@@ -85,6 +85,7 @@ class UsbSessionTest extends AccessTest {
         bench.close();
         assertEquals(BENCH, bench.info().serial());
         assertTrue(session.raw.threads.isShutdown());
+        assertTrue(session.raw.usb.usbGetDeviceListCount(((ListedDevice) bench).place().list()) <= 0);
     }
 
     @Test
