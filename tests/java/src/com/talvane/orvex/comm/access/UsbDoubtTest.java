@@ -96,9 +96,14 @@ class UsbDoubtTest extends AccessTest {
         assertEquals(new UsbChange(Kind.LEFT, standIn.device(), list), nextChange());
         assertEquals(new UsbChange(Kind.CAME_BACK, departure.device(), list), nextChange());
         assertEquals(List.of(), inDoubt(list, UsbDoubt.UNREADABLE));
+        // When it then cannot read the text again, the device is still there.
+        bus.fail("libusb_control_transfer", 1, -9); // the same text, now of the first device
         bus.unplug("spare");
         assertEquals("SPARE005", nextChange().device().info().serial());
+        bus.plug("spare");
+        assertEquals("SPARE005", nextChange().device().info().serial());
         assertEquals(List.of(), List.copyOf(changes));
+        assertTrue(departure.device().isPresent());
     }
 
     @Test

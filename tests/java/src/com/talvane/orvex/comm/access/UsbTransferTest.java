@@ -235,6 +235,15 @@ class UsbTransferTest extends AccessTest {
     }
 
     @Test
+    @Tag("memory")
+    void anEndpointWhosePacketsHaveNoSizeCanBeRead() throws UsbException {
+        bus.change("pair", "{\"interfaces\": [{\"class\": 255, \"endpoints\": [{\"address\": \"0x81\","
+                + " \"type\": \"bulk\", \"maxPacketSize\": 0, \"behaviour\": \"silent\"}]}]}");
+        UsbDevice pair = open(PAIR);
+        assertThrows(UsbTimeoutException.class, () -> pair.readBulk(0x81, new byte[3], 0, 3, 20));
+    }
+
+    @Test
     void aPacketThatDoesNotFitIsTold() throws UsbException {
         UsbDevice bench = open(BENCH);
         write(bench, 0x01, pattern(64));
