@@ -112,6 +112,14 @@ class RunningCallsTest {
         assertEquals(1, read.get(), "it moved nothing, so it is made again");
     }
 
+    /** A wait lasts a second when it is in vain. */
+    @Test
+    void whereNoCallIsUnderWayNobodyWaits() {
+        for (int i = 0; i < 100; i++) {
+            assertTrue(calls.awaitNone());
+        }
+    }
+
     @Test
     void aResetWithoutReadsCancelsNothing() {
         AtomicInteger cancels = new AtomicInteger();

@@ -87,6 +87,7 @@ class UsbTransferTest extends AccessTest {
         assertThrows(IllegalArgumentException.class, () -> bench.writeBulk(0x01, bytes, 0, 1, UsbDevice.FOREVER));
         assertThrows(IllegalArgumentException.class, () -> bench.readControl(0xC0, 1, 0, 0, 1, UsbDevice.FOREVER));
         assertThrows(IllegalArgumentException.class, () -> bench.writeControl(0x40, 1, 0, 0, bytes, -1));
+        Setup.endingTimeout(1); // the least
     }
 
     @Test
@@ -237,10 +238,12 @@ class UsbTransferTest extends AccessTest {
     @Test
     @Tag("memory")
     void anEndpointWhosePacketsHaveNoSizeCanBeRead() throws UsbException {
-        bus.change("pair", "{\"interfaces\": [{\"class\": 255, \"endpoints\": [{\"address\": \"0x81\","
+        bus.change("spare", "{\"interfaces\": [{\"class\": 255, \"endpoints\": [{\"address\": \"0x81\","
                 + " \"type\": \"bulk\", \"maxPacketSize\": 0, \"behaviour\": \"silent\"}]}]}");
-        UsbDevice pair = open(PAIR);
-        assertThrows(UsbTimeoutException.class, () -> pair.readBulk(0x81, new byte[3], 0, 3, 20));
+        bus.plug("spare");
+        UsbDevice spare = open("SPARE005");
+        assertEquals(0, spare.endpoints().get(0).packetBytes());
+        assertThrows(UsbTimeoutException.class, () -> spare.readBulk(0x81, new byte[3], 0, 3, 20));
     }
 
     @Test
