@@ -69,7 +69,6 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
         }
         synchronized (this) {
             caller = null;
-            notifyAll();
         }
     }
 
@@ -85,9 +84,8 @@ final class CancelOnInterrupt extends AbstractInterruptibleChannel {
     private void closeIfInterrupted() {
         Thread thread = caller;
         if (thread != null && thread.isInterrupted() && isOpen()) {
-            Thread closer = new Thread(this::closeQuietly, "orvex-usb-cancel");
-            closer.setDaemon(true);
-            closer.start();
+            // A daemon, as the thread is that looks.
+            new Thread(this::closeQuietly, "orvex-usb-cancel").start();
         }
     }
 

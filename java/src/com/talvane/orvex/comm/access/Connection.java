@@ -71,13 +71,13 @@ final class Connection {
     /**
      * A connection that is not open yet.
      *
-     * @param session the session of the device
+     * @param usb     makes the raw calls
      * @param target  the device
      * @param reports for a HID device
      * @param pipes   the endpoints by their addresses
      */
-    Connection(RawSession session, Target target, ReportFormat reports, Map<Integer, UsbEndpoint> pipes) {
-        this.usb = session.usb;
+    Connection(ORVEXCommUSBAccess usb, Target target, ReportFormat reports, Map<Integer, UsbEndpoint> pipes) {
+        this.usb = usb;
         this.target = target;
         this.reports = reports;
         this.pipes = pipes;
@@ -270,7 +270,7 @@ final class Connection {
         turn.lock();
         try {
             int result = calls.make(() -> controlOnce(request, STATUS_MS));
-            return new Status(result >= 0, result > 0, result > 0 && (request[Setup.PACKET_BYTES] & 1) != 0);
+            return new Status(result >= 0, result > 0, (request[Setup.PACKET_BYTES] & 1) != 0);
         } finally {
             turn.unlock();
         }

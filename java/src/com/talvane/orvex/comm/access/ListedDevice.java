@@ -186,7 +186,7 @@ final class ListedDevice implements UsbDevice {
                 throw new IllegalStateException(label() + " is open already");
             }
             demandNoLateCalls();
-            Connection opening = new Connection(session, target(), reports, pipesByAddress());
+            Connection opening = new Connection(session.usb, target(), reports, pipesByAddress());
             int result = opening.open();
             if (result == UsbAccessCode.NOT_AVAILABLE.code()
                     || (result == UsbAccessCode.OPEN_FAILED.code() && isAbsent())) {

@@ -124,12 +124,9 @@ final class ListenerCalls {
         if (own != null) {
             own.setWaits(true);
         }
-        try {
-            awaitCall();
-        } finally {
-            if (own != null) {
-                own.setWaits(false);
-            }
+        awaitCall();
+        if (own != null) {
+            own.setWaits(false);
         }
     }
 

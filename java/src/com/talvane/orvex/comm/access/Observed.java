@@ -82,11 +82,10 @@ final class Observed {
     static void device(String name, String device, Call call) throws UsbException {
         Flight flight = startDevice(name, device);
         try {
-            call.make();
+            flight.end(OK, call.make(), 0, 0);
         } catch (UsbException e) {
             throw failed(flight, e);
         }
-        flight.end(OK, 0, 0, 0);
         Log.debug(() -> name + " " + device + ": done");
     }
 

@@ -51,18 +51,19 @@ final class RunningCalls {
     /** Makes a raw read from a pipe, and makes it again when a reset has cancelled it before anything came. */
     int read(IntSupplier call) {
         int result;
-        boolean wasReset;
+        int before;
+        int after;
         do {
-            int before = begin(true);
+            before = begin(true);
             if (before == ENDED) {
                 return UsbAccessCode.NOT_OPEN.code();
             }
             try {
                 result = call.getAsInt();
             } finally {
-                wasReset = finish(true) != before;
+                after = finish(true);
             }
-        } while (result == 0 && wasReset);
+        } while (result == 0 && after != before);
         return result;
     }
 

@@ -47,23 +47,21 @@ final class Setup {
         bytes[at + 1] = (byte) (word >> 8);
     }
 
-    static int within(String name, int number, int least, int greatest) {
+    static void within(String name, int number, int least, int greatest) {
         if (number < least || number > greatest) {
             throw new IllegalArgumentException(
                     String.format("%s %d is not within %d to %d", name, number, least, greatest));
         }
-        return number;
     }
 
     /** The same for what people write in hexadecimal: ids, addresses, bytes of a request. */
-    static int withinHex(String name, int number, int least, int greatest) {
+    static void withinHex(String name, int number, int least, int greatest) {
         if (number < least || number > greatest) {
             String form = greatest > OCTET ? "0x%04X" : "0x%02X";
             String told = number < 0 ? Integer.toString(number) : String.format(form, number);
             throw new IllegalArgumentException(
                     String.format("%s %s is not within " + form + " to " + form, name, told, least, greatest));
         }
-        return number;
     }
 
     /** A time-out that may be {@link Deadline#FOREVER}. */

@@ -4,6 +4,8 @@ import java.nio.channels.ClosedChannelException;
 
 /** A pipe as a stream or channel has it: with one time-out for its transfers, until the stream is closed. */
 final class StreamEnd {
+    private static final byte[] NOTHING = {};
+
     private final Pipe pipe;
     private final int timeout;
     private volatile boolean closed;
@@ -24,9 +26,9 @@ final class StreamEnd {
         return pipe.read(buffer, offset, length, timeout);
     }
 
-    int write(byte[] buffer, int offset, int length) throws ClosedChannelException, UsbException {
-        demandOpen();
-        return pipe.write(buffer, offset, length, timeout);
+    /** Writes an empty packet, whether the stream is open or not. */
+    void writeNothing() throws UsbException {
+        pipe.write(NOTHING, 0, 0, timeout);
     }
 
     void writeFully(byte[] buffer, int offset, int length) throws ClosedChannelException, UsbException {

@@ -182,8 +182,8 @@ record Transfers(Connection connection) {
     }
 
     private static void giveBack(byte[] bytes, int moved, byte[] buffer, int offset) {
-        if (bytes != buffer && moved > 0) {
-            System.arraycopy(bytes, 0, buffer, offset, moved);
+        if (bytes != buffer) {
+            System.arraycopy(bytes, 0, buffer, offset, Math.max(moved, 0));
         }
     }
 }

@@ -27,6 +27,7 @@ import java.util.Objects;
  * not end a read.
  */
 public final class UsbInput extends InputStream implements ReadableByteChannel {
+    /** More than the greatest packet has. */
     private static final int BUFFER_BYTES = 16_384;
 
     private final StreamEnd pipe;
@@ -47,7 +48,7 @@ public final class UsbInput extends InputStream implements ReadableByteChannel {
     public UsbInput(UsbDevice device, int endpoint, int timeout) throws UsbException {
         Setup.timeout(timeout);
         pipe = new StreamEnd(Pipe.of(device, endpoint, true), timeout);
-        buffer = new byte[Math.max(BUFFER_BYTES / pipe.packet(), 1) * pipe.packet()];
+        buffer = new byte[BUFFER_BYTES / pipe.packet() * pipe.packet()];
     }
 
     @Override

@@ -24,8 +24,6 @@ import java.nio.channels.WritableByteChannel;
  * not end a write.
  */
 public final class UsbOutput extends OutputStream implements WritableByteChannel {
-    private static final byte[] NOTHING = {};
-
     private final StreamEnd pipe;
     private boolean isMessageOpen;
 
@@ -78,7 +76,7 @@ public final class UsbOutput extends OutputStream implements WritableByteChannel
     public synchronized void endMessage() throws IOException {
         pipe.demandOpen();
         if (isMessageOpen) {
-            pipe.write(NOTHING, 0, 0);
+            pipe.writeNothing();
             isMessageOpen = false;
         }
     }

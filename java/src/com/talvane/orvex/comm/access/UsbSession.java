@@ -75,9 +75,10 @@ public final class UsbSession implements AutoCloseable {
 
     private static Set<Integer> checked(int[] vendorIds) {
         Setup.within("number of vendor ids", vendorIds.length, 1, MOST_VENDORS);
-        Set<Integer> vendors = Arrays.stream(vendorIds)
-                .mapToObj(id -> Setup.withinHex("vendor id", id, 0, GREATEST_ID))
-                .collect(Collectors.toUnmodifiableSet());
+        for (int id : vendorIds) {
+            Setup.withinHex("vendor id", id, 0, GREATEST_ID);
+        }
+        Set<Integer> vendors = Arrays.stream(vendorIds).boxed().collect(Collectors.toUnmodifiableSet());
         if (vendors.size() < vendorIds.length) {
             throw new IllegalArgumentException("a vendor id is given twice: " + Arrays.stream(vendorIds)
                     .mapToObj(id -> String.format("0x%04X", id)).collect(Collectors.joining(", ")));

@@ -1,9 +1,14 @@
 package com.talvane.orvex.comm.access;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import java.lang.ref.Reference;
+import java.lang.ref.WeakReference;
 import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.atomic.AtomicInteger;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
@@ -59,6 +64,19 @@ class CancelOnInterruptTest {
         assertTrue(cancels.get() >= 4);
     }
 
+    /** It may begin late. */
+    @Test
+    void aTransferThatHasNotBegunIsCancelledForAsLongAsThatTakes() throws InterruptedException {
+        CountDownLatch last = new CountDownLatch(1);
+        Deadline late = new Deadline(4000);
+        assertEquals(7, interrupted(new CancelOnInterrupt(() -> {
+            if (late.isOver()) {
+                last.countDown();
+            }
+            return false;
+        }), last));
+    }
+
     @Test
     void theInterruptingThreadDoesNotWaitForeverForACallThatDoesNotComeBack() throws InterruptedException {
         CountDownLatch begun = new CountDownLatch(1);
@@ -78,12 +96,36 @@ class CancelOnInterruptTest {
     }
 
     @Test
-    void anInterruptAfterTheCallCancelsNothing() {
+    void anInterruptAfterTheCallCancelsNothing() throws InterruptedException {
         CancelOnInterrupt interruptible = new CancelOnInterrupt(() -> cancels.incrementAndGet() > 0);
         assertEquals(5, interruptible.run(() -> 5));
-        Thread.currentThread().interrupt();
-        assertTrue(Thread.interrupted());
+        Thread interrupter = new Thread(Thread.currentThread()::interrupt);
+        interrupter.start();
+        while (!Thread.interrupted()) {
+            Thread.onSpinWait();
+        }
+        interrupter.join();
+        assertTrue(interruptible.isOpen());
         assertEquals(0, cancels.get());
+    }
+
+    /** Neither its thread keeps it, nor what looks for missed interrupts. */
+    @Test
+    void aCallThatIsOverIsForgotten() {
+        MissedInterrupts missed = new MissedInterrupts();
+        WeakReference<CancelOnInterrupt> call = new WeakReference<>(whatHasRun(missed));
+        Deadline deadline = new Deadline(30_000);
+        while (call.get() != null && !deadline.isOver()) {
+            System.gc();
+        }
+        assertNull(call.get());
+        Reference.reachabilityFence(missed);
+    }
+
+    private static CancelOnInterrupt whatHasRun(MissedInterrupts missed) {
+        CancelOnInterrupt interruptible = new CancelOnInterrupt(() -> false, missed);
+        interruptible.run(() -> 5);
+        return interruptible;
     }
 
     /** An interrupt by the own thread calls no hook, like one that comes just before the call in Java 17. */
@@ -91,7 +133,9 @@ class CancelOnInterruptTest {
     @Timeout(60)
     void anInterruptThatCalledNoHookIsFound() throws InterruptedException {
         CountDownLatch end = new CountDownLatch(1);
+        AtomicBoolean keepsTheProgramAlive = new AtomicBoolean();
         CancelOnInterrupt call = new CancelOnInterrupt(() -> {
+            keepsTheProgramAlive.set(!Thread.currentThread().isDaemon());
             if (cancels.incrementAndGet() == 3) {
                 end.countDown();
             }
@@ -105,6 +149,7 @@ class CancelOnInterruptTest {
             return 6;
         }));
         assertTrue(Thread.interrupted());
+        assertFalse(keepsTheProgramAlive.get());
     }
 
     @Test

@@ -60,13 +60,24 @@ class RunningCallsTest {
 
     @Test
     void theEndWaitsForCallsOfBothKindsButNotForever() throws Exception {
-        FutureTask<Integer> write = started(() -> calls.make(this::lasting));
-        hasBegun.await();
+        CountDownLatch both = new CountDownLatch(2);
+        IntSupplier call = () -> {
+            both.countDown();
+            return lasting();
+        };
+        started(() -> calls.make(call));
+        started(() -> calls.read(call));
+        both.await();
         calls.end();
         assertFalse(calls.awaitNone());
-        mayEnd.countDown();
+        Thread self = Thread.currentThread();
+        started(() -> {
+            awaitState(self, Thread.State.TIMED_WAITING);
+            mayEnd.countDown();
+            return 0;
+        });
         assertTrue(calls.awaitNone());
-        assertEquals(0, write.get());
+        assertEquals(2, made.get());
     }
 
     @Test
@@ -99,6 +110,21 @@ class RunningCallsTest {
         assertFalse(read.isDone());
         mayEnd.countDown();
         assertEquals(1, read.get(), "it moved nothing, so it is made again");
+    }
+
+    /** A wait lasts a second when it is in vain. */
+    @Test
+    void whereNoCallIsUnderWayNobodyWaits() {
+        for (int i = 0; i < 100; i++) {
+            assertTrue(calls.awaitNone());
+        }
+    }
+
+    @Test
+    void aResetWithoutReadsCancelsNothing() {
+        AtomicInteger cancels = new AtomicInteger();
+        assertEquals(5, calls.reset(cancels::incrementAndGet, () -> 5));
+        assertEquals(0, cancels.get());
     }
 
     @Test

@@ -43,6 +43,16 @@ class UsbAsyncTest extends AccessTest {
     }
 
     @Test
+    void aTransferDoesNotKeepTheProgramAlive() throws Exception {
+        UsbDevice bench = open(BENCH);
+        CompletableFuture<byte[]> read = new UsbAsync(bench).readAsync(0x81, 64, UsbDevice.FOREVER);
+        await("it reads", () -> bus.pending("bench", 0x81) > 0);
+        assertTrue(Thread.getAllStackTraces().keySet().stream()
+                .filter(thread -> thread.getName().equals("orvex-usb-transfer")).allMatch(Thread::isDaemon));
+        read.cancel(true);
+    }
+
+    @Test
     void aQuestionAndItsAnswerAreComposed() throws Exception {
         UsbAsync async = new UsbAsync(open(BENCH));
         assertArrayEquals(pattern(7),

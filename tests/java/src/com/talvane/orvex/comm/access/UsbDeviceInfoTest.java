@@ -106,6 +106,11 @@ class UsbDeviceInfoTest {
         assertEquals(lacks, withTexts(texts, family, 0).lacksText(descriptor));
     }
 
+    @Test
+    void aDescriptorThatEndsBeforeTheSerialNumberTellsNothing() {
+        assertFalse(withTexts("?:=?:=?").lacksText(new byte[16]));
+    }
+
     @ParameterizedTest
     @CsvSource({
         "M:=P:=S, M:=P:=S, true", "?:=?:=?, M:=P:=S, true", "?:=P:=S, M:=P:=S, true", "M:=?:=S, M:=P:=S, true",

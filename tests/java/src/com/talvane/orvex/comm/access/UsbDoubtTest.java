@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm.access;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertSame;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -95,9 +96,30 @@ class UsbDoubtTest extends AccessTest {
         assertEquals(new UsbChange(Kind.LEFT, standIn.device(), list), nextChange());
         assertEquals(new UsbChange(Kind.CAME_BACK, departure.device(), list), nextChange());
         assertEquals(List.of(), inDoubt(list, UsbDoubt.UNREADABLE));
+        // When it then cannot read the text again, the device is still there.
+        bus.fail("libusb_control_transfer", 1, -9); // the same text, now of the first device
         bus.unplug("spare");
         assertEquals("SPARE005", nextChange().device().info().serial());
+        bus.plug("spare");
+        assertEquals("SPARE005", nextChange().device().info().serial());
         assertEquals(List.of(), List.copyOf(changes));
+        assertTrue(departure.device().isPresent());
+    }
+
+    @Test
+    @Tag("memory")
+    void aFurtherListIsReleasedWithTheSession() throws Exception {
+        session().list(VENDOR);
+        session().onChange(changes::add);
+        bus.failNext("libusb_open", -3);
+        bus.plug("spare");
+        await("it can be read", () -> unchecked(() -> session().list(VENDOR).find("SPARE005").isPresent()));
+        int further = ((ListedDevice) session().list(VENDOR).find("SPARE005").orElseThrow()).place().list();
+        int first = ((ListedDevice) session().list(VENDOR).find(BENCH).orElseThrow()).place().list();
+        assertNotEquals(first, further);
+        session().close();
+        assertTrue(session().raw.usb.usbGetDeviceListCount(first) <= 0);
+        assertTrue(session().raw.usb.usbGetDeviceListCount(further) <= 0);
     }
 
     private List<UsbChange> nextTwo(Kind kind) throws InterruptedException {
@@ -128,6 +150,7 @@ class UsbDoubtTest extends AccessTest {
         bus.unplug("composite");
         assertEquals(both, devices(nextTwo(Kind.LEFT)));
         assertEquals(List.of(), List.copyOf(changes));
+        both.forEach(UsbDevice::close);
     }
 
     @Test
@@ -140,6 +163,12 @@ class UsbDoubtTest extends AccessTest {
         assertTrue(standIn.info().isUnopenable(), standIn::line);
         assertEquals(List.of(both.get(0), both.get(1), standIn),
                 inDoubt(session().list(OTHER_VENDOR), UsbDoubt.UNREADABLE));
+        assertSame(standIn, nextChange().device());
+        assertBack(both);
+        bus.failNext("libusb_open", -3);
+        bus.plug("composite");
+        assertEquals(new UsbChange(Kind.CAME_BACK, standIn, session().list(OTHER_VENDOR), UsbDoubt.UNREADABLE),
+                nextChange());
         assertSame(standIn, nextChange().device());
         assertBack(both);
     }

@@ -69,7 +69,8 @@ class UsbHidTest extends AccessTest {
     void pipesAreRefused() throws UsbException {
         UsbDevice hid = opened();
         byte[] bytes = new byte[1];
-        assertThrows(UnsupportedOperationException.class, () -> read(hid, 0x81, bytes));
+        assertEquals("HIDT0021 is a HID device: it has reports, not pipes",
+                assertThrows(UnsupportedOperationException.class, () -> read(hid, 0x81, bytes)).getMessage());
         assertThrows(UnsupportedOperationException.class, () -> write(hid, 0x01, bytes));
         assertThrows(UnsupportedOperationException.class, () -> hid.readInterrupt(0x81, bytes, 0, 1, AMPLE));
         assertThrows(UnsupportedOperationException.class, () -> hid.writeInterrupt(0x01, bytes, 0, 1, AMPLE));

@@ -13,12 +13,10 @@ import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
-import java.util.concurrent.Future;
 import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.atomic.AtomicInteger;
-import java.util.concurrent.atomic.AtomicReference;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
 
@@ -90,6 +88,7 @@ class UsbListenerTest extends AccessTest {
         assertEquals(new UsbChange(Kind.LEFT, bench, list), next(changes));
         assertEquals(new UsbChange(Kind.CAME_BACK, bench, list), next(changes));
         assertEquals(new UsbDeviceList.Changes(List.of(bench), List.of(bench)), list.update());
+        assertEquals(2, ((ListedDevice) bench).stay());
     }
 
     @Test
@@ -161,76 +160,6 @@ class UsbListenerTest extends AccessTest {
         bus.unplug("bench");
         assertEquals("own", next(names));
         executor.shutdown();
-    }
-
-    @Test
-    void aCloseWaitsForTheCallThatIsUnderWay() throws Exception {
-        list();
-        CountDownLatch began = new CountDownLatch(1);
-        CountDownLatch goOn = new CountDownLatch(1);
-        AtomicInteger finished = new AtomicInteger();
-        UsbSubscription subscription = session().onChange(change -> {
-            began.countDown();
-            unchecked(() -> goOn.await(AMPLE, TimeUnit.MILLISECONDS));
-            finished.incrementAndGet();
-        });
-        bus.unplug("bench");
-        began.await();
-        AtomicReference<Thread> closer = new AtomicReference<>();
-        Future<Integer> close = onAnotherThread(() -> {
-            closer.set(Thread.currentThread());
-            subscription.close();
-            return finished.get();
-        });
-        await("the close waits", () -> closer.get() != null && closer.get().getState() == Thread.State.WAITING);
-        goOn.countDown();
-        assertEquals(1, result(close));
-        subscription.close();
-    }
-
-    @Test
-    void afterTheSessionIsClosedNoListenerIsCalled() throws Exception {
-        UsbDevice bench = open(BENCH);
-        Heard heard = new Heard();
-        bench.onData(0x81, 64, heard);
-        session().onChange(changes::add);
-        bus.feed("bench", 0x81, pattern(5));
-        next(heard.arrays);
-        session().close();
-        assertThrows(IllegalStateException.class, () -> session().onChange(changes::add));
-        bus.unplug("bench");
-        assertNull(changes.peek());
-        assertNull(heard.ends.peek());
-    }
-
-    @Test
-    void listenersThatCloseTheSessionAtTheSameTimeDoNotWaitForEachOther() throws Exception {
-        list();
-        UsbSession session = session();
-        CountDownLatch both = new CountDownLatch(2);
-        CountDownLatch closed = new CountDownLatch(2);
-        for (int i = 0; i < 2; i++) {
-            session.onChange(change -> {
-                both.countDown();
-                unchecked(() -> both.await(AMPLE, TimeUnit.MILLISECONDS));
-                session.close();
-                closed.countDown();
-            });
-        }
-        bus.unplug("bench");
-        closed.await();
-    }
-
-    @Test
-    void aListenerMayCloseItsOwnSubscription() throws Exception {
-        list();
-        AtomicReference<UsbSubscription> own = new AtomicReference<>();
-        own.set(session().onChange(change -> {
-            own.get().close();
-            changes.add(change);
-        }));
-        bus.unplug("bench");
-        next(changes);
     }
 
     @Test

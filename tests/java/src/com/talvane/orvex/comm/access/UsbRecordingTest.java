@@ -206,10 +206,13 @@ class UsbRecordingTest extends AccessTest {
             await("it came", () -> !unchecked(list::update).came().isEmpty());
             bus.unplug("bench");
             await("it left", () -> !unchecked(list::update).left().isEmpty());
+            bus.plug("bench");
+            await("it is back", () -> !unchecked(list::update).came().isEmpty());
         }), LIST_UPDATE);
         String nothing = "came=0 code=0 left=0 outcome=OK";
         assertEquals(nothing, events.get(0));
-        assertEquals(List.of("came=1 code=0 left=0 outcome=OK", "came=0 code=0 left=1 outcome=OK"),
+        assertEquals(List.of("came=1 code=0 left=0 outcome=OK", "came=0 code=0 left=1 outcome=OK",
+                        "came=1 code=0 left=0 outcome=OK"),
                 events.stream().filter(event -> !event.equals(nothing)).toList());
     }
 

@@ -84,6 +84,8 @@ class UsbSessionTest extends AccessTest {
         assertThrows(IllegalStateException.class, () -> read(bench, 0x81, new byte[64]));
         bench.close();
         assertEquals(BENCH, bench.info().serial());
+        assertTrue(session.raw.threads.isShutdown());
+        assertTrue(session.raw.usb.usbGetDeviceListCount(((ListedDevice) bench).place().list()) <= 0);
     }
 
     @Test

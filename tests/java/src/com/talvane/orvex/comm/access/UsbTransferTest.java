@@ -87,6 +87,7 @@ class UsbTransferTest extends AccessTest {
         assertThrows(IllegalArgumentException.class, () -> bench.writeBulk(0x01, bytes, 0, 1, UsbDevice.FOREVER));
         assertThrows(IllegalArgumentException.class, () -> bench.readControl(0xC0, 1, 0, 0, 1, UsbDevice.FOREVER));
         assertThrows(IllegalArgumentException.class, () -> bench.writeControl(0x40, 1, 0, 0, bytes, -1));
+        Setup.endingTimeout(1); // the least
     }
 
     @Test
@@ -221,6 +222,8 @@ class UsbTransferTest extends AccessTest {
         assertTold("endpoint 0x01 is not within 0x81 to 0x8F", () -> bench.readBulk(0x01, bytes, 0, 1, 1000));
         assertTold("endpoint 0x81 is not within 0x01 to 0x0F", () -> bench.writeBulk(0x81, bytes, 0, 1, 1000));
         assertTold("endpoint -1 is not within 0x81 to 0x8F", () -> bench.readBulk(-1, bytes, 0, 1, 1000));
+        assertTold("endpoint 0x00 is not within 0x81 to 0x8F", () -> bench.readBulk(0, bytes, 0, 1, 1000));
+        assertTold("request 0x100 is not within 0x00 to 0xFF", () -> bench.readControl(0xC0, 256, 0, 0, 1, 1000));
         assertTold("time-out FOREVER is not 1 ms or more: only a read may wait for ever",
                 () -> bench.writeBulk(0x01, bytes, 0, 1, UsbDevice.FOREVER));
         assertTold("time-out -1 is neither FOREVER nor 1 ms or more", () -> bench.readBulk(0x81, bytes, 0, 1, -1));
@@ -230,6 +233,17 @@ class UsbTransferTest extends AccessTest {
 
     private static void assertTold(String text, Executable call) {
         assertEquals(text, assertThrows(IllegalArgumentException.class, call).getMessage());
+    }
+
+    @Test
+    @Tag("memory")
+    void anEndpointWhosePacketsHaveNoSizeCanBeRead() throws UsbException {
+        bus.change("spare", "{\"interfaces\": [{\"class\": 255, \"endpoints\": [{\"address\": \"0x81\","
+                + " \"type\": \"bulk\", \"maxPacketSize\": 0, \"behaviour\": \"silent\"}]}]}");
+        bus.plug("spare");
+        UsbDevice spare = open("SPARE005");
+        assertEquals(0, spare.endpoints().get(0).packetBytes());
+        assertThrows(UsbTimeoutException.class, () -> spare.readBulk(0x81, new byte[3], 0, 3, 20));
     }
 
     @Test
@@ -279,6 +293,17 @@ class UsbTransferTest extends AccessTest {
         assertThrows(IndexOutOfBoundsException.class, () -> bench.readFully(0x81, in, 90, 11, AMPLE));
         assertThrows(IndexOutOfBoundsException.class, () -> bench.writeFully(0x01, in, 90, 11, AMPLE));
         assertThrows(IllegalArgumentException.class, () -> bench.writeFully(0x01, in, 0, 1, UsbDevice.FOREVER));
+    }
+
+    @Test
+    void whatCannotBeIsRefusedAlsoWhenNoBytesAreToMove() throws UsbException {
+        UsbDevice bench = open(BENCH);
+        byte[] none = {};
+        assertThrows(IllegalArgumentException.class, () -> bench.readFully(0x01, none, 0, 0, AMPLE));
+        assertThrows(IllegalArgumentException.class, () -> bench.readFully(0x81, none, 0, 0, -1));
+        assertThrows(IllegalArgumentException.class, () -> bench.writeFully(0x81, none, 0, 0, AMPLE));
+        assertThrows(IllegalArgumentException.class, () -> bench.writeFully(0x01, none, 0, 0, UsbDevice.FOREVER));
+        assertEquals(0, bench.writeBulk(0x01, none, 0, 0, AMPLE));
     }
 
     @Test
