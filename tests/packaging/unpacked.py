@@ -35,6 +35,8 @@ usr/share/lintian/overrides/orvex-usb-access
 """,
     "orvex-usb-simulator": """
 usr/bin/simbus
+usr/bin/simbus-record
+usr/bin/simbus-replay
 usr/lib/*/orvex-usb/orvex-usb-access.jar
 usr/lib/*/orvex-usb/sim/demo.json
 usr/lib/*/orvex-usb/sim/lib/libhidapi-hidraw.so
@@ -49,11 +51,17 @@ usr/lib/*/orvex-usb/sim/python/card_reader.py
 usr/lib/*/orvex-usb/sim/python/debug_probe.py
 usr/lib/*/orvex-usb/sim/python/disk.py
 usr/lib/*/orvex-usb/sim/python/simbus_device.py
+usr/lib/*/orvex-usb/sim/record-lib/libhidapi-hidraw.so.0
+usr/lib/*/orvex-usb/sim/record-lib/libhidapi-libusb.so.0
+usr/lib/*/orvex-usb/sim/record-lib/libusb-1.0.so.0
 usr/lib/*/orvex-usb/sim/simbus
+usr/lib/*/orvex-usb/sim/simbus-record
+usr/lib/*/orvex-usb/sim/simbus-replay
 usr/lib/*/orvex-usb/sim/usbip/simbus-usbip
 usr/share/doc/orvex-usb-simulator/changelog.Debian.gz
 usr/share/doc/orvex-usb-simulator/copyright
 usr/share/doc/orvex-usb-simulator/docs/any-usb-program.md
+usr/share/doc/orvex-usb-simulator/docs/record-and-replay.md
 usr/share/doc/orvex-usb-simulator/docs/remote-usb.md
 usr/share/doc/orvex-usb-simulator/docs/simulated-bus.md
 usr/share/doc/orvex-usb-simulator/docs/tool-window.png
@@ -77,13 +85,15 @@ usr/share/doc/orvex-usb-simulator/examples/tool-window/test/example/ToolWindowTe
 usr/share/doc/orvex-usb-simulator/orvex-usb-simulator.cdx.json
 usr/share/doc/orvex-usb-simulator/sim/bus/README.md
 usr/share/lintian/overrides/orvex-usb-simulator
+usr/share/man/man1/simbus-record.1.gz
+usr/share/man/man1/simbus-replay.1.gz
 usr/share/man/man1/simbus.1.gz
 """,
 }
 # Files that only some builds have.
 MANUAL = "usr/share/man/man1/orvex-usb.1.gz"
 OPTIONAL = {MANUAL, "usr/share/bash-completion/completions/orvex-usb"}
-PROGRAMS = re.compile(r"/bin/|/usbip/|/sim/simbus$|/sim/python/(?!simbus_device)|/examples/[\w-]+/run$")
+PROGRAMS = re.compile(r"/bin/|/usbip/|/sim/simbus(-record|-replay)?$|/sim/python/(?!simbus_device)|/examples/[\w-]+/run$")
 # Libraries of the C and C++ runtime, which NOTICE names as a whole.
 RUNTIME = ("libc.", "libm.", "libpthread.", "libgcc_s.", "libstdc++.", "ld-linux")
 
@@ -200,6 +210,16 @@ def devices_in_python_work(packages):
                  "timeout", "60", "sh", "-ec", script, "sh", packages.release / "sim")
 
 
+def devices_are_recorded_and_replayed(packages):
+    """The commands of the simulator's package record its own tool, and replay the recording without its bus."""
+    commands, capture = packages.root / "usr/bin", packages.scratch / "capture.pcapng"
+    tool = [commands / "orvex-usb", "echo", "--serial", "ECHO0001"]
+    packages.run(commands / "simbus", "run", packages.release / "sim/demo.json", "--",
+                 commands / "simbus-record", "--to", capture, "--", *tool)
+    said = packages.run(commands / "simbus-replay", capture, "--", *tool)
+    expect(re.search(r"([1-9]\d*) of \1 recorded transfers were asked for", said), said)
+
+
 def examples_are_tested(packages):
     """The tests of the example projects pass on the simulator's package; those of the window want a display."""
     for name in ("device-in-java", "tool-with-tests", "tool-window"):
@@ -219,7 +239,8 @@ def signing_stays_on_macos(_):
 
 LOOKS = [hold_what_they_should, are_for_the_processor, name_their_dependencies]
 CHECKS = [*LOOKS, tool_finds_devices, tool_simulates, java_finds_devices, devices_in_python_work,
-          examples_are_tested, have_no_faults, are_reproducible, signing_stays_on_macos]
+          devices_are_recorded_and_replayed, examples_are_tested, have_no_faults, are_reproducible,
+          signing_stays_on_macos]
 
 
 def main(folder, build, arch=None):
