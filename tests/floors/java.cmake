@@ -49,7 +49,7 @@ endfunction()
 if(CMAKE_HOST_APPLE)
   add_preset_build("java tests" release "orvex_java_tests" release)
 else()
-  add_preset_build("java tests" release "orvex_java_tests hot_paths sim_libusb" release)
+  add_preset_build("java tests" release "orvex_java_tests hot_paths sim_libusb list_capture" release)
 endif()
 
 set(choice "")
@@ -139,7 +139,7 @@ if(newest)
 endif()
 
 # Programs that know nothing of this project, on the drop-in libraries of the release build.
-add_run(java "foreign programs" NEEDS release PROPERTIES TIMEOUT 300 DEPENDS "${UNIT_RUNS}"
+add_run(java "foreign programs" NEEDS release "java tests" PROPERTIES TIMEOUT 300 DEPENDS "${UNIT_RUNS}"
   COMMAND ctest --test-dir build/release -j2 -L foreign --no-tests=error --output-on-failure
     --output-junit FOLDER/reports/ctest.xml)
 
