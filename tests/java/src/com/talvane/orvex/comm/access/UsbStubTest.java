@@ -117,4 +117,10 @@ class UsbStubTest {
     void aDeviceIsInNoDoubtUnlessItSaysSo() throws Throwable {
         assertEquals(UsbDoubt.NONE, InvocationHandler.invokeDefault(device, UsbDevice.class.getMethod("doubt")));
     }
+
+    @Test
+    void aListenerNeedNotCareHowItsReadsEnd() {
+        UsbInputListener listener = bytes -> { };
+        listener.ended(null);
+    }
 }
