@@ -1,9 +1,9 @@
 // Synchronous transfers: the caller waits and handles events itself.
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstring>
 
+#include "AsciiString.h"
 #include "Checks.h"
 #include "Events.h"
 #include "Transfers.h"
@@ -148,30 +148,9 @@ int libusb_interrupt_transfer(libusb_device_handle* handle, unsigned char endpoi
 int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char* data,
                                        int length) {
     SIM_ENTER();
-    std::array<unsigned char, 255> text{};
-    if (index == 0) {
-        return LIBUSB_ERROR_INVALID_PARAM;
-    }
-    int got = sim::readString(__func__, handle, 0, 0, text.data(), 4);
-    if (got < 0) {
-        return got;
-    }
-    if (got != 4 || text[0] < 4 || text[1] != LIBUSB_DT_STRING) {
-        return LIBUSB_ERROR_IO;
-    }
-    const auto language = static_cast<std::uint16_t>(text[2] | text[3] << 8);
-    got = sim::readString(__func__, handle, index, language, text.data(), text.size());
-    if (got < 0) {
-        return got;
-    }
-    if (got < 2 || text[0] > got || text[1] != LIBUSB_DT_STRING) {
-        return LIBUSB_ERROR_IO;
-    }
-    int written = 0;
-    for (std::size_t at = 2; at + 1 < text[0] && written < length - 1; at += 2) {
-        const bool ascii = text[at + 1] == 0 && text[at] < 0x80;
-        data[written++] = ascii ? text[at] : '?';
-    }
-    data[written] = 0;
-    return written;
+    const char* const function = __func__;
+    const auto read = [&](std::uint8_t number, std::uint16_t language, unsigned char* bytes, int size) {
+        return sim::readString(function, handle, number, language, bytes, static_cast<std::uint16_t>(size));
+    };
+    return sim::asciiString(read, index, data, length);
 }

@@ -35,7 +35,6 @@ namespace capture = simbus::capture;
 using simbus::record::Bytes;
 using simbus::record::HidPlace;
 using simbus::record::Inside;
-using simbus::record::isInside;
 using simbus::record::Journal;
 using simbus::record::Move;
 
@@ -54,16 +53,17 @@ Openings& openings() {
     return *every;
 }
 
-bool isRecorded() {
+bool isRecordedHere() {
     // A hidapi that uses libusb is recorded there.
     static const bool isOverLibusb = simbus::record::realHas("libusb_init");
-    return !isOverLibusb && !isInside() && Journal::instance().isOpen();
+    return !isOverLibusb && simbus::record::isRecorded();
 }
 
 std::optional<HidPlace> placeOf(const hid_device* device) {
     const std::lock_guard<std::mutex> lock(openings().mutex);
     const auto found = openings().all.find(device);
-    return found == openings().all.end() || !isRecorded() ? std::nullopt : std::make_optional(found->second);
+    return found == openings().all.end() || !isRecordedHere() ? std::nullopt
+                                                              : std::make_optional(found->second);
 }
 
 Bytes readReportDescriptor(hid_device* device, const char* path) {
@@ -76,7 +76,7 @@ Bytes readReportDescriptor(hid_device* device, const char* path) {
 
 template <class Open>
 hid_device* opened(Open open) {
-    const bool recorded = isRecorded();
+    const bool recorded = isRecordedHere();
     const Inside inside;
     hid_device* device = open();
     const hid_device_info* info =

@@ -47,6 +47,10 @@ int appendTo(int file, const std::uint8_t* bytes, std::size_t size) {
     return 0;
 }
 
+bool isRecorded() {
+    return !isInside() && Journal::instance().isOpen();
+}
+
 Journal& Journal::instance() {
     static auto* const journal = new Journal(recordingFolder());
     return *journal;

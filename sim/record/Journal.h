@@ -49,6 +49,9 @@ class Journal {
     Part* part_ = nullptr;
 };
 
+/// Whether what this thread does now is to be recorded.
+bool isRecorded();
+
 /// Appends to a file; what does not fit whole is taken back. Returns 0 or an error of the system.
 int appendTo(int file, const std::uint8_t* bytes, std::size_t size);
 

@@ -12,6 +12,7 @@
 #include "LibusbPlaces.h"
 #include "Traffic.h"
 #include "UsbDescriptors.h"
+#include "libusb/AsciiString.h"
 
 RECORDED_FUNCTION(libusb_open);
 RECORDED_FUNCTION(libusb_open_device_with_vid_pid);
@@ -31,16 +32,11 @@ namespace {
 
 namespace capture = simbus::capture;
 using simbus::record::Inside;
-using simbus::record::isInside;
+using simbus::record::isRecorded;
 using simbus::record::Journal;
 using simbus::record::Move;
 using simbus::record::placeOf;
 using simbus::record::Request;
-
-/// Whether what this thread does now is to be recorded.
-bool isRecorded() {
-    return !isInside() && Journal::instance().isOpen();
-}
 
 std::int32_t statusOf(int result) {
     switch (result) {
@@ -124,10 +120,6 @@ int readString(libusb_device_handle* handle, std::uint8_t index, std::uint16_t l
                                    static_cast<std::uint16_t>(length), kTimeoutMs);
 }
 
-bool isString(const unsigned char* data, int length, int least) {
-    return length >= least && data[0] >= least && data[0] <= length && data[1] == LIBUSB_DT_STRING;
-}
-
 }  // namespace
 
 int libusb_open(libusb_device* device, libusb_device_handle** handle) {
@@ -184,27 +176,10 @@ int libusb_interrupt_transfer(libusb_device_handle* handle, unsigned char endpoi
 // As libusb does it. Its own requests for strings could not be seen where it calls itself directly.
 int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index, unsigned char* text,
                                        int length) {
-    constexpr int kLanguages = 4;  // as much of the table as has the first language
-    std::array<unsigned char, 255> descriptor{};
-    if (index == 0) {
-        return LIBUSB_ERROR_INVALID_PARAM;
-    }
-    int count = readString(handle, 0, 0, descriptor.data(), kLanguages);
-    if (count < 0 || !isString(descriptor.data(), 0xFF, kLanguages) || count != kLanguages) {
-        return count < 0 ? count : LIBUSB_ERROR_IO;
-    }
-    const auto language = static_cast<std::uint16_t>(descriptor[2] | descriptor[3] << 8);
-    count = readString(handle, index, language, descriptor.data(), descriptor.size());
-    if (count < 0 || !isString(descriptor.data(), count, 2)) {
-        return count < 0 ? count : LIBUSB_ERROR_IO;
-    }
-    int written = 0;
-    for (std::size_t at = 2; at + 1 < descriptor[0] && written < length - 1; at += 2) {
-        const bool isAscii = descriptor[at + 1] == 0 && descriptor[at] < 0x80;
-        text[written++] = isAscii ? descriptor[at] : '?';
-    }
-    text[written] = 0;
-    return written;
+    const auto read = [&](std::uint8_t number, std::uint16_t language, unsigned char* data, int size) {
+        return readString(handle, number, language, data, size);
+    };
+    return sim::asciiString(read, index, text, length);
 }
 
 int libusb_set_configuration(libusb_device_handle* handle, int configuration) {

@@ -1,18 +1,15 @@
 #include "Replay.h"
 
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <vector>
 
-#include "Bus.h"
-#include "Program.h"
 #include "Recording.h"
 #include "ReplayScenario.h"
 #include "Service.h"
+#include "SharedBus.h"
 
 namespace simbus::replay {
 
@@ -48,25 +45,13 @@ int writeScenario(const std::string& capture, std::ostream& to) {
 
 int run(const std::string& capture, char* const* program) {
     const Recording recording = read(capture);
-    if (std::getenv("SIMBUS_BUS") != nullptr) {
-        throw std::runtime_error("this program is on a simulated bus already (SIMBUS_BUS)");
-    }
-    unsetenv("SIMBUS_SCENARIO");
-    Bus& bus = Bus::instance();
-    bus.loadScenario(scenarioOf(recording.devices).dump());
     const command::PrivateFolder folder;
-    const char* wanted = std::getenv("SIMBUS_SOCKET");
-    const bool isWanted = wanted != nullptr && *wanted != '\0';
-    const std::string socket = isWanted ? wanted : folder.path() + "/bus";
-    if (!(isWanted ? bus.hasControlSocket() : bus.openControlSocket(socket))) {
-        throw std::runtime_error("there is no control socket at " + socket);
-    }
-    bus.setFront(Bus::Front::shared);
+    const std::string socket =
+        command::shareBus(folder, [&](Bus& bus) { bus.loadScenario(scenarioOf(recording.devices).dump()); });
     std::vector<std::unique_ptr<Service>> services;
     for (const RecordedDevice& device : recording.devices) {
         services.push_back(std::make_unique<Service>(socket, device));
     }
-    command::joinBus(std::filesystem::absolute(socket));
     const int status = command::runProgram("simbus-replay", program);
     std::size_t replayed = 0;
     for (const auto& service : services) {
