@@ -4,9 +4,11 @@ import static org.junit.jupiter.api.Assertions.assertThrows;
 
 import com.talvane.orvex.comm.UsbTest;
 import java.util.List;
+import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.Callable;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.Future;
+import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.AfterEach;
 
 /** A test on a session of the safe layer, which is closed at its end. */
@@ -54,6 +56,15 @@ abstract class AccessTest extends UsbTest {
         await("the HID driver has the tool", () -> unchecked(() -> session().everything().stream()
                 .anyMatch(info -> info.serial().equals(HID) && info.isHid())));
         return device(HID);
+    }
+
+    /** What comes next in the queue, which something does soon. */
+    static <T> T next(BlockingQueue<T> queue) throws InterruptedException {
+        T item = queue.poll(AMPLE, TimeUnit.MILLISECONDS);
+        if (item == null) {
+            throw new AssertionError("nothing came");
+        }
+        return item;
     }
 
     static int read(UsbDevice device, int endpoint, byte[] buffer) throws UsbException {

@@ -1,7 +1,6 @@
 package com.talvane.orvex.comm.access;
 
 import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.util.ArrayDeque;
@@ -24,20 +23,6 @@ class ListenerWaitsTest {
     private final Deque<Runnable> tasks = new ArrayDeque<>();
     private final ListenerCalls calls = new ListenerCalls(tasks::add, MOST);
 
-    private static Thread started(Runnable work) {
-        Thread thread = new Thread(work);
-        thread.setDaemon(true);
-        thread.start();
-        return thread;
-    }
-
-    private static void awaitState(Thread thread, Thread.State state) {
-        while (thread.getState() != state) {
-            assertNotEquals(Thread.State.TERMINATED, thread.getState());
-            Thread.onSpinWait();
-        }
-    }
-
     private static void await(CountDownLatch latch) {
         try {
             latch.await();
@@ -52,8 +37,8 @@ class ListenerWaitsTest {
         for (int i = 1; i < MOST; i++) {
             calls.post(() -> { });
         }
-        Thread thread = started(() -> isTaken.set(calls.post(() -> { })));
-        awaitState(thread, Thread.State.WAITING);
+        Thread thread = Threads.started(() -> isTaken.set(calls.post(() -> { })));
+        Threads.awaitState(thread, Thread.State.WAITING);
         return thread;
     }
 
@@ -62,7 +47,7 @@ class ListenerWaitsTest {
         AtomicBoolean isTaken = new AtomicBoolean();
         CountDownLatch mayEnd = new CountDownLatch(1);
         Thread post = blockedPost(() -> await(mayEnd), isTaken);
-        Thread call = started(tasks.remove());
+        Thread call = Threads.started(tasks.remove());
         post.join();
         assertTrue(isTaken.get());
         mayEnd.countDown();
@@ -92,18 +77,18 @@ class ListenerWaitsTest {
     }
 
     private static ListenerCalls onThreads() {
-        return new ListenerCalls(ListenerWaitsTest::started, MOST);
+        return new ListenerCalls(Threads::started, MOST);
     }
 
     @Test
     void aThreadThatWasInACallOnceWaitsForTheEndLikeAnyOther() {
         Thread self = Thread.currentThread();
         AtomicBoolean isDone = new AtomicBoolean();
-        Deque<Executor> executors = new ArrayDeque<>(List.of(Runnable::run, ListenerWaitsTest::started));
+        Deque<Executor> executors = new ArrayDeque<>(List.of(Runnable::run, Threads::started));
         ListenerCalls twice = new ListenerCalls(task -> executors.remove().execute(task), MOST);
         twice.post(() -> { });
         begin(twice, () -> {
-            awaitState(self, Thread.State.WAITING);
+            Threads.awaitState(self, Thread.State.WAITING);
             isDone.set(true);
         });
         twice.end();
@@ -120,7 +105,7 @@ class ListenerWaitsTest {
         begin(own, () -> {
             own.awaitEnd();
             hasWaited.set(true);
-            awaitState(self, Thread.State.WAITING);
+            Threads.awaitState(self, Thread.State.WAITING);
             isDone.set(true);
         });
         while (!hasWaited.get()) {
@@ -139,7 +124,7 @@ class ListenerWaitsTest {
         ListenerCalls second = onThreads();
         begin(second, () -> await(isOver));
         begin(first, () -> {
-            awaitState(self, Thread.State.WAITING);
+            Threads.awaitState(self, Thread.State.WAITING);
             second.awaitEnd();
         });
         first.awaitEnd();

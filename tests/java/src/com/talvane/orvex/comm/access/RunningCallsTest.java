@@ -36,16 +36,8 @@ class RunningCallsTest {
 
     private static FutureTask<Integer> started(IntSupplier call) {
         FutureTask<Integer> task = new FutureTask<>(call::getAsInt);
-        Thread thread = new Thread(task);
-        thread.setDaemon(true);
-        thread.start();
+        Threads.started(task);
         return task;
-    }
-
-    private static void awaitState(Thread thread, Thread.State state) {
-        while (thread.getState() != state) {
-            Thread.onSpinWait();
-        }
     }
 
     @Test
@@ -72,7 +64,7 @@ class RunningCallsTest {
         assertFalse(calls.awaitNone());
         Thread self = Thread.currentThread();
         started(() -> {
-            awaitState(self, Thread.State.TIMED_WAITING);
+            Threads.awaitState(self, Thread.State.TIMED_WAITING);
             mayEnd.countDown();
             return 0;
         });
@@ -91,7 +83,7 @@ class RunningCallsTest {
             isInterrupted[0] = Thread.currentThread().isInterrupted();
         });
         late.start();
-        awaitState(late, Thread.State.WAITING);
+        Threads.awaitState(late, Thread.State.WAITING);
         late.interrupt();
         mayEnd.countDown();
         late.join();

@@ -24,14 +24,6 @@ import org.junit.jupiter.api.Test;
 class UsbListenerTest extends AccessTest {
     private final BlockingQueue<UsbChange> changes = new LinkedBlockingQueue<>();
 
-    private static <T> T next(BlockingQueue<T> queue) throws InterruptedException {
-        T item = queue.poll(AMPLE, TimeUnit.MILLISECONDS);
-        if (item == null) {
-            throw new AssertionError("nothing came");
-        }
-        return item;
-    }
-
     /** What a device's listener was told: arrays, and the exception of the end. */
     private static final class Heard implements UsbInputListener {
         final BlockingQueue<byte[]> arrays = new LinkedBlockingQueue<>();

@@ -24,14 +24,6 @@ class UsbSubscriptionTest extends AccessTest {
     /** What an executor has been given to run. */
     private final BlockingQueue<Runnable> tasks = new LinkedBlockingQueue<>();
 
-    private static <T> T next(BlockingQueue<T> queue) throws InterruptedException {
-        T item = queue.poll(AMPLE, TimeUnit.MILLISECONDS);
-        if (item == null) {
-            throw new AssertionError("nothing came");
-        }
-        return item;
-    }
-
     /** A listener whose first call lasts until it may end. */
     private static final class Slow {
         final CountDownLatch began = new CountDownLatch(1);
