@@ -106,6 +106,11 @@ TEST_F(Hub, WrongPlacesAreRefused) {
               "line 2: devices[0]: \"hub\" is no device of the scenario: b");
     EXPECT_EQ(refusal("{\"id\": \"a\", \"hub\": \"a\"}"),
               "line 1: devices[0]: \"hub\" is at the end of more than 5 hubs");
+    const std::string five = R"({"id": "1"}, {"id": "2", "hub": "1"}, {"id": "3", "hub": "2"},
+        {"id": "4", "hub": "3"}, {"id": "5", "hub": "4"}, {"id": "leaf", "hub": "5"})";
+    EXPECT_EQ(refusal(five), "it was accepted");
+    EXPECT_EQ(refusal(five + R"(, {"id": "deeper", "hub": "leaf"})"),
+              "line 2: devices[6]: \"hub\" is at the end of more than 5 hubs");
     EXPECT_EQ(refusal(R"({"id": "a", "port": 1}, {"id": "b", "port": 1})"),
               "line 1: devices[1]: \"port\" is that of another device, too: 1");
     EXPECT_EQ(refusal(R"({"id": "a", "port": 0})"), "line 1: devices[0]: \"port\" must be 1 to 255");

@@ -136,6 +136,13 @@ TEST_F(RemoteFrontTest, AListTellsOfDevicesAndTheirInterfaces) {
     EXPECT_TRUE(client_.wasHungUpOn());
 }
 
+TEST_F(RemoteFrontTest, TheNameOfADeviceIsThePathToIt) {
+    DeviceInfo device;
+    device.busNumber = 2;
+    device.ports = {1, 40, 3};
+    EXPECT_EQ(busIdOf(device), "2-1.40.3");
+}
+
 TEST_F(RemoteFrontTest, AnImportedDeviceTakesTransfers) {
     client_.import(busId(0));
     EXPECT_EQ(client_.receive(8), importAnswered(0));
