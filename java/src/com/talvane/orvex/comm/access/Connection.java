@@ -270,7 +270,7 @@ final class Connection {
         turn.lock();
         try {
             int result = calls.make(() -> controlOnce(request, STATUS_MS));
-            return new Status(result >= 0, result > 0, (request[Setup.PACKET_BYTES] & 1) != 0);
+            return new Status(result >= 0, result > 0, result > 0 && (request[Setup.PACKET_BYTES] & 1) != 0);
         } finally {
             turn.unlock();
         }

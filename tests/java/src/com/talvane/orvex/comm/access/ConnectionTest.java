@@ -33,6 +33,7 @@ class ConnectionTest {
     private final Set<Integer> cancelled = ConcurrentHashMap.newKeySet();
     private final CountDownLatch hasBegun = new CountDownLatch(1);
     private final CountDownLatch mayEnd = new CountDownLatch(1);
+    private int resultOfARequest = 1;
     private IntSupplier resultOfAReport = () -> REPORT;
     private int glancesUntilAbsent = Integer.MAX_VALUE;
     private final Connection connection = new Connection(new RawCalls(),
@@ -43,7 +44,9 @@ class ConnectionTest {
     private final class RawCalls extends ORVEXCommUSBAccess {
         @Override
         public int usbReadControlPipe(int list, int index, int ignored, int timeout, byte[] buffer) {
-            return 1;
+            buffer[buffer.length - 1] = 1;
+            buffer[buffer.length - 2] = 1;
+            return resultOfARequest;
         }
 
         @Override
@@ -172,5 +175,14 @@ class ConnectionTest {
         assertTrue(reader.isAlive());
         mayEnd.countDown();
         reader.join();
+    }
+
+    @Test
+    void aStatusThatHasFailedHasNoBitWhateverCameBefore() {
+        assertEquals(new Connection.Status(true, true, true), connection.status(2, 0x81));
+        resultOfARequest = 0;
+        assertEquals(new Connection.Status(true, false, false), connection.status(2, 0x81));
+        resultOfARequest = TIMED_OUT;
+        assertEquals(new Connection.Status(false, false, false), connection.status(2, 0x81));
     }
 }
