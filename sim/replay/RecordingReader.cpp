@@ -22,7 +22,7 @@ enum DescriptorType : std::uint8_t {
     reportType = 0x22
 };
 
-/// Empty for a failure that no device causes at will.
+/// A failure that no device causes at will becomes a stall.
 Exchange::End endOf(std::int32_t status) {
     switch (status) {
         case capture::statusCompleted:

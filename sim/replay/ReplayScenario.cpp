@@ -1,29 +1,17 @@
 #include "ReplayScenario.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <nlohmann/json.hpp>
 #include <set>
+
+#include "Json.h"
 
 namespace simbus::replay {
 
 namespace {
 
-using Json = nlohmann::json;
-
 enum DescriptorType : std::uint8_t { interfaceType = 4, endpointType = 5 };
 constexpr std::uint8_t kHidClass = 3;
 constexpr std::uint8_t kInterrupt = 3;
-
-std::string hexOf(const Bytes& bytes) {
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02X", byte);
-        text += digits;
-    }
-    return text;
-}
 
 unsigned wordAt(const Bytes& bytes, std::size_t at) {
     return at + 1 < bytes.size() ? bytes[at] | static_cast<unsigned>(bytes[at + 1]) << 8U : 0;

@@ -1,51 +1,24 @@
 #include "Service.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <nlohmann/json.hpp>
-#include <sstream>
 #include <stdexcept>
+
+#include "Json.h"
+#include "LocalSocket.h"
 
 namespace simbus::replay {
 
 namespace {
 
-using Json = nlohmann::json;
-
-Bytes bytesOf(const std::string& hex) {
-    constexpr int kBase = 16;
-    Bytes bytes;
-    for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(at, 2), nullptr, kBase)));
-    }
-    return bytes;
-}
-
-std::string hexOf(const Bytes& bytes) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        text += kDigits[byte >> 4U];
-        text += kDigits[byte & 0x0FU];
-    }
-    return text;
-}
-
-int connectTo(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        throw std::runtime_error(path + ": the path of a socket cannot be as long");
-    }
-    std::copy(path.begin(), path.end(), address.sun_path);
-    const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connection < 0 || connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+int connected(const std::string& path) {
+    const int connection = connectTo(path);
+    if (connection < 0) {
         throw std::runtime_error(path + ": " + std::strerror(errno));
     }
     return connection;
@@ -59,8 +32,8 @@ Service::Service(const std::string& socket, const RecordedDevice& device)
                 [id = id_](const std::string& what) {
                     std::cerr << "simbus-replay: " + id + ": " + what + "\n" << std::flush;
                 }),
-      socket_(connectTo(socket)) {
-    send(Json{{"op", "serve"}, {"device", id_}}.dump());
+      socket_(connected(socket)) {
+    sendAll(socket_, lineOf({{"op", "serve"}, {"device", id_}}) + "\n");
     std::string line;
     if (!readLine(line) || !Json::parse(line).value("ok", false)) {
         close(socket_);
@@ -75,7 +48,7 @@ Service::~Service() {
 }
 
 void Service::stop() {
-    shutdown(socket_, SHUT_RDWR);
+    disconnect(socket_);
     if (thread_.joinable()) {
         thread_.join();
     }
@@ -95,12 +68,12 @@ void Service::take(const std::string& line) {
     const auto endpoint = event.value("address", std::uint8_t{0});
     std::vector<Answer> answers;
     if (what == "control") {
-        const Bytes bytes = bytesOf(event.at("setup"));
+        const Bytes bytes = bytesOf(event, "setup");
         SetupBytes setup{};
         std::copy_n(bytes.begin(), std::min(bytes.size(), setup.size()), setup.begin());
-        answers = replayer_.control(request, setup, bytesOf(event.value("data", "")));
+        answers = replayer_.control(request, setup, bytesOf(event, "data"));
     } else if (what == "out") {
-        answers = replayer_.out(request, endpoint, bytesOf(event.value("data", "")));
+        answers = replayer_.out(request, endpoint, bytesOf(event, "data"));
     } else if (what == "in") {
         answers = replayer_.in(request, endpoint);
     } else if (what == "cancelled") {
@@ -131,18 +104,7 @@ void Service::give(const Answer& answer) {
             reply = {{"op", "unplug"}, {"device", id_}};
             break;
     }
-    send(reply.dump());
-}
-
-void Service::send(const std::string& line) const {
-    const std::string whole = line + "\n";
-    for (std::size_t at = 0; at < whole.size();) {
-        const ssize_t sent = ::send(socket_, whole.data() + at, whole.size() - at, MSG_NOSIGNAL);
-        if (sent <= 0) {
-            return;  // the bus has ended, which the next read says
-        }
-        at += static_cast<std::size_t>(sent);
-    }
+    sendAll(socket_, lineOf(reply) + "\n");
 }
 
 bool Service::readLine(std::string& line) {

@@ -25,7 +25,6 @@ class Service {
     void serve();
     void take(const std::string& line);
     void give(const Answer& answer);
-    void send(const std::string& line) const;
     bool readLine(std::string& line);
 
     const std::string id_;
