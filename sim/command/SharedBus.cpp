@@ -15,7 +15,7 @@ std::string shareBus(const PrivateFolder& folder, const std::function<void(Bus&)
     load(bus);
     const char* wanted = std::getenv("SIMBUS_SOCKET");
     const bool isWanted = wanted != nullptr && *wanted != '\0';
-    const std::string socket = std::filesystem::absolute(isWanted ? wanted : folder.path() + "/bus");
+    std::string socket = std::filesystem::absolute(isWanted ? wanted : folder.path() + "/bus");
     if (!(isWanted ? bus.hasControlSocket() : bus.openControlSocket(socket))) {
         throw std::runtime_error("there is no control socket at " + socket);
     }

@@ -35,7 +35,6 @@ namespace capture = simbus::capture;
 using simbus::record::Bytes;
 using simbus::record::HidPlace;
 using simbus::record::Inside;
-using simbus::record::Journal;
 using simbus::record::Move;
 
 enum ReportType : std::uint8_t { inputReport = 1, outputReport = 2, featureReport = 3 };

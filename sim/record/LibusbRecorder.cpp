@@ -33,7 +33,6 @@ namespace {
 namespace capture = simbus::capture;
 using simbus::record::Inside;
 using simbus::record::isRecorded;
-using simbus::record::Journal;
 using simbus::record::Move;
 using simbus::record::placeOf;
 using simbus::record::Request;
