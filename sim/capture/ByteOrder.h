@@ -2,11 +2,23 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
+#include <cstring>
 
 namespace simbus::capture {
+
+constexpr bool kBigEndianHost = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
+
+template <class Number>
+Number inReverse(Number value) {
+    std::array<std::uint8_t, sizeof value> bytes;
+    std::memcpy(bytes.data(), &value, sizeof value);
+    std::reverse(bytes.begin(), bytes.end());
+    std::memcpy(&value, bytes.data(), sizeof value);
+    return value;
+}
 
 /// Bytes that end. Reading beyond the end gives zeroes, is remembered, and leaves nothing to be read.
 class ByteReader {
@@ -16,16 +28,11 @@ class ByteReader {
 
     template <class Number>
     Number number() {
-        std::make_unsigned_t<Number> value = 0;
-        if (!has(sizeof(Number))) {
-            return 0;
+        Number value = 0;
+        if (const std::uint8_t* from = bytes(sizeof value); from != nullptr) {
+            std::memcpy(&value, from, sizeof value);
         }
-        for (std::size_t i = 0; i < sizeof(Number); ++i) {
-            const std::size_t shift = 8 * (bigEndian_ ? sizeof(Number) - 1 - i : i);
-            value = static_cast<decltype(value)>(value | static_cast<std::uint64_t>(next_[i]) << shift);
-        }
-        skip(sizeof(Number));
-        return static_cast<Number>(value);
+        return bigEndian_ == kBigEndianHost ? value : inReverse(value);
     }
     /// The next bytes; null when there are fewer.
     const std::uint8_t* bytes(std::size_t count) {
@@ -70,10 +77,9 @@ class ByteWriter {
 
     template <class Number>
     ByteWriter& number(Number value) {
-        const auto bits = static_cast<std::make_unsigned_t<Number>>(value);
-        for (std::size_t i = 0; i < sizeof(Number); ++i) {
-            *next_++ = static_cast<std::uint8_t>(static_cast<std::uint64_t>(bits) >> 8 * i);
-        }
+        const Number little = kBigEndianHost ? inReverse(value) : value;
+        std::memcpy(next_, &little, sizeof little);
+        next_ += sizeof little;
         return *this;
     }
     ByteWriter& bytes(const std::uint8_t* from, std::size_t count) {

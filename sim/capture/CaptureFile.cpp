@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -66,8 +65,10 @@ Capture readCaptureFile(const std::string& path) {
     if (!std::filesystem::is_regular_file(path)) {
         throw std::runtime_error(path + " is not a file");
     }
+    Bytes bytes(std::filesystem::file_size(path));
     std::ifstream stream(path, std::ios::binary);
-    Bytes bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    stream.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(stream.gcount()));  // it may have become shorter
     if (!stream.is_open() || stream.bad()) {
         throw std::runtime_error(path + " cannot be read");
     }
@@ -100,6 +101,16 @@ void writeBlock(std::uint8_t* at, const Packet& packet) {
         .number(static_cast<std::uint32_t>(size));
     writeUsbmon(writer, packet);
     writer.zeroes(padded(size) - size).number(whole);
+}
+
+Bytes captureOf(const std::string& program, const std::vector<Packet>& packets) {
+    Bytes file = captureHeader(program);
+    for (const Packet& packet : packets) {
+        const std::size_t at = file.size();
+        file.resize(at + blockSize(packet));
+        writeBlock(file.data() + at, packet);
+    }
+    return file;
 }
 
 }  // namespace simbus::capture

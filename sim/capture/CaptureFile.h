@@ -27,5 +27,7 @@ Bytes captureHeader(const std::string& program);
 std::size_t blockSize(const Packet& packet);
 /// Writes blockSize(packet) bytes.
 void writeBlock(std::uint8_t* at, const Packet& packet);
+/// The bytes of a whole file.
+Bytes captureOf(const std::string& program, const std::vector<Packet>& packets);
 
 }  // namespace simbus::capture

@@ -20,6 +20,7 @@
 
 #include "Journal.h"
 #include "Program.h"
+#include "capture/Anonymous.h"
 #include "capture/CaptureFile.h"
 
 namespace simbus::record {
@@ -28,6 +29,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char kName[] = "simbus-record";
 constexpr std::array<const char*, 3> kLibraries = {"libusb-1.0", "libhidapi-hidraw", "libhidapi-libusb"};
 
 /// The file that a program gets when it asks for a library by this name; empty when there is none.
@@ -64,16 +66,30 @@ std::set<std::string> placeLibraries(const fs::path& folder) {
     return placed;
 }
 
-/// Returns its descriptor, for appending, or -1, with the reason said, when the disk is full.
-int createCapture(const std::string& file) {
+/// Returns its descriptor, for appending.
+int createFile(const std::string& file) {
     const int created = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600);
     if (created < 0) {
         throw std::runtime_error(file + ": " + std::strerror(errno));
     }
-    const capture::Bytes header = capture::captureHeader("simbus-record");
-    if (const int problem = appendTo(created, header.data(), header.size()); problem != 0) {
-        std::cerr << "simbus-record: nothing is recorded: " << file << ": " << std::strerror(problem)
+    return created;
+}
+
+/// Returns false, with the reason said, when the disk is full.
+bool appendWhole(int file, const capture::Bytes& bytes, const std::string& name) {
+    const int problem = appendTo(file, bytes.data(), bytes.size());
+    if (problem != 0) {
+        std::cerr << "simbus-record: nothing is recorded: " << name << ": " << std::strerror(problem)
                   << std::endl;
+    }
+    return problem == 0;
+}
+
+/// Returns its descriptor, for appending, or -1, with the reason said, when the disk is full.
+int createCapture(const std::string& file) {
+    const int created = createFile(file);
+    const capture::Bytes header = capture::captureHeader(kName);
+    if (!appendWhole(created, header, file)) {
         close(created);
         return -1;
     }
@@ -104,8 +120,22 @@ std::string counted(std::uint64_t count, const char* what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
-void summarise(const std::string& file) {
-    const capture::Capture capture = capture::readCaptureFile(file);
+/// Writes the file of the capture without what is to be left out of it. Returns false, with the reason said,
+/// when the disk is full.
+bool writeReduced(capture::Capture& capture, const Options& options) {
+    if (options.anonymous) {
+        capture::blankSerialNumbers(capture);
+    }
+    if (options.withoutData) {
+        capture::omitData(capture);
+    }
+    const int file = createFile(options.file);
+    const bool isWritten = appendWhole(file, capture::captureOf(kName, capture.packets), options.file);
+    close(file);
+    return isWritten;
+}
+
+void summarise(const capture::Capture& capture, const std::string& file) {
     std::set<std::pair<unsigned, unsigned>> devices;
     std::uint64_t transfers = 0;
     std::uint64_t bytes = 0;
@@ -126,9 +156,18 @@ void summarise(const std::string& file) {
     }
 }
 
+void sayWhatIsRecorded(const std::set<std::string>& libraries, const Options& options) {
+    std::cerr << "simbus-record: records all that is sent and received over";
+    for (const std::string& library : libraries) {
+        std::cerr << " " << library;
+    }
+    std::cerr << (options.withoutData ? ", without its contents" : ", with its contents")
+              << (options.anonymous ? ", without serial numbers: " : ": ") << options.file << std::endl;
+}
+
 }  // namespace
 
-int run(const std::string& file, char* const* program) {
+int run(const Options& options, char* const* program) {
     const command::PrivateFolder own;
     const fs::path folder = own.path();
     for (const char* part : {"real", "lib", "parts"}) {
@@ -138,22 +177,26 @@ int run(const std::string& file, char* const* program) {
     if (libraries.empty()) {
         throw std::runtime_error("there is nothing to record: neither libusb-1.0 nor hidapi is installed");
     }
+    const bool isReduced = options.anonymous || options.withoutData;
+    const std::string file = isReduced ? (folder / "whole").string() : fs::absolute(options.file).string();
+    if (isReduced) {
+        close(createFile(options.file));
+    }
     const int capture = createCapture(file);
     if (capture < 0) {
-        return command::runProgram("simbus-record", program);
+        return command::runProgram(kName, program);
     }
-    fs::create_symlink(fs::absolute(file), folder / "capture");
-    std::cerr << "simbus-record: records all that is sent and received over";
-    for (const std::string& library : libraries) {
-        std::cerr << " " << library;
-    }
-    std::cerr << ", with its contents: " << file << std::endl;
+    fs::create_symlink(file, folder / "capture");
+    sayWhatIsRecorded(libraries, options);
     setenv("SIMBUS_RECORD", folder.c_str(), 1);
     command::searchFirst("LD_LIBRARY_PATH", folder / "lib");
-    const int status = command::runProgram("simbus-record", program);
+    const int status = command::runProgram(kName, program);
     collect(folder / "parts", capture);
     close(capture);
-    summarise(file);
+    capture::Capture recorded = capture::readCaptureFile(file);
+    if (!isReduced || writeReduced(recorded, options)) {
+        summarise(recorded, options.file);
+    }
     return status;
 }
 

@@ -31,9 +31,9 @@ def run(*command, status=0, **how):
     return done.stdout, done.stderr
 
 
-def record(file, *command, status=0, under=(), **how):
+def record(file, *command, status=0, under=(), options=(), **how):
     """Runs a program under the recorder, and that under others; returns its output and its errors, with what they say."""
-    return run(*under, SIM / "simbus-record", "--to", file, "--", *command, status=status, **how)
+    return run(*under, SIM / "simbus-record", "--to", file, *options, "--", *command, status=status, **how)
 
 
 def packets_of(file):
