@@ -6,6 +6,7 @@ import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 
 import java.lang.ref.WeakReference;
+import java.util.List;
 import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.Executor;
@@ -157,21 +158,30 @@ class UsbSubscriptionTest extends AccessTest {
     @Tag("memory")
     void aClosedSubscriptionIsForgotten() throws Exception {
         list();
-        WeakReference<Executor> executor = new WeakReference<>(executorOfAClosedSubscription());
-        await("nobody knows it", () -> {
-            System.gc();
-            return executor.get() == null;
-        });
+        UsbDevice bench = open(BENCH);
+        for (Subscribe subscribe : List.<Subscribe>of(executor -> session().onChange(heard::add, executor),
+                executor -> bench.onData(0x81, 64, heard::add, executor))) {
+            WeakReference<Executor> executor = new WeakReference<>(executorOfAClosedSubscription(subscribe));
+            await("nobody knows it", () -> {
+                System.gc();
+                return executor.get() == null;
+            });
+        }
     }
 
-    private Executor executorOfAClosedSubscription() throws UsbException {
+    @FunctionalInterface
+    private interface Subscribe {
+        UsbSubscription with(Executor executor) throws UsbException;
+    }
+
+    private static Executor executorOfAClosedSubscription(Subscribe subscribe) throws UsbException {
         Executor executor = new Executor() {
             @Override
             public void execute(Runnable call) {
                 call.run();
             }
         };
-        session().onChange(heard::add, executor).close();
+        subscribe.with(executor).close();
         return executor;
     }
 
