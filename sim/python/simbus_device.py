@@ -122,7 +122,8 @@ class Device:
             return self.handle_control(Setup(*struct.unpack("<BBHHH", bytes.fromhex(event["setup"]))), data)
         if event["event"] == "out":
             answer = self.handle_out(event["address"], data)
-            if answer:
-                self.feed(event["address"] | 0x80, answer)
+            if answer in (None, SILENT):
+                return answer
+            self.feed(event["address"] | 0x80, answer)
             return None
         return self.handle_in(event["address"], event["length"])
