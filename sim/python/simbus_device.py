@@ -18,9 +18,10 @@ class Stall(Exception):
     """What a handler raises to stall the host's request."""
 
 
-def pipes(size=64, **more):
-    """The endpoints 0x01 and 0x81 of an interface, with this packet size, whose transfers a program answers."""
-    return [{"address": address, "maxPacketSize": size, "behaviour": "program", **more} for address in (0x01, 0x81)]
+def pipes(size=64, number=1, **more):
+    """Two endpoints of an interface, OUT and IN, with this packet size, whose transfers the program answers."""
+    return [{"address": address, "maxPacketSize": size, "behaviour": "program", **more}
+            for address in (number, number | 0x80)]
 
 
 class Device:
