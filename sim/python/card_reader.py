@@ -11,7 +11,7 @@ DEVICENAME usb:234b/0000:libusb-1.0:BUS:ADDRESS:0
 """
 import struct
 
-from simbus_device import Device
+from simbus_device import Device, pipes
 
 POWER_ON, POWER_OFF, SET_PARAMETERS, GET_PARAMETERS, EXCHANGE = 0x62, 0x63, 0x61, 0x6C, 0x6F
 DATA_BLOCK, SLOT_STATUS, PARAMETERS = 0x80, 0x81, 0x82
@@ -23,8 +23,7 @@ ABILITIES = struct.pack("<BBHBBIIIBIIBIIIIIBBHBB", 54, 0x21, 0x0110, 0, 7, 2, 40
                         0x000200BE, 271, 0, 0, 0, 0, 1)
 DESCRIPTION = {
     "id": "card-reader", "vendorId": "0x234B", "productId": "0x0000", "serial": "PYTHON03",
-    "interfaces": [{"class": 11, "extra": ABILITIES.hex(), "endpoints": [
-        {"address": "0x01", "behaviour": "program"}, {"address": "0x81", "behaviour": "program"}]}]}
+    "interfaces": [{"class": 11, "extra": ABILITIES.hex(), "endpoints": pipes()}]}
 
 
 class CardReader(Device):
@@ -34,7 +33,7 @@ class CardReader(Device):
         kind, _, slot, sequence, protocol = struct.unpack_from("<BIBBB", data)
         reply, content = self.answer(kind, data[10:])
         state = 0 if self.is_powered else 1
-        self.feed(0x81, struct.pack("<BIBBBBB", reply, len(content), slot, sequence, state, 0, protocol) + content)
+        return struct.pack("<BIBBBBB", reply, len(content), slot, sequence, state, 0, protocol) + content
 
     def answer(self, kind, data):
         if kind in (POWER_ON, POWER_OFF):

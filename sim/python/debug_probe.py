@@ -7,7 +7,7 @@ simbus run sim/scenarios/demo.json -- sh -c 'sim/python/debug_probe.py & sleep 1
 """
 import struct
 
-from simbus_device import Device
+from simbus_device import Device, pipes
 
 INFO, CONNECT, TRANSFER, TRANSFER_BLOCK = 0x00, 0x02, 0x05, 0x06
 FACTS = {0x04: b"2.0.0\0", 0xF0: b"\x01", 0xFE: b"\x01", 0xFF: b"\x40\x00"}  # version, SWD, 1 packet of 64 bytes
@@ -19,9 +19,7 @@ IDENTITIES = {ROM_TABLE: "04000000C4B40B000D1005B1", CONTROL_SPACE: "040000000CB
 
 DESCRIPTION = {
     "id": "debug-probe", "vendorId": "0x1209", "productId": "0x7006", "product": "Probe CMSIS-DAP",
-    "serial": "PYTHON02",
-    "interfaces": [{"string": "Probe CMSIS-DAP", "endpoints": [
-        {"address": "0x01", "behaviour": "program"}, {"address": "0x81", "behaviour": "program"}]}]}
+    "serial": "PYTHON02", "interfaces": [{"string": "Probe CMSIS-DAP", "endpoints": pipes()}]}
 
 
 class Chip:
@@ -66,7 +64,7 @@ class DebugProbe(Device):
     chip = Chip()
 
     def handle_out(self, address, data):
-        self.feed(0x81, data[:1] + self.answer(data[0], data[1:]))
+        return data[:1] + self.answer(data[0], data[1:])
 
     def answer(self, command, data):
         if command == INFO:

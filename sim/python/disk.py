@@ -6,7 +6,7 @@ sleep 1; SIMBUS_SOCKET=socket sim/python/disk.py
 """
 import struct
 
-from simbus_device import Device, Stall
+from simbus_device import Device, Stall, pipes
 
 BLOCK, BLOCKS = 512, 2048
 READY, SENSE, INQUIRY, MODE_SENSE, CAPACITY, READ, WRITE, FLUSH = 0x00, 0x03, 0x12, 0x1A, 0x25, 0x28, 0x2A, 0x35
@@ -19,9 +19,7 @@ GET_LAST_UNIT, RESET = 0xFE, 0xFF
 
 DESCRIPTION = {
     "id": "disk", "speed": "high", "vendorId": "0x1209", "productId": "0x7008", "serial": "PYTHON04",
-    "interfaces": [{"class": 8, "subClass": 6, "protocol": 80, "endpoints": [
-        {"address": "0x01", "maxPacketSize": 512, "behaviour": "program"},
-        {"address": "0x81", "maxPacketSize": 512, "behaviour": "program"}]}]}
+    "interfaces": [{"class": 8, "subClass": 6, "protocol": 80, "endpoints": pipes(512)}]}
 
 
 class Disk(Device):

@@ -18,6 +18,12 @@ class Stall(Exception):
     """What a handler raises to stall the host's request."""
 
 
+def pipes(size=64, number=1, **more):
+    """Two endpoints of an interface, OUT and IN, with this packet size, whose transfers the program answers."""
+    return [{"address": address, "maxPacketSize": size, "behaviour": "program", **more}
+            for address in (number, number | 0x80)]
+
+
 class Device:
     """One device of the bus, and the connection over which this program answers for it."""
 
@@ -45,7 +51,7 @@ class Device:
         raise Stall
 
     def handle_out(self, address, data):
-        """Takes the data of an OUT transfer."""
+        """Takes the data of an OUT transfer. What it returns can be read from the IN endpoint of the same number."""
 
     def handle_in(self, address, length):
         """Returns the data for an IN transfer that waits; None when they will be fed later."""
@@ -116,5 +122,9 @@ class Device:
         if event["event"] == "control":
             return self.handle_control(Setup(*struct.unpack("<BBHHH", bytes.fromhex(event["setup"]))), data)
         if event["event"] == "out":
-            return self.handle_out(event["address"], data)
+            answer = self.handle_out(event["address"], data)
+            if answer in (None, SILENT):
+                return answer
+            self.feed(event["address"] | 0x80, answer)
+            return None
         return self.handle_in(event["address"], event["length"])

@@ -13,6 +13,7 @@ from pathlib import Path
 
 DEADLINE = 20  # seconds, for whatever is awaited
 DEVICES = Path(__file__).resolve().parents[2] / "sim" / "python"
+os.environ["PATH"] += ":/usr/sbin"  # where some programs are that any user may start
 
 
 def need(program, package):

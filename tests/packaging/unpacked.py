@@ -50,6 +50,7 @@ usr/lib/*/orvex-usb/sim/python/boot_loader.py
 usr/lib/*/orvex-usb/sim/python/card_reader.py
 usr/lib/*/orvex-usb/sim/python/debug_probe.py
 usr/lib/*/orvex-usb/sim/python/disk.py
+usr/lib/*/orvex-usb/sim/python/security_key.py
 usr/lib/*/orvex-usb/sim/python/simbus_device.py
 usr/lib/*/orvex-usb/sim/record-lib/libhidapi-hidraw.so.0
 usr/lib/*/orvex-usb/sim/record-lib/libhidapi-libusb.so.0
