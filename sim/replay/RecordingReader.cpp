@@ -164,6 +164,7 @@ void RecordingReader::finish() {
             keepDescriptor(exchange);
         }
     }
+    askForMissingDescriptors();
     dropHalted();
     // By exchange: how many that are asked for have begun before it.
     std::vector<std::size_t> hostBefore(1);
@@ -174,6 +175,19 @@ void RecordingReader::finish() {
         if (!isDropped_[i]) {
             all_[i].after = isHost(all_[i]) ? hostBefore[i + 1] : hostBefore[all_[i].after];
             device_.exchanges.push_back(std::move(all_[i]));
+        }
+    }
+}
+
+/// What the device never gave is asked for in the replay, too: it is not among its descriptors.
+void RecordingReader::askForMissingDescriptors() {
+    for (std::size_t i = 0; i < all_.size(); ++i) {
+        const SetupBytes& setup = all_[i].setup;
+        if (isDropped_[i] && setup[1] == kGetDescriptor && setup[0] == 0x80) {
+            const bool isMissing =
+                (setup[3] == stringType && device_.strings.count(setup[2]) == 0) ||
+                (setup[3] == configurationType && device_.configurations.count(setup[2]) == 0);
+            isDropped_[i] = !isMissing;
         }
     }
 }

@@ -140,6 +140,20 @@ TEST(Recording, HasTheDescriptorsAndWhatTheyDoNotAnswer) {
     EXPECT_EQ(device.exchanges[0].answered, (Bytes{7}));
 }
 
+TEST(Recording, HasRequestsForDescriptorsThatTheDeviceNeverGave) {
+    Traffic traffic;
+    const auto stall = simbus::capture::statusStall;
+    const SetupBytes missing = {0x80, 6, 0xEE, 3, 0, 0, 18, 0};
+    traffic.request(missing, {}, stall);
+    traffic.request({0x80, 6, 1, 2, 0, 0, 9, 0}, {}, stall);
+    traffic.request({0x80, 6, 1, 3, 9, 4, 2, 0}, {}, stall);
+    traffic.request({0x80, 6, 1, 3, 9, 4, 2, 0}, {4, 3, 'a', 0});
+    const RecordedDevice device = traffic.only();
+    ASSERT_THAT(device.exchanges, SizeIs(2));
+    EXPECT_EQ(device.exchanges[0].setup, missing);
+    EXPECT_EQ(device.exchanges[0].end, kStall);
+}
+
 TEST(Recording, LeavesOutWhatCannotBeReplayedAndSaysSo) {
     Traffic traffic;
     traffic.of(6);
