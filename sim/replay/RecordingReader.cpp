@@ -26,6 +26,7 @@ enum DescriptorType : std::uint8_t {
 Exchange::End endOf(std::int32_t status) {
     switch (status) {
         case capture::statusCompleted:
+        case capture::statusShort:
             return Exchange::End::completed;
         case capture::statusCancelled:
         case capture::statusUnlinked:
@@ -78,10 +79,12 @@ void RecordingReader::begin(const Packet& packet) {
         exchange.kind = packet.kind;
         exchange.endpoint = packet.endpoint;
         exchange.setup = packet.setup.value_or(SetupBytes{});
+        exchange.length = packet.length;
     }
     if (!packet.isIn()) {
         Bytes& sent = all_[flight.exchange].sent;
         sent.insert(sent.end(), packet.data, packet.data + packet.size);
+        all_[flight.exchange].length = std::max(all_[flight.exchange].length, sent.size());
         if (packet.cut && packet.size == capture::kMostData) {
             unfinished_[packet.endpoint] = flight;
         } else if (packet.cut) {

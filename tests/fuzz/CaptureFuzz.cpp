@@ -76,7 +76,7 @@ void replay(const RecordedDevice& device) {
             } else if (!exchange.isIn()) {
                 take(replayer.out(request, exchange.endpoint, exchange.sent));
             } else {
-                take(replayer.in(request, exchange.endpoint));
+                take(replayer.in(request, exchange.endpoint, exchange.length));
             }
         }
     }

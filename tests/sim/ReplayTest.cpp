@@ -160,16 +160,27 @@ TEST(Recording, LeavesOutWhatCannotBeReplayedAndSaysSo) {
     traffic.request(kAsk, {7});
     traffic.of(7);
     traffic.request(kGetDevice, kDevice);
-    traffic.of(8);
-    Bytes hub = kDevice;
-    hub[4] = 9;
-    traffic.request(kGetDevice, hub);
     const Recording recording = recordingOf(traffic.capture);
     EXPECT_THAT(recording.devices, ElementsAre(Field(&RecordedDevice::address, 5)));
     EXPECT_THAT(recording.problems,
                 ElementsAre("device 1-6 is left out: its device descriptor is not in the capture",
-                            "device 1-7 is left out: its configuration descriptor is not in the capture",
-                            "device 1-8 is left out: it is a hub"));
+                            "device 1-7 is left out: its configuration descriptor is not in the capture"));
+}
+
+TEST(Recording, SaysNothingOfHubsAndOfAddressesThatAreNoDevices) {
+    Traffic traffic;
+    for (const auto address : {std::uint8_t{0}, std::uint8_t{1}}) {
+        traffic.of(address);
+        traffic.end(traffic.begin(Kind::interrupt, 0x81));
+        traffic.begin(Kind::control, 0x80);  // without its request
+    }
+    traffic.of(0);
+    traffic.request(kGetDevice, kDevice);
+    traffic.of(8);
+    Bytes hub = kDevice;
+    hub[4] = 9;
+    traffic.request(kGetDevice, hub);
+    EXPECT_EQ(traffic.only().address, 5);
 }
 
 TEST(Recording, SaysWhatIsMissingWithTheNumberOfThePacket) {
@@ -232,8 +243,8 @@ TEST(Replayer, StallsWhatIsNotInTheRecordingAndSaysSo) {
     EXPECT_THAT(replay.replayer.out(1, 0x01, {9, 9}), ElementsAre(isAnswer(1, kStall)));
     EXPECT_THAT(replay.replayer.control(2, {0xC0, 2, 0, 0, 0, 0, 1, 0}, {}),
                 ElementsAre(isAnswer(2, kStall)));
-    EXPECT_THAT(replay.replayer.in(3, 0x81), ElementsAre(isAnswer(3, kStall)));
-    EXPECT_THAT(replay.replayer.in(4, 0x81), ElementsAre(isAnswer(4, kStall)));
+    EXPECT_THAT(replay.replayer.in(3, 0x81, 64), ElementsAre(isAnswer(3, kStall)));
+    EXPECT_THAT(replay.replayer.in(4, 0x81, 64), ElementsAre(isAnswer(4, kStall)));
     EXPECT_THAT(replay.said,
                 ElementsAre("a write to endpoint 0x01 with 09 09 is not in the recording: stalled",
                             "the request C0 02 00 00 00 00 01 00 is not in the recording any more: stalled",
@@ -249,11 +260,101 @@ TEST(Replayer, AnswersAReadWhenEverythingHasHappenedBefore) {
     traffic.end(early, {2});
     traffic.read({3});
     Replay replay(traffic);
-    EXPECT_THAT(replay.replayer.in(1, 0x81), IsEmpty());
+    EXPECT_THAT(replay.replayer.in(1, 0x81, 64), IsEmpty());
     EXPECT_THAT(replay.replayer.out(2, 0x01, {1}), ElementsAre(isAnswer(2, kCompleted)));
     EXPECT_THAT(replay.replayer.control(3, kAsk, {}),
                 ElementsAre(isAnswer(3, kCompleted, {7}), isAnswer(1, kCompleted, {2})));
-    EXPECT_THAT(replay.replayer.in(4, 0x81), ElementsAre(isAnswer(4, kCompleted, {3})));
+    EXPECT_THAT(replay.replayer.in(4, 0x81, 64), ElementsAre(isAnswer(4, kCompleted, {3})));
+}
+
+constexpr std::size_t kPiece = std::size_t{16} * 1024;
+
+/// A read in pieces, as libusb makes them, of which the first two bring data.
+Traffic readInPieces(const Bytes& second, std::int32_t status) {
+    Traffic traffic;
+    std::vector<std::uint64_t> pieces;
+    for (const std::size_t length : {kPiece, kPiece, kPiece, std::size_t{100}}) {
+        pieces.push_back(traffic.begin(Kind::bulk, 0x81, {}, static_cast<std::uint32_t>(length)));
+    }
+    traffic.end(pieces[0], Bytes(kPiece, 1));
+    traffic.end(pieces[1], second, status);
+    traffic.end(pieces[2], {}, simbus::capture::statusUnlinked);
+    traffic.end(pieces[3], {}, simbus::capture::statusUnlinked);
+    traffic.read({5});
+    return traffic;
+}
+
+TEST(Replayer, AnswersAReadWithThePiecesThatLibusbHasMadeOfIt) {
+    Traffic traffic;
+    traffic.end(traffic.begin(Kind::bulk, 0x81, {}, kPiece), Bytes(kPiece, 1));
+    traffic.end(traffic.begin(Kind::bulk, 0x81, {}, 100), Bytes(100, 2));
+    traffic.read({5});
+    Replay replay(traffic);
+    Bytes whole(kPiece, 1);
+    whole.resize(kPiece + 100, 2);
+    EXPECT_THAT(replay.replayer.in(1, 0x81, kPiece + 100), ElementsAre(isAnswer(1, kCompleted, whole)));
+    EXPECT_THAT(replay.replayer.in(2, 0x81, 64), ElementsAre(isAnswer(2, kCompleted, {5})));
+    EXPECT_EQ(replay.replayer.replayed(), 3U);
+}
+
+TEST(Replayer, AShortPieceIsTheLastOneOfARead) {
+    Replay replay(readInPieces({2, 2}, simbus::capture::statusShort));
+    Bytes whole(kPiece, 1);
+    whole.resize(kPiece + 2, 2);
+    EXPECT_THAT(replay.replayer.in(1, 0x81, 3 * kPiece + 100), ElementsAre(isAnswer(1, kCompleted, whole)));
+    EXPECT_THAT(replay.replayer.in(2, 0x81, 64), ElementsAre(isAnswer(2, kCompleted, {5})));
+}
+
+TEST(Replayer, APieceIsOfThisReadOnlyIfTheReadHasRoomForIt) {
+    Replay replay(readInPieces(Bytes(kPiece, 2), 0));
+    EXPECT_THAT(replay.replayer.in(1, 0x81, kPiece), ElementsAre(isAnswer(1, kCompleted, Bytes(kPiece, 1))));
+    EXPECT_THAT(replay.replayer.in(2, 0x81, 2 * kPiece - 1),
+                ElementsAre(isAnswer(2, kCompleted, Bytes(kPiece, 2))));
+    EXPECT_THAT(replay.replayer.in(3, 0x81, kPiece), ElementsAre(isAnswer(3, kSilent)));
+    EXPECT_THAT(replay.replayer.in(4, 0x81, 100), ElementsAre(isAnswer(4, kSilent)));
+    EXPECT_THAT(replay.replayer.in(5, 0x81, 64), ElementsAre(isAnswer(5, kCompleted, {5})));
+}
+
+TEST(Replayer, ACancelledReadLeavesAllItsPiecesToTheNext) {
+    Traffic traffic;
+    const auto first = traffic.begin(Kind::bulk, 0x81, {}, kPiece);
+    const auto second = traffic.begin(Kind::bulk, 0x81, {}, 100);
+    traffic.write({1});
+    traffic.end(first, Bytes(kPiece, 1));
+    traffic.end(second, {2});
+    Replay replay(traffic);
+    EXPECT_THAT(replay.replayer.in(1, 0x81, kPiece + 100), IsEmpty());
+    replay.replayer.cancelled(1);
+    EXPECT_THAT(replay.replayer.in(2, 0x81, kPiece + 100), IsEmpty());
+    Bytes whole(kPiece, 1);
+    whole.push_back(2);
+    EXPECT_THAT(replay.replayer.out(3, 0x01, {1}),
+                ElementsAre(isAnswer(3, kCompleted), isAnswer(2, kCompleted, whole)));
+}
+
+TEST(Replayer, TakesAWriteOfWhichLibusbHasMadePieces) {
+    Traffic traffic;
+    traffic.write(Bytes(kPiece, 1));
+    traffic.write({2, 2});
+    traffic.write({3});
+    traffic.write({4});
+    Replay replay(traffic);
+    Bytes whole(kPiece, 1);
+    whole.resize(kPiece + 2, 2);
+    EXPECT_THAT(replay.replayer.out(1, 0x01, whole), ElementsAre(isAnswer(1, kCompleted)));
+    EXPECT_EQ(replay.replayer.replayed(), 2U);
+    EXPECT_THAT(replay.replayer.out(2, 0x01, {3, 4}), ElementsAre(isAnswer(2, kStall)));  // two transfers
+    EXPECT_THAT(replay.replayer.out(3, 0x01, {3}), ElementsAre(isAnswer(3, kCompleted)));
+}
+
+TEST(Replayer, ComparesWhatTheCaptureHasOfAWrite) {
+    Traffic traffic;
+    traffic.begin(Kind::bulk, 0x01, {1, 2});
+    traffic.capture.packets.back().length = 3;
+    Replay replay(traffic);
+    EXPECT_THAT(replay.replayer.out(1, 0x01, {1, 2}), ElementsAre(isAnswer(1, kStall)));
+    EXPECT_THAT(replay.replayer.out(2, 0x01, {2, 2, 3}), ElementsAre(isAnswer(2, kStall)));
+    EXPECT_THAT(replay.replayer.out(3, 0x01, {1, 2, 3}), ElementsAre(isAnswer(3, kSilent)));
 }
 
 TEST(Replayer, DoesNotWaitForWhatTheProgramLeavesOut) {
@@ -263,7 +364,7 @@ TEST(Replayer, DoesNotWaitForWhatTheProgramLeavesOut) {
     traffic.write({1});
     traffic.read({2});
     Replay replay(traffic);
-    EXPECT_THAT(replay.replayer.in(1, 0x81), IsEmpty());
+    EXPECT_THAT(replay.replayer.in(1, 0x81, 64), IsEmpty());
     EXPECT_THAT(replay.replayer.out(2, 0x01, {1}),
                 ElementsAre(isAnswer(2, kCompleted), isAnswer(1, kCompleted, {2})));
 }
@@ -274,9 +375,9 @@ TEST(Replayer, WhatACancelledReadWouldHaveGotComesWithTheNext) {
     traffic.write({1});
     traffic.end(early, {2});
     Replay replay(traffic);
-    EXPECT_THAT(replay.replayer.in(1, 0x81), IsEmpty());
+    EXPECT_THAT(replay.replayer.in(1, 0x81, 64), IsEmpty());
     replay.replayer.cancelled(1);
-    EXPECT_THAT(replay.replayer.in(2, 0x81), IsEmpty());
+    EXPECT_THAT(replay.replayer.in(2, 0x81, 64), IsEmpty());
     EXPECT_THAT(replay.replayer.out(3, 0x01, {1}),
                 ElementsAre(isAnswer(3, kCompleted), isAnswer(2, kCompleted, {2})));
 }
