@@ -1,108 +1,21 @@
-// What is read from a capture about devices, and how a device of it answers.
+// How a device of a capture answers.
 #include <gmock/gmock.h>
 
-#include <list>
-#include <nlohmann/json.hpp>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "Bus.h"
-#include "capture/CaptureFile.h"
+#include "CaptureTraffic.h"
 #include "replay/Recording.h"
-#include "replay/ReplayScenario.h"
 #include "replay/Replayer.h"
 
 namespace {
 
 using namespace simbus::replay;
-using simbus::capture::Capture;
-using simbus::capture::Event;
-using simbus::capture::Packet;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::Field;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-
-const SetupBytes kGetDevice = {0x80, 6, 0, 1, 0, 0, 18, 0};
-const SetupBytes kGetConfiguration = {0x80, 6, 0, 2, 0, 0, 39, 0};
-const SetupBytes kAsk = {0xC0, 1, 0, 0, 0, 0, 8, 0};
-const Bytes kDevice = {18, 1, 0, 2, 0, 0, 0, 64, 0x09, 0x12, 0x01, 0x80, 0, 1, 0, 0, 0, 1};
-/// One interface with bulk endpoints 1, out and in, and a second one with 0x82.
-const Bytes kConfiguration = {9, 2, 48,   0, 2,  1,    0, 0x80, 50,  //
-                              9, 4, 0,    0, 2,  0xFF, 0, 0,    0,  7, 5, 0x01, 2, 64, 0, 0,
-                              7, 5, 0x81, 2, 64, 0,    0,  //
-                              9, 4, 1,    0, 1,  0xFF, 0, 0,    0,  7, 5, 0x82, 2, 64, 0, 0};
-
-/// Makes captures.
-class Traffic {
- public:
-    Traffic() {
-        request(kGetDevice, kDevice);
-        request(kGetConfiguration, kConfiguration);
-    }
-    explicit Traffic(std::uint8_t device) : device_(device) {}
-
-    std::uint64_t begin(Kind kind, std::uint8_t endpoint, const Bytes& sent = {}, std::uint32_t length = 64) {
-        Packet& packet = add(Event::submission, kind, endpoint, sent);
-        packet.urb = ++urb_;
-        packet.length = sent.empty() ? length : static_cast<std::uint32_t>(sent.size());
-        return urb_;
-    }
-    void end(std::uint64_t urb, const Bytes& answered = {}, std::int32_t status = 0) {
-        for (const Packet& start : capture.packets) {
-            if (start.urb == urb && start.event == Event::submission) {
-                Packet copy = start;
-                Packet& packet = add(Event::completion, copy.kind, copy.endpoint, answered);
-                packet.urb = urb;
-                packet.status = status;
-                packet.length = static_cast<std::uint32_t>(answered.size());
-                return;
-            }
-        }
-    }
-    void request(const SetupBytes& setup, const Bytes& answered, std::int32_t status = 0) {
-        const std::uint64_t urb = begin(Kind::control, setup[0] & 0x80U);
-        capture.packets.back().setup = setup;
-        end(urb, answered, status);
-    }
-    void write(const Bytes& sent, std::int32_t status = 0) { end(begin(Kind::bulk, 0x01, sent), {}, status); }
-    void read(const Bytes& answered, std::int32_t status = 0) {
-        end(begin(Kind::bulk, 0x81), answered, status);
-    }
-    void of(std::uint8_t device) { device_ = device; }
-
-    RecordedDevice only() const {
-        Recording recording = recordingOf(capture);
-        EXPECT_THAT(recording.problems, IsEmpty());
-        EXPECT_THAT(recording.devices, SizeIs(1));
-        return std::move(recording.devices.at(0));
-    }
-
-    Capture capture;
-
- private:
-    Packet& add(Event event, Kind kind, std::uint8_t endpoint, const Bytes& data) {
-        const Bytes& kept = data_.emplace_back(data);
-        Packet& packet = capture.packets.emplace_back();
-        packet.number = capture.packets.size();
-        packet.nanoseconds = packet.number;
-        packet.event = event;
-        packet.kind = kind;
-        packet.endpoint = endpoint;
-        packet.bus = 1;
-        packet.device = device_;
-        packet.data = kept.data();
-        packet.size = kept.size();
-        return packet;
-    }
-
-    std::uint8_t device_ = 5;
-    std::uint64_t urb_ = 0;
-    std::list<Bytes> data_;
-};
 
 /// A replayer, and what it has said.
 struct Replay {
@@ -121,102 +34,6 @@ constexpr auto kCompleted = Exchange::End::completed;
 constexpr auto kStall = Exchange::End::stall;
 constexpr auto kSilent = Exchange::End::silent;
 constexpr auto kGone = Exchange::End::gone;
-
-TEST(Recording, HasTheDescriptorsAndWhatTheyDoNotAnswer) {
-    Traffic traffic;
-    traffic.request({0x80, 6, 0, 3, 0, 0, 4, 0}, {4, 3, 9, 4});
-    traffic.request({0x80, 6, 1, 3, 9, 4, 255, 0}, {4, 3, 'a', 0});
-    traffic.request({0x80, 6, 1, 3, 9, 4, 2, 0}, {4, 3});
-    traffic.request({0x81, 6, 0, 0x22, 0, 0, 3, 0}, {1, 2, 3});
-    traffic.request(kAsk, {7});
-    const RecordedDevice device = traffic.only();
-    EXPECT_EQ(device.id(), "1-5");
-    EXPECT_EQ(device.descriptor, kDevice);
-    EXPECT_EQ(device.configurations.at(0), kConfiguration);
-    EXPECT_EQ(device.strings.at(1), (Bytes{4, 3, 'a', 0}));
-    EXPECT_EQ(device.reports.at(0), (Bytes{1, 2, 3}));
-    ASSERT_THAT(device.exchanges, SizeIs(1));
-    EXPECT_EQ(device.exchanges[0].setup, kAsk);
-    EXPECT_EQ(device.exchanges[0].answered, (Bytes{7}));
-}
-
-TEST(Recording, HasRequestsForDescriptorsThatTheDeviceNeverGave) {
-    Traffic traffic;
-    const auto stall = simbus::capture::statusStall;
-    const SetupBytes missing = {0x80, 6, 0xEE, 3, 0, 0, 18, 0};
-    traffic.request(missing, {}, stall);
-    traffic.request({0x80, 6, 1, 2, 0, 0, 9, 0}, {}, stall);
-    traffic.request({0x80, 6, 1, 3, 9, 4, 2, 0}, {}, stall);
-    traffic.request({0x80, 6, 1, 3, 9, 4, 2, 0}, {4, 3, 'a', 0});
-    const RecordedDevice device = traffic.only();
-    ASSERT_THAT(device.exchanges, SizeIs(2));
-    EXPECT_EQ(device.exchanges[0].setup, missing);
-    EXPECT_EQ(device.exchanges[0].end, kStall);
-}
-
-TEST(Recording, LeavesOutWhatCannotBeReplayedAndSaysSo) {
-    Traffic traffic;
-    traffic.of(6);
-    traffic.request(kAsk, {7});
-    traffic.of(7);
-    traffic.request(kGetDevice, kDevice);
-    const Recording recording = recordingOf(traffic.capture);
-    EXPECT_THAT(recording.devices, ElementsAre(Field(&RecordedDevice::address, 5)));
-    EXPECT_THAT(recording.problems,
-                ElementsAre("device 1-6 is left out: its device descriptor is not in the capture",
-                            "device 1-7 is left out: its configuration descriptor is not in the capture"));
-}
-
-TEST(Recording, SaysNothingOfHubsAndOfAddressesThatAreNoDevices) {
-    Traffic traffic;
-    for (const auto address : {std::uint8_t{0}, std::uint8_t{1}}) {
-        traffic.of(address);
-        traffic.end(traffic.begin(Kind::interrupt, 0x81));
-        traffic.begin(Kind::control, 0x80);  // without its request
-    }
-    traffic.of(0);
-    traffic.request(kGetDevice, kDevice);
-    traffic.of(8);
-    Bytes hub = kDevice;
-    hub[4] = 9;
-    traffic.request(kGetDevice, hub);
-    EXPECT_EQ(traffic.only().address, 5);
-}
-
-TEST(Recording, SaysWhatIsMissingWithTheNumberOfThePacket) {
-    Traffic traffic;
-    Packet end = traffic.capture.packets.back();
-    end.urb = 99;
-    end.number = 5;
-    traffic.capture.packets.push_back(end);
-    traffic.begin(Kind::control, 0x80);
-    traffic.begin(Kind::isochronous, 0x82);
-    traffic.begin(Kind::isochronous, 0x82);
-    traffic.begin(Kind::bulk, 0x01, {1, 2, 3});
-    traffic.capture.packets.back().cut = true;
-    traffic.capture.packets.back().length = 9;
-    EXPECT_THAT(recordingOf(traffic.capture).problems,
-                ElementsAre("packet 5: the beginning of its transfer is not in the capture; it is left out",
-                            "packet 6: a control transfer without its request is left out",
-                            "packet 7: isochronous transfers are not replayed",
-                            "packet 9: the capture has only 3 of its 9 bytes"));
-}
-
-TEST(Recording, PutsThePiecesOfLongTransfersTogether) {
-    constexpr std::uint32_t kPiece = simbus::capture::kMostData;
-    Traffic traffic;
-    const auto first = traffic.begin(Kind::bulk, 0x81, {}, kPiece + 5);
-    traffic.end(first, Bytes(kPiece, 1));
-    traffic.end(traffic.begin(Kind::bulk, 0x81, {}, 5), {2, 2});
-    traffic.begin(Kind::bulk, 0x01, Bytes(kPiece, 3));
-    traffic.capture.packets.back().cut = true;
-    traffic.capture.packets.back().length = kPiece + 2;
-    traffic.begin(Kind::bulk, 0x01, {4, 4});
-    const RecordedDevice device = traffic.only();
-    ASSERT_THAT(device.exchanges, SizeIs(2));
-    EXPECT_THAT(device.exchanges[0].answered, SizeIs(kPiece + 2));
-    EXPECT_THAT(device.exchanges[1].sent, SizeIs(kPiece + 2));
-}
 
 TEST(Replayer, AnswersAsRecordedInTheOrderThatWasSeen) {
     Traffic traffic;
@@ -406,24 +223,6 @@ TEST(Replayer, IsNotAskedForAReadThatWasCancelledBehindAnother) {
     traffic.end(second, {}, cancelled);
     traffic.end(first, {}, cancelled);
     EXPECT_THAT(traffic.only().exchanges, SizeIs(1));
-}
-
-TEST(ReplayScenario, IsLoadedWithTheRecordedDescriptors) {
-    Traffic traffic;
-    traffic.request(kAsk, {1});
-    traffic.request({0x80, 6, 0, 3, 0, 0, 4, 0}, {4, 3, 9, 4});
-    const nlohmann::json scenario = scenarioOf(recordingOf(traffic.capture).devices);
-    const auto& device = scenario.at("devices").at(0);
-    EXPECT_EQ(device.at("speed"), "full");
-    EXPECT_EQ(device.at("control").size(), 1U);
-    EXPECT_EQ(device.at("languages"), nlohmann::json::array({0x0409}));
-    simbus::Bus& bus = simbus::Bus::instance();
-    bus.loadScenario(scenario.dump());
-    ASSERT_THAT(bus.devices(), SizeIs(1));
-    EXPECT_EQ(bus.devices()[0]->deviceDescriptor, kDevice);
-    EXPECT_THAT(bus.devices()[0]->configurationDescriptors, ElementsAre(kConfiguration));
-    EXPECT_TRUE(bus.activeEndpoint(bus.devices()[0]->connection, 0x82));
-    bus.loadScenario(R"({"devices": []})");
 }
 
 }  // namespace
