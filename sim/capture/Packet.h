@@ -28,9 +28,11 @@ enum StatusCode : std::int32_t {
     statusStall = -32,
     statusError = -71,  ///< any other error
     statusOverflow = -75,
-    statusUnlinked = -104,   ///< cancelled, in captures of the kernel
-    statusShutdown = -108,   ///< no device any more, in captures of the kernel
-    statusInProgress = -115  ///< of every submission
+    statusUnlinked = -104,    ///< cancelled, in captures of the kernel
+    statusShutdown = -108,    ///< no device any more, in captures of the kernel
+    statusInProgress = -115,  ///< of every submission
+    statusShort =
+        -121  ///< less than was asked for, in captures of the kernel, of one piece of a longer transfer
 };
 
 /// One packet of an isochronous transfer.

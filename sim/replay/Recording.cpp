@@ -14,13 +14,19 @@ using capture::Packet;
 constexpr std::size_t kDeviceDescriptorSize = 18;
 constexpr std::uint8_t kHubClass = 9;
 
+/// Hubs, and what captures of the kernel have besides devices: address 0, at which a device gets its address,
+/// and address 1 of a root hub, whose descriptors are read when the system starts.
+bool isNoTool(const RecordedDevice& device) {
+    constexpr std::uint8_t kRootHub = 1;
+    const bool isDescribed = device.descriptor.size() >= kDeviceDescriptorSize;
+    return device.address == 0 ||
+           (isDescribed ? device.descriptor[4] == kHubClass : device.address == kRootHub);
+}
+
 /// Why a device cannot be replayed; null when it can.
 const char* obstacle(const RecordedDevice& device) {
     if (device.descriptor.size() < kDeviceDescriptorSize) {
         return "its device descriptor is not in the capture";
-    }
-    if (device.descriptor[4] == kHubClass) {
-        return "it is a hub";
     }
     return device.configurations.count(0) == 0 ? "its configuration descriptor is not in the capture"
                                                : nullptr;
@@ -47,16 +53,21 @@ Recording recordingOf(const capture::Capture& capture) {
             devices.back().address = packet.device;
         }
     }
+    std::vector<std::vector<std::string>> problems(devices.size());
     std::vector<RecordingReader> readers;
     readers.reserve(devices.size());
-    for (RecordedDevice& device : devices) {
-        readers.emplace_back(device, recording.problems);
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        readers.emplace_back(devices[i], problems[i]);
     }
     for (const Packet& packet : packets) {
         readers[places[{packet.bus, packet.device}]].take(packet);
     }
     for (std::size_t i = 0; i < devices.size(); ++i) {
         readers[i].finish();
+        if (isNoTool(devices[i])) {
+            continue;
+        }
+        recording.problems.insert(recording.problems.end(), problems[i].begin(), problems[i].end());
         if (const char* why = obstacle(devices[i]); why != nullptr) {
             recording.problems.push_back("device " + devices[i].id() + " is left out: " + why);
         } else {

@@ -27,7 +27,8 @@ struct Exchange {
     Kind kind = Kind::control;
     std::uint8_t endpoint = 0;  ///< address with direction bit
     SetupBytes setup{};         ///< of a control transfer
-    Bytes sent;                 ///< by the host
+    std::size_t length = 0;     ///< bytes that the host had for the device, or asked for
+    Bytes sent;                 ///< by the host; less than `length` where the capture has less
     Bytes answered;             ///< by the device
     End end = End::silent;
     /// Of a request or OUT transfer: its number among them, from 1. Of an IN transfer: the number of the last

@@ -26,6 +26,7 @@ enum DescriptorType : std::uint8_t {
 Exchange::End endOf(std::int32_t status) {
     switch (status) {
         case capture::statusCompleted:
+        case capture::statusShort:
             return Exchange::End::completed;
         case capture::statusCancelled:
         case capture::statusUnlinked:
@@ -78,10 +79,12 @@ void RecordingReader::begin(const Packet& packet) {
         exchange.kind = packet.kind;
         exchange.endpoint = packet.endpoint;
         exchange.setup = packet.setup.value_or(SetupBytes{});
+        exchange.length = packet.length;
     }
     if (!packet.isIn()) {
         Bytes& sent = all_[flight.exchange].sent;
         sent.insert(sent.end(), packet.data, packet.data + packet.size);
+        all_[flight.exchange].length = std::max(all_[flight.exchange].length, sent.size());
         if (packet.cut && packet.size == capture::kMostData) {
             unfinished_[packet.endpoint] = flight;
         } else if (packet.cut) {
@@ -164,6 +167,7 @@ void RecordingReader::finish() {
             keepDescriptor(exchange);
         }
     }
+    askForMissingDescriptors();
     dropHalted();
     // By exchange: how many that are asked for have begun before it.
     std::vector<std::size_t> hostBefore(1);
@@ -174,6 +178,19 @@ void RecordingReader::finish() {
         if (!isDropped_[i]) {
             all_[i].after = isHost(all_[i]) ? hostBefore[i + 1] : hostBefore[all_[i].after];
             device_.exchanges.push_back(std::move(all_[i]));
+        }
+    }
+}
+
+/// What the device never gave is asked for in the replay, too: it is not among its descriptors.
+void RecordingReader::askForMissingDescriptors() {
+    for (std::size_t i = 0; i < all_.size(); ++i) {
+        const SetupBytes& setup = all_[i].setup;
+        if (isDropped_[i] && setup[1] == kGetDescriptor && setup[0] == 0x80) {
+            const bool isMissing =
+                (setup[3] == stringType && device_.strings.count(setup[2]) == 0) ||
+                (setup[3] == configurationType && device_.configurations.count(setup[2]) == 0);
+            isDropped_[i] = !isMissing;
         }
     }
 }

@@ -29,6 +29,7 @@ class RecordingReader {
     void begin(const capture::Packet& packet);
     void end(const capture::Packet& packet);
     bool isNextPiece(const capture::Packet& packet) const;
+    void askForMissingDescriptors();
     void dropHalted();
     void clearHalts(const SetupBytes& setup, std::set<std::uint8_t>& halted) const;
     void keepDescriptor(const Exchange& exchange);

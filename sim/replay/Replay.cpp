@@ -39,15 +39,16 @@ std::size_t exchangesOf(const Recording& recording) {
 
 int writeScenario(const std::string& capture, std::ostream& to) {
     constexpr int kIndent = 2;
-    to << scenarioOf(read(capture).devices).dump(kIndent) << std::endl;
+    to << scenarioOf(read(capture).devices, AnsweredBy::rules).dump(kIndent) << std::endl;
     return to.good() ? 0 : 1;
 }
 
 int run(const std::string& capture, char* const* program) {
     const Recording recording = read(capture);
     const command::PrivateFolder folder;
-    const std::string socket =
-        command::shareBus(folder, [&](Bus& bus) { bus.loadScenario(scenarioOf(recording.devices).dump()); });
+    const std::string socket = command::shareBus(folder, [&](Bus& bus) {
+        bus.loadScenario(scenarioOf(recording.devices, AnsweredBy::program).dump());
+    });
     std::vector<std::unique_ptr<Service>> services;
     for (const RecordedDevice& device : recording.devices) {
         services.push_back(std::make_unique<Service>(socket, device));

@@ -1,7 +1,9 @@
 #include "ReplayScenario.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
+#include <utility>
 
 #include "Json.h"
 
@@ -116,6 +118,65 @@ const char* speedOf(const RecordedDevice& device, const Json& configurations) {
     return "full";
 }
 
+Json ruleOf(const SetupBytes& setup) {
+    return {{"requestType", setup[0]},
+            {"request", setup[1]},
+            {"value", setup[2] | setup[3] << 8},
+            {"index", setup[4] | setup[5] << 8}};
+}
+
+/// What a rule does that has ended a request as this exchange; null when no rule can.
+Json endOf(const Exchange& exchange) {
+    switch (exchange.end) {
+        case Exchange::End::completed:
+            return exchange.isIn() ? Json{{"replies", Json::array()}} : Json::object();
+        case Exchange::End::stall:
+            return {{"stall", true}};
+        case Exchange::End::silent:
+            return {{"silent", true}};
+        default:
+            return nullptr;
+    }
+}
+
+/// A rule for exchanges with the same request and data.
+Json ruleOf(const std::vector<const Exchange*>& same) {
+    const Exchange& first = *same.front();
+    Json rule = ruleOf(first.setup);
+    rule["length"] = first.length;
+    if (!first.sent.empty()) {
+        rule["data"] = hexOf(first.sent);
+    }
+    Json end = endOf(first);
+    if (end.is_null() ||
+        std::any_of(same.begin(), same.end(), [&](const Exchange* each) { return endOf(*each) != end; })) {
+        rule["program"] = true;
+        return rule;
+    }
+    for (const Exchange* each : same) {
+        if (end.contains("replies")) {
+            end["replies"].push_back(hexOf(each->answered));
+        }
+    }
+    rule.update(end);
+    return rule;
+}
+
+/// Rules that answer as the device did.
+Json answeringRulesOf(const RecordedDevice& device) {
+    std::map<std::pair<SetupBytes, Bytes>, std::vector<const Exchange*>> requests;
+    for (const Exchange& exchange : device.exchanges) {
+        if (exchange.kind == Kind::control) {
+            requests[{exchange.setup, exchange.sent}].push_back(&exchange);
+        }
+    }
+    Json rules = Json::array();
+    for (const auto& [request, same] : requests) {
+        rules.push_back(ruleOf(same));
+    }
+    return rules;
+}
+
 /// Rules for what the program is to answer, although the bus would.
 Json rulesOf(const RecordedDevice& device) {
     std::set<SetupBytes> seen;
@@ -124,11 +185,8 @@ Json rulesOf(const RecordedDevice& device) {
         SetupBytes setup = exchange.setup;
         setup[6] = setup[7] = 0;
         if (exchange.kind == Kind::control && seen.insert(setup).second) {
-            rules.push_back({{"requestType", setup[0]},
-                             {"request", setup[1]},
-                             {"value", setup[2] | setup[3] << 8},
-                             {"index", setup[4] | setup[5] << 8},
-                             {"program", true}});
+            rules.push_back(ruleOf(setup));
+            rules.back()["program"] = true;
         }
     }
     return rules;
@@ -148,7 +206,7 @@ Json stringsOf(const RecordedDevice& device, Json& languages) {
     return strings;
 }
 
-Json deviceOf(const RecordedDevice& device) {
+Json deviceOf(const RecordedDevice& device, AnsweredBy by) {
     Json configurations = Json::array();
     Json raw = Json::array();
     for (const auto& [index, bytes] : device.configurations) {
@@ -167,7 +225,7 @@ Json deviceOf(const RecordedDevice& device) {
                    {"rawConfigurationDescriptors", raw},
                    {"configurations", configurations},
                    {"strings", strings},
-                   {"control", rulesOf(device)}};
+                   {"control", by == AnsweredBy::rules ? answeringRulesOf(device) : rulesOf(device)}};
     if (!languages.empty()) {
         result["languages"] = languages;
     }
@@ -176,10 +234,10 @@ Json deviceOf(const RecordedDevice& device) {
 
 }  // namespace
 
-Json scenarioOf(const std::vector<RecordedDevice>& devices) {
+Json scenarioOf(const std::vector<RecordedDevice>& devices, AnsweredBy by) {
     Json all = Json::array();
     for (const RecordedDevice& device : devices) {
-        all.push_back(deviceOf(device));
+        all.push_back(deviceOf(device, by));
     }
     return {{"devices", all}};
 }

@@ -25,6 +25,41 @@ std::string nameOf(std::uint8_t endpoint) {
     return text;
 }
 
+/// libusb splits longer transfers into pieces of this size on some systems, where a capture of the kernel has
+/// a transfer for each.
+constexpr std::size_t kPiece = std::size_t{16} * 1024;
+
+/// How many exchanges, from the first one, have sent these data together; 0 when they have not.
+template <class Iterator>
+std::size_t piecesThatSent(const Bytes& data, Iterator first, Iterator end) {
+    std::size_t at = 0;
+    for (auto each = first; each != end; ++each) {
+        const Exchange& exchange = **each;
+        const std::size_t size = exchange.isIn() ? 0 : exchange.length;
+        if (size > data.size() - at || !std::equal(exchange.sent.begin(), exchange.sent.end(),
+                                                   data.begin() + static_cast<std::ptrdiff_t>(at))) {
+            return 0;
+        }
+        at += size;
+        if (at == data.size()) {
+            return static_cast<std::size_t>(each - first) + 1;
+        }
+        if (size != kPiece) {
+            return 0;
+        }
+    }
+    return 0;
+}
+
+/// Whether the next exchange at an IN endpoint may be the next piece of the same transfer: a piece that came
+/// whole is followed by more data. Those that nothing came for any more are cancelled.
+bool isNextPiece(const Exchange& piece, const Exchange& next, std::size_t left) {
+    const bool isWhole = piece.answered.size() == kPiece;
+    return piece.length == kPiece && next.length <= left &&
+           ((isWhole && next.end == Exchange::End::completed) ||
+            (next.end == Exchange::End::silent && next.answered.empty()));
+}
+
 std::set<std::uint8_t> hidEndpoints(const RecordedDevice& device) {
     constexpr std::uint8_t kHidClass = 3;
     std::set<std::uint8_t> found;
@@ -61,25 +96,29 @@ std::vector<Answer> Replayer::out(std::uint64_t request, std::uint8_t endpoint, 
 std::vector<Answer> Replayer::answer(std::uint64_t request, Queue& queue, const Bytes& sent,
                                      const std::string& what) {
     constexpr std::size_t kMostShown = 32;
-    const auto found =
-        std::find_if(queue.begin(), queue.end(), [&](const Exchange* each) { return each->sent == sent; });
+    std::size_t pieces = 0;
+    auto found = queue.begin();
+    while (found != queue.end() && (pieces = piecesThatSent(sent, found, queue.end())) == 0) {
+        ++found;
+    }
     if (found == queue.end()) {
         say_(what + (sent.empty() ? "" : " with " + hexOf(sent, kMostShown)) +
              (queue.empty() ? " is not in the recording any more: stalled"
                             : " is not in the recording: stalled"));
         return {{request, Exchange::End::stall, {}}};
     }
-    const Exchange& exchange = **found;
-    queue.erase(queue.begin(), found + 1);
+    found += static_cast<std::ptrdiff_t>(pieces);
+    const Exchange& exchange = **(found - 1);
+    queue.erase(queue.begin(), found);
     // One that the program leaves out does not hold up what came after it.
     hostBegun_ = std::max(hostBegun_, exchange.after);
-    ++replayed_;
+    replayed_ += pieces;
     std::vector<Answer> answers = {{request, exchange.end, exchange.answered}};
     answerWaiting(answers);
     return answers;
 }
 
-std::vector<Answer> Replayer::in(std::uint64_t request, std::uint8_t endpoint) {
+std::vector<Answer> Replayer::in(std::uint64_t request, std::uint8_t endpoint, std::size_t length) {
     Queue& queue = endpoints_[endpoint];
     if (queue.empty()) {
         // The system reads input reports all the time, also where the recorded program had enough of them.
@@ -91,23 +130,37 @@ std::vector<Answer> Replayer::in(std::uint64_t request, std::uint8_t endpoint) {
         }
         return {{request, Exchange::End::stall, {}}};
     }
-    waiting_[request] = queue.front();
-    queue.pop_front();
+    waiting_[request] = takeRead(queue, length);
     std::vector<Answer> answers;
     answerWaiting(answers);
     return answers;
 }
 
+/// The next read of the recording, which is there; with all pieces of it.
+Replayer::Pieces Replayer::takeRead(Queue& queue, std::size_t length) {
+    Pieces pieces;
+    do {
+        pieces.push_back(queue.front());
+        queue.pop_front();
+        length -= std::min(length, pieces.back()->length);
+    } while (length > 0 && !queue.empty() && isNextPiece(*pieces.back(), *queue.front(), length));
+    return pieces;
+}
+
 /// Answers the reads before which everything has happened that had happened in the recording.
 void Replayer::answerWaiting(std::vector<Answer>& answers) {
     for (auto each = waiting_.begin(); each != waiting_.end();) {
-        const Exchange& exchange = *each->second;
-        if (exchange.after > hostBegun_) {
+        const Pieces& pieces = each->second;
+        if (std::any_of(pieces.begin(), pieces.end(),
+                        [this](const Exchange* piece) { return piece->after > hostBegun_; })) {
             ++each;
             continue;
         }
-        answers.push_back({each->first, exchange.end, exchange.answered});
-        ++replayed_;
+        Answer& answer = answers.emplace_back(Answer{each->first, pieces.front()->end, {}});
+        for (const Exchange* piece : pieces) {
+            answer.data.insert(answer.data.end(), piece->answered.begin(), piece->answered.end());
+        }
+        replayed_ += pieces.size();
         each = waiting_.erase(each);
     }
 }
@@ -118,8 +171,10 @@ void Replayer::cancelled(std::uint64_t request) {
         return;
     }
     // What the device would have sent is still there for the next read.
-    if (found->second->end != Exchange::End::silent) {
-        endpoints_[found->second->endpoint].push_front(found->second);
+    const Pieces& pieces = found->second;
+    if (pieces.front()->end != Exchange::End::silent) {
+        Queue& queue = endpoints_[pieces.front()->endpoint];
+        queue.insert(queue.begin(), pieces.begin(), pieces.end());
     }
     waiting_.erase(found);
 }

@@ -29,7 +29,8 @@ class Replayer {
     /// What the bus asks; each returns the answers to give now, also to earlier requests.
     std::vector<Answer> control(std::uint64_t request, const SetupBytes& setup, const Bytes& sent);
     std::vector<Answer> out(std::uint64_t request, std::uint8_t endpoint, const Bytes& sent);
-    std::vector<Answer> in(std::uint64_t request, std::uint8_t endpoint);
+    /// `length`: the bytes that the host asks for.
+    std::vector<Answer> in(std::uint64_t request, std::uint8_t endpoint, std::size_t length);
     void cancelled(std::uint64_t request);
 
     /// How many of the recorded transfers were asked for.
@@ -37,6 +38,8 @@ class Replayer {
 
  private:
     using Queue = std::deque<const Exchange*>;
+    using Pieces = std::vector<const Exchange*>;  ///< of one transfer, at least one
+    static Pieces takeRead(Queue& queue, std::size_t length);
     std::vector<Answer> answer(std::uint64_t request, Queue& queue, const Bytes& sent,
                                const std::string& what);
     void answerWaiting(std::vector<Answer>& answers);
@@ -44,9 +47,9 @@ class Replayer {
     const std::function<void(const std::string&)> say_;
     std::map<SetupBytes, Queue> requests_;
     std::map<std::uint8_t, Queue> endpoints_;
-    std::map<std::uint64_t, const Exchange*> waiting_;  ///< IN transfers, for what comes before their answers
-    std::set<std::uint8_t> reportStreams_;              ///< endpoints of input reports
-    std::set<std::uint8_t> saidEnd_;                    ///< endpoints
+    std::map<std::uint64_t, Pieces> waiting_;  ///< IN transfers, for what comes before their answers
+    std::set<std::uint8_t> reportStreams_;     ///< endpoints of input reports
+    std::set<std::uint8_t> saidEnd_;           ///< endpoints
     std::size_t hostBegun_ = 0;  ///< the highest number of a request or OUT transfer that has come
     std::size_t replayed_ = 0;
 };

@@ -75,7 +75,7 @@ void Service::take(const std::string& line) {
     } else if (what == "out") {
         answers = replayer_.out(request, endpoint, bytesOf(event, "data"));
     } else if (what == "in") {
-        answers = replayer_.in(request, endpoint);
+        answers = replayer_.in(request, endpoint, event.value("length", std::size_t{0}));
     } else if (what == "cancelled") {
         replayer_.cancelled(request);
     } else if (what == "dismissed") {

@@ -23,8 +23,8 @@ constexpr char kUsage[] =
     "unplugged is unplugged.\n"
     "\n"
     "With a program, runs it with these devices, as `simbus run` does; the exit status is the program's.\n"
-    "Without one, writes the scenario of the devices, for which a program has to answer\n"
-    "(sim/bus/README.md).\n";
+    "Without one, writes the scenario of the devices. It has rules that answer control requests, in turn as\n"
+    "each was answered; a program has to answer at the endpoints (sim/bus/README.md).\n";
 
 int refuseArguments() {
     std::cerr << kUsage;

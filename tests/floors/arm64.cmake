@@ -18,7 +18,8 @@ function(in_root result root)
   set(${result} tests/arm64/in-root ${root} --bind /usr/share/java ${variables} -- PARENT_SCOPE)
 endfunction()
 
-set(shipped "USBAccessLink orvex_jars sim_libusb sim_hidapi sim_hidapi_libusb simbus_command simbus-usbip orvex_java_tests")
+set(shipped "USBAccessLink orvex_jars sim_libusb sim_hidapi sim_hidapi_libusb simbus_command simbus-usbip")
+string(APPEND shipped " simbus_record simbus_replay orvex_java_tests")
 add_build("arm64 release" release script/build)
 add_preset_build(arm64 arm64 ${shipped} "arm64 release")
 add_arm64_run(exports "${parts}" 120 arm64 --as exports ${PYTHON} tests/house/exports.py ${ARM64}/${LIBRARY}

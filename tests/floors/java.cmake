@@ -139,7 +139,7 @@ if(newest)
 endif()
 
 # Programs that know nothing of this project, on the drop-in libraries of the release build.
-add_run(java "foreign programs" NEEDS release "java tests" PROPERTIES TIMEOUT 300 DEPENDS "${UNIT_RUNS}"
+add_run(java "foreign programs" NEEDS release "java tests" PROPERTIES TIMEOUT 500 DEPENDS "${UNIT_RUNS}"
   COMMAND ctest --test-dir build/release -j2 -L foreign --no-tests=error --output-on-failure
     --output-junit FOLDER/reports/ctest.xml)
 

@@ -45,6 +45,9 @@ add_machine_run(remote 1 ${DEADLINE} release
 # By one thread and by four; their times go to the log.
 add_machine_run("round trips" 2 ${DEADLINE} "system programs" --as "round trips bring every byte back"
   ${on_demo} sh -c "${RELEASE}/tests/system/roundtrips 10000 1 && ${RELEASE}/tests/system/roundtrips 10000 4")
+# Programs whose traffic the kernel captures, and which get the same answers from a replay.
+add_machine_run("kernel captures" 2 ${DEADLINE} release --as "captures of the kernel are replayed"
+  env RECORD_SIM=${RELEASE}/sim RECORD_TOOLS=${RELEASE}/tests/record tests/record/kernel_captures ${DEADLINE})
 # Devices that are pulled before every call into the kernel that the library makes for them.
 add_machine_run(pulls 2 ${DEADLINE} "system programs" ${on_demo} ${RELEASE}/tests/system/pulls)
 # The packages, where udev and the kernel decide who may use a device.

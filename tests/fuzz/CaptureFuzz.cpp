@@ -17,6 +17,7 @@ using simbus::capture::Bytes;
 using simbus::capture::Capture;
 using simbus::capture::Packet;
 using simbus::replay::Answer;
+using simbus::replay::AnsweredBy;
 using simbus::replay::Exchange;
 using simbus::replay::Kind;
 using simbus::replay::RecordedDevice;
@@ -76,7 +77,7 @@ void replay(const RecordedDevice& device) {
             } else if (!exchange.isIn()) {
                 take(replayer.out(request, exchange.endpoint, exchange.sent));
             } else {
-                take(replayer.in(request, exchange.endpoint));
+                take(replayer.in(request, exchange.endpoint, exchange.length));
             }
         }
     }
@@ -95,8 +96,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     writeAgain(capture);
     const simbus::replay::Recording recording = simbus::replay::recordingOf(capture);
     simbus::Bus& bus = simbus::Bus::instance();
-    bus.loadScenario(scenarioOf(recording.devices).dump());
-    require(bus.devices().size() == recording.devices.size(), "the bus has every device of the recording");
+    for (const AnsweredBy by : {AnsweredBy::rules, AnsweredBy::program}) {
+        bus.loadScenario(scenarioOf(recording.devices, by).dump());
+        require(bus.devices().size() == recording.devices.size(),
+                "the bus has every device of the recording");
+    }
     for (const RecordedDevice& device : recording.devices) {
         replay(device);
     }

@@ -10,23 +10,27 @@ import sys
 from pathlib import Path
 
 DEADLINE = 60  # seconds, for a program
+MISSING = 77  # the exit status of a test that is not run, because something is missing
 TOOLS = Path(os.environ["RECORD_TOOLS"])
 SIM = Path(os.environ["RECORD_SIM"])
 
-Packet = collections.namedtuple("Packet", "number event kind endpoint device bus status length setup data")
+Packet = collections.namedtuple("Packet", "number time event kind endpoint device bus status length setup data")
 
 
 def need_tshark():
     """Ends the test as one that is not run where tshark is missing."""
     if not shutil.which("tshark"):
         print("not run here: tshark is missing; it is in the package tshark")
-        sys.exit(77)
+        sys.exit(MISSING)
 
 
 def run(*command, status=0, **how):
-    """Runs a program to its end; returns its output and its errors."""
+    """Runs a program to its end; returns its output and its errors. Where it is a test that is not run, nor is this one."""
     done = subprocess.run([str(word) for word in command], capture_output=True, text=True, errors="replace",
                           stdin=subprocess.DEVNULL, timeout=DEADLINE, check=False, **how)
+    if done.returncode == MISSING != status:
+        print(done.stdout)
+        sys.exit(MISSING)
     assert done.returncode == status, f"{command}: exit status {done.returncode}\n{done.stdout}{done.stderr}"
     return done.stdout, done.stderr
 
@@ -39,14 +43,14 @@ def record(file, *command, status=0, under=(), options=(), **how):
 def packets_of(file):
     """The packets of a capture as this project reads them, which must find nothing wrong with it."""
     listing = run(TOOLS / "list_capture", file)[0]
-    return [Packet(int(number), event, int(kind), int(endpoint, 0), int(device), int(bus), int(status), int(length),
+    return [Packet(int(number), int(time), event, int(kind), int(endpoint, 0), int(device), int(bus), int(status), int(length),
                    setup[1:], data[1:])
-            for number, event, kind, endpoint, device, bus, status, length, setup, data
+            for number, time, event, kind, endpoint, device, bus, status, length, setup, data
             in map(str.split, listing.splitlines())]
 
 
-FIELDS = ("frame.number", "usb.urb_type", "usb.transfer_type", "usb.endpoint_address", "usb.device_address",
-          "usb.bus_id", "usb.urb_status", "usb.urb_len", "usb.data_len", "usb.urb_id")
+FIELDS = ("frame.number", "frame.time_epoch", "usb.urb_type", "usb.transfer_type", "usb.endpoint_address",
+          "usb.device_address", "usb.bus_id", "usb.urb_status", "usb.urb_len", "usb.data_len", "usb.urb_id")
 
 
 def seen_by_tshark(file):
@@ -56,13 +60,13 @@ def seen_by_tshark(file):
     frames = json.loads(run("tshark", "-n", "-r", file, "-T", "jsonraw", "-j", "frame")[0])
     header = 2 * 64  # of usbmon, in hexadecimal digits; the setup bytes are at 40 to 47
     for row, frame in zip(rows, frames, strict=True):
-        number, event, kind, endpoint, device, bus, status, length, count = (row[i].strip("'") for i in range(9))
+        number, time, event, kind, endpoint, device, bus, status, length, count = (field.strip("'") for field in row[:-1])
         raw = frame["_source"]["layers"]["frame_raw"][0]
         data = raw[len(raw) - 2 * int(count):] if int(count) else ""
         assert len(raw) == header + len(data), row
         is_request = event == "S" and int(kind, 0) == 2
-        yield Packet(int(number), event, int(kind, 0), int(endpoint, 0), int(device), int(bus), int(status), int(length),
-                     raw[80:96] if is_request else "", data), row[9]
+        yield Packet(int(number), int(time.replace(".", "")), event, int(kind, 0), int(endpoint, 0), int(device), int(bus),
+                     int(status), int(length), raw[80:96] if is_request else "", data), row[-1]
 
 
 def tshark_agrees(file):
@@ -78,10 +82,11 @@ def tshark_agrees(file):
 
 
 def by_device(packets):
-    """The packets of each device, in the order of the addresses, which differ from one plug to the next."""
+    """The packets of each device, in the order of the addresses, which differ from one plug to the next, and of the times:
+    the packets of each process are together in a recording."""
     devices = collections.defaultdict(list)
-    for packet in packets:
-        devices[packet.bus, packet.device].append(packet._replace(number=0, device=0))
+    for packet in sorted(packets, key=lambda packet: packet.time):
+        devices[packet.bus, packet.device].append(packet._replace(number=0, time=0, device=0))
     return [devices[place] for place in sorted(devices)]
 
 

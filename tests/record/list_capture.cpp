@@ -16,9 +16,10 @@ void printHex(const std::uint8_t* bytes, std::size_t count) {
 }
 
 void print(const Packet& packet) {
-    std::printf("%llu %c %u 0x%02x %u %u %d %u", static_cast<unsigned long long>(packet.number),
-                static_cast<char>(packet.event), static_cast<unsigned>(packet.kind), packet.endpoint,
-                packet.device, packet.bus, packet.status, packet.length);
+    std::printf("%llu %llu %c %u 0x%02x %u %u %d %u", static_cast<unsigned long long>(packet.number),
+                static_cast<unsigned long long>(packet.nanoseconds), static_cast<char>(packet.event),
+                static_cast<unsigned>(packet.kind), packet.endpoint, packet.device, packet.bus, packet.status,
+                packet.length);
     if (packet.setup) {
         printHex(packet.setup->data(), packet.setup->size());
     } else {
