@@ -27,7 +27,8 @@ public final class Recorder {
     private static final int IN = 0x80;
     private static final int STATUS_OF_DEVICE = 0x80;
     private static final int STATUS_OF_ENDPOINT = 0x82;
-    private static final byte[] NOTHING = {};
+    /** Of an address; an endpoint has none of these bits. */
+    private static final int NO_ENDPOINT = 0x70;
 
     private final CaptureFile file;
     private final Privacy privacy;
@@ -109,7 +110,7 @@ public final class Recorder {
     /** Makes a transfer at a bulk or interrupt endpoint. */
     int pipe(int list, int index, int kind, int endpoint, int length, byte[] buffer, IntSupplier call) {
         RecordedDevice device = devices.get(new Place(list, index));
-        if (device == null || lacks(buffer, length)) {
+        if (device == null || lacks(buffer, length) || (endpoint & NO_ENDPOINT) != 0) {
             return call.getAsInt();
         }
         Flight flight = device.begin(endpoint, now());
@@ -178,11 +179,15 @@ public final class Recorder {
         if (result >= 0) {
             return flight.isCancelled() && result < exchange.asked() ? Exchange.CANCELLED : Exchange.COMPLETED;
         }
+        return status(result, isQuestion ? Exchange.GONE : Exchange.FAILED);
+    }
+
+    /** Of a negative result; {@code other} when that does not tell more. */
+    private static int status(int result, int other) {
         if (result == UsbAccessCode.TIMED_OUT.code()) {
             return Exchange.CANCELLED;
         }
-        boolean isGone = isQuestion || result == UsbAccessCode.NOT_OPEN.code();
-        return isGone ? Exchange.GONE : Exchange.FAILED;
+        return result == UsbAccessCode.NOT_OPEN.code() ? Exchange.GONE : other;
     }
 
     /** A request for the status of the device or of an endpoint. */
@@ -217,7 +222,8 @@ public final class Recorder {
             IntSupplier call) {
         RecordedDevice device = devices.get(new Place(list, index));
         boolean isPlain = device != null && device.reports() == null && packetSize == 0;
-        if (device == null || isPlain || lacks(buffer, length)) {
+        boolean isNone = device != null && device.reports() == null && (endpoint & NO_ENDPOINT) != 0;
+        if (device == null || isPlain || isNone || lacks(buffer, length)) {
             return pipe(list, index, Exchange.INTERRUPT, endpoint, length, buffer, call);
         }
         Reports reports = device.reports();
@@ -227,9 +233,7 @@ public final class Recorder {
         int result = call.getAsInt();
         if (isOnBus(result) && length > 0) {
             int failure = reports != null ? Exchange.STALLED : Exchange.FAILED;
-            int status = result >= 0 ? Exchange.COMPLETED
-                    : result == UsbAccessCode.TIMED_OUT.code() ? Exchange.CANCELLED
-                    : result == UsbAccessCode.NOT_OPEN.code() ? Exchange.GONE : failure;
+            int status = result >= 0 ? Exchange.COMPLETED : status(result, failure);
             long ended = now();
             for (int at = 0; at < Math.max(result, 1); at += size) {
                 byte[] packet = Arrays.copyOfRange(buffer, at, at + size);
@@ -269,18 +273,11 @@ public final class Recorder {
         long began = now();
         int result = call.getAsInt();
         for (int at = 0; at < result; at += size) {
-            write(report(device, Arrays.copyOfRange(buffer, at, Math.min(at + size, result)), Exchange.COMPLETED,
-                    began));
-        }
-        if (result == UsbAccessCode.NOT_OPEN.code()) {
-            write(report(device, NOTHING, Exchange.GONE, began));
+            byte[] report = Arrays.copyOfRange(buffer, at, Math.min(at + size, result));
+            write(new Exchange(device, Exchange.INTERRUPT, device.reports().inEndpoint(), null, report.length, report,
+                    report.length, Exchange.COMPLETED, began, now()));
         }
         return result;
-    }
-
-    private Exchange report(RecordedDevice device, byte[] bytes, int status, long began) {
-        return new Exchange(device, Exchange.INTERRUPT, device.reports().inEndpoint(), null, bytes.length, bytes,
-                bytes.length, status, began, now());
     }
 
     /** Somebody cancels the transfer at an endpoint. */
