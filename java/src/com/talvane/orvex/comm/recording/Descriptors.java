@@ -6,7 +6,6 @@ import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
-import java.util.concurrent.TimeUnit;
 import java.util.function.LongSupplier;
 
 /**
@@ -26,9 +25,8 @@ final class Descriptors {
     private static final int GET_DESCRIPTOR = 6;
     private static final int SETUP_BYTES = 8;
     private static final int DEVICE_BYTES = 18;
-    /** Of a configuration without its interfaces, and of an interface. */
+    /** Of a configuration without its interfaces; no descriptor in it is longer before its variable part. */
     private static final int HEAD_BYTES = 9;
-    private static final int ENDPOINT_BYTES = 7;
     private static final int MOST_TEXT_BYTES = 255;
     private static final int MOST_KEPT_BYTES = 512;
     /** Where a device descriptor has the numbers of the manufacturer, the product and the serial number. */
@@ -40,7 +38,7 @@ final class Descriptors {
     private static final byte[] SIMPLE_DEVICE = {DEVICE_BYTES, DEVICE, 0, 2, 0, 0, 0, 64, 0, 0, 0, 0, 0, 0, 1, 2, 3, 1};
     private static final byte[] SIMPLE_CONFIGURATION = {
         HEAD_BYTES, CONFIGURATION, 34, 0, 1, 1, 0, (byte) 0x80, 50, HEAD_BYTES, INTERFACE, 0, 0, 1, HID, 0, 0, 0,
-        9, 0x21, 0x11, 1, 0, 1, 0x22, 0, 0, ENDPOINT_BYTES, ENDPOINT, (byte) 0x81, INTERRUPT, 64, 0, 10};
+        9, 0x21, 0x11, 1, 0, 1, 0x22, 0, 0, 7, ENDPOINT, (byte) 0x81, INTERRUPT, 64, 0, 10};
 
     private final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
     private final int list;
@@ -106,8 +104,7 @@ final class Descriptors {
         long began = clock.getAsLong();
         int result = usb.usbReadControlPipe(list, index, 0, TIMEOUT, request);
         long ended = clock.getAsLong();
-        boolean timeIsOver = ended - began >= TimeUnit.MILLISECONDS.toNanos(TIMEOUT);
-        int status = result > 0 ? Exchange.COMPLETED : timeIsOver ? Exchange.CANCELLED : Exchange.STALLED;
+        int status = result > 0 ? Exchange.COMPLETED : Exchange.STALLED;
         byte[] data = Arrays.copyOfRange(request, SETUP_BYTES, SETUP_BYTES + Math.max(result, 0));
         answers.add(new Answer(setup(type, number, language, length), data, status, began, ended));
         return data;
@@ -169,7 +166,7 @@ final class Descriptors {
                 answer.ended())).toList();
     }
 
-    /** The reports of a HID device: those of its first HID interface. Null for any other device. */
+    /** The reports of a HID device: those of its first HID interface, in the first setting. Null for any other device. */
     Reports reports() {
         if (!isHid) {
             return null;
@@ -178,13 +175,12 @@ final class Descriptors {
         boolean isOurs = false;
         int in = 0x81;
         int out = 0;
-        byte[] bytes = configuration;
-        for (int at = 0; at + 1 < bytes.length && bytes[at] > 0; at += bytes[at]) {
-            int left = bytes.length - at;
-            if (bytes[at + 1] == INTERFACE && left >= HEAD_BYTES) {
-                isOurs = bytes[at + 5] == HID && (number < 0 || number == bytes[at + 2]) && bytes[at + 3] == 0;
+        byte[] bytes = Arrays.copyOf(configuration, configuration.length + HEAD_BYTES); // its end may be cut
+        for (int at = 0; at < configuration.length; at += Math.max(bytes[at] & 0xFF, 1)) {
+            if (bytes[at + 1] == INTERFACE) {
+                isOurs = bytes[at + 5] == HID && number < 0;
                 number = isOurs ? bytes[at + 2] : number;
-            } else if (bytes[at + 1] == ENDPOINT && left >= ENDPOINT_BYTES && isOurs && bytes[at + 3] == INTERRUPT) {
+            } else if (bytes[at + 1] == ENDPOINT && bytes[at + 3] == INTERRUPT && isOurs) {
                 int address = bytes[at + 2] & 0xFF;
                 in = address >= IN ? address : in;
                 out = address < IN ? address : out;

@@ -165,21 +165,19 @@ public final class Recorder {
     private void end(RecordedDevice device, Flight flight, int result, int statusOfNone, Exchange exchange) {
         boolean isQuestion = isQuestion(exchange);
         settle(device.takeDoubtful(), isQuestion ? exchange : null, result);
-        boolean isNone = result == 0 && exchange.asked() > 0 && !flight.isCancelled();
-        Exchange ended = exchange.withStatus(isNone ? statusOfNone : status(result, flight, exchange, isQuestion));
-        boolean isFailure = ended.status() == Exchange.FAILED;
-        if ((isNone || isFailure) && !isQuestion) {
-            device.keepDoubtful(ended);
+        boolean isNone = result == 0 && exchange.asked() > 0;
+        int status = isNone ? statusOfNone(flight, statusOfNone)
+                : result >= 0 ? Exchange.COMPLETED : status(result, isQuestion ? Exchange.GONE : Exchange.FAILED);
+        boolean isDoubtful = isNone ? !flight.isCancelled() : status == Exchange.FAILED;
+        if (isDoubtful && !isQuestion) {
+            device.keepDoubtful(exchange.withStatus(status));
         } else {
-            write(ended);
+            write(exchange.withStatus(status));
         }
     }
 
-    private static int status(int result, Flight flight, Exchange exchange, boolean isQuestion) {
-        if (result >= 0) {
-            return flight.isCancelled() && result < exchange.asked() ? Exchange.CANCELLED : Exchange.COMPLETED;
-        }
-        return status(result, isQuestion ? Exchange.GONE : Exchange.FAILED);
+    private static int statusOfNone(Flight flight, int other) {
+        return flight.isCancelled() ? Exchange.CANCELLED : other;
     }
 
     /** Of a negative result; {@code other} when that does not tell more. */
@@ -221,9 +219,8 @@ public final class Recorder {
     int writePackets(int list, int index, int endpoint, int length, byte[] buffer, int packetSize, int fill,
             IntSupplier call) {
         RecordedDevice device = devices.get(new Place(list, index));
-        boolean isPlain = device != null && device.reports() == null && packetSize == 0;
-        boolean isNone = device != null && device.reports() == null && (endpoint & NO_ENDPOINT) != 0;
-        if (device == null || isPlain || isNone || lacks(buffer, length)) {
+        if (device == null || lacks(buffer, length)
+                || (device.reports() == null && (packetSize == 0 || (endpoint & NO_ENDPOINT) != 0))) {
             return pipe(list, index, Exchange.INTERRUPT, endpoint, length, buffer, call);
         }
         Reports reports = device.reports();

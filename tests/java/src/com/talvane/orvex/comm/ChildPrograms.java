@@ -45,6 +45,10 @@ final class ChildPrograms {
             talk(args[1]);
             return;
         }
+        if (args[0].equals("fill")) {
+            fill(args[1]);
+            return;
+        }
         ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
         switch (args[0]) {
             case "fresh" -> fresh(usb);
@@ -124,6 +128,17 @@ final class ChildPrograms {
             tell(() -> bench.readBulk(0x83, in, 0, 64, 30_000), in);
             tell(() -> bench.writeInterrupt(0x02, new byte[0], 0, 0, 30_000), in);
             tell(() -> bench.readInterrupt(0x82, in, 0, 64, 30_000), in);
+        }
+    }
+
+    /** Records 12 MiB to a file. */
+    private static void fill(String file) throws Exception {
+        try (UsbSession session = UsbSession.open()) {
+            session.record(Path.of(file));
+            UsbDevice bench = session.list(VENDORS).find("BENCH00001").orElseThrow().open();
+            for (int i = 0; i < 12; i++) {
+                System.out.println(bench.writeBulk(0x03, new byte[1 << 20], 0, 1 << 20, 30_000));
+            }
         }
     }
 

@@ -14,6 +14,7 @@ import org.junit.jupiter.api.io.TempDir;
 /** Recordings that the tool makes. */
 @Tag("memory")
 class RecordToolTest extends ToolFixture {
+    private static final Path RELEASE = Path.of(System.getProperty(NativeLibrary.PATH_PROPERTY)).getParent();
     private static final String FOLDER = "orvex.usb.simulator";
 
     @TempDir
@@ -117,8 +118,7 @@ class RecordToolTest extends ToolFixture {
         for (String line : List.of("echo --serial ECHO0001", "hid --serial HID00001 --data 48656C6C6F --read 64")) {
             ChildVm.Outcome recorded = launch("--simulate --record " + file() + " " + line);
             assertEquals(0, recorded.status(), recorded.toString());
-            String tool = ChildVm.productJar().resolveSibling("orvex-usb").toString();
-            ChildVm.Outcome replayed = launch("replay " + file() + " -- " + tool + " " + line);
+            ChildVm.Outcome replayed = launch("replay " + file() + " -- " + RELEASE + "/orvex-usb " + line);
             assertEquals(0, replayed.status(), replayed.toString());
             assertTrue(replayed.err().contains("simbus-replay: 2 of 2 recorded transfers were asked for"), replayed.err());
             assertEquals(withoutTimes(recorded.out()), withoutTimes(replayed.out()));
@@ -140,13 +140,25 @@ class RecordToolTest extends ToolFixture {
     @Tag("linux")
     @Tag("programs")
     void aProgramIsRecorded() throws Exception {
-        String tool = ChildVm.productJar().resolveSibling("orvex-usb").toString();
-        ChildVm.Outcome run = launch("--simulate record " + file() + " -- " + tool + " describe --serial ECHO0001");
+        ChildVm.Outcome run = launch("--simulate record " + file() + " -- " + RELEASE + "/orvex-usb describe --serial ECHO0001");
         assertEquals(0, run.status(), run.toString());
         assertTrue(run.err().contains("simbus-record: recorded 4 devices, "), run.err());
-        ChildVm.Outcome own = launch("record " + file() + " -- " + tool + " --simulate list");
+        ChildVm.Outcome own = launch("record " + file() + " -- " + RELEASE + "/orvex-usb --simulate list");
         assertTrue(own.out().contains("ECHO0001"), own.toString());
         assertEquals(3, launch("record " + file() + " -- sh -c exit(3)".replace("exit(3)", "exit${IFS}3")).status());
+    }
+
+    /** A limit for files stands for a disk that is full in the middle of a packet. */
+    @Test
+    @Tag("linux")
+    @Tag("programs")
+    void ofAPacketThatDoesNotFitNothingIsKept() throws Exception {
+        int limit = 8 << 20;
+        ChildVm.Outcome run = new ChildVm().with("-XX:-UsePerfData")
+                .under("sh", "-c", "ulimit -f " + limit / 512 + "; exec \"$@\"", "sh").run("fill", file().toString());
+        assertEquals("1048576\n".repeat(12), run.out(), run.err());
+        assertTrue(run.err().contains("WARNING: the recording ends here: File too large"), run.toString());
+        assertEquals(7 * 2 + 7 * 16, Capture.packets(file()).size());
     }
 
     @Test
@@ -157,7 +169,7 @@ class RecordToolTest extends ToolFixture {
         assertEquals(11, recorded.out().lines().count(), recorded.toString());
         ChildVm replay = new ChildVm().withEnvironment("TMPDIR", folder.toString())
                 .withoutEnvironment("XDG_RUNTIME_DIR").withoutEnvironment("SIMBUS_SCENARIO")
-                .under(ChildVm.productJar().resolveSibling("sim/simbus-replay").toString(), file().toString(), "--");
+                .under(RELEASE + "/sim/simbus-replay", file().toString(), "--");
         ChildVm.Outcome replayed = replay.run("talk", "none");
         assertEquals(recorded.out(), replayed.out(), replayed.err());
         assertTrue(replayed.err().matches("(?s).*simbus-replay: (\\d+) of \\1 recorded transfers were asked for\n"),

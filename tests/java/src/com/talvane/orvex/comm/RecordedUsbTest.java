@@ -79,11 +79,16 @@ class RecordedUsbTest extends UsbTest {
         assertEquals(-112, recorded.usbWriteBulkPipe(list, bench, 0x01, -1, AMPLE, bytes));
         assertEquals(-112, recorded.usbWriteInterruptPipe(list, bench, 0x02, -1, AMPLE, bytes));
         assertEquals(-113, recorded.usbReadInterruptPipe(list, bench, 0x82, 1, AMPLE, null));
+        assertEquals(1, recorded.usbWriteBulkPipe(list, bench, 0x01, 1, AMPLE, new byte[0]));
+        recorded.usbReadControlPipe(list, bench, 0, AMPLE, new byte[7]);
+        recorded.usbCancelPipeTransfer(list, bench, 0x81);
         recorded.usbCloseDevice(list, bench);
         assertEquals(-114, recorded.usbReadBulkPipe(list, bench, 0x81, 1, AMPLE, bytes));
         assertEquals(-114, recorded.usbReadControlPipe(list, bench, 0, AMPLE, bytes));
         assertEquals(-114, recorded.usbWriteInterruptPipeEx(list, bench, 0x06, 1, AMPLE, bytes, 64, 0));
+        assertEquals(-114, recorded.usbOpenDevice(list, 99));
         recorded.usbCloseDevice(list, 99);
+        recorded.usbReadControlPipe(list, 99, 0, AMPLE, bytes);
         recorded.usbCancelPipeTransfer(list, 99, 0x81);
         assertEquals(List.of(), lines());
     }
@@ -173,15 +178,74 @@ class RecordedUsbTest extends UsbTest {
         assertEquals("S control 0x80 22 8006030309041600", lines.get(10));
     }
 
+    /** Plugs a device in. Returns its index. */
+    private int plugged(String id, String productId) {
+        bus.plug(id);
+        updateUntil("it is there", list,
+                () -> devices(list).stream().anyMatch(each -> each.line().contains(":=" + productId + ":=")));
+        return usb.usbGetDeviceListCount(list) - 1;
+    }
+
+    private List<String> requests() throws Exception {
+        recorder.close();
+        return Capture.packets(file).stream().filter(packet -> packet.event() == 'S').map(Capture.Packet::setup).toList();
+    }
+
     @Test
     void aDeviceWithoutTextsIsAskedForNone() throws Exception {
-        bus.plug("nameless");
-        updateUntil("it is there", list, () -> devices(list).stream().anyMatch(each -> each.line().contains(":=1008:=")));
-        int nameless = usb.usbGetDeviceListCount(list) - 1;
+        recorder = new Recorder(file, true, false, failure -> { });
+        open(plugged("nameless", "1008"));
+        assertEquals(List.of("8006000100001200", "8006000200000900", "8006000200001200", "800600030000ff00"), requests());
+    }
+
+    @Test
+    void aDeviceThatNeitherHasTextsNorAnswersIsDescribedAsListed() throws Exception {
+        int nameless = plugged("nameless", "1008");
+        bus.failNext("libusb_submit_transfer", -1);
         open(nameless);
+        assertEquals(List.of("8006000100001200", "8006000200001200", "8006000300000400"), requests());
+    }
+
+    @Test
+    void aDeviceWithoutLanguagesIsAskedInEnglish() throws Exception {
+        int mute = plugged("mute", "1009");
+        open(mute);
+        assertEquals(List.of("8006000100001200", "8006000200000900", "8006000200001200", "800600030000ff00",
+                "800601030904ff00", "800602030904ff00", "800603030904ff00"), requests());
+    }
+
+    @Test
+    void aTextThatTheDeviceRefusesIsRefused() throws Exception {
+        recorder = new Recorder(file, true, false, failure -> { });
+        bus.fail("libusb_submit_transfer", 7, -9);
+        open(bench);
         recorder.close();
-        assertEquals(List.of("S control 0x80 18", "S control 0x80 9", "S control 0x80 18", "S control 0x80 255"),
-                Capture.packets(file).stream().map(Capture.Packet::toString).filter(line -> line.startsWith("S"))
-                        .map(line -> line.substring(0, line.lastIndexOf(' '))).toList());
+        assertEquals("C control 0x80 -32 0", Capture.packets(file).get(13).toString());
+    }
+
+    @Test
+    void textsThatCouldNotBeReadAreLeftOut() throws Exception {
+        int mute = plugged("mute", "1009");
+        bus.failNext("libusb_submit_transfer", -1);
+        open(mute);
+        assertEquals(List.of("8006000100001200", "8006000200001200", "8006000300000400"), requests());
+    }
+
+    @Test
+    void everyConfigurationIsDescribed() throws Exception {
+        open(plugged("dual", "1010"));
+        assertEquals(List.of("8006000100001200", "8006000200000900", "8006000200002000", "8006010200000900",
+                "8006010200001900"), requests().subList(0, 5));
+    }
+
+    @Test
+    void aDeviceOfWhichNothingIsKnownIsASimpleOne() throws Exception {
+        bus.failNext("libusb_get_active_config_descriptor", -5);
+        int nameless = plugged("nameless", "1008");
+        bus.fail("libusb_submit_transfer", 2, -1);
+        open(nameless);
+        assertEquals(List.of("8006000100001200", "8006000200002200", "8006000300000400"), requests());
+        assertEquals("C control 0x80 0 34 09022200010100803209040000010300000009211101000122000007058103400" + "00a",
+                Capture.packets(file).get(3).toString());
     }
 }

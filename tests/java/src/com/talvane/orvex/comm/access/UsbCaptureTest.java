@@ -123,6 +123,7 @@ class UsbCaptureTest extends AccessTest {
             bench.readControl(0xC0, 2, 0x1234, 0x56, 9, AMPLE);
             bench.writeControl(0x40, 1, 0, 0, new byte[0], AMPLE);
             write(bench, 0x01, new byte[0]);
+            bench.readControl(0x80, 6, 0x0100, 0, 2, AMPLE);
         });
         assertEquals(List.of(
                 "S bulk 0x01 3 010203", "C bulk 0x01 0 3",
@@ -132,7 +133,8 @@ class UsbCaptureTest extends AccessTest {
                 "S control 0x00 2 4001341278560200 0708", "C control 0x00 0 2",
                 "S control 0x80 9 c002341256000900", "C control 0x80 0 3 a1b2c3",
                 "S control 0x00 0 4001000000000000", "C control 0x00 0 0",
-                "S bulk 0x01 0", "C bulk 0x01 0 0"), lines);
+                "S bulk 0x01 0", "C bulk 0x01 0 0",
+                "S control 0x80 2 8006000100000200", "C control 0x80 0 2 1201"), lines);
     }
 
     @Test
@@ -278,7 +280,7 @@ class UsbCaptureTest extends AccessTest {
             hid.readReports(in, 0, 100, AMPLE);
             fails(UsbTimeoutException.class, () -> hid.readReports(in, 0, 64, BRIEF));
             bus.unplug("hid");
-            fails(UsbDeviceGoneException.class, () -> hid.writeReports(in, 0, 1, AMPLE));
+            fails(UsbException.class, () -> hid.writeReports(in, 0, 1, AMPLE));
         }));
         byte[] configuration = hid.descriptor(2, 0);
         assertEquals(List.of(
@@ -300,14 +302,18 @@ class UsbCaptureTest extends AccessTest {
         bus.change("hid", "{\"vendorId\": \"0x6A5D\", \"interfaces\": [{\"number\": 0, \"class\": 255, \"endpoints\":"
                 + " [{\"address\": \"0x02\", \"type\": \"interrupt\", \"interval\": 1}]}, {\"number\": 1, \"hid\":"
                 + " {\"input\": 512, \"output\": 512}, \"endpoints\":"
-                + " [{\"address\": \"0x83\", \"type\": \"interrupt\", \"interval\": 1, \"behaviour\": \"silent\"}]}]}");
+                + " [{\"address\": \"0x83\", \"type\": \"interrupt\", \"interval\": 1},"
+                + " {\"address\": \"0x04\", \"type\": \"bulk\"}]}, {\"number\": 2, \"class\": 3, \"endpoints\":"
+                + " [{\"address\": \"0x05\", \"type\": \"interrupt\", \"interval\": 1}]}]}");
         UsbDevice hid = pluggedHid();
         List<String> lines = lines(packets(() -> {
             hid.open();
             hid.writeReports(new byte[] {7}, 0, 1, AMPLE);
+            bus.feed("hid", 0x83, pattern(512));
+            hid.readReports(new byte[1], 0, 1, AMPLE);
         }));
-        assertEquals(List.of("S control 0x00 512 2109000201000002 07" + "00".repeat(511), "C control 0x00 0 512"),
-                lines.subList(lines.size() - 2, lines.size()));
+        assertEquals(List.of("S control 0x00 512 2109000201000002 07" + "00".repeat(511), "C control 0x00 0 512",
+                "S interrupt 0x83 1", "C interrupt 0x83 0 1 01"), lines.subList(lines.size() - 4, lines.size()));
     }
 
     @Test
@@ -350,6 +356,7 @@ class UsbCaptureTest extends AccessTest {
             write(bench, 0x01, secret);
             read(bench, 0x81, in);
             write(bench, 0x01, wide);
+            bench.writeControl(0x00, 9, 1, 0, new byte[0], AMPLE);
         }, Without.SERIAL_NUMBERS));
         String zeroes = "30".repeat(10);
         String wideZeroes = "3000".repeat(10);
@@ -381,11 +388,13 @@ class UsbCaptureTest extends AccessTest {
             read(bench, 0x81, new byte[64]);
             bench.readControl(0xC0, 2, 0x1234, 0x56, 9, AMPLE);
             bench.readControl(0x80, 0, 0, 0, 2, AMPLE);
+            bench.writeControl(0x00, 9, 1, 0, new byte[0], AMPLE);
         }, Without.DATA);
         assertEquals("C control 0x80 0 22 " + text(BENCH), packets.get(13).toString());
         assertEquals(List.of("S bulk 0x01 2", "C bulk 0x01 0 2", "S bulk 0x81 64", "C bulk 0x81 0 2",
                 "S control 0x80 9 c002341256000900", "C control 0x80 0 3", STATUS_OF_DEVICE,
-                "C control 0x80 0 2 0000"), lines(packets).subList(DESCRIPTOR_PACKETS, packets.size()));
+                "C control 0x80 0 2 0000", "S control 0x00 0 0009010000000000", "C control 0x00 0 0"),
+                lines(packets).subList(DESCRIPTOR_PACKETS, packets.size()));
         assertEquals(">>", flags(packets, DESCRIPTOR_PACKETS));
         assertEquals("<<", flags(packets, DESCRIPTOR_PACKETS + 2));
         assertEquals(0, packets.get(DESCRIPTOR_PACKETS).held());
