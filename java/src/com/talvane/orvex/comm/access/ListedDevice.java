@@ -4,7 +4,6 @@ import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.UsbAccessCode;
 import com.talvane.orvex.comm.access.Connection.RawCall;
 import com.talvane.orvex.comm.access.Connection.ReportFormat;
-import com.talvane.orvex.comm.recording.Recorder;
 import java.util.Arrays;
 import java.util.Comparator;
 import java.util.List;
@@ -240,15 +239,6 @@ final class ListedDevice implements UsbDevice {
             ending.end();
             Observed.close(label(), ending::close);
         }
-    }
-
-    /** Has the device, which is open, described to a recording. Under the session lock. */
-    void describe(Recorder recorder) {
-        Place now = place;
-        latest.betweenRequests(() -> {
-            recorder.describe(now.list(), now.index());
-            return 0;
-        });
     }
 
     /** After a close, without the session lock: waits for the calls of listeners that are under way. */

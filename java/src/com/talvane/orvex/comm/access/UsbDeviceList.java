@@ -113,7 +113,10 @@ public final class UsbDeviceList {
 
     /** Has the devices that are open described to a recording. Under the session lock. */
     void describeOpen(Recorder recorder) {
-        places().stream().filter(ListedDevice::isOpen).forEach(device -> device.describe(recorder));
+        places().stream().filter(ListedDevice::isOpen).forEach(device -> device.connection().betweenRequests(() -> {
+            recorder.describe(device.place().list(), device.place().index());
+            return 0;
+        }));
     }
 
     /** After the session was closed, when places do not change any more. */

@@ -1,87 +1,24 @@
 package com.talvane.orvex.comm.access;
 
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNull;
-import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.talvane.orvex.comm.Capture;
 import com.talvane.orvex.comm.Capture.Packet;
-import com.talvane.orvex.comm.access.UsbRecording.Without;
-import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
-import java.nio.file.NoSuchFileException;
-import java.nio.file.Path;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.time.Instant;
 import java.util.Arrays;
-import java.util.HexFormat;
 import java.util.List;
-import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.Future;
-import java.util.concurrent.LinkedBlockingQueue;
-import java.util.logging.Filter;
-import java.util.logging.Logger;
-import java.util.stream.IntStream;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.io.TempDir;
 
-/** Recordings of a session: what is in the file. */
+/** Recordings of a session: which packets are in the file. */
 @Tag("memory")
-class UsbCaptureTest extends AccessTest {
-    private static final int BRIEF = 20;
-    /** Device, configuration in two steps, languages and three texts. */
-    private static final int DESCRIPTOR_PACKETS = 14;
-    private static final String STATUS_OF_DEVICE = "S control 0x80 2 8000000000000200";
-
-    @TempDir
-    private Path folder;
-
-    private Path file() {
-        return folder.resolve("bug.pcapng");
-    }
-
-    /** Some work with devices. */
-    @FunctionalInterface
-    private interface Work {
-        void run() throws Exception;
-    }
-
-    /** The packets of a recording of some work. */
-    private List<Packet> packets(Work work, Without... leftOut) throws Exception {
-        UsbRecording recording = session().record(file(), leftOut);
-        work.run();
-        recording.close();
-        return Capture.packets(file());
-    }
-
-    private static List<String> lines(List<Packet> packets) {
-        return packets.stream().map(Packet::toString).toList();
-    }
-
-    /** The transfers of some work with an open device, without its descriptors. */
-    private List<String> transfers(Work work, Without... leftOut) throws Exception {
-        List<String> lines = lines(packets(work, leftOut));
-        return lines.subList(DESCRIPTOR_PACKETS, lines.size());
-    }
-
-    private static void fails(Class<? extends Exception> type, Work work) {
-        assertThrows(type, work::run);
-    }
-
-    private static String hex(byte... bytes) {
-        return HexFormat.of().formatHex(bytes);
-    }
-
-    private static String text(String descriptor) {
-        return String.format("%02x03", 2 + 2 * descriptor.length())
-                + hex(descriptor.getBytes(StandardCharsets.UTF_16LE));
-    }
-
+class UsbCaptureTest extends CaptureTest {
     @Test
     void theFileBeginsAsACaptureOfUsbmon() throws Exception {
         packets(() -> { });
@@ -168,10 +105,6 @@ class UsbCaptureTest extends AccessTest {
         assertEquals("\0\0", flags(packets, packets.size() - 4));
         assertEquals("<\0", flags(packets, packets.size() - 2));
         assertTrue(packets.get(packets.size() - 1).time() - packets.get(packets.size() - 2).time() >= BRIEF * 900_000L);
-    }
-
-    private static String flags(List<Packet> packets, int at) {
-        return "" + packets.get(at).dataFlag() + packets.get(at + 1).dataFlag();
     }
 
     @Test
@@ -344,132 +277,5 @@ class UsbCaptureTest extends AccessTest {
         List<Packet> packets = packets(child::open);
         assertEquals(hex(list().find("COMP0003").orElseThrow().descriptor(2, 0)), packets.get(5).data());
         assertEquals(text("COMP0003"), packets.get(13).data());
-    }
-
-    @Test
-    void serialNumbersAreLeftOut() throws Exception {
-        byte[] in = new byte[64];
-        byte[] secret = ("<" + BENCH + BENCH + ">").getBytes(StandardCharsets.US_ASCII);
-        byte[] wide = BENCH.getBytes(StandardCharsets.UTF_16LE);
-        UsbDevice bench = open(BENCH);
-        List<String> lines = lines(packets(() -> {
-            write(bench, 0x01, secret);
-            read(bench, 0x81, in);
-            write(bench, 0x01, wide);
-            bench.writeControl(0x00, 9, 1, 0, new byte[0], AMPLE);
-        }, Without.SERIAL_NUMBERS));
-        String zeroes = "30".repeat(10);
-        String wideZeroes = "3000".repeat(10);
-        assertEquals("C control 0x80 0 22 1603" + wideZeroes, lines.get(13));
-        assertEquals(List.of("S bulk 0x01 22 3c" + zeroes + zeroes + "3e", "C bulk 0x01 0 22",
-                "S bulk 0x81 64", "C bulk 0x81 0 22 3c" + zeroes + zeroes + "3e",
-                "S bulk 0x01 20 " + wideZeroes, "C bulk 0x01 0 20"), lines.subList(14, 20));
-        assertArrayEquals(secret, Arrays.copyOf(in, secret.length));
-        assertEquals("C control 0x80 0 16 " + text("Talvane"), lines.get(9));
-    }
-
-    /** A serial number may be anything, also the numbers of a descriptor. */
-    @Test
-    void descriptorsOfNumbersStayWhole() throws Exception {
-        bus.change("spare", "{\"serial\": \"@\"}");
-        bus.plug("spare");
-        UsbDevice spare = device("@");
-        List<Packet> packets = packets(spare::open, Without.SERIAL_NUMBERS);
-        assertEquals(hex(spare.descriptor(1, 0)), packets.get(1).data());
-        assertEquals(hex(spare.descriptor(2, 0)), packets.get(5).data());
-        assertEquals("04033000", packets.get(13).data());
-    }
-
-    @Test
-    void dataAreLeftOut() throws Exception {
-        List<Packet> packets = packets(() -> {
-            UsbDevice bench = open(BENCH);
-            write(bench, 0x01, new byte[] {1, 2});
-            read(bench, 0x81, new byte[64]);
-            bench.readControl(0xC0, 2, 0x1234, 0x56, 9, AMPLE);
-            bench.readControl(0x80, 0, 0, 0, 2, AMPLE);
-            bench.writeControl(0x00, 9, 1, 0, new byte[0], AMPLE);
-        }, Without.DATA);
-        assertEquals("C control 0x80 0 22 " + text(BENCH), packets.get(13).toString());
-        assertEquals(List.of("S bulk 0x01 2", "C bulk 0x01 0 2", "S bulk 0x81 64", "C bulk 0x81 0 2",
-                "S control 0x80 9 c002341256000900", "C control 0x80 0 3", STATUS_OF_DEVICE,
-                "C control 0x80 0 2 0000", "S control 0x00 0 0009010000000000", "C control 0x00 0 0"),
-                lines(packets).subList(DESCRIPTOR_PACKETS, packets.size()));
-        assertEquals(">>", flags(packets, DESCRIPTOR_PACKETS));
-        assertEquals("<<", flags(packets, DESCRIPTOR_PACKETS + 2));
-        assertEquals(0, packets.get(DESCRIPTOR_PACKETS).held());
-    }
-
-    @Test
-    void aSessionHasOneRecordingAtATime() throws Exception {
-        UsbRecording first = session().record(file());
-        Path other = folder.resolve("other");
-        assertThrows(IllegalStateException.class, () -> session().record(other));
-        assertTrue(Files.notExists(other));
-        first.close();
-        UsbRecording second = session().record(other);
-        first.close();
-        write(open(PAIR), 0x01, new byte[] {1});
-        assertEquals(8, second.transfers());
-        assertEquals(0, first.transfers());
-        session().close();
-        second.close();
-        assertEquals(16, Capture.packets(other).size());
-        assertThrows(IllegalStateException.class, () -> session().record(file()));
-    }
-
-    @Test
-    void aFileThatCannotBeCreatedIsSaid() throws Exception {
-        assertThrows(NoSuchFileException.class, () -> session().record(folder.resolve("none/a")));
-        session().record(file()).close();
-    }
-
-    @Test
-    @Tag("linux")
-    void aFullDiskEndsTheRecordingAndNoTransfer() throws Exception {
-        BlockingQueue<String> log = new LinkedBlockingQueue<>();
-        Logger logger = Logger.getLogger("com.talvane.orvex.comm.access");
-        Filter filter = logger.getFilter();
-        logger.setFilter(entry -> !log.add(entry.getLevel() + " " + entry.getMessage()));
-        try {
-            fillTheDisk(log);
-        } finally {
-            logger.setFilter(filter);
-        }
-    }
-
-    private void fillTheDisk(BlockingQueue<String> log) throws Exception {
-        UsbRecording recording = session().record(Path.of("/dev/full"));
-        UsbDevice bench = open(BENCH);
-        assertEquals(3, write(bench, 0x01, new byte[3]));
-        assertEquals(3, read(bench, 0x81, new byte[64]));
-        assertEquals(0, recording.transfers());
-        assertEquals("WARNING the recording ends here: No space left on device", next(log));
-        for (int i = 0; i < 2; i++) {
-            assertTrue(assertThrows(IOException.class, recording::close).getMessage()
-                    .startsWith("the recording has ended early: "));
-        }
-        UsbRecording next = session().record(Path.of("/dev/full"));
-        session().close();
-        assertThrows(IOException.class, next::close);
-        assertEquals("WARNING the recording ends here: No space left on device", next(log));
-        assertNull(log.poll());
-    }
-
-    @Test
-    @Tag("linux")
-    void otherProgramsReadTheFileAlike() throws Exception {
-        List<Packet> packets = packets(() -> fails(UsbStalledException.class, () -> read(open(BENCH), 0x85, new byte[64])));
-        Path tool = Path.of(System.getProperty("orvex.usb.library")).resolveSibling("tests/record/list_capture");
-        Process list = new ProcessBuilder(tool.toString(), file().toString()).redirectErrorStream(true).start();
-        List<String> read = new String(list.getInputStream().readAllBytes(), StandardCharsets.UTF_8).lines().toList();
-        assertEquals(IntStream.range(0, packets.size()).mapToObj(i -> i + 1 + " " + listed(packets.get(i))).toList(),
-                read);
-    }
-
-    private static String listed(Packet packet) {
-        return String.format("%c %d 0x%02x %d %d %d %d x%s x%s", packet.event(), packet.kind(), packet.endpoint(),
-                packet.address(), packet.bus(), packet.status(), packet.length(),
-                packet.setupFlag() == 0 ? packet.setup() : "", packet.data());
     }
 }
