@@ -36,7 +36,9 @@ class RecordToolTest extends ToolFixture {
         assertTrue(said.get(2).matches("Recorded 1 device, 8 transfers, 210 bytes in \\d+[.,]\\d s: " + file()), run.err());
         assertEquals(3, said.size());
         assertEquals(List.of("S bulk 0x01 3 010203", "C bulk 0x01 0 3"), lines().subList(14, 16));
+        bus.clearCalls();
         good("write --serial BENCH00001 --data 01");
+        assertEquals(1, bus.calls("libusb_submit_transfer"));
         assertEquals(16, lines().size());
     }
 
