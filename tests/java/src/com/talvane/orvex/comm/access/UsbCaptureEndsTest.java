@@ -139,6 +139,7 @@ class UsbCaptureEndsTest extends CaptureTest {
 
     @Test
     @Tag("linux")
+    @Tag("programs")
     void otherProgramsReadTheFileAlike() throws Exception {
         List<Packet> packets = packets(() -> fails(UsbStalledException.class, () -> read(open(BENCH), 0x85, new byte[64])));
         Path tool = Path.of(System.getProperty("orvex.usb.library")).resolveSibling("tests/record/list_capture");
