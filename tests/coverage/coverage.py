@@ -25,7 +25,7 @@ JACOCO = ":".join(str(JARS / f"{name}.jar") for name in
 RUNTIME = [JARS / "org.jacoco.agent.rt.jar", JARS / "org.jacoco.core.jar"]
 SOURCES = Path("java/src")
 PACKAGE = "com/talvane/orvex/comm"
-LEAST = {"access": (100, 95), ".": (100, 95), "tool": (95, 90)}  # percent of lines and of branches, by package
+LEAST = {"access": (100, 95), "recording": (100, 95), ".": (100, 95), "tool": (95, 90)}  # percent of lines and of branches, by package
 
 
 def tell(name, counts, least):

@@ -266,11 +266,16 @@ final class Connection {
      */
     Status status(int recipient, int index) {
         byte[] request = Setup.bytes(Setup.IN | recipient, 0, 0, index, new byte[2]);
+        int result = betweenRequests(() -> controlOnce(request, STATUS_MS));
+        return new Status(result >= 0, result > 0, result > 0 && (request[Setup.PACKET_BYTES] & 1) != 0);
+    }
+
+    /** Makes raw control requests when no other one of this device runs, also on a thread that was interrupted. */
+    int betweenRequests(IntSupplier requests) {
         ReentrantLock turn = turn(CONTROL);
         turn.lock();
         try {
-            int result = calls.make(() -> controlOnce(request, STATUS_MS));
-            return new Status(result >= 0, result > 0, result > 0 && (request[Setup.PACKET_BYTES] & 1) != 0);
+            return calls.make(requests);
         } finally {
             turn.unlock();
         }

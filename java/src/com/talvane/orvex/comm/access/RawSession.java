@@ -1,7 +1,7 @@
 package com.talvane.orvex.comm.access;
 
-import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.UsbAccessCode;
+import com.talvane.orvex.comm.recording.RecordedUsb;
 import java.util.List;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
@@ -14,7 +14,7 @@ final class RawSession {
     /** Under the session lock. */
     private static boolean isOneOpen;
 
-    final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
+    final RecordedUsb usb = new RecordedUsb();
     /** Where listeners are called and devices are read for them; ends with the session. */
     final ExecutorService threads = Executors.newCachedThreadPool(RawSession::newThread);
     /** Those to what comes and goes. */

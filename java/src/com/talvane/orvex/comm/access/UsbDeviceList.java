@@ -1,6 +1,7 @@
 package com.talvane.orvex.comm.access;
 
 import com.talvane.orvex.comm.access.KnownDevices.News;
+import com.talvane.orvex.comm.recording.Recorder;
 import java.util.List;
 import java.util.Optional;
 import java.util.stream.Stream;
@@ -108,6 +109,14 @@ public final class UsbDeviceList {
     /** Under the session lock. */
     void closeDevices() {
         places().forEach(ListedDevice::closeLocked);
+    }
+
+    /** Has the devices that are open described to a recording. Under the session lock. */
+    void describeOpen(Recorder recorder) {
+        places().stream().filter(ListedDevice::isOpen).forEach(device -> device.connection().betweenRequests(() -> {
+            recorder.describe(device.place().list(), device.place().index());
+            return 0;
+        }));
     }
 
     /** After the session was closed, when places do not change any more. */

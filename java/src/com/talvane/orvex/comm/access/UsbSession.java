@@ -1,5 +1,9 @@
 package com.talvane.orvex.comm.access;
 
+import com.talvane.orvex.comm.access.UsbRecording.Without;
+import com.talvane.orvex.comm.recording.Recorder;
+import java.io.IOException;
+import java.nio.file.Path;
 import java.util.Arrays;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -148,18 +152,71 @@ public final class UsbSession implements AutoCloseable {
     }
 
     /**
+     * Records what the devices of this session send and receive, from now on: of those that are open, and of those that
+     * will be opened, first their descriptors, then every transfer. It works wherever the session does, and needs no
+     * right that the session does not have.
+     *
+     * <p>The file is a capture as the Linux kernel's usbmon makes them (pcapng, link type 220): Wireshark opens it, and
+     * {@code simbus-replay} makes simulated devices of it. It has everything that was transferred unless that is left
+     * out, passwords included, and on systems with owners of files only its owner can read it. Buses and addresses in it
+     * are invented. The two packets of a transfer are together, when it has ended.
+     *
+     * <p>Opening a device makes some requests for descriptors while a recording runs, each of a second at most. Apart
+     * from that it changes no result. When the file cannot be written any more, such as on a full disk, the recording
+     * ends: the log and {@link UsbRecording#close} tell it, no transfer does.
+     *
+     * @param file    is created; one that is there is replaced
+     * @param leftOut what is left out of it; nothing unless it is given
+     * @return ends the recording
+     * @throws IllegalStateException when the session is closed, or is being recorded already
+     * @throws IOException           when the file cannot be created
+     */
+    public UsbRecording record(Path file, Without... leftOut) throws IOException {
+        List<Without> without = List.of(leftOut);
+        return raw.locked(() -> {
+            if (raw.usb.recorder() != null) {
+                throw new IllegalStateException("the session is being recorded already");
+            }
+            Recorder recorder = new Recorder(file, without.contains(Without.SERIAL_NUMBERS),
+                    without.contains(Without.DATA), this::tellEnd);
+            lists.values().forEach(list -> list.describeOpen(recorder));
+            raw.usb.begin(recorder);
+            Log.debug(() -> "recording to " + file);
+            return new UsbRecording(raw.usb, recorder);
+        });
+    }
+
+    /** On a thread that has no lock: a handler of the log may do anything. */
+    private void tellEnd(IOException cause) {
+        raw.threads.execute(() -> Log.warning("the recording ends here: " + cause.getMessage(), cause));
+    }
+
+    /**
      * Closes the devices, releases the lists and ends the session. Transfers of other threads end as with
-     * {@link UsbDevice#close}, and it waits as long as that for each device. Listeners are not called any more when it
+     * {@link UsbDevice#close}, and it waits as long as that for each device. A recording ends. Listeners are not called any more when it
      * has returned, as {@link UsbSubscription#close} tells. Closing again does nothing.
      */
     @Override
     public void close() {
         raw.end(() -> {
             lists.values().forEach(UsbDeviceList::closeDevices);
+            endRecording();
             lists.values().forEach(UsbDeviceList::release);
         });
         raw.listeners.awaitEnd();
         lists.values().forEach(UsbDeviceList::awaitListeners);
+    }
+
+    /** Whether it had to end early is told by the log and by the recording. */
+    private void endRecording() {
+        Recorder recorder = raw.usb.recorder();
+        if (recorder != null) {
+            try {
+                recorder.close();
+            } catch (IOException e) {
+                Log.debug(e::getMessage);
+            }
+        }
     }
 
     @Override

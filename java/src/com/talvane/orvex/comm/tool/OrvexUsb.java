@@ -3,11 +3,15 @@ package com.talvane.orvex.comm.tool;
 import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import java.io.IOException;
 import picocli.CommandLine;
+import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Help;
 import picocli.CommandLine.Help.Ansi;
+import picocli.CommandLine.IExecutionStrategy;
 import picocli.CommandLine.IVersionProvider;
 import picocli.CommandLine.Option;
+import picocli.CommandLine.ParseResult;
+import picocli.CommandLine.RunLast;
 import picocli.CommandLine.ScopeType;
 
 /** The command-line tool: its name, its commands, and its exit status. */
@@ -18,13 +22,13 @@ import picocli.CommandLine.ScopeType;
         subcommands = {
             ListCommand.class, WatchCommand.class, DescribeCommand.class, EchoCommand.class, ReadCommand.class,
             WriteCommand.class, HidCommand.class, ControlCommand.class, BenchCommand.class, ResetCommand.class,
-            DoctorCommand.class, CodesCommand.class
+            RecordCommand.class, ReplayCommand.class, DoctorCommand.class, CodesCommand.class
         },
         synopsisSubcommandLabel = "COMMAND",
         footer = {
             "",
-            "With --simulate[=SCENARIO] anywhere on the line the tool uses a simulated bus, with the devices of the"
-                    + " scenario file (or a few standard ones), and no USB hardware.",
+            "With --simulate[=SCENARIO] anywhere on the line before -- the tool uses a simulated bus, with the devices"
+                    + " of the scenario file (or a few standard ones), and no USB hardware.",
             "With ORVEXCOMM_DEBUG in the environment the library writes a trace to standard error; NO_COLOR"
                     + " switches off colours on a terminal."
         },
@@ -41,6 +45,9 @@ final class OrvexUsb {
 
     @Option(names = "--version", versionHelp = true, description = "Show the version of the library.")
     private boolean version;
+
+    @ArgGroup(exclusive = false)
+    private RecordOptions recording;
 
     private OrvexUsb() {
     }
@@ -64,7 +71,9 @@ final class OrvexUsb {
     }
 
     static CommandLine commandLine() {
-        CommandLine line = new CommandLine(new OrvexUsb());
+        OrvexUsb tool = new OrvexUsb();
+        CommandLine line = new CommandLine(tool);
+        line.setExecutionStrategy(tool::execute);
         line.setUsageHelpAutoWidth(true);
         line.setExpandAtFiles(false); // A value may begin with an @.
         line.setColorScheme(Help.defaultColorScheme(Terminal.hasColours() ? Ansi.ON : Ansi.OFF));
@@ -74,6 +83,15 @@ final class OrvexUsb {
             return CommandLine.ExitCode.SOFTWARE;
         });
         return line;
+    }
+
+    private int execute(ParseResult line) {
+        Integer helped = CommandLine.executeHelpRequest(line);
+        if (helped != null) {
+            return helped;
+        }
+        IExecutionStrategy command = new RunLast();
+        return recording == null ? command.execute(line) : recording.execute(line, command);
     }
 
     /** The version of the native library, which is also that of the tool. */

@@ -1,8 +1,9 @@
 package com.talvane.orvex.comm.tool;
 
-import com.talvane.orvex.comm.ORVEXCommUSBAccess;
 import com.talvane.orvex.comm.UsbAccessCode;
 import com.talvane.orvex.comm.access.UsbEndpoint;
+import com.talvane.orvex.comm.recording.RecordedUsb;
+import com.talvane.orvex.comm.recording.Recorder;
 import java.util.Arrays;
 import java.util.List;
 import java.util.stream.IntStream;
@@ -18,7 +19,10 @@ final class Session implements AutoCloseable {
     private static final int EVERY_VENDOR = -1;
     private static final int MOST_DESCRIPTOR_BYTES = 512;
 
-    private final ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
+    /** Null when the command is not recorded. */
+    private static Recorder recorder;
+
+    private final RecordedUsb usb = new RecordedUsb();
     private final int id;
     private final int list;
 
@@ -28,6 +32,7 @@ final class Session implements AutoCloseable {
                     + (System.getenv(SHARED_BUS) != null ? " by simbus run."
                             : ". On real hardware: orvex-usb list (without --simulate)."));
         }
+        usb.begin(recorder);
         id = UsbFailure.check("open a session", usb.usbInitialize());
         list = vendors.isEvery() ? usb.usbCreateDeviceList(id, EVERY_VENDOR)
                 : usb.usbCreateDeviceList2(id, vendors.toArray());
@@ -35,6 +40,11 @@ final class Session implements AutoCloseable {
             usb.usbRelease(id);
             throw new UsbFailure("list the devices", list);
         }
+    }
+
+    /** Has the sessions from now on recorded; null for no more. A process runs one command. */
+    static void recordTo(Recorder to) {
+        recorder = to;
     }
 
     /** Whether the launcher was told to simulate the bus, or {@code simbus run} has started it. */

@@ -10,7 +10,9 @@ import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.HexFormat;
 import java.util.List;
+import java.util.concurrent.Callable;
 import java.util.concurrent.CyclicBarrier;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
@@ -37,6 +39,14 @@ final class ChildPrograms {
         }
         if (args[0].equals("safeLayer")) {
             safeLayer();
+            return;
+        }
+        if (args[0].equals("talk")) {
+            talk(args[1]);
+            return;
+        }
+        if (args[0].equals("fill")) {
+            fill(args[1]);
             return;
         }
         ORVEXCommUSBAccess usb = new ORVEXCommUSBAccess();
@@ -96,6 +106,47 @@ final class ChildPrograms {
             bench.readBulk(0x84, new byte[64], 0, 64, 1);
         } catch (UsbTimeoutException e) {
             System.out.println(e.getMessage());
+        }
+    }
+
+    /** Prints what transfers of a device come to; recorded to a file, unless that is called none. */
+    private static void talk(String file) throws Exception {
+        try (UsbSession session = UsbSession.open()) {
+            if (!file.equals("none")) {
+                session.record(Path.of(file));
+            }
+            UsbDevice bench = session.list(VENDORS).find("BENCH00001").orElseThrow().open();
+            byte[] in = new byte[64];
+            tell(() -> bench.writeBulk(0x01, new byte[] {1, 2, 3}, 0, 3, 30_000), in);
+            tell(() -> bench.readBulk(0x81, in, 0, 64, 30_000), in);
+            tell(() -> bench.writeBulk(0x05, new byte[] {1}, 0, 1, 30_000), in);
+            tell(() -> bench.readBulk(0x85, in, 0, 64, 30_000), in);
+            tell(() -> bench.readControl(0xC0, 3, 0, 0, 4, 30_000)[0], in);
+            tell(() -> bench.readControl(0xC0, 2, 0x1234, 0x56, 3, 30_000)[2], in);
+            tell(() -> bench.readControl(0xC0, 4, 0, 0, 4, 50)[0], in);
+            tell(() -> bench.readBulk(0x84, in, 0, 64, 50), in);
+            tell(() -> bench.readBulk(0x83, in, 0, 64, 30_000), in);
+            tell(() -> bench.writeInterrupt(0x02, new byte[0], 0, 0, 30_000), in);
+            tell(() -> bench.readInterrupt(0x82, in, 0, 64, 30_000), in);
+        }
+    }
+
+    /** Records 12 MiB to a file. */
+    private static void fill(String file) throws Exception {
+        try (UsbSession session = UsbSession.open()) {
+            session.record(Path.of(file));
+            UsbDevice bench = session.list(VENDORS).find("BENCH00001").orElseThrow().open();
+            for (int i = 0; i < 12; i++) {
+                System.out.println(bench.writeBulk(0x03, new byte[1 << 20], 0, 1 << 20, 30_000));
+            }
+        }
+    }
+
+    private static void tell(Callable<Number> transfer, byte[] in) {
+        try {
+            System.out.println(transfer.call() + " " + HexFormat.of().formatHex(in));
+        } catch (Exception e) {
+            System.out.println(e);
         }
     }
 
