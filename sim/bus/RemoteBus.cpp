@@ -219,6 +219,7 @@ Submitted RemoteBus::submit(ConnectionId connection, Transfer& transfer) {
         submitted["data"] = hexOf({transfer.data, transfer.data + transfer.length});
     }
     transfer.connection = connection;
+    transfer.actual = 0;
     {
         const Lock lock(mutex_);
         waiting_.insert(&transfer);

@@ -85,11 +85,11 @@ void RecordingReader::begin(const Packet& packet) {
         Bytes& sent = all_[flight.exchange].sent;
         sent.insert(sent.end(), packet.data, packet.data + packet.size);
         all_[flight.exchange].length = std::max(all_[flight.exchange].length, sent.size());
-        if (packet.cut && packet.size == capture::kMostData) {
+        if (packet.cut && packet.length > capture::kMostData) {
             unfinished_[packet.endpoint] = flight;
-        } else if (packet.cut) {
-            complain(packet, "the capture has only " + std::to_string(packet.size) + " of its " +
-                                 std::to_string(packet.length) + " bytes");
+        }
+        if (packet.cut && packet.size != capture::kMostData) {
+            complainOfMissing(packet);
         }
     }
     flying_[packet.urb] = flight;
@@ -123,11 +123,14 @@ void RecordingReader::end(const Packet& packet) {
     }
     if (packet.isIn()) {
         exchange.answered.insert(exchange.answered.end(), packet.data, packet.data + packet.size);
-        if (packet.size == capture::kMostData && flight.wanted > capture::kMostData) {
+        if (packet.length == capture::kMostData && flight.wanted > capture::kMostData) {
             unfinished_[packet.endpoint] = flight;
-        } else if (packet.cut) {
-            complain(packet, "the capture has only " + std::to_string(packet.size) + " of its " +
-                                 std::to_string(packet.length) + " bytes");
+        }
+        if (packet.cut) {
+            const std::size_t missing = std::min<std::size_t>(packet.length - packet.size, zeroesLeft_);
+            zeroesLeft_ -= missing;
+            exchange.answered.resize(exchange.answered.size() + missing);
+            complainOfMissing(packet);
         }
     }
 }
@@ -213,6 +216,16 @@ void RecordingReader::keepDescriptor(const Exchange& exchange) {
 
 void RecordingReader::complain(const Packet& packet, const std::string& what) {
     problems_.push_back("packet " + std::to_string(packet.number) + ": " + what);
+}
+
+/// Once: a capture without data has no packet with all of its bytes.
+void RecordingReader::complainOfMissing(const Packet& packet) {
+    if (!std::exchange(saidMissing_, true)) {
+        complain(packet, "the capture has only " + std::to_string(packet.size) + " of its " +
+                             std::to_string(packet.length) +
+                             " bytes; where it has less than was sent, writes are compared by that and their "
+                             "length, and reads get zeroes");
+    }
 }
 
 bool isAnsweredByDescriptors(const SetupBytes& setup) {

@@ -34,6 +34,7 @@ class RecordingReader {
     void clearHalts(const SetupBytes& setup, std::set<std::uint8_t>& halted) const;
     void keepDescriptor(const Exchange& exchange);
     void complain(const capture::Packet& packet, const std::string& what);
+    void complainOfMissing(const capture::Packet& packet);
 
     RecordedDevice& device_;
     std::vector<std::string>& problems_;
@@ -42,6 +43,8 @@ class RecordingReader {
     std::unordered_map<std::uint64_t, Flight> flying_;  ///< by the number of the transfer
     std::map<std::uint8_t, Flight> unfinished_;         ///< by endpoint: the rest is in the next packet
     bool saidIsochronous_ = false;
+    bool saidMissing_ = false;
+    std::size_t zeroesLeft_ = std::size_t{64} << 20U;  ///< a limit: lengths are untrusted
 };
 
 }  // namespace simbus::replay

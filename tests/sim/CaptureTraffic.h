@@ -62,6 +62,11 @@ class Traffic {
     void read(const Bytes& answered, std::int32_t status = 0) {
         end(begin(Kind::bulk, 0x81), answered, status);
     }
+    /// The capture has less than these bytes of the packet before.
+    void cutLast(std::uint32_t length) {
+        capture.packets.back().cut = true;
+        capture.packets.back().length = length;
+    }
     void of(std::uint8_t device) { device_ = device; }
 
     RecordedDevice only() const {

@@ -13,7 +13,9 @@ namespace {
 using namespace simbus::replay;
 using ::testing::ElementsAre;
 using ::testing::Field;
+using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using ::testing::StartsWith;
 
 TEST(Recording, HasTheDescriptorsAndWhatTheyDoNotAnswer) {
     Traffic traffic;
@@ -86,13 +88,54 @@ TEST(Recording, SaysWhatIsMissingWithTheNumberOfThePacket) {
     traffic.begin(Kind::isochronous, 0x82);
     traffic.begin(Kind::isochronous, 0x82);
     traffic.begin(Kind::bulk, 0x01, {1, 2, 3});
-    traffic.capture.packets.back().cut = true;
-    traffic.capture.packets.back().length = 9;
+    traffic.cutLast(9);
+    traffic.begin(Kind::bulk, 0x01, {1, 2, 3});
+    traffic.cutLast(10);
     EXPECT_THAT(recordingOf(traffic.capture).problems,
                 ElementsAre("packet 5: the beginning of its transfer is not in the capture; it is left out",
                             "packet 6: a control transfer without its request is left out",
                             "packet 7: isochronous transfers are not replayed",
-                            "packet 9: the capture has only 3 of its 9 bytes"));
+                            StartsWith("packet 9: the capture has only 3 of its 9 bytes; ")));
+}
+
+TEST(Recording, AnswersOfWhichTheCaptureHasLessEndWithZeroes) {
+    Traffic traffic;
+    traffic.request(kAsk, {1, 2});
+    traffic.cutLast(5);
+    traffic.read({});
+    traffic.cutLast(3);
+    const Recording recording = recordingOf(traffic.capture);
+    ASSERT_THAT(recording.devices, SizeIs(1));
+    ASSERT_THAT(recording.devices[0].exchanges, SizeIs(2));
+    EXPECT_THAT(recording.devices[0].exchanges[0].answered, ElementsAre(1, 2, 0, 0, 0));
+    EXPECT_THAT(recording.devices[0].exchanges[1].answered, ElementsAre(0, 0, 0));
+}
+
+TEST(Recording, DoesNotTrustTheLengthOfWhatTheCaptureDoesNotHave) {
+    constexpr std::size_t kMost = std::size_t{64} << 20U;
+    Traffic traffic;
+    for (int i = 0; i < 3; ++i) {
+        traffic.read({});
+        traffic.cutLast(0xFFFFFFFF);
+    }
+    const Recording recording = recordingOf(traffic.capture);
+    ASSERT_THAT(recording.devices, SizeIs(1));
+    ASSERT_THAT(recording.devices[0].exchanges, SizeIs(3));
+    EXPECT_THAT(recording.devices[0].exchanges[0].answered, SizeIs(kMost));
+    EXPECT_THAT(recording.devices[0].exchanges[2].answered, IsEmpty());
+}
+
+TEST(Recording, PutsThePiecesOfALongTransferWithoutDataTogether) {
+    constexpr std::uint32_t kPiece = simbus::capture::kMostData;
+    Traffic traffic;
+    for (const std::uint32_t length : {kPiece + 2, 2U}) {
+        traffic.begin(Kind::bulk, 0x01);
+        traffic.cutLast(length);
+    }
+    const Recording recording = recordingOf(traffic.capture);
+    ASSERT_THAT(recording.devices, SizeIs(1));
+    ASSERT_THAT(recording.devices[0].exchanges, SizeIs(1));
+    EXPECT_EQ(recording.devices[0].exchanges[0].length, kPiece + 2);
 }
 
 TEST(Recording, PutsThePiecesOfLongTransfersTogether) {
@@ -102,8 +145,7 @@ TEST(Recording, PutsThePiecesOfLongTransfersTogether) {
     traffic.end(first, Bytes(kPiece, 1));
     traffic.end(traffic.begin(Kind::bulk, 0x81, {}, 5), {2, 2});
     traffic.begin(Kind::bulk, 0x01, Bytes(kPiece, 3));
-    traffic.capture.packets.back().cut = true;
-    traffic.capture.packets.back().length = kPiece + 2;
+    traffic.cutLast(kPiece + 2);
     traffic.begin(Kind::bulk, 0x01, {4, 4});
     const RecordedDevice device = traffic.only();
     ASSERT_THAT(device.exchanges, SizeIs(2));

@@ -17,9 +17,9 @@ public final class UsbRecording implements AutoCloseable {
     /** What a recording leaves out. */
     public enum Without {
         /**
-         * Serial numbers: each of their characters is a 0 in the recording, in texts as well as in any data of a
-         * transfer, one byte or two for each character. What is cut into several transfers, or written in another way,
-         * is not found.
+         * Serial numbers: each of their characters is a 0 in the recording, in texts of the device and, when there are
+         * at least 4, in any data of a transfer, one byte or two for each character. What is cut into several
+         * transfers, or written in another way, is not found.
          */
         SERIAL_NUMBERS,
         /** The data of all transfers but standard requests; their lengths are there. */

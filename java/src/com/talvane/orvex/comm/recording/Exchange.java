@@ -39,9 +39,9 @@ record Exchange(RecordedDevice device, int kind, int endpoint, byte[] setup, int
         return setup != null && (setup[0] & TYPE_BITS) == 0;
     }
 
-    /** Descriptors that are no texts: numbers, among which a short text could be found by chance. */
-    boolean isDescriptorOfNumbers() {
-        return isStandardRequest() && setup[1] == GET_DESCRIPTOR && setup[3] != TEXT;
+    /** The request for a string descriptor. */
+    boolean isText() {
+        return isStandardRequest() && setup[1] == GET_DESCRIPTOR && setup[3] == TEXT;
     }
 
     Exchange withData(byte[] bytes) {

@@ -15,6 +15,8 @@ import java.util.concurrent.ConcurrentHashMap;
 final class Privacy {
     private static final List<Charset> ENCODINGS = List.of(StandardCharsets.UTF_16LE, StandardCharsets.ISO_8859_1);
     private static final byte[] NOTHING = {};
+    /** Characters of a text that is in data on purpose; a shorter one may be there by chance. */
+    private static final int FEWEST = 4;
 
     private final boolean withoutSerials;
     private final boolean withoutData;
@@ -43,12 +45,11 @@ final class Privacy {
         if (withoutData && !exchange.isStandardRequest()) {
             return exchange.withData(NOTHING);
         }
-        if (serials.isEmpty() || exchange.isDescriptorOfNumbers()) {
-            return exchange;
-        }
         byte[] data = exchange.data().clone();
         for (String serial : serials) {
-            ENCODINGS.forEach(encoding -> blank(data, serial, encoding));
+            if (serial.length() >= FEWEST || exchange.isText()) {
+                ENCODINGS.forEach(encoding -> blank(data, serial, encoding));
+            }
         }
         return exchange.withData(data);
     }
