@@ -76,7 +76,10 @@ final class Descriptors {
         device = ask(DEVICE, 0, 0, DEVICE_BYTES);
         for (int i = 0; device.length == DEVICE_BYTES && i < device[DEVICE_BYTES - 1]; i++) {
             byte[] head = ask(CONFIGURATION, i, 0, HEAD_BYTES);
-            byte[] whole = head.length < HEAD_BYTES ? head : ask(CONFIGURATION, i, 0, word(head, 2));
+            if (head.length < HEAD_BYTES) {
+                break; // so that a device that answers no more takes no more time
+            }
+            byte[] whole = ask(CONFIGURATION, i, 0, word(head, 2));
             configuration = i == 0 ? whole : configuration;
         }
         if (configuration.length < HEAD_BYTES) {

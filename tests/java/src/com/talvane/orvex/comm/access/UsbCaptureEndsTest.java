@@ -65,6 +65,17 @@ class UsbCaptureEndsTest extends CaptureTest {
         assertEquals("40", packets.get(14).data());
     }
 
+    /** One that times out takes a second each time. */
+    @Test
+    void theFirstConfigurationThatIsNotThereIsTheLastThatIsAskedFor() throws Exception {
+        bus.change("spare", "{\"configurations\": [{\"interfaces\": [{}]}, {\"interfaces\": [{}]}, {\"interfaces\": [{}]}],"
+                + " \"control\": [{\"requestType\": 128, \"request\": 6, \"value\": 513, \"stall\": true}]}");
+        bus.plug("spare");
+        List<String> setups = packets(() -> open("SPARE005"), Without.SERIAL_NUMBERS).stream()
+                .map(Packet::setup).filter(setup -> setup.startsWith("8006") && setup.startsWith("02", 6)).toList();
+        assertEquals(List.of("8006000200000900", setups.get(1), "8006010200000900"), setups);
+    }
+
     @Test
     void dataAreLeftOut() throws Exception {
         List<Packet> packets = packets(() -> {
