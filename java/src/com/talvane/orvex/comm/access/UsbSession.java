@@ -158,8 +158,8 @@ public final class UsbSession implements AutoCloseable {
      *
      * <p>The file is a capture as the Linux kernel's usbmon makes them (pcapng, link type 220): Wireshark opens it, and
      * {@code simbus-replay} makes simulated devices of it. It has everything that was transferred unless that is left
-     * out, passwords included, and on systems with owners of files only its owner can read it. Buses and addresses in it
-     * are invented. The two packets of a transfer are together, when it has ended.
+     * out, passwords included, and on systems with owners of files only its owner can read it. Buses and addresses in
+     * it are invented. The two packets of a transfer are together, when it has ended.
      *
      * <p>Opening a device makes some requests for descriptors while a recording runs, each of a second at most. Apart
      * from that it changes no result. When the file cannot be written any more, such as on a full disk, the recording
@@ -193,8 +193,8 @@ public final class UsbSession implements AutoCloseable {
 
     /**
      * Closes the devices, releases the lists and ends the session. Transfers of other threads end as with
-     * {@link UsbDevice#close}, and it waits as long as that for each device. A recording ends. Listeners are not called any more when it
-     * has returned, as {@link UsbSubscription#close} tells. Closing again does nothing.
+     * {@link UsbDevice#close}, and it waits as long as that for each device. A recording ends. Listeners are not called
+     * any more when it has returned, as {@link UsbSubscription#close} tells. Closing again does nothing.
      */
     @Override
     public void close() {

@@ -169,7 +169,7 @@ final class Descriptors {
                 answer.ended())).toList();
     }
 
-    /** The reports of a HID device: those of its first HID interface, in the first setting. Null for any other device. */
+    /** The reports of a HID device: of its first HID interface, in the first setting. Null for any other device. */
     Reports reports() {
         if (!isHid) {
             return null;

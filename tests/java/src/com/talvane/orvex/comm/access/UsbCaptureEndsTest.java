@@ -68,8 +68,9 @@ class UsbCaptureEndsTest extends CaptureTest {
     /** One that times out takes a second each time. */
     @Test
     void theFirstConfigurationThatIsNotThereIsTheLastThatIsAskedFor() throws Exception {
-        bus.change("spare", "{\"configurations\": [{\"interfaces\": [{}]}, {\"interfaces\": [{}]}, {\"interfaces\": [{}]}],"
-                + " \"control\": [{\"requestType\": 128, \"request\": 6, \"value\": 513, \"stall\": true}]}");
+        String configuration = "{\"interfaces\": [{}]}";
+        bus.change("spare", "{\"configurations\": " + List.of(configuration, configuration, configuration)
+                + ", \"control\": [{\"requestType\": 128, \"request\": 6, \"value\": 513, \"stall\": true}]}");
         bus.plug("spare");
         List<String> setups = packets(() -> open("SPARE005"), Without.SERIAL_NUMBERS).stream()
                 .map(Packet::setup).filter(setup -> setup.startsWith("8006") && setup.startsWith("02", 6)).toList();
@@ -156,7 +157,8 @@ class UsbCaptureEndsTest extends CaptureTest {
     @Tag("linux")
     @Tag("programs")
     void otherProgramsReadTheFileAlike() throws Exception {
-        List<Packet> packets = packets(() -> fails(UsbStalledException.class, () -> read(open(BENCH), 0x85, new byte[64])));
+        List<Packet> packets = packets(() ->
+                fails(UsbStalledException.class, () -> read(open(BENCH), 0x85, new byte[64])));
         Path tool = Path.of(System.getProperty("orvex.usb.library")).resolveSibling("tests/record/list_capture");
         Process list = new ProcessBuilder(tool.toString(), file().toString()).redirectErrorStream(true).start();
         List<String> read = new String(list.getInputStream().readAllBytes(), StandardCharsets.UTF_8).lines().toList();
