@@ -12,13 +12,11 @@ final class Setup {
     private Setup() {
     }
 
-    /** The setup packet with the data, or the room for it, behind it. */
+    /** The setup packet with the data, or the room for it, behind it; type and length are right. */
     static byte[] bytes(int requestType, int request, int value, int index, byte[] data) {
-        withinHex("request type", requestType, 0, OCTET);
         withinHex("request", request, 0, OCTET);
         withinHex("value", value, 0, WORD);
         withinHex("index", index, 0, WORD);
-        within("length", data.length, 0, WORD);
         byte[] bytes = new byte[PACKET_BYTES + data.length];
         bytes[0] = (byte) requestType;
         bytes[1] = (byte) request;
@@ -39,6 +37,7 @@ final class Setup {
     /** The same for a request that sends data to the device. */
     static byte[] forWrite(int requestType, int request, int value, int index, byte[] data) {
         withinHex("request type", requestType, 0, IN - 1);
+        within("length", data.length, 0, WORD);
         return bytes(requestType, request, value, index, data);
     }
 

@@ -229,6 +229,8 @@ class UsbTransferTest extends AccessTest {
         assertTold("time-out -1 is neither FOREVER nor 1 ms or more", () -> bench.readBulk(0x81, bytes, 0, 1, -1));
         assertTold("value 0x10000 is not within 0x0000 to 0xFFFF",
                 () -> bench.readControl(0xC0, 1, 0x10000, 0, 1, 1000));
+        assertTold("length 65536 is not within 0 to 65535",
+                () -> bench.writeControl(0x40, 1, 0, 0, new byte[0x10000], 1000));
     }
 
     private static void assertTold(String text, Executable call) {
