@@ -127,6 +127,7 @@ class UsbStreamTest extends AccessTest {
         out.endMessage();
         out.endMessage();
         out.write(pattern(3));
+        out.write(new byte[0]);
         out.endMessage();
         assertEquals(List.of(packet, 0, 3), sizes(0x03));
     }
