@@ -72,6 +72,15 @@ class UsbSubscriptionTest extends AccessTest {
     }
 
     @Test
+    void theCloseOfTheSessionWaitsForTheCallOfItsOwnListener() throws Exception {
+        list();
+        Slow slow = new Slow();
+        session().onChange(change -> slow.accept());
+        bus.unplug("bench");
+        slow.assertIsWaitedForBy(session()::close);
+    }
+
+    @Test
     void theCloseOfTheSessionWaitsForTheCallsThatAreUnderWay() throws Exception {
         UsbDevice bench = open(BENCH);
         Slow slow = new Slow();
