@@ -25,6 +25,13 @@ class UsbSessionTest extends AccessTest {
                 IntStream.range(0, 17).toArray());
     }
 
+    @Test
+    void theMessageOfVendorsThatAreGivenTwiceHasAllOfThem() throws UsbException {
+        UsbSession session = session();
+        assertEquals("a vendor id is given twice: 0x6A5C, 0x0001, 0x6A5C",
+                assertThrows(IllegalArgumentException.class, () -> session.list(0x6A5C, 1, 0x6A5C)).getMessage());
+    }
+
     @ParameterizedTest
     @MethodSource("impossibleVendors")
     void vendorsThatCannotBeAreRefused(int[] vendors) throws UsbException {

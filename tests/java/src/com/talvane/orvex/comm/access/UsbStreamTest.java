@@ -66,6 +66,16 @@ class UsbStreamTest extends AccessTest {
     }
 
     @Test
+    void aReadGetsNoMoreThanWhatIsLeftOfAPacket() throws IOException {
+        UsbInput in = input(0x81);
+        write(bench, 0x01, pattern(5));
+        assertEquals(3, in.read(new byte[3]));
+        byte[] got = new byte[10];
+        assertEquals(2, in.read(got));
+        assertArrayEquals(Arrays.copyOf(Arrays.copyOfRange(pattern(5), 3, 5), 10), got);
+    }
+
+    @Test
     void aChannelTellsOfEmptyPackets() throws IOException {
         UsbInput in = input(0x81);
         write(bench, 0x01, pattern(3));
