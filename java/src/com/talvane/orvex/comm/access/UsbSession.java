@@ -181,7 +181,6 @@ public final class UsbSession implements AutoCloseable {
                     without.contains(Without.DATA), this::tellEnd);
             lists.values().forEach(list -> list.describeOpen(recorder));
             raw.usb.begin(recorder);
-            Log.debug(() -> "recording to " + file);
             return new UsbRecording(raw.usb, recorder);
         });
     }
@@ -207,14 +206,13 @@ public final class UsbSession implements AutoCloseable {
         lists.values().forEach(UsbDeviceList::awaitListeners);
     }
 
-    /** Whether it had to end early is told by the log and by the recording. */
     private void endRecording() {
         Recorder recorder = raw.usb.recorder();
         if (recorder != null) {
             try {
                 recorder.close();
             } catch (IOException e) {
-                Log.debug(e::getMessage);
+                // It had to end early: the log has told that, and the recording does.
             }
         }
     }

@@ -2,6 +2,7 @@ package com.talvane.orvex.comm.access;
 
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
@@ -9,6 +10,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import com.talvane.orvex.comm.Capture;
 import com.talvane.orvex.comm.Capture.Packet;
 import com.talvane.orvex.comm.access.UsbRecording.Without;
+import java.io.File;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
@@ -113,6 +115,23 @@ class UsbCaptureEndsTest extends CaptureTest {
         second.close();
         assertEquals(16, Capture.packets(other).size());
         assertThrows(IllegalStateException.class, () -> session().record(file()));
+    }
+
+    @Test
+    @Tag("linux")
+    void theEndOfTheSessionClosesTheFile() throws Exception {
+        session().record(file());
+        assertTrue(isOpen(file()));
+        session().close();
+        assertFalse(isOpen(file()));
+    }
+
+    private static boolean isOpen(Path file) throws IOException {
+        boolean isOpen = false;
+        for (File each : new File("/proc/self/fd").listFiles()) {
+            isOpen |= each.getCanonicalPath().equals(file.toString());
+        }
+        return isOpen;
     }
 
     @Test
