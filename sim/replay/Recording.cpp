@@ -82,6 +82,17 @@ Recording recordingOf(const capture::Capture& capture) {
     return recording;
 }
 
+std::size_t askedBy(const SetupBytes& setup) {
+    return setup[6] | static_cast<std::size_t>(setup[7]) << 8U;
+}
+
+Bytes answerOf(const Exchange& exchange, std::size_t asked) {
+    Bytes answer = exchange.answered;
+    const std::size_t room = asked - std::min(asked, answer.size());
+    answer.resize(answer.size() + std::min(exchange.missing, room));
+    return answer;
+}
+
 std::vector<EndpointPlace> endpointsOf(const RecordedDevice& device) {
     constexpr std::uint8_t kInterface = 4;
     constexpr std::size_t kInterfaceSize = 9;

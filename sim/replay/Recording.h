@@ -30,6 +30,7 @@ struct Exchange {
     std::size_t length = 0;     ///< bytes that the host had for the device, or asked for
     Bytes sent;                 ///< by the host; less than `length` where the capture has less
     Bytes answered;             ///< by the device
+    std::size_t missing = 0;    ///< bytes behind these that the device has sent and the capture does not have
     End end = End::silent;
     /// Of a request or OUT transfer: its number among them, from 1. Of an IN transfer: the number of the last
     /// one that had begun before its end. It may answer that one; none of them can have waited for it.
@@ -37,6 +38,11 @@ struct Exchange {
 
     bool isIn() const { return (endpoint & 0x80U) != 0; }
 };
+
+/// The number of bytes that a control request is for.
+std::size_t askedBy(const SetupBytes& setup);
+/// What the device has sent, with zeroes for what is missing: at most as many bytes as are asked for.
+Bytes answerOf(const Exchange& exchange, std::size_t asked);
 
 struct RecordedDevice {
     std::uint16_t bus = 0;

@@ -127,9 +127,7 @@ void RecordingReader::end(const Packet& packet) {
             unfinished_[packet.endpoint] = flight;
         }
         if (packet.cut) {
-            const std::size_t missing = std::min<std::size_t>(packet.length - packet.size, zeroesLeft_);
-            zeroesLeft_ -= missing;
-            exchange.answered.resize(exchange.answered.size() + missing);
+            exchange.missing += packet.length - packet.size;
             complainOfMissing(packet);
         }
     }

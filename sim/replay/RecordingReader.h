@@ -44,7 +44,6 @@ class RecordingReader {
     std::map<std::uint8_t, Flight> unfinished_;         ///< by endpoint: the rest is in the next packet
     bool saidIsochronous_ = false;
     bool saidMissing_ = false;
-    std::size_t zeroesLeft_ = std::size_t{64} << 20U;  ///< a limit: lengths are untrusted
 };
 
 }  // namespace simbus::replay

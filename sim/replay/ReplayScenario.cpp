@@ -24,7 +24,7 @@ std::size_t longestAt(const RecordedDevice& device, std::uint8_t endpoint) {
     std::size_t longest = 1;
     for (const Exchange& exchange : device.exchanges) {
         if (exchange.kind != Kind::control && exchange.endpoint == endpoint) {
-            longest = std::max({longest, exchange.sent.size(), exchange.answered.size()});
+            longest = std::max({longest, exchange.sent.size(), exchange.answered.size() + exchange.missing});
         }
     }
     return longest;
@@ -155,7 +155,7 @@ Json ruleOf(const std::vector<const Exchange*>& same) {
     }
     for (const Exchange* each : same) {
         if (end.contains("replies")) {
-            end["replies"].push_back(hexOf(each->answered));
+            end["replies"].push_back(hexOf(answerOf(*each, askedBy(each->setup))));
         }
     }
     rule.update(end);

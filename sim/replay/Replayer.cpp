@@ -54,7 +54,7 @@ std::size_t piecesThatSent(const Bytes& data, Iterator first, Iterator end) {
 /// Whether the next exchange at an IN endpoint may be the next piece of the same transfer: a piece that came
 /// whole is followed by more data. Those that nothing came for any more are cancelled.
 bool isNextPiece(const Exchange& piece, const Exchange& next, std::size_t left) {
-    const bool isWhole = piece.answered.size() == kPiece;
+    const bool isWhole = piece.answered.size() + piece.missing == kPiece;
     return piece.length == kPiece && next.length <= left &&
            ((isWhole && next.end == Exchange::End::completed) ||
             (next.end == Exchange::End::silent && next.answered.empty()));
@@ -113,7 +113,7 @@ std::vector<Answer> Replayer::answer(std::uint64_t request, Queue& queue, const 
     // One that the program leaves out does not hold up what came after it.
     hostBegun_ = std::max(hostBegun_, exchange.after);
     replayed_ += pieces;
-    std::vector<Answer> answers = {{request, exchange.end, exchange.answered}};
+    std::vector<Answer> answers = {{request, exchange.end, answerOf(exchange, askedBy(exchange.setup))}};
     answerWaiting(answers);
     return answers;
 }
@@ -130,7 +130,7 @@ std::vector<Answer> Replayer::in(std::uint64_t request, std::uint8_t endpoint, s
         }
         return {{request, Exchange::End::stall, {}}};
     }
-    waiting_[request] = takeRead(queue, length);
+    waiting_[request] = {takeRead(queue, length), length};
     std::vector<Answer> answers;
     answerWaiting(answers);
     return answers;
@@ -150,7 +150,7 @@ Replayer::Pieces Replayer::takeRead(Queue& queue, std::size_t length) {
 /// Answers the reads before which everything has happened that had happened in the recording.
 void Replayer::answerWaiting(std::vector<Answer>& answers) {
     for (auto each = waiting_.begin(); each != waiting_.end();) {
-        const Pieces& pieces = each->second;
+        const auto& [pieces, length] = each->second;
         if (std::any_of(pieces.begin(), pieces.end(),
                         [this](const Exchange* piece) { return piece->after > hostBegun_; })) {
             ++each;
@@ -158,7 +158,8 @@ void Replayer::answerWaiting(std::vector<Answer>& answers) {
         }
         Answer& answer = answers.emplace_back(Answer{each->first, pieces.front()->end, {}});
         for (const Exchange* piece : pieces) {
-            answer.data.insert(answer.data.end(), piece->answered.begin(), piece->answered.end());
+            const Bytes data = answerOf(*piece, length - std::min(length, answer.data.size()));
+            answer.data.insert(answer.data.end(), data.begin(), data.end());
         }
         replayed_ += pieces.size();
         each = waiting_.erase(each);
@@ -171,7 +172,7 @@ void Replayer::cancelled(std::uint64_t request) {
         return;
     }
     // What the device would have sent is still there for the next read.
-    const Pieces& pieces = found->second;
+    const Pieces& pieces = found->second.pieces;
     if (pieces.front()->end != Exchange::End::silent) {
         Queue& queue = endpoints_[pieces.front()->endpoint];
         queue.insert(queue.begin(), pieces.begin(), pieces.end());

@@ -39,6 +39,10 @@ class Replayer {
  private:
     using Queue = std::deque<const Exchange*>;
     using Pieces = std::vector<const Exchange*>;  ///< of one transfer, at least one
+    struct Read {
+        Pieces pieces;
+        std::size_t length = 0;  ///< bytes that the host asks for
+    };
     static Pieces takeRead(Queue& queue, std::size_t length);
     std::vector<Answer> answer(std::uint64_t request, Queue& queue, const Bytes& sent,
                                const std::string& what);
@@ -47,9 +51,9 @@ class Replayer {
     const std::function<void(const std::string&)> say_;
     std::map<SetupBytes, Queue> requests_;
     std::map<std::uint8_t, Queue> endpoints_;
-    std::map<std::uint64_t, Pieces> waiting_;  ///< IN transfers, for what comes before their answers
-    std::set<std::uint8_t> reportStreams_;     ///< endpoints of input reports
-    std::set<std::uint8_t> saidEnd_;           ///< endpoints
+    std::map<std::uint64_t, Read> waiting_;  ///< IN transfers, for what comes before their answers
+    std::set<std::uint8_t> reportStreams_;   ///< endpoints of input reports
+    std::set<std::uint8_t> saidEnd_;         ///< endpoints
     std::size_t hostBegun_ = 0;  ///< the highest number of a request or OUT transfer that has come
     std::size_t replayed_ = 0;
 };
