@@ -8,7 +8,8 @@ import picocli.CommandLine.Option;
 class LeftOut {
     @Option(
             names = "--anonymous",
-            description = "Record zeroes instead of the characters of serial numbers, wherever they are.")
+            description = "Record zeroes instead of the characters of serial numbers, in texts of the device and, from 4"
+                    + " characters on, in data.")
     private boolean serials;
 
     @Option(
