@@ -6,7 +6,7 @@
 
 namespace simbus {
 
-using Lock = std::lock_guard<std::mutex>;
+using Lock = std::unique_lock<std::mutex>;
 
 CallPoint::CallPoint(const char* name) : name_(name) {
     CallLog::instance().add(*this);

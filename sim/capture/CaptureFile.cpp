@@ -14,9 +14,7 @@ namespace simbus::capture {
 namespace {
 
 constexpr std::uint16_t kUserApplication = 4;  // options of blocks
-constexpr std::uint16_t kTimeResolution = 9;
-constexpr std::uint8_t kNanoseconds = 9;  // 10 to the power of -9 seconds
-constexpr std::size_t kBlockOverhead = 12;
+constexpr std::uint8_t kNanoseconds = 9;       // 10 to the power of -9 seconds
 constexpr std::size_t kPacketFields = 20;
 
 constexpr std::size_t padded(std::size_t size) {

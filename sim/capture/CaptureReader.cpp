@@ -10,9 +10,7 @@ constexpr std::uint32_t kPcapMicroseconds = 0xA1B2C3D4;
 constexpr std::uint32_t kPcapNanoseconds = 0xA1B23C4D;
 constexpr std::uint32_t kOldPacketBlock = 2;
 constexpr std::uint32_t kSimplePacketBlock = 3;
-constexpr std::uint32_t kBlockOverhead = 12;
 constexpr std::size_t kMostProblems = 100;
-constexpr std::uint64_t kSecond = 1'000'000'000;
 
 /// Times beyond the year 2554 come out wrong.
 std::uint64_t nanosecondsOf(std::uint64_t time, std::uint8_t resolution) {
@@ -146,7 +144,6 @@ bool CaptureReader::readBody(std::uint32_t type, ByteReader body) {
 }
 
 void CaptureReader::readInterface(ByteReader body) {
-    constexpr std::uint16_t kTimeResolution = 9;
     Interface& interface = interfaces_.emplace_back();
     interface.linkType = body.number<std::uint16_t>();
     body.skip(2 + 4);  // reserved, and the longest packet

@@ -14,6 +14,8 @@ constexpr std::uint32_t kSectionBlock = 0x0A0D0D0A;
 constexpr std::uint32_t kInterfaceBlock = 1;
 constexpr std::uint32_t kPacketBlock = 6;
 constexpr std::uint32_t kByteOrderMagic = 0x1A2B3C4D;
+constexpr std::uint32_t kBlockOverhead = 12;  ///< bytes of a block for its type and, twice, its size
+constexpr std::uint16_t kTimeResolution = 9;  ///< an option of an interface
 
 class CaptureReader {
  public:

@@ -11,6 +11,8 @@ namespace simbus::capture {
 
 using Bytes = std::vector<std::uint8_t>;
 
+constexpr std::uint64_t kSecond = 1'000'000'000;  ///< in nanoseconds
+
 enum class Event : char {
     submission = 'S',
     completion = 'C',

@@ -11,7 +11,6 @@ constexpr std::size_t kShortHeaderSize = 48;
 constexpr std::size_t kIsochronousSize = 16;
 constexpr std::uint8_t kPresent = 0;  // of the two flags
 constexpr std::uint8_t kNoSetup = '-';
-constexpr std::uint64_t kSecond = 1'000'000'000;
 
 /// Data moves with the submission to the device, with the completion from it.
 bool carriesData(const Packet& packet) {

@@ -12,7 +12,7 @@ namespace sim {
 namespace {
 
 /// Guards the sources and loops of all threads; there is little contention.
-std::mutex g_mutex;
+std::mutex g_loopsMutex;
 
 struct Loop;
 
@@ -28,7 +28,7 @@ struct Loop final : Object {
 
     CFRunLoopRunResult run(std::chrono::duration<double> period, bool returnAfterSource) {
         const auto end = std::chrono::steady_clock::now() + period;
-        std::unique_lock lock(g_mutex);
+        std::unique_lock lock(g_loopsMutex);
         stopped = false;
         while (!sources.empty()) {
             Source* ready = nextSignalled();
@@ -76,7 +76,7 @@ CFRunLoopSourceRef createSource(std::function<void()> perform) {
 }
 
 void signalSource(CFRunLoopSourceRef reference) {
-    const std::lock_guard lock(g_mutex);
+    const std::lock_guard lock(g_loopsMutex);
     Source* source = sourceOf(reference);
     source->signalled = true;
     if (source->loop != nullptr) {
@@ -97,14 +97,14 @@ CFRunLoopRef CFRunLoopGetCurrent() {
 
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode) {
     CFRetain(source);
-    const std::lock_guard lock(sim::g_mutex);
+    const std::lock_guard lock(sim::g_loopsMutex);
     sim::sourceOf(source)->loop = sim::loopOf(loop);
     sim::loopOf(loop)->sources.push_back(sim::sourceOf(source));
 }
 
 void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode) {
     {
-        const std::lock_guard lock(sim::g_mutex);
+        const std::lock_guard lock(sim::g_loopsMutex);
         auto& sources = sim::loopOf(loop)->sources;
         const auto found = std::find(sources.begin(), sources.end(), sim::sourceOf(source));
         if (found == sources.end()) {
@@ -130,7 +130,7 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode, CFTimeInterval seconds,
 void CFRunLoopStop(CFRunLoopRef loop) {
     SIM_CALL_POINT(__func__);
     static_cast<void>(fault);
-    const std::lock_guard lock(sim::g_mutex);
+    const std::lock_guard lock(sim::g_loopsMutex);
     sim::loopOf(loop)->stopped = true;
     sim::loopOf(loop)->wakeUp.notify_all();
 }

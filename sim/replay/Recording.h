@@ -15,6 +15,15 @@ using capture::Bytes;
 using capture::Kind;
 using SetupBytes = std::array<std::uint8_t, 8>;
 
+enum DescriptorType : std::uint8_t {
+    deviceType = 1,
+    configurationType = 2,
+    stringType = 3,
+    interfaceType = 4,
+    endpointType = 5,
+    reportType = 0x22
+};
+
 /// One transfer, and how the device has ended it.
 struct Exchange {
     enum class End {

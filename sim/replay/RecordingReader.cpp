@@ -15,12 +15,6 @@ constexpr std::uint8_t kSetAddress = 5;
 constexpr std::uint8_t kGetDescriptor = 6;
 constexpr std::uint8_t kSetConfiguration = 9;
 constexpr std::uint8_t kSetInterface = 11;
-enum DescriptorType : std::uint8_t {
-    deviceType = 1,
-    configurationType = 2,
-    stringType = 3,
-    reportType = 0x22
-};
 
 /// A failure that no device causes at will becomes a stall.
 Exchange::End endOf(std::int32_t status) {

@@ -11,7 +11,6 @@ namespace simbus::replay {
 
 namespace {
 
-enum DescriptorType : std::uint8_t { interfaceType = 4, endpointType = 5 };
 constexpr std::uint8_t kHidClass = 3;
 constexpr std::uint8_t kInterrupt = 3;
 

@@ -9,7 +9,7 @@ namespace simbus::replay {
 namespace {
 
 template <class Container>
-std::string hexOf(const Container& bytes, std::size_t most) {
+std::string hexText(const Container& bytes, std::size_t most) {
     std::string text;
     for (std::size_t i = 0; i < bytes.size() && i < most; ++i) {
         char digits[4];
@@ -85,7 +85,7 @@ Replayer::Replayer(const RecordedDevice& device, std::function<void(const std::s
 }
 
 std::vector<Answer> Replayer::control(std::uint64_t request, const SetupBytes& setup, const Bytes& sent) {
-    return answer(request, requests_[setup], sent, "the request " + hexOf(setup, setup.size()));
+    return answer(request, requests_[setup], sent, "the request " + hexText(setup, setup.size()));
 }
 
 std::vector<Answer> Replayer::out(std::uint64_t request, std::uint8_t endpoint, const Bytes& sent) {
@@ -102,7 +102,7 @@ std::vector<Answer> Replayer::answer(std::uint64_t request, Queue& queue, const 
         ++found;
     }
     if (found == queue.end()) {
-        say_(what + (sent.empty() ? "" : " with " + hexOf(sent, kMostShown)) +
+        say_(what + (sent.empty() ? "" : " with " + hexText(sent, kMostShown)) +
              (queue.empty() ? " is not in the recording any more: stalled"
                             : " is not in the recording: stalled"));
         return {{request, Exchange::End::stall, {}}};

@@ -19,7 +19,7 @@
 namespace simbus::usbip {
 namespace {
 
-constexpr char scenario[] = R"({"devices": [
+constexpr char remoteScenario[] = R"({"devices": [
     {"id": "tool", "vendorId": "0x6A5C", "productId": "0x1001", "bcdDevice": "0x0203", "serial": "LENT0001",
      "interfaces": [
         {"number": 0, "class": 255, "subClass": 1, "protocol": 2,
@@ -92,7 +92,7 @@ class Client {
 
 class RemoteFrontTest : public testing::Test {
  protected:
-    void SetUp() override { Bus::instance().loadScenario(scenario); }
+    void SetUp() override { Bus::instance().loadScenario(remoteScenario); }
 
     static RemoteFront& front() {
         static auto& only = *new RemoteFront();  // the bus may tell it of devices until the end
@@ -106,7 +106,7 @@ class RemoteFrontTest : public testing::Test {
     Client client_{front()};
 };
 
-unsigned wordAt(const Bytes& bytes, std::size_t at) {
+unsigned halfWordAt(const Bytes& bytes, std::size_t at) {
     return static_cast<unsigned>(bytes.at(at) << 8 | bytes.at(at + 1));
 }
 
@@ -116,10 +116,10 @@ std::string textAt(const Bytes& bytes, std::size_t at) {
 
 void expectTool(const Bytes& device) {
     EXPECT_EQ(textAt(device, 256), busIdOf(*Bus::instance().devices().at(0)));
-    EXPECT_EQ(wordAt(device, 298), 2U) << "full speed";
-    EXPECT_EQ(wordAt(device, 300), 0x6A5CU);
-    EXPECT_EQ(wordAt(device, 302), 0x1001U);
-    EXPECT_EQ(wordAt(device, 304), 0x0203U);
+    EXPECT_EQ(halfWordAt(device, 298), 2U) << "full speed";
+    EXPECT_EQ(halfWordAt(device, 300), 0x6A5CU);
+    EXPECT_EQ(halfWordAt(device, 302), 0x1001U);
+    EXPECT_EQ(halfWordAt(device, 304), 0x0203U);
     EXPECT_EQ(Bytes(device.begin() + 306, device.begin() + 312), (Bytes{0, 0, 0, 1, 1, 2}))
         << "class, configuration, number of configurations and of interfaces";
 }
@@ -130,7 +130,7 @@ TEST_F(RemoteFrontTest, AListTellsOfDevicesAndTheirInterfaces) {
     expectTool(client_.receive(deviceBytes));
     EXPECT_EQ(client_.receive(8), (Bytes{255, 1, 2, 0, 3, 0, 0, 0}));
     const Bytes liar = client_.receive(deviceBytes);
-    EXPECT_EQ(wordAt(liar, 300), 0U) << "beyond the end of its descriptor";
+    EXPECT_EQ(halfWordAt(liar, 300), 0U) << "beyond the end of its descriptor";
     EXPECT_EQ(liar.back(), 0) << "no whole interface descriptor";
     EXPECT_EQ(client_.receive(deviceBytes).back(), 0) << "a descriptor of length 0";
     EXPECT_TRUE(client_.wasHungUpOn());

@@ -2,16 +2,16 @@
 
 namespace {
 
-FakeClock* g_fake = nullptr;
+FakeClock* g_fakeClock = nullptr;
 
 }  // namespace
 
 FakeClock::FakeClock() {
-    g_fake = this;
+    g_fakeClock = this;
 }
 
 FakeClock::~FakeClock() {
-    g_fake = nullptr;
+    g_fakeClock = nullptr;
 }
 
 extern "C" {
@@ -21,19 +21,19 @@ int __real_gettimeofday(timeval* time, void* zone);
 int __real_nanosleep(const timespec* wanted, timespec* left);
 
 int __wrap_clock_gettime(clockid_t clock, timespec* time) {
-    const bool faked = g_fake != nullptr && g_fake->clockGettime;
-    return faked ? g_fake->clockGettime(clock, *time) : __real_clock_gettime(clock, time);
+    const bool faked = g_fakeClock != nullptr && g_fakeClock->clockGettime;
+    return faked ? g_fakeClock->clockGettime(clock, *time) : __real_clock_gettime(clock, time);
 }
 
 int __wrap_nanosleep(const timespec* wanted, timespec* left) {
-    if (g_fake != nullptr && g_fake->beforeSleep) {
-        g_fake->beforeSleep(*wanted);
+    if (g_fakeClock != nullptr && g_fakeClock->beforeSleep) {
+        g_fakeClock->beforeSleep(*wanted);
     }
     return __real_nanosleep(wanted, left);
 }
 
 int __wrap_gettimeofday(timeval* time, void* zone) {
-    const bool faked = g_fake != nullptr && g_fake->getTimeOfDay;
-    return faked ? g_fake->getTimeOfDay(*time) : __real_gettimeofday(time, zone);
+    const bool faked = g_fakeClock != nullptr && g_fakeClock->getTimeOfDay;
+    return faked ? g_fakeClock->getTimeOfDay(*time) : __real_gettimeofday(time, zone);
 }
 }

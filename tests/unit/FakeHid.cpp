@@ -6,7 +6,7 @@
 
 namespace {
 
-FakeHid* g_fake = nullptr;
+FakeHid* g_fakeHid = nullptr;
 
 /// A new device for every open; only its address matters.
 HidDevice* newDevice() {
@@ -24,89 +24,90 @@ std::string idsText(uint16_t vendorId, uint16_t productId) {
 }  // namespace
 
 FakeHid::FakeHid() {
-    g_fake = this;
+    g_fakeHid = this;
     setHidOperations(table());
 }
 
 FakeHid::~FakeHid() {
     setHidOperations(platformHidOperations());
-    g_fake = nullptr;
+    g_fakeHid = nullptr;
 }
 
 const HidDeviceOperations& FakeHid::table() {
     static const HidDeviceOperations operations = {
         [](std::vector<HidDeviceInfo>& found) {
-            if (g_fake->onList) {
-                g_fake->onList();
+            if (g_fakeHid->onList) {
+                g_fakeHid->onList();
             }
-            found = g_fake->devices;
-            return g_fake->lists;
+            found = g_fakeHid->devices;
+            return g_fakeHid->lists;
         },
         [](uint16_t vendorId, uint16_t productId, const char* serialNumber, HidDevice** device) {
-            g_fake->note("open");
-            const std::lock_guard lock(g_fake->mutex_);
-            g_fake->opened_ = idsText(vendorId, productId) + " " + serialNumber;
-            g_fake->open_ = g_fake->openResult == HidOpenResult::opened;
-            *device = g_fake->open_ ? newDevice() : nullptr;
-            return g_fake->openResult;
+            g_fakeHid->note("open");
+            const std::lock_guard lock(g_fakeHid->mutex_);
+            g_fakeHid->opened_ = idsText(vendorId, productId) + " " + serialNumber;
+            g_fakeHid->open_ = g_fakeHid->openResult == HidOpenResult::opened;
+            *device = g_fakeHid->open_ ? newDevice() : nullptr;
+            return g_fakeHid->openResult;
         },
         [](HidDevice*) {
-            g_fake->note("close");
-            const std::lock_guard lock(g_fake->mutex_);
-            g_fake->open_ = false;
+            g_fakeHid->note("close");
+            const std::lock_guard lock(g_fakeHid->mutex_);
+            g_fakeHid->open_ = false;
         },
         [](HidDevice*, uint8_t* buffer, int32_t length, HidReportCallback callback, void* context) {
-            if (g_fake->onStartInput) {
-                g_fake->onStartInput();
+            if (g_fakeHid->onStartInput) {
+                g_fakeHid->onStartInput();
             }
-            g_fake->note("start");
-            const std::lock_guard lock(g_fake->mutex_);
-            g_fake->buffer_ = buffer;
-            g_fake->length_ = length;
-            g_fake->callback_ = callback;
-            g_fake->context_ = context;
-            return g_fake->startsInput;
+            g_fakeHid->note("start");
+            const std::lock_guard lock(g_fakeHid->mutex_);
+            g_fakeHid->buffer_ = buffer;
+            g_fakeHid->length_ = length;
+            g_fakeHid->callback_ = callback;
+            g_fakeHid->context_ = context;
+            return g_fakeHid->startsInput;
         },
         [](HidDevice*) {
-            if (g_fake->onRunPeriod) {
-                g_fake->onRunPeriod();
+            if (g_fakeHid->onRunPeriod) {
+                g_fakeHid->onRunPeriod();
             }
-            std::unique_lock lock(g_fake->mutex_);
-            g_fake->changed_.wait_for(lock, std::chrono::milliseconds(1),
-                                      [] { return g_fake->waiting_ != nullptr; });
-            if (g_fake->waiting_ != nullptr) {
-                const Report& report = *g_fake->waiting_;
-                const auto count = std::min(report.size(), static_cast<size_t>(g_fake->length_));
-                std::copy_n(report.begin(), count, g_fake->buffer_);
-                g_fake->callback_(g_fake->context_, g_fake->buffer_, static_cast<int32_t>(count));
-                g_fake->waiting_ = nullptr;
-                g_fake->changed_.notify_all();
+            std::unique_lock lock(g_fakeHid->mutex_);
+            g_fakeHid->changed_.wait_for(lock, std::chrono::milliseconds(1),
+                                         [] { return g_fakeHid->waiting_ != nullptr; });
+            if (g_fakeHid->waiting_ != nullptr) {
+                const Report& report = *g_fakeHid->waiting_;
+                const auto count = std::min(report.size(), static_cast<size_t>(g_fakeHid->length_));
+                std::copy_n(report.begin(), count, g_fakeHid->buffer_);
+                g_fakeHid->callback_(g_fakeHid->context_, g_fakeHid->buffer_, static_cast<int32_t>(count));
+                g_fakeHid->waiting_ = nullptr;
+                g_fakeHid->changed_.notify_all();
             }
-            return !g_fake->reportsStop.load();
+            return !g_fakeHid->reportsStop.load();
         },
-        [](HidDevice*) { g_fake->note("stop"); },
-        [] { g_fake->note("stopCallersLoop"); },
+        [](HidDevice*) { g_fakeHid->note("stop"); },
+        [] { g_fakeHid->note("stopCallersLoop"); },
         [](HidDevice*, const uint8_t* report, int32_t length, int32_t timeoutMs) {
-            if (g_fake->onSend) {
-                g_fake->onSend();
+            if (g_fakeHid->onSend) {
+                g_fakeHid->onSend();
             }
-            const std::lock_guard lock(g_fake->mutex_);
-            if (static_cast<int32_t>(g_fake->sent_.size()) >= g_fake->sendsBeforeFailure) {
+            const std::lock_guard lock(g_fakeHid->mutex_);
+            if (static_cast<int32_t>(g_fakeHid->sent_.size()) >= g_fakeHid->sendsBeforeFailure) {
                 return false;
             }
-            g_fake->sent_.emplace_back(report, report + length);
-            g_fake->timeouts_.push_back(timeoutMs);
+            g_fakeHid->sent_.emplace_back(report, report + length);
+            g_fakeHid->timeouts_.push_back(timeoutMs);
             return true;
         },
         [](uint16_t vendorId, uint16_t productId, uint8_t* buffer, int32_t size) {
-            if (g_fake->onReadConfigDescriptor) {
-                g_fake->onReadConfigDescriptor();
+            if (g_fakeHid->onReadConfigDescriptor) {
+                g_fakeHid->onReadConfigDescriptor();
             }
-            const std::lock_guard lock(g_fake->mutex_);
-            g_fake->asked_ = idsText(vendorId, productId) + " " + std::to_string(size);
-            const auto count = std::min(g_fake->configuration.size(), static_cast<size_t>(size));
-            std::copy_n(g_fake->configuration.begin(), count, buffer);
-            return g_fake->configuration.empty() ? g_fake->configurationFailure : static_cast<int32_t>(count);
+            const std::lock_guard lock(g_fakeHid->mutex_);
+            g_fakeHid->asked_ = idsText(vendorId, productId) + " " + std::to_string(size);
+            const auto count = std::min(g_fakeHid->configuration.size(), static_cast<size_t>(size));
+            std::copy_n(g_fakeHid->configuration.begin(), count, buffer);
+            return g_fakeHid->configuration.empty() ? g_fakeHid->configurationFailure
+                                                    : static_cast<int32_t>(count);
         }};
     return operations;
 }

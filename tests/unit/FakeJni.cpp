@@ -14,11 +14,11 @@ thread_local FakeJni* t_own = nullptr;
 /// The environment that the calling thread has constructed; if it has constructed none, the latest of any.
 struct CurrentFake {
     FakeJni* operator->() const { return t_own != nullptr ? t_own : g_latest.load(); }
-} const g_fake;
+} const g_fakeJni;
 
 void note(const char* call) {
-    if (g_fake->notesCalls) {
-        g_fake->calls.emplace_back(call);
+    if (g_fakeJni->notesCalls) {
+        g_fakeJni->calls.emplace_back(call);
     }
 }
 
@@ -30,11 +30,11 @@ std::map<jarray, jsize>& lengths() {
 
 template <class Element>
 Element* pin(std::vector<Element>& content) {
-    if (g_fake->outOfMemory) {
+    if (g_fakeJni->outOfMemory) {
         return nullptr;
     }
-    ++g_fake->pins;
-    if (!g_fake->pinsByCopy) {
+    ++g_fakeJni->pins;
+    if (!g_fakeJni->pinsByCopy) {
         return content.data();
     }
     auto* copy = new Element[content.size() + 1];
@@ -44,8 +44,8 @@ Element* pin(std::vector<Element>& content) {
 
 template <class Element>
 void unpin(std::vector<Element>& content, const Element* elements, jint mode) {
-    ++g_fake->releases;
-    g_fake->modes.push_back(mode);
+    ++g_fakeJni->releases;
+    g_fakeJni->modes.push_back(mode);
     if (elements != content.data()) {
         std::copy_n(elements, content.size(), content.begin());
         delete[] elements;
@@ -84,7 +84,7 @@ void releaseInts(JNIEnv*, jintArray array, jint* elements, jint mode) {
 
 jstring newString(JNIEnv*, const char* text) {
     note("NewStringUTF");
-    g_fake->strings.emplace_back(text);
+    g_fakeJni->strings.emplace_back(text);
     return nullptr;
 }
 

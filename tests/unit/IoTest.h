@@ -8,6 +8,8 @@
 
 struct libusb_transfer;
 
+constexpr unsigned kForEver = 1'000'000;  ///< as the number of calls that fail
+
 /// A test on one open device, "tool" (deviceJson).
 class IoTest : public UsbTest {
  protected:

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr unsigned kForEver = 1'000'000;
-
 class LateClose : public IoTest {
  protected:
     /// A read that `giveUp` could not end and that has ended since, so that nothing uses the record.

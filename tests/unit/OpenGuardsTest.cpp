@@ -19,8 +19,6 @@ using ::testing::IsEmpty;
 
 namespace {
 
-constexpr unsigned kForEver = 1'000'000;
-
 class OpenGuards : public IoTest {
  protected:
     int32_t readSource() {

@@ -12,7 +12,6 @@ namespace {
 
 constexpr int32_t kPackets = 1000;
 constexpr int32_t kPacketBytes = 64;
-constexpr unsigned kForEver = 1'000'000;
 
 int g_movedBytes = -1;
 

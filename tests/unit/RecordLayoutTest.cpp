@@ -58,16 +58,16 @@ static_assert(haveType<Entry, uint8_t[512]>(&Entry::configDescriptor));
 static_assert(haveType<Entry, tagUSB_ENDPOINT_INFO[16]>(&Entry::endpoints));
 static_assert(haveType<Entry, std::map<uint8_t, tagUSB_CALLBACK_INFO*>>(&Entry::callbackInfos));
 
-using Endpoint = tagUSB_ENDPOINT_INFO;
-static_assert(haveType<Endpoint, int32_t>(&Endpoint::address, &Endpoint::direction, &Endpoint::attributes,
-                                          &Endpoint::maxPacketSize));
-static_assert(sizeof(Endpoint) == 16);
+using EndpointInfo = tagUSB_ENDPOINT_INFO;
+static_assert(haveType<EndpointInfo, int32_t>(&EndpointInfo::address, &EndpointInfo::direction,
+                                              &EndpointInfo::attributes, &EndpointInfo::maxPacketSize));
+static_assert(sizeof(EndpointInfo) == 16);
 
-using Transfer = tagUSB_CALLBACK_INFO;
-static_assert(haveType<Transfer, libusb_transfer*>(&Transfer::pTransfer));
-static_assert(haveType<Transfer, int32_t>(&Transfer::isPending, &Transfer::status, &Transfer::length,
-                                          &Transfer::actualLength));
-static_assert(sizeof(Transfer) == sizeof(void*) + 16);
+using CallbackInfo = tagUSB_CALLBACK_INFO;
+static_assert(haveType<CallbackInfo, libusb_transfer*>(&CallbackInfo::pTransfer));
+static_assert(haveType<CallbackInfo, int32_t>(&CallbackInfo::isPending, &CallbackInfo::status,
+                                              &CallbackInfo::length, &CallbackInfo::actualLength));
+static_assert(sizeof(CallbackInfo) == sizeof(void*) + 16);
 
 }  // namespace
 
