@@ -111,17 +111,31 @@ class SharedBusTest {
                 watchedOnATerminal("1"), "without colours where the user wants none");
     }
 
-    @Test
-    void whenTheBusIsKilledItsDevicesHaveLeft() throws Exception {
-        ChildVm.Outcome run = simbus("run", RELEASE + "/sim/demo.json", "--", "sh", "-c", String.join("\n",
-                "$tool watch --count 5 --seconds 60 > " + folder + "/log & watch=$!",
-                "until grep -qs Watching " + folder + "/log; do sleep 0.05; done",
-                "kill -9 $PPID", "wait $watch", "echo $? > " + folder + "/ended"));
+    /** Kills the bus in the middle of a tool's command; returns the exit status of the tool, which goes on. */
+    private int statusOnABusThatIsKilled(String command, String condition) throws Exception {
+        ChildVm.Outcome run = onOneBus("$tool write --serial ECHO0001 --data 0A0B0C",
+                "$tool " + command + " > " + folder + "/log 2>&1 & tool=$!",
+                "until " + condition + "; do sleep 0.05; done",
+                "kill -9 $PPID", "wait $tool", "echo $? > " + folder + "/ended");
         assertEquals(128 + 9, run.status(), run.toString());
         UsbTest.await("the tool has ended", () -> folder.resolve("ended").toFile().length() > 0);
-        assertEquals("0\n", Files.readString(folder.resolve("ended")));
+        return Integer.parseInt(Files.readString(folder.resolve("ended")).trim());
+    }
+
+    @Test
+    void whenTheBusIsKilledItsDevicesHaveLeft() throws Exception {
+        assertEquals(0, statusOnABusThatIsKilled("watch --count 5 --seconds 60",
+                "grep -qs Watching " + folder + "/log"));
         assertEquals(5, Files.readAllLines(folder.resolve("log")).stream()
                 .filter(line -> line.contains("  left  ")).count());
+    }
+
+    @Test
+    void whenTheBusIsKilledATransferThatWaitsHasNoBytesOfTheOneBefore() throws Exception {
+        Path read = folder.resolve("read");
+        assertEquals(1, statusOnABusThatIsKilled("read --serial ECHO0001 --timeout 60000 --bytes 100 --to " + read,
+                "$simbus control pending device=echo1 address=0x81 | grep -q '\"count\":1'"));
+        assertEquals(3, Files.size(read), Files.readString(folder.resolve("log")));
     }
 
     @Test
