@@ -14,7 +14,7 @@ constexpr int kWrongArguments = 2;
 constexpr char kUsage[] =
     R"(usage: simbus-record [--to FILE] [--anonymous] [--without-data] [--] PROGRAM [ARGUMENT...]
 
-Runs a program that uses libusb or hidapi, and records what it and everything that it starts sends to
+Runs a program that uses libusb or hidapi (on macOS: libusb), and records what it and everything that it starts sends to
 devices and receives from them, beginning with the descriptors of each device that is opened. It needs no
 right that the program does not have. FILE (capture.pcapng) is a capture as the Linux kernel's usbmon makes
 them: Wireshark opens it, and simbus-replay makes devices of it. It has everything that was transferred,
