@@ -58,8 +58,8 @@ constexpr char kEnding[] = ".so";
 /// Where to look for a library that is in no folder of the library path.
 std::vector<std::string> placesOf(const std::string& name) {
 #ifdef LIBUSB_FOLDER
-    // The one that the build found: the system does not look into all folders that have programs' libraries.
-    return {name, LIBUSB_FOLDER "/" + name};
+    // A Mac does not look where the build found it, nor where Homebrew has it after an update.
+    return {name, LIBUSB_FOLDER "/" + name, "/opt/homebrew/lib/" + name};
 #else
     return {name};
 #endif
