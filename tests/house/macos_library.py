@@ -16,6 +16,7 @@ tools are not there as tools.py wants them.
 
 import os
 import re
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -89,6 +90,7 @@ def build(root, folder, llvm, java):
          f"-DSYSTEM_HEADERS={system}", "-DBUILD_TESTING=OFF", *java, **own)
     said("cmake", "--build", folder / "build", "--target", "USBAccessLink", **own)
     said("cmake", f"-DCMAKE_SHARED_LINKER_FLAGS={unlisted}", folder / "build", **own)
+    shutil.rmtree(folder / "build/sim/record-lib", ignore_errors=True)  # one of another name is not to be missed
     said("cmake", "--build", folder / "build", "--target", "simbus_record", **own)
     return folder / "build"
 
