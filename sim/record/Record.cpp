@@ -30,6 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kName[] = "simbus-record";
+
 /// A library that is recorded, and a function of it.
 struct Library {
     const char* name;
