@@ -105,6 +105,9 @@ class RecordToolTest extends ToolFixture {
             assertTrue(program.toFile().setExecutable(true));
             assertEquals(7, run("record --anonymous --without-data a -- sh -c x").status());
             assertEquals("--anonymous --without-data --to a -- sh -c x\n", Files.readString(file()));
+            String name = System.setProperty("os.name", "Mac OS X");
+            assertEquals(7, run("record a -- sh").status());
+            System.setProperty("os.name", name);
         } finally {
             System.clearProperty(FOLDER);
         }
