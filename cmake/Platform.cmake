@@ -13,16 +13,18 @@ elseif(CMAKE_SYSTEM_NAME STREQUAL "Linux")
 endif()
 
 # ORVEX_MACOS_SYSTEM: the libraries to link the macOS side with. ORVEX_ORIGIN: in a run path, the folder of the file
-# that contains it. ORVEX_LIBUSB_FILE: the file name by which programs load libusb.
+# that contains it. ORVEX_VERSION_ENDING: the end of the file names by which programs load libusb and hidapi.
+# ORVEX_LIBUSB_FILE: that name of libusb.
 if(APPLE)
   set(ORVEX_MACOS_SYSTEM "-framework IOKit" "-framework CoreFoundation")
   set(ORVEX_ORIGIN @loader_path)
-  set(ORVEX_LIBUSB_FILE libusb-1.0.0.dylib)
+  set(ORVEX_VERSION_ENDING .0.dylib)
 else()
   set(ORVEX_MACOS_SYSTEM sim_iokit)
   set(ORVEX_ORIGIN $ORIGIN)
-  set(ORVEX_LIBUSB_FILE libusb-1.0.so.0)
+  set(ORVEX_VERSION_ENDING .so.0)
 endif()
+set(ORVEX_LIBUSB_FILE libusb-1.0${ORVEX_VERSION_ENDING})
 
 # Limits the exports of a library to the list in its folder's exports.symbols (macOS) or exports.map (other systems).
 # The symbols have no version.

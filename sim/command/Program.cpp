@@ -4,12 +4,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#ifdef __APPLE__
+#include <mach-o/dyld.h>
+#endif
+
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <system_error>
+
+#ifdef __APPLE__
+extern "C" char** environ;  // no header there has it
+#endif
 
 namespace simbus::command {
 
@@ -74,7 +83,15 @@ PrivateFolder::~PrivateFolder() {
 }
 
 fs::path ownFolder() {
+#ifdef __APPLE__
+    std::uint32_t size = 0;
+    _NSGetExecutablePath(nullptr, &size);
+    std::string path(size, '\0');
+    _NSGetExecutablePath(path.data(), &size);
+    return fs::canonical(path.c_str()).parent_path();
+#else
     return fs::read_symlink("/proc/self/exe").parent_path();
+#endif
 }
 
 void searchFirst(const char* variable, const std::string& folder) {

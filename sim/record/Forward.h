@@ -7,8 +7,13 @@ namespace simbus::record {
 
 /// The folder of the recording, which simbus-record makes and names in SIMBUS_RECORD; empty when there is
 /// none, and in programs that have more rights than their user. It has the file `capture`, the folder
-/// `parts`, and in `real` the libraries that the program would use without the recorder.
+/// `parts`, and links to the libraries that the program would use without the recorder.
 std::string recordingFolder();
+
+/// The link to the real library of this name, in the folder of a recording. Its own name is another one: when
+/// macOS loads a library by any path, it first looks for the last name of the path in DYLD_LIBRARY_PATH, and
+/// there it would find the recorder.
+std::string linkToReal(const std::string& folder, const std::string& library);
 
 /// Loads the library of this name from the recording's folder. Without one it says so, and returns null.
 void* loadReal(const char* library);

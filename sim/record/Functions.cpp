@@ -15,7 +15,11 @@ extern "C" {
 #undef FUNCTION
 }
 
-#if defined(__x86_64__)
+#if defined(__APPLE__) && defined(__aarch64__)
+#define JUMP(name) "adrp x16, _real_" #name "@PAGE\n ldr x16, [x16, _real_" #name "@PAGEOFF]\n br x16\n"
+#elif defined(__APPLE__) && defined(__x86_64__)
+#define JUMP(name) "jmpq *_real_" #name "(%rip)\n"
+#elif defined(__x86_64__)
 #define JUMP(name) "endbr64\n jmp *real_" #name "(%rip)\n"
 #elif defined(__aarch64__)
 #define JUMP(name) "hint #34\n adrp x16, real_" #name "\n ldr x16, [x16, #:lo12:real_" #name "]\n br x16\n"
@@ -23,7 +27,11 @@ extern "C" {
 #error "the jumps of the recorder are written for x86-64 and arm64"
 #endif
 
+#ifdef __APPLE__
+#define FUNCTION(name) ".globl _" #name "\n.weak_definition _" #name "\n_" #name ":\n" JUMP(name)
+#else
 #define FUNCTION(name) ".weak " #name "\n.type " #name ", %function\n" #name ":\n" JUMP(name)
+#endif
 asm(".text\n"
 #include "functions.inc"
 );

@@ -25,6 +25,16 @@ std::uint64_t now() {
     return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<std::uint64_t>(time.tv_nsec);
 }
 
+/// Gives an empty file its size and room on the disk. Returns 0 or an error of the system: a full disk is
+/// found here, not when the file's memory is written to.
+int reserve(int file, std::size_t size) {
+#ifdef __APPLE__
+    return appendTo(file, std::vector<std::uint8_t>(size).data(), size);
+#else
+    return posix_fallocate(file, 0, static_cast<off_t>(size));
+#endif
+}
+
 }  // namespace
 
 int appendTo(int file, const std::uint8_t* bytes, std::size_t size) {
@@ -72,7 +82,7 @@ Journal::Journal(const std::string& folder) : folder_(folder) {
 void Journal::openPart() {
     std::string path = folder_ + "/parts/XXXXXX";
     const int part = mkostemp(path.data(), O_CLOEXEC);
-    const int problem = part < 0 ? errno : posix_fallocate(part, 0, sizeof(Part));
+    const int problem = part < 0 ? errno : reserve(part, sizeof(Part));
     void* memory =
         problem != 0 ? MAP_FAILED : mmap(nullptr, sizeof(Part), PROT_READ | PROT_WRITE, MAP_SHARED, part, 0);
     if (part >= 0) {

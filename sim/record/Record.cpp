@@ -2,10 +2,8 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <link.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -17,7 +15,9 @@
 #include <sstream>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
+#include "Forward.h"
 #include "Journal.h"
 #include "Program.h"
 #include "capture/Anonymous.h"
@@ -30,37 +30,73 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kName[] = "simbus-record";
-constexpr std::array<const char*, 3> kLibraries = {"libusb-1.0", "libhidapi-hidraw", "libhidapi-libusb"};
+
+/// A library that is recorded, and a function of it.
+struct Library {
+    const char* name;
+    const char* function;
+};
+
+#ifdef RECORDS_HIDAPI
+constexpr Library kLibraries[] = {
+    {"libusb-1.0", "libusb_init"}, {"libhidapi-hidraw", "hid_init"}, {"libhidapi-libusb", "hid_init"}};
+constexpr char kNone[] = "there is nothing to record: neither libusb-1.0 nor hidapi is installed";
+#else
+constexpr Library kLibraries[] = {{"libusb-1.0", "libusb_init"}};
+constexpr char kNone[] = "there is nothing to record: libusb-1.0 is not installed";
+#endif
+
+#ifdef __APPLE__
+constexpr char kLibraryPath[] = "DYLD_LIBRARY_PATH";
+constexpr char kVersionEnding[] = ".0.dylib";
+constexpr char kEnding[] = ".dylib";
+#else
+constexpr char kLibraryPath[] = "LD_LIBRARY_PATH";
+constexpr char kVersionEnding[] = ".so.0";
+constexpr char kEnding[] = ".so";
+#endif
+
+/// Where to look for a library that is in no folder of the library path.
+std::vector<std::string> placesOf(const std::string& name) {
+#ifdef LIBUSB_FOLDER
+    // A Mac does not look where the build found it, nor where Homebrew has it after an update.
+    return {name, LIBUSB_FOLDER "/" + name, "/opt/homebrew/lib/" + name};
+#else
+    return {name};
+#endif
+}
 
 /// The file that a program gets when it asks for a library by this name; empty when there is none.
-fs::path libraryOf(const std::string& name) {
-    const char* folders = std::getenv("LD_LIBRARY_PATH");
+fs::path fileOf(const Library& library, const std::string& name) {
+    const char* folders = std::getenv(kLibraryPath);
     std::istringstream path(folders == nullptr ? "" : folders);
     for (std::string folder; std::getline(path, folder, ':');) {
         if (fs::exists(fs::path(folder) / name)) {
             return fs::canonical(fs::path(folder) / name);
         }
     }
-    void* loaded = dlopen(name.c_str(), RTLD_LAZY | RTLD_LOCAL);
-    link_map* map = nullptr;
-    if (loaded == nullptr || dlinfo(loaded, RTLD_DI_LINKMAP, &map) != 0) {
-        return {};
+    for (const std::string& place : placesOf(name)) {
+        void* loaded = dlopen(place.c_str(), RTLD_LAZY | RTLD_LOCAL);
+        void* function = loaded == nullptr ? nullptr : dlsym(loaded, library.function);
+        if (Dl_info found{}; function != nullptr && dladdr(function, &found) != 0) {
+            return fs::canonical(found.dli_fname);
+        }
     }
-    return fs::canonical(map->l_name);
+    return {};
 }
 
-/// Puts the recorder of each library that is there into the folder `lib`, and the library into `real`. A
-/// library that is not there is missing for the program as before.
+/// Puts the recorder of each library that is there into the folder `lib`, and a link to the library beside
+/// that folder. A library that is not there is missing for the program as before.
 std::set<std::string> placeLibraries(const fs::path& folder) {
     const fs::path recorders = command::ownFolder() / "record-lib";
     std::set<std::string> placed;
-    for (const char* library : kLibraries) {
-        const std::string name = std::string(library) + ".so.0";
-        if (const fs::path real = libraryOf(name); !real.empty()) {
-            fs::create_symlink(real, folder / "real" / name);
+    for (const Library& library : kLibraries) {
+        const std::string name = std::string(library.name) + kVersionEnding;
+        if (const fs::path real = fileOf(library, name); !real.empty()) {
+            fs::create_symlink(real, linkToReal(folder, name));
             fs::create_symlink(recorders / name, folder / "lib" / name);
-            fs::create_symlink(recorders / name, folder / "lib" / (std::string(library) + ".so"));
-            placed.insert(library);
+            fs::create_symlink(recorders / name, folder / "lib" / (std::string(library.name) + kEnding));
+            placed.insert(library.name);
         }
     }
     return placed;
@@ -170,12 +206,12 @@ void sayWhatIsRecorded(const std::set<std::string>& libraries, const Options& op
 int run(const Options& options, char* const* program) {
     const command::PrivateFolder own;
     const fs::path folder = own.path();
-    for (const char* part : {"real", "lib", "parts"}) {
+    for (const char* part : {"lib", "parts"}) {
         fs::create_directory(folder / part);
     }
     const std::set<std::string> libraries = placeLibraries(folder);
     if (libraries.empty()) {
-        throw std::runtime_error("there is nothing to record: neither libusb-1.0 nor hidapi is installed");
+        throw std::runtime_error(kNone);
     }
     const bool isReduced = options.anonymous || options.withoutData;
     const std::string file = isReduced ? (folder / "whole").string() : fs::absolute(options.file).string();
@@ -189,7 +225,7 @@ int run(const Options& options, char* const* program) {
     fs::create_symlink(file, folder / "capture");
     sayWhatIsRecorded(libraries, options);
     setenv("SIMBUS_RECORD", folder.c_str(), 1);
-    command::searchFirst("LD_LIBRARY_PATH", folder / "lib");
+    command::searchFirst(kLibraryPath, folder / "lib");
     const int status = command::runProgram(kName, program);
     collect(folder / "parts", capture);
     close(capture);

@@ -14,11 +14,11 @@ constexpr int kWrongArguments = 2;
 constexpr char kUsage[] =
     R"(usage: simbus-record [--to FILE] [--anonymous] [--without-data] [--] PROGRAM [ARGUMENT...]
 
-Runs a program that uses libusb or hidapi, and records what it and everything that it starts sends to
-devices and receives from them, beginning with the descriptors of each device that is opened. It needs no
-right that the program does not have. FILE (capture.pcapng) is a capture as the Linux kernel's usbmon makes
-them: Wireshark opens it, and simbus-replay makes devices of it. It has everything that was transferred,
-also serial numbers and passwords; only you can read it. A file that is there is replaced.
+Runs a program that uses libusb or hidapi (on macOS: libusb), and records what it and everything that it
+starts sends to devices and receives from them, beginning with the descriptors of each device that is
+opened. It needs no right that the program does not have. FILE (capture.pcapng) is a capture as the Linux
+kernel's usbmon makes them: Wireshark opens it, and simbus-replay makes devices of it. It has everything that
+was transferred, also serial numbers and passwords; only you can read it. A file that is there is replaced.
 
   --anonymous     serial numbers consist of zeroes, in their descriptors and where they occur in data as text
   --without-data  only standard requests have their data; other transfers only have lengths

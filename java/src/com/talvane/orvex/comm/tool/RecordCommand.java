@@ -10,7 +10,7 @@ import picocli.CommandLine.Parameters;
 /** Records what any program sends and receives over USB. */
 @Command(
         name = "record",
-        description = "Records what any program that uses libusb or hidapi sends and receives, on Linux."
+        description = "Records what any program that uses libusb or hidapi (on macOS: libusb) sends and receives."
                 + " Commands of this tool are recorded by --record, on any system.",
         footer = {"", "Such as: orvex-usb record bug.pcapng -- dfu-util --list", "The exit status is the program's."})
 final class RecordCommand implements Callable<Integer> {
@@ -26,9 +26,6 @@ final class RecordCommand implements Callable<Integer> {
 
     @Override
     public Integer call() throws Exception {
-        if (!System.getProperty("os.name").equals("Linux")) {
-            throw new IllegalStateException("record is for Linux; orvex-usb --record FILE COMMAND works here, too");
-        }
         List<String> words = new ArrayList<>(leftOut.words());
         words.addAll(List.of("--to", file, "--"));
         words.addAll(program);
