@@ -204,6 +204,9 @@ void sayWhatIsRecorded(const std::set<std::string>& libraries, const Options& op
 }  // namespace
 
 int run(const Options& options, char* const* program) {
+    if (!recordingFolder().empty()) {
+        throw std::runtime_error("this program is recorded already (SIMBUS_RECORD)");
+    }
     const command::PrivateFolder own;
     const fs::path folder = own.path();
     for (const char* part : {"lib", "parts"}) {
