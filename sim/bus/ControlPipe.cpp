@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "DescriptorTypes.h"
 #include "PluggedDevice.h"
 
 namespace simbus {
@@ -35,14 +36,6 @@ enum Request : std::uint8_t {
 
 constexpr std::uint8_t kClassToInterface = 0x21;
 enum HidRequest : std::uint8_t { setReport = 9, setIdle = 10, setProtocol = 11 };
-
-enum DescriptorType : std::uint8_t {
-    deviceType = 1,
-    configurationType = 2,
-    stringType = 3,
-    hidType = 0x21,
-    reportType = 0x22
-};
 
 }  // namespace
 

@@ -5,6 +5,8 @@
 #include <set>
 #include <tuple>
 
+#include "bus/DescriptorTypes.h"
+
 namespace simbus::capture {
 
 namespace {
@@ -13,7 +15,6 @@ using Setup = std::array<std::uint8_t, 8>;
 
 constexpr std::uint8_t kGetDescriptor = 6;
 constexpr std::uint8_t kDeviceDescriptor = 1;
-constexpr std::uint8_t kStringDescriptor = 3;
 
 /// Calls `visit` with each packet of a control transfer and the request that it belongs to.
 template <class Visit>
@@ -60,7 +61,7 @@ std::set<Bytes> blankDescriptors(Capture& capture) {
     const auto places = serialNumberPlaces(capture);
     std::set<Bytes> texts;
     visitRequests(capture, [&](const Packet& packet, const Setup& request) {
-        if (!isAnswer(packet, request, kStringDescriptor) || packet.size < 4 ||
+        if (!isAnswer(packet, request, stringType) || packet.size < 4 ||
             places.count({packet.bus, packet.device, request[2]}) == 0) {
             return;
         }

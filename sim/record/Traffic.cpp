@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "bus/DescriptorTypes.h"
+
 namespace simbus::record {
 
 namespace {
@@ -102,9 +104,8 @@ void recordRequest(const Place& place, const Request& request, const Bytes& data
 
 void recordDescriptor(const Place& place, std::uint8_t type, std::uint8_t index,
                       std::uint16_t languageOrInterface, const Bytes& descriptor) {
-    constexpr std::uint8_t kReport = 0x22;
     constexpr std::uint8_t kGetDescriptor = 6;
-    const std::uint8_t requestType = type == kReport ? 0x81 : 0x80;
+    const std::uint8_t requestType = type == reportType ? 0x81 : 0x80;
     recordRequest(
         place,
         {requestType, kGetDescriptor, static_cast<std::uint16_t>(type << 8 | index), languageOrInterface},

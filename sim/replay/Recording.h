@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "bus/DescriptorTypes.h"
 #include "capture/CaptureFile.h"
 
 namespace simbus::replay {
@@ -14,15 +15,6 @@ namespace simbus::replay {
 using capture::Bytes;
 using capture::Kind;
 using SetupBytes = std::array<std::uint8_t, 8>;
-
-enum DescriptorType : std::uint8_t {
-    deviceType = 1,
-    configurationType = 2,
-    stringType = 3,
-    interfaceType = 4,
-    endpointType = 5,
-    reportType = 0x22
-};
 
 /// One transfer, and how the device has ended it.
 struct Exchange {
