@@ -15,6 +15,8 @@ import org.junit.jupiter.api.AfterEach;
 abstract class AccessTest extends UsbTest {
     /** A time-out in milliseconds that no successful transfer reaches. */
     static final int AMPLE = 30_000;
+    /** A time-out in milliseconds for a call that is to time out, but only after something else has happened. */
+    static final int EXPIRING = 2_000;
     static final String BENCH = "BENCH00001";
     static final String HID = "HIDT0021";
     static final String PAIR = "PAIR0002";

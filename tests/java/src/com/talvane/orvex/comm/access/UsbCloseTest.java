@@ -199,7 +199,7 @@ class UsbCloseTest extends AccessTest {
     void theTimeOutOfAReadCountsOnAfterAReset() throws Exception {
         UsbDevice bench = open(BENCH);
         Future<Integer> read =
-                whileWaiting("bench", 0x84, () -> bench.readBulk(0x84, new byte[64], 0, 64, 300));
+                whileWaiting("bench", 0x84, () -> bench.readBulk(0x84, new byte[64], 0, 64, EXPIRING));
         await("the time is over", () -> unchecked(() -> {
             bench.reset();
             return read.isDone();
@@ -213,7 +213,7 @@ class UsbCloseTest extends AccessTest {
         UsbDevice pair = open(PAIR);
         Future<Integer> other = whileWaiting("pair", 0x81, () -> read(pair, 0x81, new byte[64]));
         Future<Integer> write =
-                whileWaiting("bench", 0x04, () -> bench.writeBulk(0x04, new byte[64], 0, 64, 200));
+                whileWaiting("bench", 0x04, () -> bench.writeBulk(0x04, new byte[64], 0, 64, EXPIRING));
         if (bus.isMemory()) {
             bus.clearCalls();
         }

@@ -61,7 +61,7 @@ class UsbHidTest extends AccessTest {
         UsbDevice hid = opened();
         assertEquals(128, hid.writeReports(pattern(128), 0, 128, AMPLE));
         assertEquals(64, readReports(hid, new byte[64], AMPLE));
-        assertEquals(64, readReports(hid, new byte[200], BRIEF));
+        assertEquals(64, readReports(hid, new byte[200], EXPIRING));
         assertThrows(UsbTimeoutException.class, () -> readReports(hid, new byte[64], BRIEF));
     }
 

@@ -117,7 +117,7 @@ class UsbStreamTest extends AccessTest {
     @Test
     void aTimeOutLosesNothing() throws IOException {
         bench = open(BENCH);
-        UsbInput in = new UsbInput(bench, 0x81, BRIEF);
+        UsbInput in = new UsbInput(bench, 0x81, EXPIRING);
         assertThrows(UsbTimeoutException.class, in::read);
         write(bench, 0x01, pattern(2));
         assertEquals(1, in.read());

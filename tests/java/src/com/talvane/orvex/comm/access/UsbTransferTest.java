@@ -287,7 +287,7 @@ class UsbTransferTest extends AccessTest {
         write(bench, 0x01, pattern(30));
         write(bench, 0x01, pattern(20));
         UsbTimeoutException failure =
-                assertThrows(UsbTimeoutException.class, () -> bench.readFully(0x81, in, 0, 100, 100));
+                assertThrows(UsbTimeoutException.class, () -> bench.readFully(0x81, in, 0, 100, EXPIRING));
         assertEquals(50, failure.moved());
         assertArrayEquals(pattern(30), Arrays.copyOf(in, 30));
         assertThrows(IllegalArgumentException.class, () -> bench.readFully(0x01, in, 0, 1, AMPLE));
