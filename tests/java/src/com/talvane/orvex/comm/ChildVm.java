@@ -4,6 +4,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.io.File;
 import java.io.IOException;
+import java.lang.management.ManagementFactory;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -13,8 +14,7 @@ import java.util.concurrent.TimeUnit;
 /** A Java program in a separate virtual machine, with the same native library and, in memory, a separate bus. */
 final class ChildVm {
     private static final String TOOL = "com.talvane.orvex.comm.tool.OrvexUsb";
-    /** The jar of the tests; its manifest names the others. */
-    private static final List<String> ON_CLASS_PATH = List.of("-cp", testsJar().toString());
+    private static final List<String> ON_CLASS_PATH = List.of("-cp", System.getProperty("java.class.path"));
     private static final String NATIVE_ACCESS = "--enable-native-access=";
     private static final int FIRST_TO_WARN_OF_NATIVE_ACCESS = 24;
 
@@ -31,6 +31,8 @@ final class ChildVm {
         if (Runtime.version().feature() >= FIRST_TO_WARN_OF_NATIVE_ACCESS) {
             options.add(NATIVE_ACCESS + "ALL-UNNAMED");
         }
+        ManagementFactory.getRuntimeMXBean().getInputArguments().stream()
+                .filter(option -> option.startsWith("-XX:SharedArchiveFile=")).forEach(options::add);
         passOn(NativeLibrary.PATH_PROPERTY);
         passOn("java.library.path");
         builder.environment().remove("SIMBUS_SOCKET");
