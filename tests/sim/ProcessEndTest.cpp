@@ -1,7 +1,7 @@
 // A process must end at once whatever its threads do with the bus, and its bus must follow the environment at
 // its start.
 #include <sys/stat.h>
-#include <sys/statvfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -80,28 +80,33 @@ TEST_F(ProcessEnd, ByExitOnAThreadOfTheBus) {
     EXPECT_EXIT(endInASubscriberOfTheBussOwnThread(), testing::ExitedWithCode(0), "");
 }
 
+constexpr int kNoMoreRights = 77;
+
 // The test after this one runs it in a process with more rights than its user; elsewhere the variable is not
 // set.
 TEST(ProcessWithRights, FindsAnEmptyBus) {
     const char* named = std::getenv("SIMBUS_SCENARIO");
+    if (named != nullptr && getegid() == getgid()) {
+        std::exit(kNoMoreRights);
+    }
     EXPECT_TRUE(named == nullptr || simbus::Bus::instance().devices().empty());
 }
 
 TEST(ProcessWithRights, TheEnvironmentNamesNothing) {
-    struct statvfs folder {};
-    statvfs(testing::TempDir().c_str(), &folder);
-    if (getuid() != 0 || (folder.f_flag & ST_NOSUID) != 0) {
-        GTEST_SKIP() << "not run here: takes root, and temporary files that may have rights";
-    }
     const std::string program = testing::TempDir() + "simbus-with-rights-" + std::to_string(getpid());
     constexpr gid_t nobodysGroup = 65534;
     std::filesystem::copy_file("/proc/self/exe", program);
-    EXPECT_EQ(chown(program.c_str(), 0, nobodysGroup), 0);
-    EXPECT_EQ(chmod(program.c_str(), 02755), 0);
+    const bool made = chown(program.c_str(), 0, nobodysGroup) == 0 && chmod(program.c_str(), 02755) == 0;
     setenv("SIMBUS_SCENARIO", SIM_SCENARIOS "/demo.json", 1);
-    EXPECT_EQ(std::system((program + " --gtest_filter=ProcessWithRights.FindsAnEmptyBus").c_str()), 0);
+    const int status =
+        made ? std::system((program + " --gtest_filter=ProcessWithRights.FindsAnEmptyBus").c_str()) : 0;
     unsetenv("SIMBUS_SCENARIO");
     std::filesystem::remove(program);
+    if (!made || WEXITSTATUS(status) == kNoMoreRights) {
+        GTEST_SKIP()
+            << "not run here: takes root, and a system that gives programs the rights of their files";
+    }
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(ProcessEnd, TheEnvironmentNamesScenarioAndSocket) {
