@@ -91,8 +91,8 @@ bool waitUntilConfigured(int number) {
 bool waitUntilFree(int number) {
     Port port;
     return waitUntil([&] {
-        return findPort([&](const Port& each) { return each.number == number && each.state == kStateFree; },
-                        port);
+        return findPort([&](const Port& each) { return each.number == number; }, port) &&
+               port.state == kStateFree;
     });
 }
 
