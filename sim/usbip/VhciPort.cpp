@@ -46,6 +46,10 @@ bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
     }
 }
 
+bool findPort(int number, Port& found) {
+    return findPort([&](const Port& each) { return each.number == number; }, found);
+}
+
 /// Polls, because the kernel sends no events for these conditions.
 bool waitUntil(const std::function<bool()>& reached) {
     const auto end = std::chrono::steady_clock::now() + kDeadline;
@@ -82,18 +86,12 @@ int attachToFreePort(int socket, Speed speed, ConnectionId connection) {
 
 bool waitUntilConfigured(int number) {
     Port port;
-    return waitUntil([&] {
-        return findPort([&](const Port& each) { return each.number == number; }, port) &&
-               isConfigured(port.device);
-    });
+    return waitUntil([&] { return findPort(number, port) && isConfigured(port.device); });
 }
 
 bool waitUntilFree(int number) {
     Port port;
-    return waitUntil([&] {
-        return findPort([&](const Port& each) { return each.number == number; }, port) &&
-               port.state == kStateFree;
-    });
+    return waitUntil([&] { return findPort(number, port) && port.state == kStateFree; });
 }
 
 }  // namespace simbus::usbip
