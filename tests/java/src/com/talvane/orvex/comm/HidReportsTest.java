@@ -2,6 +2,7 @@ package com.talvane.orvex.comm;
 
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 
 import java.util.Arrays;
 import java.util.List;
@@ -218,13 +219,27 @@ class HidReportsTest extends HidTest {
     @Test
     void whatTheDeviceHadToSayBeforeItWasOpenedIsNotHeard() {
         Device hid = openHid();
+        if (bus.isMemory()) {
+            assertFalse(hearsWhatCameBefore(hid));
+        } else { // a kernel drops what comes within 50 ms of the opening; a busy machine may take longer
+            await("what came before is dropped", () -> !hearsWhatCameBefore(hid));
+        }
+    }
+
+    /** Whether an opening lets a report through that the device sent before. */
+    private boolean hearsWhatCameBefore(Device hid) {
         assertEquals(0, hid.close());
-        bus.feed(ID, IN, numbered(1, 3));
+        bus.feed(ID, IN, numbered(1, 1));
         assertEquals(0, hid.open());
         bus.feed(ID, IN, pattern(REPORT));
         byte[] report = new byte[REPORT];
         assertEquals(REPORT, read(hid, report));
+        boolean heard = Arrays.equals(numbered(1, 1), report);
+        if (heard) {
+            assertEquals(REPORT, read(hid, report));
+        }
         assertArrayEquals(pattern(REPORT), report);
+        return heard;
     }
 
     private void assertHolds(Device hid, int first, int count) {
