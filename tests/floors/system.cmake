@@ -53,7 +53,7 @@ add_suite_run("HID and stress" 2 --include-classname=${half} 1)
 add_preset_build("system programs" release "kernel_bus_probe roundtrips pulls" release)
 in_machine(on_demo ${DEMO} 2 ${DEADLINE})
 # The machine and the kernel's view of the devices, without the library.
-add_machine_run("kernel bus" 1 ${DEADLINE} "system programs" tests/system/selftest ${RELEASE})
+add_machine_run("kernel bus" 2 ${DEADLINE} "system programs" tests/system/selftest ${RELEASE})
 # Devices that are lent over the network, through the system's own usbip.
 add_machine_run(remote 1 ${DEADLINE} release
   tests/system/vm --timeout ${DEADLINE} -- tests/system/remote-devices ${RELEASE})
@@ -66,4 +66,4 @@ add_machine_run("kernel captures" 2 ${DEADLINE} release --as "captures of the ke
 # Devices that are pulled before every call into the kernel that the library makes for them.
 add_machine_run(pulls 2 ${DEADLINE} "system programs" ${on_demo} ${RELEASE}/tests/system/pulls)
 # The packages, where udev and the kernel decide who may use a device.
-add_machine_run("package installed" 2 ${DEADLINE} package ${on_demo} ${PYTHON} tests/packaging/installed.py)
+add_machine_run("package installed" 1 ${DEADLINE} package ${on_demo} ${PYTHON} tests/packaging/installed.py)
