@@ -30,7 +30,7 @@ set_tests_properties("arm64: one jar" PROPERTIES FIXTURES_SETUP "one jar")
 
 # Without what emulation does not do.
 in_root(machine ${FULL} LD_LIBRARY_PATH=${ARM64}/sim/lib SIMBUS_SCENARIO=${SCENARIO} SIMBUS_SOCKET=/tmp/simbus)
-junit(suite JVM ${EMULATED_JVM} LIBRARY ${ARM64}/${LIBRARY} TESTS ${ARM64}/tests/java/orvex-java-tests.jar
+junit(suite LIBRARY ${ARM64}/${LIBRARY} TESTS ${ARM64}/tests/java/orvex-java-tests.jar
   WITHOUT kernel newest programs unemulated)
 add_arm64_run(java arm64-java 1200 arm64 ${machine} ${suite})
 

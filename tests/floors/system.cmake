@@ -16,10 +16,9 @@ function(add_machine_run build place deadline fixtures)
     PROPERTIES TIMEOUT ${limit} RESOURCE_LOCK "machine ${place}" DEPENDS "${UNIT_RUNS}" COST 2000)
 endfunction()
 
-# An emulated processor is slow to load classes and to compile methods. The classes come from an archive, which a few
-# tests on the simulated bus leave; only methods that are called often are compiled. With the default collector a JVM
-# can crash under emulation.
-set(EMULATED_JVM -XX:+UseSerialGC -XX:CompileThresholdScaling=10)
+# An emulated processor is slow to load classes: they come from an archive, which a few tests on the simulated bus leave.
+# With the default collector a JVM can crash under emulation.
+set(EMULATED_JVM -XX:+UseSerialGC)
 set(archive ${RELEASE}/tests/java/classes.jsa)
 junit(suite JVM ${EMULATED_JVM} -XX:ArchiveClassesAtExit=${archive} WITHOUT kernel
   LAUNCHER --include-classname=.*\(BulkTransfer|HidReports|UsbTransfer\)Test)
