@@ -226,20 +226,21 @@ class HidReportsTest extends HidTest {
         }
     }
 
-    /** Whether an opening lets a report through that the device sent before. */
+    /** Whether an opening lets reports through that the device sent before. */
     private boolean hearsWhatCameBefore(Device hid) {
         assertEquals(0, hid.close());
-        bus.feed(ID, IN, numbered(1, 1));
+        bus.feed(ID, IN, numbered(1, 3));
         assertEquals(0, hid.open());
         bus.feed(ID, IN, pattern(REPORT));
         byte[] report = new byte[REPORT];
         assertEquals(REPORT, read(hid, report));
-        boolean heard = Arrays.equals(numbered(1, 1), report);
-        if (heard) {
+        int heard = 0;
+        while (heard < 3 && !Arrays.equals(pattern(REPORT), report)) {
+            heard++;
             assertEquals(REPORT, read(hid, report));
         }
         assertArrayEquals(pattern(REPORT), report);
-        return heard;
+        return heard > 0;
     }
 
     private void assertHolds(Device hid, int first, int count) {
