@@ -1,4 +1,4 @@
-"""Runs floors of tests and sums them up: usage floors.py FOLDER [--suites REGEX] LABEL...
+"""Runs floors of tests and sums them up: usage floors.py FOLDER [--suites REGEX] [--system-suites REGEX] LABEL...
 
 Called by script/test and script/arm64 from the root of the project. tests/floors has the runs, as tests of CTest with
 these labels; FOLDER, below build/test-results, is where they leave their logs and reports. A run that cannot be built,
@@ -201,14 +201,16 @@ def perform(command):
         return process.wait()
 
 
-def main(folder, suites, labels):
+def main(given):
+    folder = given.folder
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
     report = folder / "floors.xml"
-    configure = ["cmake", "--fresh", "-S", "tests/floors", "-B", "build/floors", "-G", "Ninja", f"-DSUITES={suites}"]
+    configure = ["cmake", "--fresh", "-S", "tests/floors", "-B", "build/floors", "-G", "Ninja",
+                 f"-DSUITES={given.suites}", f"-DSYSTEM_SUITES={given.system_suites}"]  # fmt: skip
     subprocess.run(configure, check=True, stdout=subprocess.DEVNULL)
     perform(["ctest", "--test-dir", "build/floors", f"-j{2 * os.cpu_count()}", "--no-tests=error",
-             "-L", f"^({'|'.join(labels)})$", "--output-junit", report.absolute()])  # fmt: skip
+             "-L", f"^({'|'.join(given.labels)})$", "--output-junit", report.absolute()])  # fmt: skip
     runs = list(runs_of(report))
     (folder / "where.md").write_text(where(runs))
     return summarise(runs)
@@ -217,7 +219,7 @@ def main(folder, suites, labels):
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
     parser.add_argument("--suites", default="")
+    parser.add_argument("--system-suites", default="")
     parser.add_argument("folder", type=Path)
     parser.add_argument("labels", nargs="+")
-    given = parser.parse_args()
-    sys.exit(main(given.folder, given.suites, given.labels))
+    sys.exit(main(parser.parse_args()))

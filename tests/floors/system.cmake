@@ -39,8 +39,8 @@ function(add_suite_run build place choice processors)
   set_tests_properties("system: ${build}" PROPERTIES COST 3000)
 endfunction()
 
-if(SUITES)
-  add_suite_run("java on kernel" 1 --include-classname=.*\(${SUITES}\).* 2)
+if(SYSTEM_SUITES)
+  add_suite_run("java on kernel" 1 --include-classname=.*\(${SYSTEM_SUITES}\).* 2)
   return()
 endif()
 
