@@ -89,7 +89,7 @@ def build(root, folder, llvm, java):
          f"--toolchain={root}/tests/house/macos/toolchain.cmake", f"-DSTUBS={folder}/stubs", f"-DLLVM={llvm}",
          f"-DSYSTEM_HEADERS={system}", "-DBUILD_TESTING=OFF", *java, **own)
     said("cmake", "--build", folder / "build", "--target", "USBAccessLink", **own)
-    said("cmake", f"-DCMAKE_SHARED_LINKER_FLAGS={unlisted}", folder / "build", **own)
+    said("cmake", f"-DCMAKE_SHARED_LINKER_FLAGS={unlisted}", "-DCMAKE_UNITY_BUILD=ON", folder / "build", **own)
     shutil.rmtree(folder / "build/sim/record-lib", ignore_errors=True)  # one of another name is not to be missed
     said("cmake", "--build", folder / "build", "--target", "simbus_record", **own)
     return folder / "build"
