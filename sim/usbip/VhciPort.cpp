@@ -1,6 +1,7 @@
 #include "VhciPort.h"
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -13,7 +14,8 @@
 namespace simbus::usbip {
 namespace {
 
-const std::string kController = "/sys/devices/platform/vhci_hcd.0/";
+const std::string kControllers = "/sys/devices/platform/vhci_hcd.";
+const std::string kController = kControllers + "0/";
 constexpr int kStateFree = 4;
 constexpr std::chrono::seconds kDeadline{10};
 
@@ -24,15 +26,23 @@ struct Port {
     std::string device;  // its name in sysfs; "0-0" until the kernel has assigned an address
 };
 
-/// Status files are "status", "status.1", ...: one per group of ports, a heading line, then a line for each
-/// port: hub, number, state, speed, device id, socket, device. The numbers are decimal although they begin
-/// with zeros.
+/// Files "status", "status.1", ...: one per controller, a heading line, then a line for each port: hub,
+/// number, state, speed, device id, socket, device. The numbers are decimal although they begin with zeros.
+std::string statusOf(int controller) {
+    return kController + (controller == 0 ? "status" : "status." + std::to_string(controller));
+}
+
+/// Some kernels crash when the status of a controller that has no driver any more is read.
+bool hasDriver(int controller) {
+    return std::filesystem::exists(kControllers + std::to_string(controller) + "/driver");
+}
+
 bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
-    for (int group = 0;; ++group) {
-        std::ifstream file(kController + (group == 0 ? "status" : "status." + std::to_string(group)));
-        if (!file) {
-            return false;
+    for (int controller = 0; std::filesystem::exists(statusOf(controller)); ++controller) {
+        if (!hasDriver(controller)) {
+            continue;
         }
+        std::ifstream file(statusOf(controller));
         std::string line;
         std::getline(file, line);
         while (std::getline(file, line)) {
@@ -44,6 +54,7 @@ bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
             }
         }
     }
+    return false;
 }
 
 bool findPort(int number, Port& found) {

@@ -43,7 +43,7 @@ function(add_simulated_run build preset)
   cmake_parse_arguments(PARSE_ARGV 2 run "" "" "NEEDS;COMMAND")
   set(bus ${LIBRARY_PATH}=${ROOT}/build/${preset}/sim/lib SIMBUS_SCENARIO=${SCENARIO})
   add_run(java ${build} NEEDS "java tests" ${run_NEEDS} COMMAND ${run_COMMAND}
-    PROPERTIES ENVIRONMENT "${bus}" TIMEOUT 420 DEPENDS "${UNIT_RUNS}")
+    PROPERTIES ENVIRONMENT "${bus}" DEPENDS "${UNIT_RUNS}")
 endfunction()
 
 if(CMAKE_HOST_APPLE)
@@ -72,13 +72,13 @@ else()
   junit(suite LAUNCHER ${only_shipped})
   add_simulated_run("shipped jar" release COMMAND ${suite})
   add_run(java coverage NEEDS "counted jars"
-    PROPERTIES TIMEOUT 120 DEPENDS "java: release" COMMAND ${PYTHON} tests/coverage/coverage.py java ${RELEASE})
+    PROPERTIES DEPENDS "java: release" COMMAND ${PYTHON} tests/coverage/coverage.py java ${RELEASE})
 endif()
 
 # What is shipped exports the native methods and nothing else; its hot paths take as many instructions as ever, and
 # Memcheck has nothing to say about them.
 function(add_check name)
-  add_run(java ${name} NEEDS "java tests" PROPERTIES TIMEOUT 120 DEPENDS "${UNIT_RUNS}" COMMAND --as ${name} ${ARGN})
+  add_run(java ${name} NEEDS "java tests" PROPERTIES DEPENDS "${UNIT_RUNS}" COMMAND --as ${name} ${ARGN})
 endfunction()
 add_check(exports ${PYTHON} tests/house/exports.py ${RELEASE}/${LIBRARY})
 if(NOT CMAKE_HOST_APPLE)
@@ -139,19 +139,19 @@ if(newest)
 endif()
 
 # Programs that know nothing of this project, on the drop-in libraries of the release build.
-add_run(java "foreign programs" NEEDS release "java tests" PROPERTIES TIMEOUT 500 DEPENDS "${UNIT_RUNS}"
+add_run(java "foreign programs" NEEDS release "java tests" PROPERTIES DEPENDS "${UNIT_RUNS}"
   COMMAND ctest --test-dir build/release -j2 -L foreign --no-tests=error --output-on-failure
     --output-junit FOLDER/reports/ctest.xml)
 
-add_run(java documents NEEDS "java tests" PROPERTIES TIMEOUT 420 DEPENDS "${UNIT_RUNS}"
+add_run(java documents NEEDS "java tests" PROPERTIES DEPENDS "${UNIT_RUNS}"
   COMMAND ${PYTHON} tests/house/documents.py ${ROOT} ${RELEASE})
 
 # The example with a window, on a display that nobody sees.
 if(NOT CMAKE_HOST_APPLE)
-  add_run(java window NEEDS release PROPERTIES TIMEOUT 120 DEPENDS "${UNIT_RUNS}"
+  add_run(java window NEEDS release PROPERTIES DEPENDS "${UNIT_RUNS}"
     COMMAND examples/tool-window/run ${RELEASE} --reports-dir=FOLDER/reports --disable-ansi-colors)
 endif()
 
 add_build(package release script/package release)
-add_run(java package NEEDS package "java tests" PROPERTIES TIMEOUT 300 DEPENDS "${UNIT_RUNS}"
+add_run(java package NEEDS package "java tests" PROPERTIES DEPENDS "${UNIT_RUNS}"
   COMMAND ${PYTHON} tests/packaging/unpacked.py ${ROOT}/build/package ${RELEASE})

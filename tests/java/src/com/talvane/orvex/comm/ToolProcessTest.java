@@ -22,8 +22,9 @@ import org.junit.jupiter.params.provider.CsvSource;
 
 /**
  * The tool as the process that a user starts: exit status, output as it comes, end by a signal. What a process of its
- * own shows is mostly the same on any bus, so most of it runs in memory only, where processes start quickly.
+ * own shows is mostly the same on any bus and any processor, so most of it runs where processes start quickly.
  */
+@Tag("unemulated")
 class ToolProcessTest extends UsbTest {
     private static final String CHANGE = "\\d\\d:\\d\\d:\\d\\d\\.\\d{3}  %-7s +%d  6A5C:1001  BENCH00001 +Bench Tool";
 
@@ -113,7 +114,6 @@ class ToolProcessTest extends UsbTest {
     }
 
     @Test
-    @Tag("unemulated")
     @Tag("memory")
     @Tag("linux")
     void theLauncherTakesTheToolsClassesFromAnArchive() throws Exception {
