@@ -27,7 +27,7 @@ class Machine:
     def __init__(self, root, folder):
         self.folder, self.calls = folder, folder / "calls"
         libraries = [str(path.relative_to(root)) for path in root.glob("script/lib/*.sh")]
-        for name in ("script/bootstrap", "script/fresh", "script/arm64", *libraries):
+        for name in ("script/bootstrap", "script/fresh", "script/arm64", "script/test", *libraries):
             (folder / name).parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(root / name, folder / name)
         (folder / "bin").mkdir()
@@ -95,6 +95,24 @@ def complaints(machine):
         yield from expect("no root for arm64", machine.run("arm64", user=nobody), 3, "sudo script/arm64")
 
 
+def suite_complaints(machine):
+    """What script/test has the floors run when it is given a choice of suites; python3 only shows what it is given."""
+    (machine.folder / "bin/python3").write_text('#!/bin/sh\nfor word; do printf "[%s]" "$word"; done >&2\n')
+    (machine.folder / "bin/python3").chmod(0o755)
+    for arguments, status, said in (
+        ("--suites A", 0, "[--suites][A][--system-suites][A][build/test-results][java][system]"),
+        ("--system-suites B", 0, "[--suites][][--system-suites][B][build/test-results][java][system][unit]"),
+        ("--java --system --suites A --system-suites B", 0, "[--suites][A][--system-suites][B][build/test-results][java]"),
+        ("--suites", 2, "--suites needs a regular expression"),
+        ("--system-suites", 2, "--system-suites needs a regular expression"),
+        ("--unit --suites A", 2, "--suites is for --java and --system only"),
+        ("--java --system-suites B", 2, "--system-suites is for --system only"),
+    ):
+        code, error, _ = machine.run("test", *arguments.split())
+        if code != status or said not in error:
+            yield f"script/test {arguments}: exit status {code}, said {error!r}"
+
+
 def ci_run(root, folder, fresh):
     """Exit status of .ci/run, and its last line, where script/fresh runs this program."""
     for name in (".ci/run", "script/lib/common.sh"):
@@ -122,7 +140,8 @@ def ci_complaints(root, folder):
 
 def main(root):
     with tempfile.TemporaryDirectory() as scratch, tempfile.TemporaryDirectory() as checkout:
-        found = [*complaints(Machine(root, Path(scratch))), *ci_complaints(root, Path(checkout))]
+        machine = Machine(root, Path(scratch))
+        found = [*complaints(machine), *suite_complaints(machine), *ci_complaints(root, Path(checkout))]
     print("\n".join(found) or "ok")
     return 1 if found else 0
 
