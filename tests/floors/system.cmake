@@ -17,7 +17,8 @@ function(add_machine_run build place fixtures)
 endfunction()
 
 # An emulated processor is slow to load classes: they come from an archive, which a few tests on the simulated bus leave.
-# With the default collector a JVM can crash under emulation.
+# With the default collector a JVM can crash under emulation. A JVM refuses the archive when a jar is newer, and the house
+# makes the jars a second time.
 set(EMULATED_JVM -XX:+UseSerialGC)
 set(archive ${RELEASE}/tests/java/classes.jsa)
 junit(suite JVM ${EMULATED_JVM} -XX:ArchiveClassesAtExit=${archive} WITHOUT kernel
@@ -26,7 +27,7 @@ list(TRANSFORM suite REPLACE ".+" "'\\0'")
 list(JOIN suite " " suite)
 string(REPLACE FOLDER ${RESULTS}/build/class-archive suite "${suite}")
 add_build("class archive" release "${suite}" "java tests")
-set_tests_properties("build: class archive" PROPERTIES
+set_tests_properties("build: class archive" PROPERTIES DEPENDS "unit: house"
   ENVIRONMENT "LD_LIBRARY_PATH=${RELEASE}/sim/lib;SIMBUS_SCENARIO=${SCENARIO}")
 
 # add_suite_run(BUILD PLACE CHOICE PROCESSORS): what needs the bus in memory stays out, what needs a kernel is

@@ -23,9 +23,9 @@ add_preset_build(asan asan orvex_tests "asan library")
 add_preset_build(tsan tsan "orvex_unit_tests && find build/tsan -name '*.gcda' -delete")
 
 add_unit_run(house release release -L house)
-# It builds, too. Whatever else is made in this folder is made before, so that no other run waits for the house.
+# It builds, too. What else is built in this folder is built before, so that no other run waits for the house.
 set_tests_properties("unit: house" PROPERTIES RESOURCE_LOCK build/release
-  DEPENDS "build: package;build: class archive;build: system programs")
+  DEPENDS "build: package;build: system programs")
 add_unit_run(asan asan asan -LE house)
 # The library's own tests only: they drive the simulated bus from as many threads as its own do.
 add_unit_run(tsan tsan tsan -L unit)

@@ -6,6 +6,7 @@ anything.
 """
 
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -114,7 +115,7 @@ def suite_complaints(machine):
 
 
 def ci_run(root, folder, fresh):
-    """Exit status of .ci/run, and its last line, where script/fresh runs this program."""
+    """Exit status of .ci/run, and what it says at its end, where script/fresh runs this program."""
     for name in (".ci/run", "script/lib/common.sh"):
         (folder / name).parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(root / name, folder / name)
@@ -122,17 +123,19 @@ def ci_run(root, folder, fresh):
         (folder / "script" / name).write_text(f"#!/bin/sh\n{text}\n")
         (folder / "script" / name).chmod(0o755)
     done = subprocess.run([folder / ".ci/run"], capture_output=True, text=True, check=False)
-    return done.returncode, done.stdout.splitlines()[-1]
+    return done.returncode, re.split(r"total \(\d+ s\):\n", done.stdout)[-1].splitlines()
 
 
 def ci_complaints(root, folder):
     passes = "echo 3 passed, 0 failed, 0 skipped; echo 4 passed, 0 failed, 0 skipped"
+    fails = f"{passes}; echo FAILED java, release: A.b; echo; [ $1 = trixie ]"
     for what, fresh, wanted in (
-        ("two minimal systems", passes, (0, "14 passed, 0 failed, 0 skipped")),
-        ("a failure in one", f"{passes}; [ $1 = trixie ]", (1, "14 passed, 0 failed, 0 skipped")),
-        ("a machine without minimal systems", "exit 3", (0, "10 passed, 0 failed, 1 skipped")),
-        ("a machine without the newer one", f"[ $1 = bookworm ] || exit 3; {passes}", (0, "7 passed, 0 failed, 0 skipped")),
-    ):
+        ("two minimal systems", passes, (0, ["14 passed, 0 failed, 0 skipped"])),
+        ("a failure in one", fails, (1, ["14 passed, 0 failed, 0 skipped", *2 * ["FAILED java, release: A.b"]])),
+        ("a machine without minimal systems", "exit 3", (0, ["10 passed, 0 failed, 1 skipped"])),
+        ("a machine without the newer one", f"[ $1 = bookworm ] || exit 3; {passes}",
+         (0, ["7 passed, 0 failed, 0 skipped"])),
+    ):  # fmt: skip
         outcome = ci_run(root, folder, fresh)
         if outcome != wanted:
             yield f"CI on {what}: {outcome}"
