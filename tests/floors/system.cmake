@@ -59,7 +59,7 @@ add_machine_run(remote 1 release
   tests/system/vm --timeout ${MACHINE_DEADLINE} -- tests/system/remote-devices ${RELEASE})
 # By one thread and by four; their times go to the log.
 add_machine_run("round trips" 2 "system programs" --as "round trips bring every byte back"
-  ${on_demo} sh -c "${RELEASE}/tests/system/roundtrips 2000 1 && ${RELEASE}/tests/system/roundtrips 6000 4")
+  ${on_demo} sh -c "${RELEASE}/tests/system/roundtrips 500 1 && ${RELEASE}/tests/system/roundtrips 2000 4")
 # Programs whose traffic the kernel captures, and which get the same answers from a replay.
 add_machine_run("kernel captures" 2 release --as "captures of the kernel are replayed"
   env RECORD_SIM=${RELEASE}/sim RECORD_TOOLS=${RELEASE}/tests/record tests/record/kernel_captures ${MACHINE_DEADLINE})
