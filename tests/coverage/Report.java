@@ -11,7 +11,7 @@ import org.jacoco.core.analysis.ISourceFileCoverage;
 import org.jacoco.core.tools.ExecFileLoader;
 
 /**
- * How much of the Java classes the tests have reached.
+ * How much of the Java classes the tests have reached, by the files in the folder RESULTS.
  *
  * <p>Usage: java -cp JACOCO Report.java JAR RESULTS
  *
@@ -24,7 +24,9 @@ public final class Report {
 
     public static void main(String[] args) throws IOException {
         ExecFileLoader results = new ExecFileLoader();
-        results.load(new File(args[1]));
+        for (File file : new File(args[1]).listFiles()) {
+            results.load(file);
+        }
         CoverageBuilder builder = new CoverageBuilder();
         new Analyzer(results.getExecutionDataStore(), builder).analyzeAll(new File(args[0]));
         List<String> changed = new ArrayList<>();
