@@ -17,7 +17,8 @@ set(HID_SUITES .*Hid.*Test)
 set(STEADY_JVM -Xms128m -Xmx128m -XX:+AlwaysPreTouch -XX:TieredStopAtLevel=1)
 
 # junit(RESULT [JAVA FILE] [LIBRARY FILE] [TESTS JAR] [WITHOUT TAG...] [JVM OPTION...] [LAUNCHER OPTION...])
-# The command that runs the suite without the tests that have one of these tags.
+# The command that runs the suite without the tests that have one of these tags. The jar of the tests comes first, so that
+# picocli is the one beside it: a JVM archives no class of the one that the other jar names.
 function(junit result)
   cmake_parse_arguments(PARSE_ARGV 1 suite "" "JAVA;LIBRARY;TESTS" "WITHOUT;JVM;LAUNCHER")
   set(java java)
@@ -32,7 +33,7 @@ function(junit result)
   set(without ${suite_WITHOUT} ${NOT_HERE})
   list(TRANSFORM without PREPEND --exclude-tag=)
   set(${result} ${java} -Xcheck:jni ${STEADY_JVM} ${suite_JVM} -Dorvex.usb.library=${library}
-    -cp ${JARS}/junit-platform-console-standalone.jar:${tests} org.junit.platform.console.ConsoleLauncher
+    -cp ${tests}:${JARS}/junit-platform-console-standalone.jar org.junit.platform.console.ConsoleLauncher
     --scan-classpath=${tests} --reports-dir=FOLDER/reports
     --details=verbose # as it goes on, so that the log of a run that hangs tells where
     --disable-banner --disable-ansi-colors ${without} ${suite_LAUNCHER} PARENT_SCOPE)

@@ -58,6 +58,13 @@ class LibraryLoadingTest extends LoadingFixture {
     }
 
     @Test
+    @Tag("linux")
+    void aRelativeFolderForCachesIsIgnored() throws Exception {
+        assertLoaded(child().withEnvironment("XDG_CACHE_HOME", "relative").run("version"));
+        unpackedIn(cache);
+    }
+
+    @Test
     void aPlatformWithoutACopyInTheJarIsToldWithTheSearchPath() throws Exception {
         assertTells(
                 child().with("-Dos.arch=abacus").run("version"),
