@@ -1,5 +1,8 @@
 import java.io.File;
 import java.io.IOException;
+import java.nio.file.DirectoryStream;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import org.jacoco.core.analysis.Analyzer;
@@ -24,8 +27,10 @@ public final class Report {
 
     public static void main(String[] args) throws IOException {
         ExecFileLoader results = new ExecFileLoader();
-        for (File file : new File(args[1]).listFiles()) {
-            results.load(file);
+        try (DirectoryStream<Path> files = Files.newDirectoryStream(Path.of(args[1]))) {
+            for (Path file : files) {
+                results.load(file.toFile());
+            }
         }
         CoverageBuilder builder = new CoverageBuilder();
         new Analyzer(results.getExecutionDataStore(), builder).analyzeAll(new File(args[0]));

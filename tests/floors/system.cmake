@@ -17,8 +17,8 @@ function(add_machine_run build place fixtures)
 endfunction()
 
 # An emulated processor is slow to load classes: they come from an archive, which a few tests on the simulated bus leave.
-# With the default collector a JVM can crash under emulation. A JVM refuses the archive when a jar is newer, and the house
-# makes the jars a second time.
+# With the default collector a JVM can crash under emulation. A JVM refuses the archive when a jar is newer, so it is
+# made after the house checks, which make the jars again.
 set(EMULATED_JVM -XX:+UseSerialGC)
 set(archive ${RELEASE}/tests/java/classes.jsa)
 junit(suite JVM ${EMULATED_JVM} -XX:ArchiveClassesAtExit=${archive} WITHOUT kernel

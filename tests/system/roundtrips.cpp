@@ -1,7 +1,7 @@
 // Times round trips through the library, on whichever bus libusb finds: 64 bytes to an echo endpoint and
 // back, by one thread or several at once, with the event thread running. Prints the distribution and how many
 // took over 100 ms. Fails when a round trip failed, or took so long that a waiter must have missed its
-// wake-up: events are waited for longer than transfers are, so that a busy machine is not taken for that.
+// wake-up. The event thread gets a period of a minute for this, so that a busy machine does not look the same.
 
 #include <algorithm>
 #include <chrono>
@@ -26,7 +26,7 @@ using Microseconds = std::chrono::duration<double, std::micro>;
 constexpr int32_t kVendor = 0x6A5C;
 constexpr int32_t kBytes = 64;
 constexpr int32_t kTimeoutMs = 30'000;
-/// A waiter that misses its wake-up is woken when this period of the thread that handles events ends.
+/// A waiter that misses its wake-up is woken when this period of the event thread ends.
 constexpr timeval kEventPeriod{60, 0};
 constexpr double kLostWakeup = 1'000.0 * kTimeoutMs;
 
@@ -111,7 +111,7 @@ bool measure(uint32_t list, std::size_t count, std::size_t threads) {
     print(all, threads);
     const auto late = countOver(all, kLostWakeup);
     if (late > 0) {
-        std::cerr << late << " round trip(s) took more than 30 s: a wake-up was lost\n";
+        std::cerr << late << " round trip(s) took longer than the time-out: a wake-up was lost\n";
     }
     return late == 0;
 }
