@@ -1,7 +1,7 @@
 // Times round trips through the library, on whichever bus libusb finds: 64 bytes to an echo endpoint and
 // back, by one thread or several at once, with the event thread running. Prints the distribution and how many
 // took over 100 ms. Fails when a round trip failed, or took so long that a waiter must have missed its
-// wake-up. The event thread gets a period of a minute for this, so that a busy machine does not look the same.
+// wake-up. For this the event thread has a period of a minute: no busy machine takes as long.
 
 #include <algorithm>
 #include <chrono>
