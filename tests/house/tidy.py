@@ -27,10 +27,18 @@ def target_of(entry):
 
 
 def words_of(entry):
-    """A compile command without its input and output."""
+    """A compile command without its input and output, which come last."""
     words = shlex.split(entry["command"])
-    at = words.index("-o")
-    return [word for word in words[:at] + words[at + 2:] if word not in ("-c", entry["file"])]
+    return words[:words.index("-o")]
+
+
+def entries_of(commands):
+    """A compile command for each source: some builds compile a file that includes several."""
+    for entry in commands:
+        sources = [entry["file"]]
+        if "/Unity/" in entry["file"]:
+            sources = re.findall(r'#include "(.*)"', Path(entry["file"]).read_text())
+        yield from ({**entry, "file": source} for source in sources)
 
 
 def included_files(entry):
@@ -87,7 +95,7 @@ def lint(tidy, entries, build, rules):
 def groups_of(commands, tops):
     """At most MOST_SOURCES compile commands of one target at a time."""
     # One for each source: a source that several targets compile would say the same again.
-    entries = {entry["file"]: entry for entry in commands if entry["file"].startswith(tops)}
+    entries = {entry["file"]: entry for entry in entries_of(commands) if entry["file"].startswith(tops)}
     for _, group in groupby(sorted(entries.values(), key=target_of), key=target_of):
         group = list(group)
         yield from (group[at:at + MOST_SOURCES] for at in range(0, len(group), MOST_SOURCES))

@@ -28,7 +28,7 @@ using OutOfMemory = ListTest;
 using OutOfMemoryInJava = JniTest;
 using HidOutOfMemory = HidPlatformTest;
 
-const std::string kComposite = rawConfiguration(
+const std::string kRawComposite = rawConfiguration(
     configurationBytes({interfaceBytes(0, 3), interfaceBytes(1), endpointBytes(0x85), endpointBytes(0x05)}));
 
 }  // namespace
@@ -66,7 +66,7 @@ TEST_F(OutOfMemory, AListThatCannotBeFilledLeavesNothingBehind) {
     };
     FakeHid hid;
     hid.devices = {{kVendor, 0x1001, "Talvane", "Echo Tool", "b"}};
-    startSession({deviceJson("a", kComposite), deviceJson("b")});
+    startSession({deviceJson("a", kRawComposite), deviceJson("b")});
     createList({kVendor + 1});
     const auto watched = g_hotPlugCallback;
     const int32_t ids[] = {kVendor, kVendor + 1};
@@ -103,7 +103,7 @@ TEST_F(OutOfMemory, AListThatCannotBeFilledStaysInTheChainAndKeepsItsHandle) {
 }
 
 TEST_F(OutOfMemory, ASingleCallListThatCannotBeFilledLeavesNothingBehind) {
-    startSession({deviceJson("a", kComposite), deviceJson("b")});
+    startSession({deviceJson("a", kRawComposite), deviceJson("b")});
     for (const int record : {1, 2, 3}) {
         const FailingAllocation any(sizeof(DeviceRecord), record);
         EXPECT_THROW(LibUSB_CreateDeviceList(context, kVendor), std::bad_alloc);
