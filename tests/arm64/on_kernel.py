@@ -12,6 +12,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "packaging"))
 from checks import exit_status, expect, output_of  # noqa: E402
+from machine import EMULATED_JAVA  # noqa: E402
 
 FOREIGN = ("libusb-1.0.so.0", "libhidapi-hidraw.so.0")
 
@@ -29,14 +30,14 @@ class Machine:
     def alone(self, *arguments):
         """The tool's output on the system that has only a Java runtime."""
         clean = ["env", "-i", "PATH=/usr/bin", "HOME=/root"]
-        java = ["java", "-XX:TieredStopAtLevel=1", "-XX:+UseSerialGC"]
+        java = ["java", *EMULATED_JAVA.split()]
         tool = ["-cp", "/tmp/orvex-usb-access.jar:/tmp/info.picocli.jar", "com.talvane.orvex.comm.tool.OrvexUsb"]
         return output_of("chroot", self.jre, *clean, *java, *tool, *arguments)
 
 
 def main_job(machine):
     """Devices on an arm64 kernel's bus are listed, respond, are unplugged and plugged in, and exchange HID reports."""
-    said = output_of("script/lib/main-job", machine.build / "orvex-usb")
+    said = output_of("script/lib/main-job", machine.build / "orvex-usb", JAVA_TOOL_OPTIONS=EMULATED_JAVA)
     print("".join(f"  {line}\n" for line in said.splitlines()))
     for wanted in ("ECHO0001.*Echo Tool", "HID00001.*HID Tool", "The echo is equal", "left.*ECHO0002",
                    "arrived.*ECHO0002", "Read 64 bytes"):

@@ -19,7 +19,9 @@ endfunction()
 # An emulated processor is slow to load classes: they come from an archive, which a few tests on the simulated bus leave.
 # With the default collector a JVM can crash under emulation. A JVM refuses the archive when a jar is newer, so it is
 # made after the house checks, which make the jars again.
-set(EMULATED_JVM -XX:+UseSerialGC)
+# To compile only what is called very often saves time, too; but the process then still grows in the endurance tests.
+set(RARELY_COMPILED -XX:CompileThresholdScaling=10)
+set(EMULATED_JVM -XX:+UseSerialGC -Dorvex.test.childOption=${RARELY_COMPILED})
 set(archive ${RELEASE}/tests/java/classes.jsa)
 junit(suite JVM ${EMULATED_JVM} -XX:ArchiveClassesAtExit=${archive} WITHOUT kernel
   LAUNCHER --include-classname=.*\(BulkTransfer|DoctorTool|HidReports|UsbTransfer\)Test)
@@ -30,10 +32,10 @@ add_build("class archive" release "${suite}" "java tests")
 set_tests_properties("build: class archive" PROPERTIES DEPENDS "unit: house"
   ENVIRONMENT "LD_LIBRARY_PATH=${RELEASE}/sim/lib;SIMBUS_SCENARIO=${SCENARIO}")
 
-# add_suite_run(BUILD PLACE CHOICE PROCESSORS): what needs the bus in memory stays out, what needs a kernel is
+# add_suite_run(BUILD PLACE CHOICE PROCESSORS [JVM_OPTION]): what needs the bus in memory stays out, what needs a kernel is
 # in. The parts of the command-line tool are tested without a bus.
 function(add_suite_run build place choice processors)
-  junit(suite JVM ${EMULATED_JVM} -XX:SharedArchiveFile=${archive} WITHOUT memory loading newest preload
+  junit(suite JVM ${EMULATED_JVM} ${ARGN} -XX:SharedArchiveFile=${archive} WITHOUT memory loading newest preload
     LAUNCHER ${choice} --exclude-package=com.talvane.orvex.comm.tool)
   in_machine(machine ${SCENARIO} ${processors})
   add_machine_run(${build} ${place} "class archive" ${machine} ${suite})
@@ -47,7 +49,7 @@ endif()
 
 # Each of two machines takes about half of the time. More emulated processors than there are real ones take longer.
 set(half ".*([.]access[.]|Hid|Endurance).*Test")
-add_suite_run("java on kernel" 1 --exclude-classname=${half} 1)
+add_suite_run("java on kernel" 1 --exclude-classname=${half} 1 ${RARELY_COMPILED})
 add_suite_run("HID and stress" 2 --include-classname=${half} 1)
 
 add_preset_build("system programs" release "kernel_bus_probe roundtrips pulls" release)

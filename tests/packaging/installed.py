@@ -16,7 +16,7 @@ sys.path.append(str(Path(__file__).resolve().parents[1] / "house"))
 from checks import exit_status, expect, output_of
 from documents import blocks
 from doctor import FAULTS
-from machine import NOBODY, as_user, hid_device, node, usb_device
+from machine import EMULATED_JAVA, NOBODY, as_user, hid_device, node, usb_device
 
 ROOT = Path(__file__).resolve().parents[2]
 PACKAGES = ["orvex-usb-access", "orvex-usb-simulator"]
@@ -49,11 +49,10 @@ def said_by_commands(page, words):
     """The output of the commands in the block of a page that contains these words.
 
     Simulated devices get no control socket of their own in place of the kernel bus's. Under emulation apt takes minutes
-    to find that nothing is missing, and a JVM with the default collector can crash.
+    to find that nothing is missing.
     """
     commands = 'apt-get() { dpkg "--$1" --no-triggers "${@:2}"; }\n' + text_of(page, words)
-    return output_of("env", "-u", "SIMBUS_SOCKET", "bash", "-euo", "pipefail", "-c", commands,
-                     JAVA_TOOL_OPTIONS="-XX:+UseSerialGC -XX:TieredStopAtLevel=1")
+    return output_of("env", "-u", "SIMBUS_SOCKET", "bash", "-euo", "pipefail", "-c", commands)
 
 
 def text_of(page, words):
@@ -127,7 +126,7 @@ def archives_its_classes(_):
     output_of("dpkg-trigger", "--by-package=dpkg", "/usr/lib/jvm")
     output_of("dpkg", "--triggers-only", "--pending")
     log = Path("classes.log").resolve()
-    output_of("orvex-usb", "list", JAVA_TOOL_OPTIONS=f"-Xlog:class+load:file={log}")
+    output_of("orvex-usb", "list", JAVA_TOOL_OPTIONS=f"{EMULATED_JAVA} -Xlog:class+load:file={log}")
     expect("tool.ListCommand source: shared objects file (top)" in log.read_text(), f"not from {archives()}")
 
 
@@ -155,4 +154,5 @@ CHECKS = [without_rules, installs, understood_by_udev, opens_present_tools, leav
           keeps_others_out, simulates_for_anybody, keeps_a_bus, archives_its_classes, *FAULTS, copied_rules_work]
 
 if __name__ == "__main__":
+    os.environ["JAVA_TOOL_OPTIONS"] = EMULATED_JAVA
     sys.exit(exit_status(CHECKS, None))

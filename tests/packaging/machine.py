@@ -1,4 +1,4 @@
-"""The devices and users of the virtual machine, for the checks of the packages."""
+"""What the checks of the packages need to know of the virtual machine: Java's options, devices and users."""
 
 import re
 from pathlib import Path
@@ -6,6 +6,9 @@ from pathlib import Path
 from checks import output_of
 
 NOBODY = 65534
+# With the default collector Java can crash under emulation. A short program ends soonest if only what is called very
+# often is compiled, by the faster compiler.
+EMULATED_JAVA = "-XX:+UseSerialGC -XX:TieredStopAtLevel=1 -XX:CompileThresholdScaling=10"
 
 
 def usb_device(serial):

@@ -10,6 +10,7 @@ import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.Arrays;
 import java.util.HexFormat;
 import java.util.List;
 import java.util.concurrent.Callable;
@@ -61,7 +62,7 @@ final class ChildPrograms {
             case "openUnopenable" -> openUnopenable(usb);
             case "otherLoaders" -> otherLoaders(usb);
             case "leaveReading" -> leaveReading(usb);
-            case "forgetHid" -> forgetHid(args[1]);
+            case "forgetHid" -> forgetHid(Arrays.copyOfRange(args, 1, args.length));
             default -> throw new IllegalArgumentException(args[0]);
         }
     }
@@ -189,18 +190,20 @@ final class ChildPrograms {
     }
 
     /** Discards a class loader whose library has a HID device open, and waits until the library is unloaded. */
-    private static void forgetHid(String how) throws Exception {
+    private static void forgetHid(String[] ways) throws Exception {
         try (Bus bus = Bus.connect()) {
             bus.plug(HidTest.ID);
         }
         URL[] jars = {ChildVm.productJar().toUri().toURL(), ChildVm.testsJar().toUri().toURL()};
-        WeakReference<ClassLoader> loader = new WeakReference<>(forgottenLoader(jars, how));
-        System.out.println("libraries: " + libraries());
-        while (loader.get() != null || libraries() > 1) {
-            System.gc();
-            TimeUnit.MILLISECONDS.sleep(1);
+        for (String how : ways) {
+            WeakReference<ClassLoader> loader = new WeakReference<>(forgottenLoader(jars, how));
+            System.out.print(how + ": " + libraries() + " libraries, then ");
+            while (loader.get() != null || libraries() > 1) {
+                System.gc();
+                TimeUnit.MILLISECONDS.sleep(1);
+            }
+            System.out.println(libraries());
         }
-        System.out.println("libraries: " + libraries());
     }
 
     private static ClassLoader forgottenLoader(URL[] jars, String how) throws Exception {
@@ -229,7 +232,7 @@ final class ChildPrograms {
         return device;
     }
 
-    /** Opens the device that the list could not open, and asks the tool why. */
+    /** Opens the device that the list could not open, asks the tool why, and ends as its list does. */
     private static void openUnopenable(ORVEXCommUSBAccess usb) {
         usb.usbInitialize();
         int list = usb.usbCreateDeviceList2(0, VENDORS);
@@ -241,6 +244,10 @@ final class ChildPrograms {
         usb.usbReleaseDeviceList(list);
         usb.usbRelease(0);
         System.out.print(ToolRun.of(new byte[0], "doctor").out());
+        ToolRun listed = ToolRun.of(new byte[0], "list");
+        System.out.print(listed.out());
+        System.err.print(listed.err());
+        System.exit(listed.status());
     }
 
     /** Ends while a read waits at the device. */

@@ -9,6 +9,7 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Optional;
 import java.util.concurrent.TimeUnit;
 
 /** A Java program in a separate virtual machine, with the same native library and, in memory, a separate bus. */
@@ -33,6 +34,7 @@ final class ChildVm {
         }
         ManagementFactory.getRuntimeMXBean().getInputArguments().stream()
                 .filter(option -> option.startsWith("-XX:SharedArchiveFile=")).forEach(options::add);
+        Optional.ofNullable(System.getProperty("orvex.test.childOption")).ifPresent(options::add);
         passOn(NativeLibrary.PATH_PROPERTY);
         passOn("java.library.path");
         builder.environment().remove("SIMBUS_SOCKET");
