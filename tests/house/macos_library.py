@@ -85,11 +85,11 @@ def build(root, folder, llvm, java):
     unlisted = "-fuse-ld=lld -Wl,-undefined,dynamic_lookup"
     said("cmake", "--fresh", "-S", root, "-B", folder / "build", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
          "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld", f"-DCMAKE_EXE_LINKER_FLAGS={unlisted}",
-         "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG",
+         "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG", "-DCMAKE_UNITY_BUILD=ON",
          f"--toolchain={root}/tests/house/macos/toolchain.cmake", f"-DSTUBS={folder}/stubs", f"-DLLVM={llvm}",
          f"-DSYSTEM_HEADERS={system}", "-DBUILD_TESTING=OFF", *java, **own)
     said("cmake", "--build", folder / "build", "--target", "USBAccessLink", **own)
-    said("cmake", f"-DCMAKE_SHARED_LINKER_FLAGS={unlisted}", "-DCMAKE_UNITY_BUILD=ON", folder / "build", **own)
+    said("cmake", f"-DCMAKE_SHARED_LINKER_FLAGS={unlisted}", folder / "build", **own)
     shutil.rmtree(folder / "build/sim/record-lib", ignore_errors=True)  # one of another name is not to be missed
     said("cmake", "--build", folder / "build", "--target", "simbus_record", **own)
     return folder / "build"
