@@ -32,8 +32,8 @@ add_build("class archive" release "${suite}" "java tests")
 set_tests_properties("build: class archive" PROPERTIES DEPENDS "unit: house"
   ENVIRONMENT "LD_LIBRARY_PATH=${RELEASE}/sim/lib;SIMBUS_SCENARIO=${SCENARIO}")
 
-# add_suite_run(BUILD PLACE CHOICE PROCESSORS [JVM_OPTION]): what needs the bus in memory stays out, what needs a kernel is
-# in. The parts of the command-line tool are tested without a bus.
+# add_suite_run(BUILD PLACE CHOICE PROCESSORS [JVM_OPTION]): what needs the bus in memory stays out, what needs a kernel
+# is in. The parts of the command-line tool are tested without a bus.
 function(add_suite_run build place choice processors)
   junit(suite JVM ${EMULATED_JVM} ${ARGN} -XX:SharedArchiveFile=${archive} WITHOUT memory loading newest preload
     LAUNCHER ${choice} --exclude-package=com.talvane.orvex.comm.tool)

@@ -49,8 +49,10 @@ class HidDeviceTest extends HidTest {
     void aClassLoaderThatIsGivenUpWithAnOpenDeviceTakesItsReadThreadAlong() throws Exception {
         openSession();
         ChildVm.Outcome child = new ChildVm().without(NativeLibrary.PATH_PROPERTY).with("-Duser.home=" + folder)
-                .withoutEnvironment("XDG_CACHE_HOME").withBus(bus.socketForChild(folder)).run("forgetHid", "raw", "released", "safe");
-        assertEquals(String.join(" 2 libraries, then 1\n", "raw:", "released:", "safe:", ""), child.out(), child.err());
+                .withoutEnvironment("XDG_CACHE_HOME").withBus(bus.socketForChild(folder))
+                .run("forgetHid", "raw", "released", "safe");
+        assertEquals("raw: 2 libraries, then 1\nreleased: 2 libraries, then 1\nsafe: 2 libraries, then 1\n", child.out(),
+                child.err());
         assertEquals(0, child.status(), child.err());
     }
 
