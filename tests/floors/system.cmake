@@ -16,10 +16,11 @@ function(add_machine_run build place fixtures)
     PROPERTIES RESOURCE_LOCK "machine ${place}" DEPENDS "${UNIT_RUNS}" COST 2000)
 endfunction()
 
-# An emulated processor is slow to load classes: they come from an archive, which a few tests on the simulated bus leave.
+# An emulated processor is slow to load classes: they come from an archive, which a few tests on the simulated bus make.
 # With the default collector a JVM can crash under emulation. A JVM refuses the archive when a jar is newer, so it is
 # made after the house checks, which make the jars again.
-# To compile only what is called very often saves time, too; but the process then still grows in the endurance tests.
+# A JVM that compiles only what is called very often is faster there. The suite with the endurance tests does without,
+# because the JVM then still grows when they look at its memory.
 set(RARELY_COMPILED -XX:CompileThresholdScaling=10)
 set(EMULATED_JVM -XX:+UseSerialGC -Dorvex.test.childOption=${RARELY_COMPILED})
 set(archive ${RELEASE}/tests/java/classes.jsa)

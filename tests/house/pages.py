@@ -2,10 +2,11 @@
 
 docs/threading.md has each native method in its first table of kinds, once; docs/troubleshooting.md has a section for
 each code, and no other section with a number; docs/architecture.md names nothing that the library's sources do not
-have; docs/testing.md has the house checks and the tags of the Java tests; docs/performance.md and docs/platforms.md
-tell the figures that other tests hold.
+have; docs/testing.md has the house checks, the tags of the Java tests, and the presets that compile each source alone;
+docs/performance.md and docs/platforms.md tell the figures that other tests hold.
 """
 
+import json
 import re
 import sys
 from collections import Counter
@@ -61,6 +62,22 @@ def without_tags(text, sources):
     yield from (f"the tag {tag} is not told" for tag in sorted(set(TAG.findall(sources))) if f"`{tag}`" not in text)
 
 
+def told_alone(text):
+    """The presets that a page tells to compile each source alone."""
+    sentence = re.search(r"The presets (.*?) compile each source alone", text)
+    return re.findall(r"`(\w+)`", sentence[1]) if sentence else []
+
+
+def compiling_alone(presets):
+    """The presets that do not inherit the one that compiles several sources at once."""
+    parents = {preset["name"]: preset.get("inherits") for preset in presets}
+
+    def joins(name):
+        return name is not None and (name == "joined" or joins(parents[name]))
+
+    return [preset["name"] for preset in presets if not preset.get("hidden") and not joins(preset["name"])]
+
+
 def other_counts(text, recorded):
     """Instruction counts on a page that differ from the recorded ones."""
     told = {path: int(count) for path, count in COUNT_ROW.findall(text)}
@@ -104,6 +121,9 @@ def complaints(root):
     yield from unknown_names(architecture, (root / architecture).read_text(), library_sources(root))
     java_tests = "".join(path.read_text() for path in (root / "tests/java").rglob("*.java"))
     yield from without_tags((root / "docs/testing.md").read_text(), java_tests)
+    presets = json.loads((root / "CMakePresets.json").read_text())["configurePresets"]
+    told = told_alone((root / "docs/testing.md").read_text())
+    yield from differences("docs/testing.md", compiling_alone(presets), told)
     yield from other_counts((root / "docs/performance.md").read_text(), RECORDED["12"])
     yield from other_needs((root / "docs/platforms.md").read_text(), NEWEST)
     print(f"{len(methods(root))} methods, {len(codes)} codes")
@@ -112,6 +132,9 @@ def complaints(root):
 KINDS = "| kind | methods |\n|---|---|\n| one | `usbA`, `usbB` |\n| two | `usbB`: beside `everything` |\n| **no** | `usbC` |"
 CHECKS = "| `house.one` | `house.not` |\n| `house.two`, `house.one` | fails |"
 COUNTS = "| information line | 12 |\n| bulk read of 64 bytes | 34 |"
+PRESETS = [{"name": "joined", "hidden": True},
+           {"name": "one"}, {"name": "two"}, {"name": "three", "inherits": "joined"}]
+ALONE = "The presets `one` and `three` compile each source alone."
 NEEDS = "| `libours_3_47.so` | 2.17 | `GLIBCXX_3.4` | - |\n| `libtheirs-1.0.so.0` (12: 1.0.26) | 2.17 | - | - |"
 SECTIONS = "### -4: gone\n-5\n### -101, -102: inside -7\n### a transfer hangs, -150\n"
 
@@ -123,12 +146,14 @@ def self_test():
         *unknown_names("names", "`Here`, `Gone`, `Gone`, Text, `a command`", "class Here;"),
         *differences("checks", ["one", "two", "three"], house_checks(CHECKS)),
         *without_tags("`here`", '@Tag("here") @Tag("gone")'),
+        *differences("presets", compiling_alone(PRESETS), told_alone(ALONE)),
         *other_counts(COUNTS, {"information_line": 12, "read": 35}),
         *other_needs(NEEDS, {"libours": {"GLIBC": "2.17", "GLIBCXX": "3.4"}, "libtheirs-1.0": {"GLIBC": "2.33"}}),
     ]
     wanted = ["kinds: usbC is missing", "kinds: usbB is there 2 times", "sections: -150 is missing",
               "sections: -101 is unknown", "names: Gone is in no source", "checks: three is missing",
-              "checks: one is there 2 times", "the tag gone is not told",
+              "checks: one is there 2 times", "the tag gone is not told", "presets: two is missing",
+              "presets: three is unknown",
               "bulk read of 64 bytes: 34 is told, 35 is recorded",
               "libtheirs-1.0: 2.17 and '-' are told, 2.33 and '-' are held"]
     return [] if found == wanted else [f"complained: {found} instead of {wanted}"]

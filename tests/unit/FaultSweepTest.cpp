@@ -24,8 +24,8 @@ struct FaultPoint {
     int code;
 };
 
-/// What threads do hardly depends on the code of a failure, and with the thread sanitizer everything is slow:
-/// a call fails with one code there.
+/// The number of codes with which a call fails. With the thread sanitizer it is one: everything is slow
+/// there, and what threads do hardly depends on the code.
 #ifdef __SANITIZE_THREAD__
 constexpr size_t kMostCodes = 1;
 #else
