@@ -185,7 +185,11 @@ void Bus::Parts::reset() {
         }
         const bool kept = device.plugged && device.plugged->asPlugged() &&
                           visible(device.pluggedScenario) == visible(*found);
-        change(device, *found);
+        if (device.scenario != *found) {
+            change(device, *found);
+        } else if (device.plugged) {  // reading the same text again would take long
+            device.plugged->adoptBehaviours(device.model);
+        }
         if (device.plugged && !(kept && device.model.plugged)) {
             unplug(device);
         } else if (device.plugged) {

@@ -191,6 +191,24 @@ TEST_F(BusPlug, ResetReplugsADeviceThatWasPluggedInChanged) {
     EXPECT_EQ(bus.devices().back()->serial, "ECHO0001");
 }
 
+TEST_F(BusPlug, ResetPutsBackABehaviourAlsoWhenTheScenarioIsAsItWasLoaded) {
+    const auto setBehaviour = [&](const Json& behaviour) {
+        ask({{"op", "endpoint"},
+             {"device", "echo"},
+             {"address", "0x01"},
+             {"set", {{"behaviour", behaviour}}}});
+    };
+    const auto written = [&] { return Exchange(connectionOf("echo"), 0x01, counting(3)).status(); };
+    setBehaviour("stall");
+    bus.unplug("echo");
+    bus.plug("echo");
+    setBehaviour(nullptr);
+    ASSERT_EQ(bus.setConfiguration(connectionOf("echo"), 1), Status::completed);
+    EXPECT_EQ(written(), Status::stall) << "a configuration has the behaviours of the plug";
+    bus.reset();
+    EXPECT_EQ(written(), Status::completed);
+}
+
 TEST_F(BusPlug, AScenarioThatIsWrongAnywhereChangesNothing) {
     const auto echo = connectionOf("echo");
     EXPECT_THROW(bus.loadScenario(R"({"devices": [{"id": "a"}, {"id": "b", "speed": "warp"}]})"),

@@ -69,6 +69,8 @@ TEST_F(ControlProtocolTest, AChangeThatIsWrongChangesNothing) {
                   "speed");
     expectRefusal({{"op", "change"}, {"device", "echo"}, {"set", {{"id", "other"}}}}, "id of a device");
     expectRefusal({{"op", "change"}, {"device", "echo"}, {"set", 5}}, "\"set\" must be an object");
+    expectOk({{"op", "change"}, {"device", "echo"}, {"set", {{"bus", 1}}}});
+    expectRefusal({{"op", "change"}, {"device", "echo"}, {"set", {{"bus", 1.0}}}}, "is not a number");
     expectOk({{"op", "unplug"}, {"device", "echo"}});
     expectOk({{"op", "plug"}, {"device", "echo"}});
     EXPECT_EQ(bus.devices().back()->serial, "ECHO0001");
