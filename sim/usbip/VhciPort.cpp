@@ -16,6 +16,7 @@ namespace {
 
 const std::string kControllers = "/sys/devices/platform/vhci_hcd.";
 const std::string kController = kControllers + "0/";
+const std::string kDevices = "/sys/bus/usb/devices/";
 constexpr int kStateFree = 4;
 constexpr std::chrono::seconds kDeadline{10};
 
@@ -24,6 +25,8 @@ struct Port {
     int number = 0;
     int state = 0;
     std::string device;  // its name in sysfs; "0-0" until the kernel has assigned an address
+    int controller = 0;
+    int numberOnHub = 0;  // counted from 1
 };
 
 /// Files "status", "status.1", ...: one per controller, a heading line, then a line for each port: hub,
@@ -45,11 +48,15 @@ bool findPort(const std::function<bool(const Port&)>& wanted, Port& found) {
         std::ifstream file(statusOf(controller));
         std::string line;
         std::getline(file, line);
+        found = {};
+        found.controller = controller;
         while (std::getline(file, line)) {
             std::istringstream fields(line);
-            std::string speed, id, socket;
-            if (fields >> found.hub >> found.number >> found.state >> speed >> id >> socket >> found.device &&
-                wanted(found)) {
+            std::string hub, speed, id, socket;
+            fields >> hub >> found.number >> found.state >> speed >> id >> socket >> found.device;
+            found.numberOnHub = hub == found.hub ? found.numberOnHub + 1 : 1;
+            found.hub = hub;
+            if (fields && wanted(found)) {
                 return true;
             }
         }
@@ -75,8 +82,29 @@ bool waitUntil(const std::function<bool()>& reached) {
 
 bool isConfigured(const std::string& device) {
     int configuration = 0;
-    std::ifstream file("/sys/bus/usb/devices/" + device + "/bConfigurationValue");
+    std::ifstream file(kDevices + device + "/bConfigurationValue");
     return file >> configuration && configuration != 0;
+}
+
+/// The name in sysfs of a device at this port: the number of the hub's bus, then that on the hub.
+std::string deviceNameAt(const Port& port) {
+    const std::string hubSpeed = port.hub == "hs" ? "480" : "5000";
+    const std::string controller = kControllers + std::to_string(port.controller);
+    for (const auto& entry : std::filesystem::directory_iterator(controller)) {
+        std::string speed, bus;
+        if (std::ifstream(entry.path() / "speed") >> speed && speed == hubSpeed &&
+            std::ifstream(entry.path() / "busnum") >> bus) {
+            return bus + "-" + std::to_string(port.numberOnHub);
+        }
+    }
+    return "0-0";
+}
+
+/// The kernel may remove a device later than vhci_hcd frees its port. Until then it would take the next
+/// device, if that has the same descriptors, for the old one.
+bool waitUntilRemovedFrom(const Port& port) {
+    const std::string device = kDevices + deviceNameAt(port);
+    return waitUntil([&] { return !std::filesystem::exists(device); });
 }
 
 }  // namespace
@@ -86,6 +114,10 @@ int attachToFreePort(int socket, Speed speed, ConnectionId connection) {
     Port port;
     if (!findPort([&](const Port& each) { return each.hub == hub && each.state == kStateFree; }, port)) {
         throw std::runtime_error("there is no free port at " + kController + " (modprobe vhci_hcd)");
+    }
+    if (!waitUntilRemovedFrom(port)) {
+        throw std::runtime_error("the kernel does not remove the last device at port " +
+                                 std::to_string(port.number));
     }
     std::ofstream attach(kController + "attach");
     attach << port.number << ' ' << socket << ' ' << connection << ' ' << kernelSpeed(speed) << std::flush;
