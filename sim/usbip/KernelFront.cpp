@@ -25,6 +25,7 @@ KernelFront::KernelFront() {
         }
     });
     for (const DeviceInfoPtr& device : bus.devices()) {
+        waitForEmptyPort(device->speed);
         attach(*device);
     }
     waitUntilAllAreConfigured();
@@ -58,9 +59,12 @@ void KernelFront::attach(const DeviceInfo& device) {
     std::thread([link] { link->serve(); }).detach();
 }
 
+/// Holds no lock while it waits: no device could answer the kernel while a plug waits for the lock.
 void KernelFront::waitUntilAllAreConfigured() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    for (const auto& [connection, attached] : attached_) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    const std::map<ConnectionId, Attached> all = attached_;
+    lock.unlock();
+    for (const auto& [connection, attached] : all) {
         if (!waitUntilConfigured(attached.port)) {
             std::cerr << attached.id << ": the kernel has not configured it" << std::endl;
         }

@@ -100,24 +100,35 @@ std::string deviceNameAt(const Port& port) {
     return "0-0";
 }
 
-/// The kernel may remove a device later than vhci_hcd frees its port. Until then it would take the next
-/// device, if that has the same descriptors, for the old one.
-bool waitUntilRemovedFrom(const Port& port) {
-    const std::string device = kDevices + deviceNameAt(port);
-    return waitUntil([&] { return !std::filesystem::exists(device); });
+bool isFree(const Port& port, Speed speed) {
+    return port.state == kStateFree && port.hub == (speed == Speed::super ? "ss" : "hs");
+}
+
+/// The kernel may remove a device later than vhci_hcd frees its port. Until then it takes the next device, if
+/// that has the same descriptors, for the old one.
+bool isEmpty(const Port& port) {
+    return !std::filesystem::exists(kDevices + deviceNameAt(port));
+}
+
+bool findFreePort(Speed speed, Port& found) {
+    return findPort([&](const Port& each) { return isFree(each, speed); }, found);
+}
+
+bool findEmptyPort(Speed speed, Port& found) {
+    return findPort([&](const Port& each) { return isFree(each, speed) && isEmpty(each); }, found);
 }
 
 }  // namespace
 
-int attachToFreePort(int socket, Speed speed, ConnectionId connection) {
-    const std::string hub = speed == Speed::super ? "ss" : "hs";
+void waitForEmptyPort(Speed speed) {
     Port port;
-    if (!findPort([&](const Port& each) { return each.hub == hub && each.state == kStateFree; }, port)) {
+    waitUntil([&] { return findEmptyPort(speed, port) || !findFreePort(speed, port); });
+}
+
+int attachToFreePort(int socket, Speed speed, ConnectionId connection) {
+    Port port;
+    if (!findEmptyPort(speed, port) && !findFreePort(speed, port)) {
         throw std::runtime_error("there is no free port at " + kController + " (modprobe vhci_hcd)");
-    }
-    if (!waitUntilRemovedFrom(port)) {
-        throw std::runtime_error("the kernel does not remove the last device at port " +
-                                 std::to_string(port.number));
     }
     std::ofstream attach(kController + "attach");
     attach << port.number << ' ' << socket << ' ' << connection << ' ' << kernelSpeed(speed) << std::flush;
@@ -129,7 +140,8 @@ int attachToFreePort(int socket, Speed speed, ConnectionId connection) {
 
 bool waitUntilConfigured(int number) {
     Port port;
-    return waitUntil([&] { return findPort(number, port) && isConfigured(port.device); });
+    return waitUntil(
+        [&] { return findPort(number, port) && (port.state == kStateFree || isConfigured(port.device)); });
 }
 
 bool waitUntilFree(int number) {
